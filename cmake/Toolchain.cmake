@@ -1,0 +1,45 @@
+# Compiler, standard library, warnings and sanitizers for everything in this project.
+
+if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR
+        "The compiler is ${CMAKE_CXX_COMPILER} (${CMAKE_CXX_COMPILER_ID}), and this project needs clang: its "
+        "records hold objects of LLVM's libc++. Remove ${CMAKE_BINARY_DIR}, unset CXX, and configure again; "
+        "'./dev setup' installs clang.")
+endif()
+
+add_compile_options(-stdlib=libc++)
+add_link_options(-stdlib=libc++ -fuse-ld=lld)
+
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_FLAGS "-stdlib=libc++")
+check_cxx_source_compiles("
+    #include <string>
+    #ifndef _LIBCPP_VERSION
+    #error another standard library
+    #endif
+    static_assert(sizeof(std::string) == 24);
+    int main() { return static_cast<int>(std::string(\"x\").size()) - 1; }" OEMLAYER_HAS_LIBCXX)
+unset(CMAKE_REQUIRED_FLAGS)
+if(NOT OEMLAYER_HAS_LIBCXX)
+    message(FATAL_ERROR
+        "${CMAKE_CXX_COMPILER} cannot build against LLVM's libc++, which this project needs: its records hold a "
+        "24-byte std::string. Run './dev setup', which installs it, and configure again in a new folder.")
+endif()
+
+find_package(Threads REQUIRED)
+
+add_library(project_warnings INTERFACE)
+target_compile_options(project_warnings INTERFACE
+    -Wall -Wextra -Wshadow -Wmissing-declarations -Wextra-semi -Wthread-safety -Werror)
+
+# No path of the building machine gets into a binary.
+add_compile_options(
+    "-ffile-prefix-map=${CMAKE_BINARY_DIR}=build" "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+if(OEMLAYER_SANITIZE)
+    add_compile_options(-fsanitize=${OEMLAYER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${OEMLAYER_SANITIZE})
+else()
+    # Every symbol of a library is found at link time. (A sanitizer's runtime is in the program only.)
+    add_link_options(LINKER:-z,defs)
+endif()

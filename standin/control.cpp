@@ -1,0 +1,276 @@
+#include "standin/session.h"
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+namespace standin {
+namespace {
+
+// clang-format off
+constexpr std::array kEntryNames{
+    "LibraryOpen", "OpenContext", "OpenSession", "CloseSession", "ConfigureStreams",
+    "ExecuteRequest", "OpenMetadataOps", "OpenBufferOps", "TranslateToChiBuffer",
+    "TranslateFromChiBuffer", "MetadataOpsClose", "MetadataCreate", "MetadataCreateWithUsage",
+    "MetadataDestroy", "MetadataCreateFromAndroid", "MetadataCreateAndroid",
+    "MetadataReleaseAndroid", "MetadataGetTag", "MetadataSetTag", "MetadataDeleteTag",
+    "MetadataCopy", "BufferOpsClose", "BufferManagerCreate", "BufferManagerDestroy",
+    "GetImageBuffer", "ReleaseImageBuffer", "GetCPUAddress", "CreateSensorInitSettings",
+    "EnumerateSensorModes", "ExtensionProcessResultMeta", "OfflineLogEntry", "SetOfflineLoggerOps",
+    "GetKeyCount", "GetValuesCount", "GetList",};
+// clang-format on
+static_assert(kEntryNames.size() == static_cast<size_t>(Entry::Count));
+
+constexpr size_t kMostViolations = 1000; ///< More of them say nothing new.
+constexpr unsigned char kTraceBit = 1U << 6;
+
+/// The device root of which this library is a part: it lies in system/lib64.
+std::string OwnDeviceRoot() {
+    Dl_info info{};
+    if (dladdr(std::bit_cast<void*>(&StandinControl), &info) == 0)
+        return {};
+    const auto folder = std::filesystem::absolute(info.dli_fname).lexically_normal().parent_path();
+    return folder.parent_path().parent_path().string();
+}
+
+} // namespace
+
+const char* EntryName(Entry entry) { return kEntryNames.at(static_cast<size_t>(entry)); }
+
+size_t Alive::Total() const {
+    return sessions + metadata + androidMetadata + bufferManagers + imageBuffers + metadataOps +
+           bufferOps;
+}
+
+void Arguments::Add(const char* argument) {
+    text += text.empty() ? "" : "/";
+    text += argument == nullptr ? "(null)" : argument;
+}
+
+void Arguments::Add(ChiMetadataOpsOpenInfo* info) {
+    Add<const void*>(info);
+    if (info != nullptr)
+        (Add(info->cameraId), Add(info->reserved4), Add(info->reserved8), Add(info->reserved12));
+}
+
+void Arguments::Add(const ChiBufferManagerCreateData* data) {
+    Add<const void*>(data);
+    if (data != nullptr)
+        (Add(data->width), Add(data->height), Add(data->format), Add(data->pStream));
+}
+
+Entry& CurrentEntry() {
+    thread_local Entry entry = Entry::ExecuteRequest;
+    return entry;
+}
+
+void AddViolation(const std::string& text) {
+    const auto device = Device().Lock();
+    if (device->records.violations.size() < kMostViolations)
+        device->records.violations.push_back(EntryName(CurrentEntry()) + (": " + text));
+}
+
+std::ostream& operator<<(std::ostream& out, Handle handle) {
+    const char mark = static_cast<char>(handle.word >> 56);
+    out << As<void*>(handle.word);
+    return mark < 'A' || mark > 'Z' ? out : out << " of kind '" << mark << '\'';
+}
+
+std::optional<uint64_t> Control::State::Enter(Entry entry, const Arguments& arguments) {
+    const auto state = Lock();
+    ++records.counts[entry];
+    if (script.recording) {
+        const auto* words = arguments.words.data();
+        records.calls.push_back({entry, {words, words + arguments.count}, arguments.text, {}});
+        records.calls.back().thread = std::this_thread::get_id();
+    }
+    const auto found = script.faults.find(entry);
+    if (found == script.faults.end() || found->second.times == 0)
+        return std::nullopt;
+    Fault& fault = found->second;
+    const bool fails = fault.wait == 0;
+    --(fails ? fault.times : fault.wait);
+    return fails ? std::optional(fault.result) : std::nullopt;
+}
+
+std::string Control::State::FileOf(const std::string& devicePath) {
+    const auto state = Lock();
+    if (script.refused.contains(devicePath))
+        return deviceRoot + "/refused" + devicePath;
+    const auto variant = script.variants.find(devicePath);
+    return deviceRoot +
+           (variant == script.variants.end() ? devicePath : "/variants/" + variant->second);
+}
+
+void Slot::Set(bool missing) const {
+    void* const value = missing ? nullptr : function;
+    std::memcpy(place, &value, sizeof value);
+}
+
+void Control::State::SetMissing(Entry entry, bool missing) {
+    script.missing.erase(entry);
+    if (missing)
+        script.missing.insert(entry);
+    for (const auto& [record, list] : slots) {
+        for (const Slot& slot : list) {
+            if (slot.entry == entry)
+                slot.Set(missing);
+        }
+    }
+}
+
+void Control::State::SetTraceBit(bool on) {
+    if (pTraceByte != nullptr)
+        *pTraceByte = on ? *pTraceByte | kTraceBit : *pTraceByte & ~kTraceBit;
+}
+
+Control::Control() : mState(std::make_unique<State>()) { mState->deviceRoot = OwnDeviceRoot(); }
+
+Control::~Control() = default;
+
+void Control::Reset() {
+    const auto dropped = std::exchange(mState->Lock()->objects, {});
+    for (const auto& [handle, session] : std::get<Objects<Session>>(dropped))
+        session->Stop();
+    const auto state = mState->Lock();
+    for (const Entry entry : std::set(state->script.missing))
+        state->SetMissing(entry, false);
+    state->script = {};
+    state->records = {};
+    state->nextFrame = 1;
+    ++state->configGeneration;
+    state->SetTraceBit(false);
+}
+
+void Control::SetDeviceRoot(const std::string& folder) {
+    const auto state = mState->Lock();
+    state->deviceRoot = folder;
+    ++state->configGeneration;
+}
+
+std::string Control::DeviceRoot() const { return mState->Lock()->deviceRoot; }
+
+void Control::Fail(Entry entry, uint64_t result, uint32_t nth, uint32_t times) {
+    mState->Lock()->script.faults[entry] = {result, nth == 0 ? 0 : nth - 1, times};
+}
+
+void Control::SetMissing(Entry entry, bool missing) {
+    if (entry < Entry::OpenSession || entry > Entry::GetCPUAddress)
+        throw std::logic_error(std::string("SetMissing: no table has ") + EntryName(entry));
+    mState->Lock()->SetMissing(entry, missing);
+}
+
+void Control::RefuseLibrary(const std::string& path) {
+    mState->Lock()->script.refused.insert(path);
+}
+
+void Control::UseVariant(const std::string& path, const std::string& variant) {
+    mState->Lock()->script.variants[path] = variant;
+}
+
+void Control::SetDelivery(Delivery delivery) { mState->Lock()->script.delivery = delivery; }
+
+void Control::SetShape(Shape shape) { mState->Lock()->script.shape = shape; }
+
+void Control::SetLatency(std::chrono::microseconds latency) {
+    mState->Lock()->script.latency = latency;
+}
+
+void Control::SetTracePoints(bool on) { mState->Lock()->SetTraceBit(on); }
+
+void Control::SetAsksForFrameworkBuffers(bool asks) {
+    mState->Lock()->script.asksForFrameworkBuffers = asks;
+}
+
+void Control::SetRecording(bool on) { mState->Lock()->script.recording = on; }
+
+void Control::SetConfigRows(std::vector<ConfigRow> rows) {
+    mState->Lock()->script.configRows = std::move(rows);
+}
+
+std::vector<Call> Control::Calls() const { return mState->Lock()->records.calls; }
+
+std::vector<Call> Control::Calls(Entry entry) const {
+    auto calls = Calls();
+    std::erase_if(calls, [entry](const Call& call) { return call.entry != entry; });
+    return calls;
+}
+
+size_t Control::CallCount(Entry entry) const { return mState->Lock()->records.counts[entry]; }
+
+std::vector<LogRecord> Control::Logs() const { return mState->Lock()->records.logs; }
+
+std::vector<Execution> Control::Executions() const {
+    std::vector<Execution> executions;
+    const auto state = mState->Lock();
+    for (const auto& execution : state->records.executions)
+        executions.push_back(*execution);
+    return executions;
+}
+
+std::vector<SessionCopy> Control::Sessions() const {
+    std::vector<SessionCopy> copies;
+    const auto state = mState->Lock();
+    for (const auto& [handle, session] : state->Of<Session>()) {
+        copies.push_back(session->data);
+        copies.back().handle = handle;
+        copies.back().name = session->pName == nullptr ? "" : session->pName;
+    }
+    return copies;
+}
+
+std::vector<FrameworkAnswer> Control::FrameworkAnswers() const {
+    return mState->Lock()->records.answers;
+}
+
+ChiBufferManagerHandle Control::ManagerOf(ChiImageBufferHandle imageBuffer) const {
+    const auto image = Find<ImageBuffer>(imageBuffer);
+    return image == nullptr ? nullptr : As<ChiBufferManagerHandle>(image->manager);
+}
+
+std::vector<std::string> Control::Violations() const { return mState->Lock()->records.violations; }
+
+Alive Control::CountAlive() const {
+    const auto state = mState->Lock();
+    return {.sessions = state->Of<Session>().size(),
+            .metadata = state->Of<Metadata>().size(),
+            .androidMetadata = state->Of<AndroidMetadata>().size(),
+            .bufferManagers = state->Of<BufferManager>().size(),
+            .imageBuffers = state->Of<ImageBuffer>().size(),
+            .metadataOps = state->Of<MetadataOps>().size(),
+            .bufferOps = state->Of<BufferOps>().size()};
+}
+
+void Control::ClearRecords() {
+    Records fresh;
+    const auto state = mState->Lock();
+    if (!state->waiting.empty()) {
+        fresh.executions = state->records.executions;
+        fresh.executionCount = state->records.executionCount;
+    }
+    state->records = std::move(fresh);
+}
+
+void Control::Deliver(size_t executionIndex, Shape shape) {
+    auto waiting = mState->Lock()->waiting.extract(executionIndex);
+    if (waiting.empty())
+        throw std::logic_error("Deliver: no execution " + std::to_string(executionIndex) +
+                               " waits");
+    waiting.mapped().shape = shape;
+    waiting.mapped().session->Deliver(waiting.mapped());
+}
+
+void Control::WaitIdle() {
+    std::unique_lock lock(mState->mutex);
+    mState->idle.wait(lock, [this] { return mState->inFlight == 0; });
+}
+
+} // namespace standin
+
+standin::Control* StandinControl() {
+    // Never destroyed: sessions that a program leaves open use it while the process ends.
+    static auto* const control = new standin::Control;
+    return control;
+}

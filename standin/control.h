@@ -1,0 +1,265 @@
+/// The back door of the stand-in device: what it shall do, what it was asked to do, and what is
+/// alive.
+///
+/// One control object serves all stand-in libraries of a process. Tests and the host reach it
+/// through `StandinControl()`. A fake that behaves needs no script; a test states only its
+/// deviation. Every member may be called from any thread.
+#pragma once
+
+#include "platform/chi/offline.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace standin {
+
+/// Everything that the adapter, or the program for it, can call on the device.
+enum class Entry : uint32_t {
+    LibraryOpen, ///< dlopen of a path on the device.
+    OpenContext,
+    OpenSession,
+    CloseSession,
+    ConfigureStreams,
+    ExecuteRequest,
+    OpenMetadataOps,
+    OpenBufferOps,
+    TranslateToChiBuffer,
+    TranslateFromChiBuffer,
+    MetadataOpsClose,
+    MetadataCreate,
+    MetadataCreateWithUsage,
+    MetadataDestroy,
+    MetadataCreateFromAndroid,
+    MetadataCreateAndroid,
+    MetadataReleaseAndroid,
+    MetadataGetTag,
+    MetadataSetTag,
+    MetadataDeleteTag,
+    MetadataCopy,
+    BufferOpsClose,
+    BufferManagerCreate,
+    BufferManagerDestroy,
+    GetImageBuffer,
+    ReleaseImageBuffer,
+    GetCPUAddress,
+    CreateSensorInitSettings,
+    EnumerateSensorModes,
+    ExtensionProcessResultMeta,
+    OfflineLogEntry,
+    SetOfflineLoggerOps,
+    GetKeyCount,
+    GetValuesCount,
+    GetList,
+    Count,
+};
+
+/// The entry's name, as in "ExecuteRequest".
+const char* EntryName(Entry entry);
+
+/// One call that the device received. Integers and pointers are kept as 64-bit words in argument
+/// order; a text argument (a path, a name, a key) is kept in `text` alone, several joined by '/'.
+/// Two records that are lent for the call show their words behind the arguments: the four of the
+/// metadata-ops open record; width, height, format and stream of a buffer manager's create record.
+/// The settings of CreateSensorInitSettings are kept by address.
+struct Call {
+    Entry entry;
+    std::vector<uint64_t> args;
+    std::string text;
+    std::thread::id thread;
+};
+
+/// One structured record that reached the maker's logging library.
+struct LogRecord {
+    std::string mark;
+    std::string letter;
+    std::string module;
+    std::string file;
+    std::string function;
+    int line;
+    std::string message;
+};
+
+/// Who delivers the results of a request.
+enum class Delivery {
+    OnSessionThread, ///< The session's own thread, after the call returned or before.
+    OnCallerThread,  ///< The thread that executes the request, before the call returns.
+    ByHand,          ///< Nobody, until `Deliver` is called.
+};
+
+/// In which results a request comes back.
+enum class Shape {
+    MetadataFirst, ///< A result with the metadata, then one with the buffer.
+    BuffersFirst,  ///< A result with the buffer and one partial to come, then the metadata.
+    Together,      ///< One result with both.
+    Partials, ///< The metadata with two partials to come, the buffer with one, then an empty one.
+    ErrorBuffer, ///< As Together, with an error status on the buffer.
+    SecondBlock, ///< As Together, and the second block repeats the buffer.
+    Count,
+};
+
+/// A set of buffers as it stood during the execute call, with the format records that it pointed
+/// at.
+struct BufferSetCopy {
+    ChiOfflineBufferSet set;
+    std::vector<ChiStreamBuffer> buffers;
+    std::vector<ChiInputFormat> formats; ///< One for each buffer, zero where the buffer had none.
+};
+
+/// One executed request, copied during the call.
+struct Execution {
+    uint64_t session;
+    ChiOfflineExecuteRequest request; ///< Its pointers are for comparing only.
+    std::vector<BufferSetCopy> inputs;
+    BufferSetCopy output;
+    int32_t presetFrameNumber; ///< What the offline-frame field held on entry.
+    int32_t offlineFrame;      ///< What the device wrote there.
+};
+
+/// One session, as long as it is open.
+struct SessionCopy {
+    uint64_t handle;
+    std::string name; ///< Read now through the pointer that was handed over at opening.
+    ChiOfflineSessionCreateInfo* pCreateInfo;
+    ChiOfflineSessionCallbacks* pCallbacks;
+    bool configured;
+    ChiOfflineSessionConfigInfo config; ///< As it stood during the configure call.
+    std::vector<ChiStream> streams;     ///< Likewise.
+    std::vector<ChiStream*> streamPointers;
+};
+
+/// What a session got when it asked the framework for a buffer of its output stream.
+struct FrameworkAnswer {
+    uint64_t session;
+    uint32_t result;      ///< Of the callback.
+    uint32_t numReturned; ///< Answers. What follows is the first one's, zero where there was none.
+    camera3_stream* pStream;
+    uint32_t status;
+    uint32_t numBuffers;
+    ChiStreamBuffer buffer;
+};
+
+/// What the vendor holds for the adapter and its host.
+struct Alive {
+    size_t sessions;
+    size_t metadata;        ///< Vendor metadata objects.
+    size_t androidMetadata; ///< Android metadata handed out and not yet released.
+    size_t bufferManagers;
+    size_t imageBuffers;
+    size_t metadataOps; ///< Opened and not closed.
+    size_t bufferOps;
+
+    bool operator==(const Alive&) const = default;
+    size_t Total() const;
+};
+
+class Control {
+  public:
+    Control();
+    ~Control();
+    Control(const Control&) = delete;
+    Control& operator=(const Control&) = delete;
+
+    /// Back to a new device: no script, no records, no violations, faults gone, frame numbers
+    /// from 1. Sessions that are still open are stopped and dropped. Objects that are still alive
+    /// are forgotten and freed. The device root stays.
+    void Reset();
+
+    // --- Script ---------------------------------------------------------------------------------
+
+    /// The folder that stands for "/" on the device. The configuration store reads below it.
+    void SetDeviceRoot(const std::string& folder);
+    std::string DeviceRoot() const;
+
+    /// Calls `nth` (counted from 1, from now on) to `nth + times - 1` of `entry` do nothing and
+    /// return `result`. An entry without a result just does nothing. For entries that return an
+    /// object the failure result is 0. For LibraryOpen see RefuseLibrary. A further call for the
+    /// same entry replaces its fault; `times` 0 takes it back.
+    void Fail(Entry entry, uint64_t result, uint32_t nth = 1, uint32_t times = UINT32_MAX);
+
+    /// The entry is null in its operation table from now on, or there again. Only for the entries
+    /// of operation tables (OpenSession to GetCPUAddress); others throw std::logic_error.
+    void SetMissing(Entry entry, bool missing = true);
+
+    /// `dlopen` of this device path fails.
+    void RefuseLibrary(const std::string& path);
+
+    /// `dlopen` of this device path opens another file of the stand-in: a variant, by its name
+    /// below "variants" of the device root.
+    void UseVariant(const std::string& path, const std::string& variant);
+
+    /// Both hold for the requests that are executed from now on.
+    void SetDelivery(Delivery delivery);
+    void SetShape(Shape shape);
+
+    /// How long a session's thread takes over each request before it delivers.
+    void SetLatency(std::chrono::microseconds latency);
+
+    /// The vendor's debug settings enable trace points, or not.
+    void SetTracePoints(bool on);
+
+    /// Each session asks the framework for one output buffer before it delivers a result.
+    void SetAsksForFrameworkBuffers(bool asks);
+
+    /// Off for measurements and long runs: calls are then counted, but neither they nor logs,
+    /// executions and framework answers are kept.
+    void SetRecording(bool on);
+
+    /// Rows that the configuration store shows instead of its file: a row holds the values of one
+    /// key. A row with `fails` set makes its read fail. A null text stands for an absent value. The
+    /// texts stay the caller's and must outlive the script.
+    struct ConfigRow {
+        std::vector<const char*> values;
+        bool fails = false;
+    };
+    void SetConfigRows(std::vector<ConfigRow> rows);
+
+    // --- Record ---------------------------------------------------------------------------------
+
+    std::vector<Call> Calls() const;
+    std::vector<Call> Calls(Entry entry) const;
+    size_t CallCount(Entry entry) const;
+    std::vector<LogRecord> Logs() const;
+    std::vector<Execution> Executions() const;
+    std::vector<SessionCopy> Sessions() const;
+    std::vector<FrameworkAnswer> FrameworkAnswers() const;
+
+    /// The buffer manager that owns this image buffer, null for none. On a device the camera layer
+    /// knows it, and has to name it with each input buffer of a request.
+    ChiBufferManagerHandle ManagerOf(ChiImageBufferHandle imageBuffer) const;
+
+    /// What the adapter or its host did against the contract, one line each: an object destroyed
+    /// twice, a handle that is not known, a wrong size or preset, a buffer of another manager.
+    std::vector<std::string> Violations() const;
+    Alive CountAlive() const;
+
+    /// Forgets calls, logs, answers, violations and executions. The executions stay as long as one
+    /// of them waits for `Deliver`, so that its index stays right.
+    void ClearRecords();
+
+    // --- Act ------------------------------------------------------------------------------------
+
+    /// Delivers the execution with this index now, on the calling thread, in the given shape.
+    /// Throws std::logic_error if it does not wait: it was delivered, or its session was closed.
+    void Deliver(size_t executionIndex, Shape shape);
+
+    /// Waits until every request on the session threads has been delivered.
+    void WaitIdle();
+
+    struct State;
+    /// For the stand-in libraries only.
+    State& Internals() { return *mState; }
+
+  private:
+    std::unique_ptr<State> mState;
+};
+
+} // namespace standin
+
+/// The one control object of this process. It lives in the stand-in's core library.
+extern "C" __attribute__((visibility("default"))) standin::Control* StandinControl();

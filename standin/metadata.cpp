@@ -1,0 +1,113 @@
+/// Metadata objects of the offline library, and their translation to and from Android metadata.
+#include "standin/offline.h"
+
+namespace standin {
+namespace {
+
+constexpr uint32_t kAnyCount = 0xFFFFFFFF;
+
+void Close(ChiOfflineMetadataOps* ops) { Remove<MetadataOps>(ops); }
+
+ChiMetadataHandle Create(ChiOfflineMetadataOps* ops, void* source, uint32_t kind) {
+    Expect<void*>("the source", source, nullptr);
+    Expect("the last word", kind, 0U);
+    return Require<MetadataOps>(ops) ? Adopt(std::make_shared<Metadata>()) : nullptr;
+}
+
+ChiMetadataHandle CreateWithUsage(ChiOfflineMetadataOps* ops, const uint32_t* /*tags*/,
+                                  uint32_t /*tagCount*/, int32_t /*usage*/) {
+    return Require<MetadataOps>(ops) ? Adopt(std::make_shared<Metadata>()) : nullptr;
+}
+
+uint32_t Destroy(ChiMetadataHandle metadata) { return Remove<Metadata>(metadata) ? kOk : kFailed; }
+
+/// Android metadata that this library did not make is the host's own and makes an empty object.
+ChiMetadataHandle CreateFromAndroid(ChiOfflineMetadataOps* ops, const void* android, uint32_t first,
+                                    uint32_t second, uint32_t count) {
+    Check(first == 0 && second == 0 && count == kAnyCount, "the words are ", first, ", ", second,
+          ", ", count, " and must be 0, 0, ", kAnyCount);
+    if (!Require<MetadataOps>(ops))
+        return nullptr;
+    auto metadata = std::make_shared<Metadata>();
+    if (const auto source = Find<AndroidMetadata>(android))
+        metadata->tags = source->tags;
+    return Adopt(std::move(metadata));
+}
+
+void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32_t first,
+                    uint32_t /*second*/, uint32_t /*count*/, uint32_t* /*out*/) {
+    Expect("the first word", first, 1U);
+    const auto source = Require<Metadata>(handle);
+    if (!Require<MetadataOps>(ops) || !source)
+        return nullptr;
+    auto android = std::make_shared<AndroidMetadata>();
+    android->tags = source->tags;
+    return Adopt(std::move(android));
+}
+
+uint32_t ReleaseAndroid(ChiOfflineMetadataOps* ops, void* android) {
+    return Require<MetadataOps>(ops) && Remove<AndroidMetadata>(android) ? kOk : kFailed;
+}
+
+uint32_t GetTag(ChiMetadataHandle handle, uint32_t tagId, uint8_t /*typeId*/,
+                ChiMetadataTagEntry* entry) {
+    const auto metadata = Require<Metadata>(handle);
+    if (!metadata || !metadata->tags.contains(tagId))
+        return kFailed;
+    auto& value = metadata->tags[tagId];
+    entry->pData = value.data();
+    entry->size = static_cast<uint32_t>(value.size());
+    return kOk;
+}
+
+/// `count` is in bytes.
+uint32_t SetTag(ChiMetadataHandle handle, uint32_t tagId, const void* data, uint32_t count,
+                uint32_t /*extra*/) {
+    const auto metadata = Require<Metadata>(handle);
+    if (!metadata || (data == nullptr && count > 0))
+        return kFailed;
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    metadata->tags[tagId].assign(bytes, bytes + count);
+    return kOk;
+}
+
+uint32_t DeleteTag(ChiMetadataHandle handle, uint32_t tagId) {
+    const auto metadata = Require<Metadata>(handle);
+    return metadata && metadata->tags.erase(tagId) > 0 ? kOk : kFailed;
+}
+
+/// Copies the tags of `second` over those of `first`.
+uint32_t Copy(ChiMetadataHandle first, ChiMetadataHandle second, uint8_t /*flag*/) {
+    const auto target = Require<Metadata>(first);
+    const auto source = Require<Metadata>(second);
+    if (!target || !source)
+        return kFailed;
+    for (const auto& [tagId, value] : source->tags)
+        target->tags[tagId] = value;
+    return kOk;
+}
+
+void Fill(SlotList& slots, ChiOfflineMetadataOps& table) {
+    Install<Entry::MetadataOpsClose, Close>(slots, table.pClose);
+    Install<Entry::MetadataCreate, Create>(slots, table.pCreate);
+    Install<Entry::MetadataCreateWithUsage, CreateWithUsage>(slots, table.pCreateWithUsage);
+    Install<Entry::MetadataDestroy, Destroy>(slots, table.pDestroy);
+    Install<Entry::MetadataCreateFromAndroid, CreateFromAndroid>(slots, table.pCreateFromAndroid);
+    Install<Entry::MetadataCreateAndroid, CreateAndroid>(slots, table.pCreateAndroid);
+    Install<Entry::MetadataReleaseAndroid, ReleaseAndroid>(slots, table.pReleaseAndroid);
+    Install<Entry::MetadataGetTag, GetTag>(slots, table.pGetTag);
+    Install<Entry::MetadataSetTag, SetTag>(slots, table.pSetTag);
+    Install<Entry::MetadataDeleteTag, DeleteTag>(slots, table.pDeleteTag);
+    Install<Entry::MetadataCopy, Copy>(slots, table.pCopy);
+}
+
+} // namespace
+
+ChiOfflineMetadataOps* OpenMetadataOps(ChiOfflineInterface* /*interface*/,
+                                       ChiMetadataOpsOpenInfo* info) {
+    Check(info != nullptr && info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
+          "the words behind the camera id must be 1, 0, 1");
+    return OpenTable(Fill);
+}
+
+} // namespace standin

@@ -1,0 +1,276 @@
+/// The offline interface: sessions, their configuration and their requests, and buffer translation.
+#include "standin/offline.h"
+
+#include "standin/session.h"
+
+#include <cstring>
+
+namespace standin {
+namespace {
+
+constexpr uint32_t kVersion = 512;
+constexpr uint32_t kCfaPattern = 2;      ///< Of every raw stream of this device.
+constexpr uint32_t kFrameworkBuffer = 1; ///< `ChiStreamBuffer::bufferType` of a framework's buffer.
+constexpr int32_t kUnsetFrame = -1;
+constexpr int kPoison = 0xA5;
+
+bool IsRaw(const ChiStream& stream) {
+    return stream.format == ChiStreamFormatRaw16 || stream.format == ChiStreamFormatRaw10;
+}
+
+// --- Sessions
+
+uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreateInfo* info) {
+    if (!Check(info != nullptr && info->pSessionName != nullptr && info->pCallbacks != nullptr,
+               "the create record, its name or its callbacks are null"))
+        return 0;
+    const auto& callbacks = *info->pCallbacks;
+    if (!Check(callbacks.ProcessCaptureResultCb != nullptr &&
+                   callbacks.ProcessNotifyCb != nullptr && callbacks.GetFrameworkBuffers != nullptr,
+               "a callback is null"))
+        return 0;
+    Expect("the shared handle", info->sharedSessionHandle, uint64_t{0});
+    Expect<void*>("the callbacks' fourth word", callbacks.reserved24, nullptr);
+    const auto session = std::make_shared<Session>();
+    session->data.pCreateInfo = info;
+    session->data.pCallbacks = info->pCallbacks;
+    session->pName = info->pSessionName;
+    session->Start();
+    const uint64_t handle = Word(Adopt(session));
+    const auto device = Device().Lock();
+    session->data.handle = handle;
+    return handle;
+}
+
+int32_t CloseSession(uint64_t handle) {
+    const auto session = Remove<Session>(handle);
+    if (!session)
+        return kFailed;
+    session->Stop();
+    return kOk;
+}
+
+// --- Configuration
+
+/// Takes a stream of the list in, and writes the filter pattern into raw inputs.
+ChiStream Configure(ChiStream& stream, bool isOutput) {
+    Expect("a stream's type", stream.streamType,
+           uint32_t{isOutput ? ChiStreamTypeOutput : ChiStreamTypeInput});
+    Expect("a stream's word at 148", stream.reserved148, 0U);
+    Expect("a stream's word at 152", stream.reserved152, -1);
+    if (!isOutput && IsRaw(stream))
+        stream.cfaPattern = kCfaPattern;
+    return stream;
+}
+
+/// The list may be null: a preparation that failed leaves the record without one.
+int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
+    const auto session = Require<Session>(handle);
+    if (!session || !Check(config != nullptr, "the configuration record is null"))
+        return kFailed;
+    if (config->pSessionSettings != nullptr)
+        Require<Metadata>(config->pSessionSettings);
+    const size_t count = config->ppChiStreams == nullptr ? 0 : config->numStreams;
+    const std::vector<ChiStream*> pointers(config->ppChiStreams, config->ppChiStreams + count);
+    std::vector<ChiStream> streams;
+    for (ChiStream* stream : pointers) {
+        if (!Check(stream != nullptr, "stream ", streams.size(), " is null"))
+            return kFailed;
+        streams.push_back(Configure(*stream, streams.size() + 1 == count));
+    }
+    const auto device = Device().Lock();
+    session->data.configured = true;
+    session->data.config = *config;
+    session->data.streams = std::move(streams);
+    session->data.streamPointers = pointers;
+    return kOk;
+}
+
+// --- Requests
+
+/// The record is copied as bytes, so that comparing it word by word is possible.
+void CopySet(BufferSetCopy& copy, const ChiOfflineBufferSet* set, bool isInput) {
+    if (set == nullptr)
+        return;
+    std::memcpy(&copy.set, set, sizeof *set);
+    if (set->pBuffers != nullptr)
+        copy.buffers.assign(set->pBuffers, set->pBuffers + set->numBuffers);
+    for (const ChiStreamBuffer& buffer : copy.buffers) {
+        auto& format = copy.formats.emplace_back();
+        if (isInput && buffer.pInputFormat != nullptr)
+            format = *buffer.pInputFormat;
+    }
+}
+
+std::shared_ptr<Execution> CopyRequest(uint64_t session, const ChiOfflineExecuteRequest& request) {
+    auto execution = std::make_shared<Execution>();
+    execution->session = session;
+    std::memcpy(&execution->request, &request, sizeof request);
+    for (uint32_t i = 0; i < request.numInputs && request.pInputs != nullptr; ++i)
+        CopySet(execution->inputs.emplace_back(), &request.pInputs[i], true);
+    CopySet(execution->output, request.pOutput, false);
+    return execution;
+}
+
+void CheckFormat(const ChiStream& stream, const ChiStreamBuffer& buffer,
+                 const ChiInputFormat& format) {
+    Expect("the presence of a format record", buffer.pInputFormat != nullptr, IsRaw(stream));
+    if (buffer.pInputFormat == nullptr || !IsRaw(stream))
+        return;
+    const bool isRaw10 = stream.format == ChiStreamFormatRaw10;
+    Expect("an input's format", format.bufferFormat,
+           uint32_t{isRaw10 ? ChiFormatRaw10 : ChiFormatRaw16});
+    Expect("an input's filter pattern", format.cfaPattern, kCfaPattern);
+    Expect("a format record's word at 4", format.reserved4, 0U);
+}
+
+void CheckInput(const Session& session, const ChiStreamBuffer& buffer,
+                const ChiInputFormat& format) {
+    Expect("an input's size", buffer.size, uint32_t{sizeof buffer});
+    Expect("an input's type", buffer.bufferType, kChiInputBufferType);
+    Expect("an input's status", buffer.bufferStatus, 0U);
+    if (const auto image = Require<ImageBuffer>(buffer.bufferHandle))
+        Expect("an input's manager", Word(buffer.pBufferManager), image->manager);
+    const ChiStream* stream = session.FindStream(buffer.pStream);
+    if (!Check(stream != nullptr, "input stream ", buffer.pStream, " is not in the session's list"))
+        return;
+    Expect("an input stream's type", __atomic_load_n(&buffer.pStream->streamType, __ATOMIC_RELAXED),
+           uint32_t{ChiStreamTypeInput});
+    CheckFormat(*stream, buffer, format);
+}
+
+/// An output without size and stream is one that could not be translated; the adapter goes on.
+void CheckOutput(const Session& session, const BufferSetCopy& output) {
+    if (!Expect("the number of outputs", output.buffers.size(), size_t{1}))
+        return;
+    const ChiStreamBuffer& buffer = output.buffers[0];
+    if (buffer.size == 0 && buffer.pStream == nullptr)
+        return;
+    Expect("the output's size", buffer.size, uint32_t{sizeof buffer});
+    if (session.OutputStream() != nullptr)
+        Expect("the output's stream", buffer.pStream, session.OutputStream());
+}
+
+void CheckRequest(const Session& session, const Execution& execution) {
+    Expect("a session's being configured", session.data.configured, true);
+    Expect("the number of input sets", execution.inputs.size(),
+           size_t{execution.request.numInputs});
+    Expect("the last word", execution.request.reserved48, uint64_t{0});
+    for (const BufferSetCopy& set : execution.inputs) {
+        if (set.set.pMetadata != nullptr)
+            Require<Metadata>(set.set.pMetadata);
+        Expect("the number of inputs", set.buffers.size(), size_t{set.set.numBuffers});
+        for (size_t i = 0; i < set.buffers.size(); ++i)
+            CheckInput(session, set.buffers[i], set.formats[i]);
+    }
+    if (execution.output.set.pMetadata != nullptr)
+        Require<Metadata>(execution.output.set.pMetadata);
+    CheckOutput(session, execution.output);
+}
+
+/// Gives the request its frame number. The field belongs to the session: where two threads submit,
+/// the number of the one may have overwritten the preset of the other.
+void AssignFrame(Session& session, Execution& execution) {
+    const auto self = std::this_thread::get_id();
+    int32_t* const field = execution.request.pOfflineFrameNumber;
+    auto device = Device().Lock();
+    const int32_t preset = __atomic_load_n(field, __ATOMIC_RELAXED);
+    const bool isOthers = preset == session.lastFrame && session.lastThread != self;
+    execution.presetFrameNumber = preset;
+    execution.offlineFrame = device->nextFrame++;
+    __atomic_store_n(field, execution.offlineFrame, __ATOMIC_RELAXED);
+    __atomic_store_n(execution.request.pLastFrameField,
+                     static_cast<uint32_t>(execution.offlineFrame), __ATOMIC_RELAXED);
+    session.lastFrame = execution.offlineFrame;
+    session.lastThread = self;
+    device.Unlock();
+    if (!isOthers)
+        Expect("the preset of the offline frame", preset, kUnsetFrame);
+}
+
+/// Spoils what was lent for the call alone, so that whoever reads it afterwards is found out.
+void Poison(ChiOfflineExecuteRequest& request, const Execution& execution) {
+    for (const BufferSetCopy& input : execution.inputs) {
+        if (!input.buffers.empty())
+            std::memset(input.set.pBuffers, kPoison,
+                        sizeof(ChiStreamBuffer) * input.buffers.size());
+    }
+    if (!execution.inputs.empty())
+        std::memset(request.pInputs, kPoison, sizeof(ChiOfflineBufferSet) * request.numInputs);
+    if (request.pOutput != nullptr)
+        std::memset(request.pOutput, kPoison, sizeof(ChiOfflineBufferSet));
+    std::memset(&request, kPoison, sizeof request);
+}
+
+int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
+    const auto session = Require<Session>(handle);
+    if (!session || !Check(request != nullptr && request->pOfflineFrameNumber != nullptr &&
+                               request->pLastFrameField != nullptr,
+                           "the request or one of its frame fields is null"))
+        return kFailed;
+    const auto execution = CopyRequest(handle, *request);
+    CheckRequest(*session, *execution);
+    AssignFrame(*session, *execution);
+    Poison(*request, *execution);
+    session->Accept(execution);
+    return kOk;
+}
+
+// --- Buffer translation
+
+uint32_t TranslateToChi(const camera3_stream_buffer* source, ChiStreamBuffer* target) {
+    if (!Check(source != nullptr && target != nullptr, "a buffer is null"))
+        return kFailed;
+    *target = {.size = sizeof(ChiStreamBuffer),
+               .pStream = std::bit_cast<ChiStream*>(source->stream),
+               .bufferType = kFrameworkBuffer,
+               .bufferHandle = source->buffer,
+               .bufferStatus = static_cast<uint32_t>(source->status)};
+    return kOk;
+}
+
+uint32_t TranslateFromChi(const ChiStreamBuffer* source, camera3_stream_buffer* target) {
+    if (!Check(source != nullptr && target != nullptr, "a buffer is null"))
+        return kFailed;
+    *target = {.stream = std::bit_cast<camera3_stream*>(source->pStream),
+               .buffer = static_cast<buffer_handle_t*>(source->bufferHandle),
+               .status = static_cast<int32_t>(source->bufferStatus),
+               .acquire_fence = -1,
+               .release_fence = -1};
+    return kOk;
+}
+
+// --- The interface
+
+void Fill(SlotList& slots, ChiOfflineInterface& table) {
+    table.size = sizeof table;
+    table.pName = "standin offline camera";
+    Install<Entry::OpenSession, OpenSession>(slots, table.pOpenSession);
+    Install<Entry::CloseSession, CloseSession>(slots, table.pCloseSession);
+    Install<Entry::ConfigureStreams, ConfigureStreams>(slots, table.pConfigureStreams);
+    Install<Entry::ExecuteRequest, ExecuteRequest>(slots, table.pExecuteRequest);
+    Install<Entry::OpenMetadataOps, OpenMetadataOps>(slots, table.pOpenMetadataOps);
+    Install<Entry::OpenBufferOps, OpenBufferOps>(slots, table.pOpenBufferOps);
+    Install<Entry::TranslateToChiBuffer, TranslateToChi>(slots, table.pTranslateToChiBuffer);
+    Install<Entry::TranslateFromChiBuffer, TranslateFromChi>(slots, table.pTranslateFromChiBuffer);
+}
+
+} // namespace
+
+/// The record is made at the first call and stays as it is.
+void* OpenContext(void* unused, uint32_t version) {
+    Expect<void*>("the first argument", unused, nullptr);
+    Expect("the second argument", version, kVersion);
+    static auto* const interface = new Table<ChiOfflineInterface>(Fill);
+    return &interface->record;
+}
+
+} // namespace standin
+
+#ifndef WITHOUT_ChiOfflineOpenContext
+extern "C" __attribute__((visibility("default"))) void* ChiOfflineOpenContext(void* unused,
+                                                                              uint32_t version) {
+    using namespace standin;
+    return Recorded<Entry::OpenContext, OpenContext>::Call(unused, version);
+}
+#endif

@@ -1,0 +1,165 @@
+#include "standin/session.h"
+
+#include "standin/pixels.h"
+
+#include <algorithm>
+#include <span>
+
+namespace standin {
+namespace {
+
+/// One result of a request: what it brings, and how many partials are still to come.
+struct Result {
+    bool metadata = false;
+    bool buffer = false;
+    uint32_t partials = 0;
+    uint32_t bufferStatus = CAMERA3_BUFFER_STATUS_OK;
+    bool secondBlock = false;
+};
+
+struct Results {
+    size_t count;
+    std::array<Result, 3> list;
+};
+
+/// Indexed by Shape.
+constexpr std::array<Results, static_cast<size_t>(Shape::Count)> kResults{{
+    {2, {{{.metadata = true}, {.buffer = true}}}},
+    {2, {{{.buffer = true, .partials = 1}, {.metadata = true}}}},
+    {1, {{{.metadata = true, .buffer = true}}}},
+    {3, {{{.metadata = true, .partials = 2}, {.buffer = true, .partials = 1}, {}}}},
+    {1, {{{.metadata = true, .buffer = true, .bufferStatus = CAMERA3_BUFFER_STATUS_ERROR}}}},
+    {1, {{{.metadata = true, .buffer = true, .secondBlock = true}}}},
+}};
+
+/// The records of one result. They are on the heap, so that a reader after the callback is caught.
+struct ResultRecords {
+    ChiStreamBuffer buffer;
+    ChiOfflineResultBlock block;
+    ChiOfflineResultBlock second;
+    ChiOfflineCaptureResultInfo info;
+};
+
+void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& execution,
+          const ChiStreamBuffer& output, const Result& result) {
+    const auto records = std::make_unique<ResultRecords>();
+    records->buffer = output;
+    if (result.bufferStatus != CAMERA3_BUFFER_STATUS_OK)
+        records->buffer.bufferStatus = result.bufferStatus;
+    if (result.buffer)
+        records->block = {.numBuffers = 1, .pBuffers = &records->buffer};
+    if (result.secondBlock)
+        records->second = records->block;
+    records->block.numPartialMetadata = result.partials;
+    records->block.pMetadata = result.metadata ? execution.output.set.pMetadata : nullptr;
+    records->info = {.frameNumber = static_cast<uint32_t>(execution.offlineFrame),
+                     .pResult = &records->block,
+                     .pSecondResult = result.secondBlock ? &records->second : nullptr,
+                     .pPrivateData = execution.request.pPrivateData};
+    callbacks->ProcessCaptureResultCb(callbacks, 1, &records->info);
+}
+
+} // namespace
+
+void Session::Start() { mThread = std::thread(&Session::Run, this); }
+
+void Session::Stop() {
+    {
+        const auto device = Device().Lock();
+        mClosing = true;
+        device->inFlight -= mQueue.size();
+        mQueue.clear();
+        std::erase_if(device->waiting,
+                      [this](const auto& item) { return item.second.session.get() == this; });
+        mWake.notify_all();
+        device->idle.notify_all();
+    }
+    if (Check(mThread.get_id() != std::this_thread::get_id(), "a session's own thread closes it"))
+        mThread.join();
+    else
+        mThread.detach();
+}
+
+void Session::Run() {
+    const auto self = shared_from_this();
+    auto& device = Device();
+    std::unique_lock lock(device.mutex);
+    for (;;) {
+        mWake.wait(lock, [this] { return mClosing || !mQueue.empty(); });
+        if (device.script.latency.count() > 0)
+            mWake.wait_for(lock, device.script.latency, [this] { return mClosing; });
+        if (mClosing)
+            return;
+        const Job job = std::move(mQueue.front());
+        mQueue.pop_front();
+        lock.unlock();
+        Deliver(job);
+        lock.lock();
+        --device.inFlight;
+        device.idle.notify_all();
+    }
+}
+
+void Session::Accept(const std::shared_ptr<const Execution>& execution) {
+    auto& device = Device();
+    std::unique_lock lock(device.mutex);
+    const Job job{shared_from_this(), execution, device.script.shape,
+                  device.script.asksForFrameworkBuffers};
+    const size_t index = device.records.executionCount++;
+    if (device.script.recording)
+        device.records.executions.push_back(execution);
+    if (device.script.delivery == Delivery::OnCallerThread) {
+        lock.unlock();
+        Deliver(job);
+    } else if (device.script.delivery == Delivery::ByHand && !mClosing) {
+        device.waiting.emplace(index, job);
+    } else if (!mClosing) {
+        mQueue.push_back(job);
+        ++device.inFlight;
+        mWake.notify_all();
+    }
+}
+
+void Session::Deliver(const Job& job) {
+    const Execution& execution = *job.execution;
+    if (!mNotified.exchange(true))
+        data.pCallbacks->ProcessNotifyCb(data.pCallbacks, 0, nullptr);
+    ChiStreamBuffer output =
+        execution.output.buffers.empty() ? ChiStreamBuffer{} : execution.output.buffers[0];
+    if (job.asksForFrameworkBuffers && OutputStream() != nullptr)
+        AskFramework(output);
+    Develop(*this, execution, output);
+    const Results& results = kResults.at(static_cast<size_t>(job.shape));
+    for (const Result& result : std::span(results.list).first(results.count))
+        Send(data.pCallbacks, execution, output, result);
+}
+
+/// Replaces the output by a buffer of the framework's, if there is one.
+void Session::AskFramework(ChiStreamBuffer& output) const {
+    const auto buffer = std::make_unique<ChiStreamBuffer>();
+    const auto answer = std::make_unique<ChiOfflineQueryStreamBuffer>();
+    answer->pBuffers = buffer.get();
+    const ChiOfflineQueryBuffer query{std::bit_cast<camera3_stream*>(OutputStream()), 1};
+    unsigned int returned = 0;
+    const uint32_t result =
+        data.pCallbacks->GetFrameworkBuffers(data.pCallbacks, 1, &query, &returned, answer.get());
+    if (result == 0 && returned == 1 && answer->numBuffers == 1)
+        output = *buffer;
+    const auto device = Device().Lock();
+    if (device->script.recording)
+        device->records.answers.push_back({data.handle, result, returned, answer->pStream,
+                                           answer->status, answer->numBuffers, *buffer});
+}
+
+const ChiStream* Session::FindStream(const ChiStream* stream) const {
+    const auto found = std::find(data.streamPointers.begin(), data.streamPointers.end(), stream);
+    if (found == data.streamPointers.end())
+        return nullptr;
+    return &data.streams[static_cast<size_t>(found - data.streamPointers.begin())];
+}
+
+ChiStream* Session::OutputStream() const {
+    return data.streamPointers.empty() ? nullptr : data.streamPointers.back();
+}
+
+} // namespace standin

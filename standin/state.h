@@ -1,0 +1,284 @@
+/// What the stand-in libraries share behind the control object: script, records, live objects, and
+/// the shell around every entry.
+#pragma once
+
+#include "standin/control.h"
+
+#include <array>
+#include <bit>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <tuple>
+#include <type_traits>
+
+namespace standin {
+
+struct Session;
+
+inline constexpr int32_t kOk = 0;
+inline constexpr int32_t kFailed = 1;
+
+/// The value of an integer or a pointer as a word, and back.
+template <class T> uint64_t Word(T value) {
+    if constexpr (std::is_pointer_v<T>)
+        return std::bit_cast<uint64_t>(value);
+    else
+        return static_cast<uint64_t>(value);
+}
+template <class T> T As([[maybe_unused]] uint64_t word) {
+    if constexpr (std::is_pointer_v<T>)
+        return std::bit_cast<T>(word);
+    else
+        return static_cast<T>(word);
+}
+
+/// The arguments of one call, as the record keeps them.
+struct Arguments {
+    std::array<uint64_t, 8> words{};
+    size_t count = 0;
+    std::string text;
+
+    template <class... Args> explicit Arguments(const Args&... args) { (Add(args), ...); }
+    template <class T> void Add(T value) { words[count++] = Word(value); }
+    void Add(const char* argument);
+    void Add(ChiMetadataOpsOpenInfo* info);
+    void Add(const ChiBufferManagerCreateData* data);
+};
+
+// --- Live objects
+
+// A handle has the mark of its kind in the top byte and a number that is never given out twice, so
+// that a stale one is always caught. It points nowhere.
+
+struct Metadata {
+    static constexpr char kMark = 'M';
+    static constexpr const char* kName = "metadata object";
+    std::map<uint32_t, std::vector<uint8_t>> tags;
+};
+
+struct AndroidMetadata {
+    static constexpr char kMark = 'A';
+    static constexpr const char* kName = "Android metadata object";
+    std::map<uint32_t, std::vector<uint8_t>> tags;
+};
+
+struct BufferManager {
+    static constexpr char kMark = 'B';
+    static constexpr const char* kName = "buffer manager";
+    ChiBufferManagerCreateData data;
+};
+
+struct ImageBuffer {
+    static constexpr char kMark = 'I';
+    static constexpr const char* kName = "image buffer";
+    uint64_t manager;
+    uint32_t format;
+    uint32_t width;
+    uint32_t height;
+    std::vector<uint8_t> memory;
+};
+
+/// Where an operation table holds the pointer of an entry.
+struct Slot {
+    Entry entry;
+    void* place;
+    void* function;
+
+    void Set(bool missing) const;
+};
+using SlotList = std::vector<Slot>;
+
+/// An operation table. Its handle is the record's address. `fill` lists its slots, which
+/// `SetMissing` reaches as long as the table lives.
+template <class Record> struct Table {
+    static constexpr const char* kName = "operation table";
+    Record record{};
+
+    explicit Table(void (*fill)(SlotList&, Record&));
+    ~Table();
+    Table(const Table&) = delete;
+    Table& operator=(const Table&) = delete;
+};
+using MetadataOps = Table<ChiOfflineMetadataOps>;
+using BufferOps = Table<ChiOfflineBufferManagerOps>;
+
+template <class T> using Objects = std::map<uint64_t, std::shared_ptr<T>>;
+
+// --- Script and records
+
+struct Fault {
+    uint64_t result;
+    uint32_t wait;  ///< Calls that still succeed.
+    uint32_t times; ///< Calls that fail then.
+};
+
+struct Script {
+    std::map<Entry, Fault> faults;
+    std::set<Entry> missing;
+    std::set<std::string> refused;
+    std::map<std::string, std::string> variants;
+    Delivery delivery = Delivery::OnSessionThread;
+    Shape shape = Shape::MetadataFirst;
+    std::chrono::microseconds latency{};
+    bool asksForFrameworkBuffers = false;
+    bool recording = true;
+    std::optional<std::vector<Control::ConfigRow>> configRows;
+};
+
+struct Records {
+    std::map<Entry, size_t> counts;
+    std::vector<Call> calls;
+    std::vector<LogRecord> logs;
+    std::vector<FrameworkAnswer> answers;
+    std::vector<std::string> violations;
+    std::vector<std::shared_ptr<const Execution>> executions;
+    size_t executionCount = 0; ///< Also those that are not kept.
+};
+
+/// An accepted request on its way to its results.
+struct Job {
+    std::shared_ptr<Session> session;
+    std::shared_ptr<const Execution> execution;
+    Shape shape;
+    bool asksForFrameworkBuffers;
+};
+
+/// One mutex guards all of it. It is never held while the adapter is called back.
+struct Control::State {
+    /// Access to the state for as long as this lives.
+    class Locked {
+      public:
+        explicit Locked(State& state) : mLock(state.mutex), mState(&state) {}
+        State* operator->() const { return mState; }
+        void Unlock() { mLock.unlock(); }
+
+      private:
+        std::unique_lock<std::mutex> mLock;
+        State* mState;
+    };
+    Locked Lock() { return Locked(*this); }
+
+    std::mutex mutex;
+    std::condition_variable idle; ///< Signalled when `inFlight` falls.
+    std::string deviceRoot;
+    Script script;
+    Records records;
+    std::tuple<Objects<Session>, Objects<Metadata>, Objects<AndroidMetadata>,
+               Objects<BufferManager>, Objects<ImageBuffer>, Objects<MetadataOps>,
+               Objects<BufferOps>>
+        objects;
+    uint64_t lastSerial = 0;
+    int32_t nextFrame = 1;
+    size_t inFlight = 0;           ///< Requests queued or being delivered on session threads.
+    std::map<size_t, Job> waiting; ///< For `Deliver`, by the index of the execution.
+    std::map<const void*, SlotList> slots; ///< By the record.
+    unsigned char* pTraceByte = nullptr;   ///< The byte with the trace bit, in the context library.
+    unsigned configGeneration = 0;         ///< Counts device roots and resets.
+
+    /// Records a call. Has a value if the call is to fail: its result.
+    std::optional<uint64_t> Enter(Entry entry, const Arguments& arguments);
+
+    /// The file that opens for a path on the device; one that does not exist where it is refused.
+    std::string FileOf(const std::string& devicePath);
+
+    /// These two are for whoever holds the lock.
+    void SetMissing(Entry entry, bool missing);
+    void SetTraceBit(bool on);
+    template <class T> Objects<T>& Of() { return std::get<Objects<T>>(objects); }
+};
+
+inline Control::State& Device() { return StandinControl()->Internals(); }
+
+// --- Rules of the contract
+
+/// The entry that the calling thread is in, which violations name. A session's own thread works on
+/// executed requests.
+Entry& CurrentEntry();
+
+void AddViolation(const std::string& text);
+
+/// A handle in a violation's text.
+struct Handle {
+    uint64_t word;
+};
+std::ostream& operator<<(std::ostream& out, Handle handle);
+
+/// If the rule does not hold, the parts become the violation's text. Returns whether it holds.
+template <class... Parts> bool Check(bool holds, const Parts&... parts) {
+    if (!holds) {
+        std::ostringstream text;
+        (text << ... << parts);
+        AddViolation(text.str());
+    }
+    return holds;
+}
+template <class T> bool Expect(const char* what, const T& actual, const T& expected) {
+    return Check(actual == expected, what, " is ", actual, " and must be ", expected);
+}
+
+/// Takes an object in and returns its new handle.
+template <class T> void* Adopt(std::shared_ptr<T> object) {
+    const auto device = Device().Lock();
+    const uint64_t handle = uint64_t{T::kMark} << 56 | ++device->lastSerial;
+    device->Of<T>().emplace(handle, std::move(object));
+    return As<void*>(handle);
+}
+
+/// The object behind a handle, null if it is not alive.
+template <class T> std::shared_ptr<T> Find(auto handle) {
+    const auto device = Device().Lock();
+    const auto found = device->Of<T>().find(Word(handle));
+    return found == device->Of<T>().end() ? nullptr : found->second;
+}
+
+/// The same where it must be alive.
+template <class T> std::shared_ptr<T> Require(auto handle) {
+    auto object = Find<T>(handle);
+    Check(object != nullptr, Handle{Word(handle)}, " is not a live ", T::kName);
+    return object;
+}
+
+/// The same, and takes it out.
+template <class T> std::shared_ptr<T> Remove(auto handle) {
+    auto object = Require<T>(handle);
+    Device().Lock()->template Of<T>().erase(Word(handle));
+    return object;
+}
+
+template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
+    const auto device = Device().Lock();
+    SlotList& slots = device->slots[&record];
+    fill(slots, record);
+    for (const Slot& slot : slots)
+        slot.Set(device->script.missing.contains(slot.entry));
+}
+
+template <class Record> Table<Record>::~Table() { Device().Lock()->slots.erase(&record); }
+
+// --- The shell around an entry's function: records the call, then applies the fault or calls it.
+
+template <Entry Name, auto Function> struct Recorded;
+template <Entry Name, class R, class... Args, R (*Function)(Args...)>
+struct Recorded<Name, Function> {
+    static R Call(Args... args) {
+        if (const auto fault = Device().Enter(Name, Arguments(args...)))
+            return As<R>(*fault);
+        const struct Scope {
+            Entry outer = std::exchange(CurrentEntry(), Name);
+            ~Scope() { CurrentEntry() = outer; }
+        } scope;
+        return Function(args...);
+    }
+};
+
+/// Lists an entry for its table's place.
+template <Entry Name, auto Function>
+void Install(SlotList& list, decltype(&Recorded<Name, Function>::Call)& place) {
+    list.push_back({Name, &place, std::bit_cast<void*>(&Recorded<Name, Function>::Call)});
+}
+
+} // namespace standin

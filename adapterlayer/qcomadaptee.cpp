@@ -1,0 +1,1477 @@
+/// From a camera's creation to its last result, in the order in which a request flows.
+///
+///      host thread                     this library                         vendor's threads
+///      -----------                     ------------                         ----------------
+///      Create ------------------------> read feature map, open operations
+///      SubmitRequestFromRT -----------> find the identity's session
+///                                        | none yet: open, prepare, configure  (registry's mutex)
+///                                        | read its streams                    (mLock)
+///                                        | fill one record per input buffer    (on the stack)
+///                                        ` execute ------------------------> copies what it needs
+///      <------------------- status ----'                                          |
+///                                        count buffers <----------------- result -'
+///      captureResult <-----------------  translate buffers and metadata
+///                                        destroy output metadata
+///      releaseRtBuffers <--------------  all buffers here, no partial to come:
+///      requestComplete <---------------  free the request's records
+///      Flush / Destroy ---------------> close each session, free its records
+///
+/// A result can arrive before the execute call returns. From the call of the execute entry on, the
+/// submitting thread therefore touches neither the request nor anything that it owns.
+
+#include "adapterlayer/qcomadaptee.h"
+
+#include "adapterlayer/oemlog.h"
+#include "platform/maker/hwconfig.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+namespace OemLayer {
+
+// --- Life of the adaptee -------------------------------------------------------------------------
+
+QcomAdaptee::QcomAdaptee(void* pOfflineIntf)
+    : mOfflineMapInfos(GetOfflineMapInfoByConfig()),
+      mpChiOfflineIntfOps(static_cast<ChiOfflineInterface*>(pOfflineIntf)),
+      mpSessionManagers(new SessionManagers(this)) {}
+
+QcomAdaptee* QcomAdaptee::Create(void* pOfflineIntf, unsigned int cameraId) {
+    auto* pAdaptee = new QcomAdaptee(pOfflineIntf);
+    const ChiOfflineInterface* pIntf = pAdaptee->mpChiOfflineIntfOps;
+    if (pIntf != nullptr) {
+        OEM_LOG_INFO("OfflineCameraContext %p, size:%d, name:%s, pOpenSession:%p, "
+                     "pOpenMetadata:%p, pOpenBufferOps:%p",
+                     pIntf, pIntf->size, PrintableText(pIntf->pName), pIntf->pOpenSession,
+                     pIntf->pOpenMetadataOps, pIntf->pOpenBufferOps);
+        pAdaptee->OpenMetadataOps(cameraId);
+        pAdaptee->OpenBufferOps();
+    }
+    pAdaptee->mCameraId = cameraId;
+    return pAdaptee;
+}
+
+void QcomAdaptee::OpenMetadataOps(unsigned int cameraId) {
+    if (mpChiOfflineIntfOps->pOpenMetadataOps == nullptr) {
+        OEM_LOG_ERROR_IN("Create", "mpChiOfflineIntfOps->pOpenMetadataOps is not implemented");
+        return;
+    }
+    ChiMetadataOpsOpenInfo openInfo = {cameraId, 1, 0, 1};
+    mpOfflineMetadataOps = mpChiOfflineIntfOps->pOpenMetadataOps(mpChiOfflineIntfOps, &openInfo);
+    if (mpOfflineMetadataOps == nullptr) {
+        OEM_LOG_ERROR_IN("Create", "Metadata Ops initialization failed");
+    }
+}
+
+void QcomAdaptee::OpenBufferOps() {
+    if (mpChiOfflineIntfOps->pOpenBufferOps == nullptr) {
+        OEM_LOG_ERROR_IN("Create", "mpChiOfflineIntfOps->pOpenBufferOps is not implemented");
+        return;
+    }
+    mpOfflineBufferOps = mpChiOfflineIntfOps->pOpenBufferOps(mpChiOfflineIntfOps);
+    OEM_LOG_INFO_IN("Create", "mpOfflineBufferOps:%p", mpOfflineBufferOps);
+}
+
+void QcomAdaptee::Destroy() {
+    if (mpSessionManagers != nullptr) {
+        mpSessionManagers->Flush();
+        delete mpSessionManagers;
+        mpSessionManagers = nullptr;
+    }
+    if (mpOfflineMetadataOps != nullptr && mpOfflineMetadataOps->pClose != nullptr) {
+        mpOfflineMetadataOps->pClose(mpOfflineMetadataOps);
+        mpOfflineMetadataOps = nullptr;
+    }
+    if (mpOfflineBufferOps != nullptr && mpOfflineBufferOps->pClose != nullptr) {
+        mpOfflineBufferOps->pClose(mpOfflineBufferOps);
+        mpOfflineBufferOps = nullptr;
+    }
+    delete this;
+    OEM_LOG_INFO("Destroy X");
+}
+
+/// Frees none of the records that the maps still point to: those belong to sessions that the vendor
+/// did not close, or that no chain stands for.
+QcomAdaptee::~QcomAdaptee() {
+    // At error level so that the end of a camera shows where only errors are logged.
+    OEM_LOG_ERROR("~QcomAdaptee");
+}
+
+// --- The offline feature map ---------------------------------------------------------------------
+
+namespace {
+
+/// The values of one row as the store hands them out; a value past the row's end counts as absent.
+class RowValues {
+  public:
+    explicit RowValues(uint32_t count) : mTexts(count) {}
+
+    /// Reads the row of `key`. \returns whether the store had it.
+    bool Read(const char* key) {
+        std::fill(mTexts.begin(), mTexts.end(), nullptr);
+        return GetLocaleStringListConfiguration("OemOfflineFeatureInfoMap", "offlineMode", key,
+                                                mTexts.data(),
+                                                static_cast<uint32_t>(mTexts.size())) == 0;
+    }
+
+    const char* Text(size_t index) const {
+        return index < mTexts.size() && mTexts[index] != nullptr ? mTexts[index] : "";
+    }
+
+    /// Leaves `number` alone where the value does not parse.
+    template <typename Number> void Parse(size_t index, const char* format, Number& number) const {
+        std::sscanf(Text(index), format, &number);
+    }
+
+  private:
+    std::vector<const char*> mTexts;
+};
+
+} // namespace
+
+std::vector<OfflineMapInfo> QcomAdaptee::GetOfflineMapInfoByConfig() {
+    std::vector<OfflineMapInfo> rows;
+    const uint32_t keyCount = GetKeyCount("OemOfflineFeatureInfoMap");
+    RowValues values(GetValuesCount("OemOfflineFeatureInfoMap", "offlineMode[0]"));
+    // One row for all keys, on purpose: a number that does not parse keeps the value of the row
+    // before.
+    OfflineMapInfo row;
+    for (uint32_t i = 0; i < keyCount; ++i) {
+        char key[256];
+        std::snprintf(key, sizeof(key), "%u", i);
+        if (!values.Read(key)) {
+            OEM_LOG_ERROR("GetOfflineMapInfoByConfig fail");
+            break;
+        }
+        values.Parse(1, "%x", row.opMode);
+        values.Parse(2, "%x", row.featureFlags);
+        values.Parse(3, "%d", row.featureValue);
+        row.featureName = values.Text(0);
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+OfflineMapInfo QcomAdaptee::FindOfflineInfo(const std::string& featureName) const {
+    for (const OfflineMapInfo& row : mOfflineMapInfos) {
+        if (row.featureName == featureName) {
+            // At error level so that the chosen feature shows where only errors are logged.
+            OEM_LOG_ERROR("find offline info %s success", featureName.c_str());
+            return row;
+        }
+    }
+    OEM_LOG_ERROR("not find offline info");
+    return {};
+}
+
+// --- Submission: a host thread hands over real-time outputs --------------------------------------
+
+/// The streams of a session as one submission sees them.
+struct QcomAdaptee::SessionStreams {
+    ChiStream** ppStreams = nullptr; ///< The inputs, then the output.
+    uint32_t numStreams = 0;         ///< 0 where the session could not be prepared.
+    uint32_t inputsPerSet = 0;       ///< How many of them the submission feeds.
+};
+
+/// One submission under way. It lives on the stack and holds all that the vendor reads only during
+/// the execute call. The heap is left to what outlives the call: the request, its input array, its
+/// output buffer, and a format record for each raw input.
+struct QcomAdaptee::Submission {
+    const OfflineDataWraper& wrapper;
+    RequestPrivData& privData;
+    const SessionStreams& streams;
+    OfflineRequest* pRequest;
+    uint32_t numBuffers = 0; ///< Used records of `buffers`.
+    ChiStreamBuffer buffers[kMaxInputBuffers] = {};
+    ChiOfflineBufferSet sets[kMaxInputSets] = {};
+    ChiOfflineBufferSet output = {};
+    ChiOfflineExecuteRequest execute = {};
+
+    void FillInputSet(uint32_t setIndex);
+    void AddRawInput(uint32_t setIndex, uint32_t streamIndex);
+    void AddYuvInput(uint32_t setIndex, uint32_t streamIndex);
+    static ChiInputFormat* NewInputFormat(const ChiStream& stream);
+    ChiStreamBuffer& NextInputRecord(uint32_t setIndex) const;
+    void AddInput(uint32_t setIndex, ChiStreamBuffer& record, ChiStream* pStream,
+                  void* bufferHandle, ChiBufferManagerHandle pBufferManager);
+};
+
+namespace {
+
+/// The steps of a submission log under its name.
+constexpr const char kSubmit[] = "SubmitRequestFromRT";
+
+} // namespace
+
+uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
+                                          RequestPrivData* pRealtimePrivateData,
+                                          camera3_stream_buffer* pOfflineOutputBuffer,
+                                          OffCamApplicationCallbacks* pCallbacks) {
+    if (pDataWraper == nullptr) {
+        OEM_LOG_ERROR("Invalid input parameters, pDataWraper is NULL");
+        return kStatusInvalid;
+    }
+    pDataWraper->pRealtimePrivateData = pRealtimePrivateData;
+    pDataWraper->pOfflineOutputBuffer = pOfflineOutputBuffer;
+    pDataWraper->mpOffCamAppCbs = pCallbacks;
+    InitParam(pDataWraper);
+    OEM_LOG_INFO("pChiMetadataHandles: %p, pRDIBufferHandles: %p pRDIBufferStream: %p "
+                 "pRealtimePrivateData: %p,pOfflineOutputBuffer: %p "
+                 "m_pRealtimeSessionParameters: %p mpOffCamAppCbs %p",
+                 pDataWraper->pChiMetadataHandles, pDataWraper->pRDIBufferHandles,
+                 pDataWraper->pRDIBufferStream, pRealtimePrivateData, pOfflineOutputBuffer,
+                 pDataWraper->m_pRealtimeSessionParameters, HostCallbacks());
+    if (pDataWraper->numBuffers > kMaxInputSets) {
+        OEM_LOG_ERROR("Invalid input parameters, %u input sets, at most %u",
+                      pDataWraper->numBuffers, kMaxInputSets);
+        return kStatusInvalid;
+    }
+    ChiStreamBuffer* pOutputBuffer = NewOutputBuffer(pOfflineOutputBuffer);
+    const std::vector<camera3_stream*> noStreams;
+    const uint64_t sessHdl = mpSessionManagers->GetSessHandle(
+        mCameraId, pDataWraper->identity,
+        pRealtimePrivateData != nullptr ? pRealtimePrivateData->inputStreams : noStreams,
+        pDataWraper->registryWord);
+    if (pRealtimePrivateData == nullptr) {
+        // Only here: the session is made for such a request too, and the output buffer stays
+        // allocated. Both on purpose.
+        OEM_LOG_ERROR("Invalid input parameters, pRealtimePrivateData is NULL");
+        return kStatusInvalid; // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): see above
+    }
+    // Handle 0 is never executed, even while the record of a failed opening is filed under it.
+    PrivateSessionInfo* pSession = sessHdl != 0 ? FindSessionInfo(sessHdl) : nullptr;
+    if (pSession == nullptr) {
+        OEM_LOG_ERROR("Invalid session handle or NULL session info in mSessInfoMap");
+        delete pOutputBuffer;
+        return kStatusInvalid;
+    }
+    return SubmitToSession(sessHdl, *pSession, *pDataWraper, *pRealtimePrivateData, pOutputBuffer);
+}
+
+void QcomAdaptee::InitParam(const OfflineDataWraper* pDataWraper) {
+    // One word of the wrapper is both the context and the camera's static information.
+    StoreRelaxed(mWrapperContext, pDataWraper->wrapperContext);
+    StoreRelease(mpCameraInfo, reinterpret_cast<camera_info*>(pDataWraper->wrapperContext));
+    StoreRelaxed(mWrapperWord, pDataWraper->wrapperWord);
+    StoreRelease(mpCamera3CbOps, pDataWraper->pCamera3CbOps);
+    StoreRelease(mpConfigurationSessionParameters, pDataWraper->m_pRealtimeSessionParameters);
+    StoreRelease(mpOffCamAppCbs, pDataWraper->mpOffCamAppCbs);
+}
+
+/// The request's output buffer, translated from the framework's. Without one, or without the
+/// vendor's translation, it is submitted empty. A translation that fails is not looked at.
+ChiStreamBuffer* QcomAdaptee::NewOutputBuffer(const camera3_stream_buffer* pOfflineOutputBuffer) {
+    auto* pOutputBuffer = new ChiStreamBuffer{};
+    if (pOfflineOutputBuffer == nullptr) {
+        OEM_LOG_ERROR_IN(kSubmit, "pOfflineOutputBuffer is NULL");
+    } else if (mpChiOfflineIntfOps != nullptr &&
+               mpChiOfflineIntfOps->pTranslateToChiBuffer != nullptr) {
+        mpChiOfflineIntfOps->pTranslateToChiBuffer(pOfflineOutputBuffer, pOutputBuffer);
+    }
+    return pOutputBuffer;
+}
+
+// --- Session registry: the session of an identity is found or made -------------------------------
+
+SessionManagers::SessionManagers(QcomAdaptee* pAdaptee) : m_pAdaptee(pAdaptee) {}
+
+uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
+                                        const OfflineSessionIdentitys& identity,
+                                        const std::vector<camera3_stream*>& pInStreams,
+                                        unsigned int registryWord) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    OEM_LOG_INFO("pOutStream %p cameraId %d featureName %s", identity.pOutStream, identity.cameraId,
+                 identity.featureName.c_str());
+    if (identity.pOutStream == nullptr) {
+        OEM_LOG_ERROR("pOutStream is null!!!");
+        return 0;
+    }
+    auto sessions = m_pStream2SuppSessMap.find(identity.pOutStream);
+    if (sessions == m_pStream2SuppSessMap.end()) {
+        GenerateOfflineSessions(cameraId, identity, pInStreams, registryWord);
+        sessions = m_pStream2SuppSessMap.find(identity.pOutStream);
+    }
+    if (sessions == m_pStream2SuppSessMap.end()) {
+        OEM_LOG_ERROR("Failed to find pOutStream in m_pStream2SuppSessMap");
+        return 0;
+    }
+    const SessionObjects* pSession = FindChain(sessions->second, identity);
+    if (pSession == nullptr) {
+        // Also right after a generation that failed: a new stream gets a second try in the same
+        // call.
+        GenerateOfflineSessions(cameraId, identity, pInStreams, registryWord);
+        sessions = m_pStream2SuppSessMap.find(identity.pOutStream);
+        if (sessions == m_pStream2SuppSessMap.end()) {
+            OEM_LOG_ERROR("Failed to generate offline sessions and update the map");
+            return 0;
+        }
+        pSession = FindChain(sessions->second, identity);
+    }
+    if (pSession == nullptr) {
+        OEM_LOG_ERROR("Cannot match any session!!!");
+        return 0;
+    }
+    // A chain whose opening failed while its configuration reported success matches with handle 0.
+    OEM_LOG_INFO("Session handle %ld matched.", pSession->GetSessionHandle());
+    return pSession->GetSessionHandle();
+}
+
+/// The list is walked where it stands: the caller's lock keeps it as it is.
+const SessionObjects* SessionManagers::FindChain(const SessionList& sessions,
+                                                 const OfflineSessionIdentitys& identity) const {
+    for (const SessionObjects* pSession : sessions) {
+        if (pSession != nullptr && pSession->GetIdentity() == identity) {
+            return pSession;
+        }
+    }
+    return nullptr;
+}
+
+/// Makes a chain for `identity` behind the chains that its stream has already. The camera is the
+/// identity's: `cameraId` and `registryWord` are not used, on purpose.
+uint32_t SessionManagers::GenerateOfflineSessions(unsigned int /*cameraId*/,
+                                                  const OfflineSessionIdentitys& identity,
+                                                  const std::vector<camera3_stream*>& pInStreams,
+                                                  unsigned int /*registryWord*/) {
+    camera3_stream* pOutStream = identity.pOutStream;
+    if (pOutStream->stream_type == CAMERA3_STREAM_INPUT || pOutStream->width == 0 ||
+        pOutStream->height == 0) {
+        return kStatusOk;
+    }
+    OEM_LOG_INFO("Generate offline session for pStream(%p) size (%d x %d) Started...", pOutStream,
+                 pOutStream->width, pOutStream->height);
+    SessionList sessions;
+    const auto existing = m_pStream2SuppSessMap.find(pOutStream);
+    if (existing != m_pStream2SuppSessMap.end()) {
+        sessions.swap(existing->second);
+        m_pStream2SuppSessMap.erase(existing);
+    }
+    uint32_t status = kStatusOk;
+    auto* pSession = new SessionObjects(identity);
+    if (pInStreams.empty()) {
+        status = DropChain(pSession);
+    } else {
+        AppendChain(identity, pInStreams, pSession, sessions);
+    }
+    // The list is stored also when it is empty: the stream is then known to have failed.
+    m_pStream2SuppSessMap.emplace(pOutStream, std::move(sessions));
+    OEM_LOG_INFO("Generate offline session for pStream(%p) size (%d x %d) End...", pOutStream,
+                 pOutStream->width, pOutStream->height);
+    LogSessions();
+    return status;
+}
+
+/// Gives a chain up that has no inputs to be made for.
+uint32_t SessionManagers::DropChain(SessionObjects* pSession) {
+    uint32_t status = kStatusOk;
+    if (pSession->GetSessionHandle() != 0) {
+        status = m_pAdaptee->CloseOfflineSessions(pSession->GetSessionHandle());
+    }
+    delete pSession;
+    return status;
+}
+
+/// Opens and configures a chain and appends it to `sessions`. A chain that fails is neither closed
+/// nor deleted: its session, if it has one, stays registered with the adaptee, on purpose.
+void SessionManagers::AppendChain(const OfflineSessionIdentitys& identity,
+                                  const std::vector<camera3_stream*>& pInStreams,
+                                  SessionObjects* pSession, SessionList& sessions) {
+    constexpr const char kOperation[] = "GenerateOfflineSessions";
+    const camera3_stream* pOutStream = identity.pOutStream;
+    const camera3_stream* pFirstInput = pInStreams.front();
+    OEM_LOG_INFO_IN(kOperation,
+                    "Generate offline session for feature %s outputStream:%p phyCameraId:%d "
+                    "size (%d x %d) pInputStreams[1/%lu] %p size (%d x %d) start",
+                    pSession->GetIdentity().featureName.c_str(), pOutStream, identity.cameraId,
+                    pOutStream->width, pOutStream->height, pInStreams.size(), pFirstInput,
+                    pFirstInput->width, pFirstInput->height);
+    if (GenerateOfflineSession(identity.cameraId, identity.pOutStream, pInStreams, pSession) !=
+        kStatusOk) {
+        return;
+    }
+    OEM_LOG_INFO_IN(kOperation,
+                    "Generate offline session for feature %s outputStream:%p phyCameraId:%d "
+                    "size (%d x %d) end",
+                    pSession->GetIdentity().featureName.c_str(), pOutStream, identity.cameraId,
+                    pOutStream->width, pOutStream->height);
+    sessions.push_back(pSession);
+}
+
+/// The configuration's status counts alone: an opening that failed is a failure only where
+/// configuring handle 0 fails too, that is, where the vendor has no configure entry.
+uint32_t SessionManagers::GenerateOfflineSession(unsigned int cameraId, camera3_stream* pOutStream,
+                                                 const std::vector<camera3_stream*>& pInStreams,
+                                                 SessionObjects* pSession) {
+    pSession->GenerateOfflineSession(cameraId, m_pAdaptee, pOutStream);
+    return pSession->Initialize(m_pAdaptee, pInStreams,
+                                m_pAdaptee->GetConfigurationSessionParameters());
+}
+
+void SessionManagers::LogSessions() const {
+    for (const auto& [pStream, sessions] : m_pStream2SuppSessMap) {
+        int index = 0;
+        for (const SessionObjects* pSession : sessions) {
+            ++index;
+            OEM_LOG_INFO_IN("GenerateOfflineSessions",
+                            "Supported session[%d/%lu]: handle %ld cameraId %d feature %s for "
+                            "outputStream %p",
+                            index, sessions.size(), pSession->GetSessionHandle(),
+                            pSession->GetIdentity().cameraId,
+                            pSession->GetIdentity().featureName.c_str(), pStream);
+        }
+    }
+}
+
+// --- Session chain: one session is opened and configured -----------------------------------------
+
+SessionObjects::SessionObjects(OfflineSessionIdentitys identity)
+    : m_identity(std::move(identity)) {}
+
+uint32_t SessionObjects::GenerateOfflineSession(unsigned int cameraId, QcomAdaptee* pAdaptee,
+                                                camera3_stream* pStream) {
+    m_identity.cameraId = cameraId;
+    m_identity.pOutStream = pStream;
+    m_Sesshdle = static_cast<uint64_t>(pAdaptee->OpenOfflineSession(
+        std::to_string(cameraId), m_identity, pAdaptee->GetCameraInfo()));
+    return m_Sesshdle != 0 ? kStatusOk : kStatusFailure;
+}
+
+uint32_t SessionObjects::Initialize(QcomAdaptee* pAdaptee,
+                                    const std::vector<camera3_stream*>& pInStreams,
+                                    const camera_metadata* pConfiguration) {
+    if (pAdaptee == nullptr) {
+        OEM_LOG_ERROR("Offline camera device is null!!!");
+    }
+    if (pInStreams.empty()) {
+        OEM_LOG_ERROR("Input stream size is 0!!!");
+    }
+    if (pConfiguration == nullptr) {
+        OEM_LOG_ERROR("Configuration is null!!!");
+    }
+    OEM_LOG_INFO("Prepare config offline m_Sesshdle %ld pOutStream %p pInStreams size %zu "
+                 "pConfiguration %p",
+                 m_Sesshdle, m_identity.pOutStream, pInStreams.size(), pConfiguration);
+    if (pAdaptee == nullptr) {
+        OEM_LOG_INFO("Offline camera device is null, not configured offline m_Sesshdle ");
+        return kStatusOk;
+    }
+    // A preparation that failed is not looked at: the vendor then gets a session without streams.
+    pAdaptee->PrepareOfflineConfig(static_cast<unsigned int>(pInStreams.size()), pInStreams.data(),
+                                   m_identity.pOutStream, m_Sesshdle, pConfiguration);
+    return pAdaptee->ConfigStreams(m_Sesshdle);
+}
+
+// --- Opening a session ---------------------------------------------------------------------------
+
+long QcomAdaptee::OpenOfflineSession(const std::string& cameraText,
+                                     const OfflineSessionIdentitys& identity,
+                                     camera_info* pCameraInfo) {
+    const std::string& featureName = identity.featureName;
+    const uint32_t opMode = FindOfflineInfo(featureName).opMode;
+    const long sessHdl = DoOpenOfflineSession(cameraText, featureName, pCameraInfo, 0);
+    if (CanOpenSessions()) {
+        // Before the handle is tested: the record of a failed opening is completed under key 0.
+        InitSessInfo(static_cast<unsigned long>(sessHdl), opMode,
+                     std::to_string(reinterpret_cast<uintptr_t>(identity.pOutStream)), featureName,
+                     pCameraInfo);
+    }
+    if (sessHdl == 0) {
+        OEM_LOG_ERROR("[oemlayer_stream] Unable to open session for %s for stream:%p",
+                      featureName.c_str(), identity.pOutStream);
+        return 0;
+    }
+    if (!mRtLinkSessHdlMap.emplace(identity, static_cast<uint64_t>(sessHdl)).second) {
+        // The new session stays open and filed; only the identity keeps its earlier one.
+        OEM_LOG_WARN("identity{%d, %p} already exist in  mRtLinkSessHdlMap,", identity.cameraId,
+                     identity.pOutStream);
+        return 0;
+    }
+    OEM_LOG_INFO("[oemlayer_stream] offline session %s for cameraId:%d stream:%p sessHdl:%li",
+                 featureName.c_str(), identity.cameraId, identity.pOutStream, sessHdl);
+    return sessHdl;
+}
+
+bool QcomAdaptee::CanOpenSessions() const {
+    return mpChiOfflineIntfOps != nullptr && mpChiOfflineIntfOps->pOpenSession != nullptr;
+}
+
+long QcomAdaptee::DoOpenOfflineSession(const std::string& cameraText,
+                                       const std::string& featureName, camera_info* pCameraInfo,
+                                       unsigned long sharedSessionHdl) {
+    PrivateSessionInfo* pInfo = NewSessionInfo(cameraText, featureName, pCameraInfo);
+    OEM_LOG_INFO("Shared session handle: %li", sharedSessionHdl);
+    pInfo->pCreateInfo->sharedSessionHandle = sharedSessionHdl;
+    if (!CanOpenSessions()) {
+        FreeSessionInfo(pInfo); // Nobody has seen it.
+        return 0;
+    }
+    const uint64_t sessHdl =
+        mpChiOfflineIntfOps->pOpenSession(mpChiOfflineIntfOps, pInfo->pCreateInfo);
+    OEM_LOG_INFO("Opened new session, sessionHdl: %li", sessHdl);
+    pInfo->cameraName = cameraText;
+    pInfo->pConfigInfo = new ChiOfflineSessionConfigInfo{};
+    FileSessionInfo(sessHdl, pInfo);
+    return static_cast<long>(sessHdl);
+}
+
+QcomAdaptee::PrivateSessionInfo* QcomAdaptee::NewSessionInfo(const std::string& cameraText,
+                                                             const std::string& featureName,
+                                                             camera_info* pCameraInfo) {
+    auto* pInfo = new PrivateSessionInfo;
+    pInfo->sessionName = "session_of_camera_" + cameraText;
+    pInfo->vendorSessionName = pInfo->sessionName;
+    pInfo->featureName = featureName;
+    pInfo->pCameraInfo = pCameraInfo;
+    pInfo->pAdaptee = this;
+    auto* pCallbacks = new ChiOfflineSessionCallbacks{
+        .ProcessCaptureResultCb = ProcessCaptureResultCb,
+        .ProcessNotifyCb = ProcessNotifyCb,
+        .GetFrameworkBuffers = GetFrameworkBuffers,
+        .reserved24 = nullptr,
+        .pPrivateCallbackData = pInfo,
+    };
+    pInfo->pCreateInfo = new ChiOfflineSessionCreateInfo{
+        .pSessionName = pInfo->vendorSessionName.c_str(),
+        .sharedSessionHandle = 0,
+        .pCallbacks = pCallbacks,
+    };
+    return pInfo;
+}
+
+/// Files a session's record under its handle, whatever the handle is. Openings that failed share
+/// key 0, where a record replaces the one before, which no session stands for.
+void QcomAdaptee::FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) {
+    PrivateSessionInfo* pReplaced = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(mSessInfoLock);
+        pReplaced = std::exchange(mSessInfoMap[sessHdl], pInfo);
+    }
+    if (pReplaced != nullptr && sessHdl == 0) {
+        FreeSessionInfo(pReplaced);
+    }
+}
+
+/// The record of a session, null where the handle is not known.
+QcomAdaptee::PrivateSessionInfo* QcomAdaptee::FindSessionInfo(uint64_t sessHdl) {
+    const std::lock_guard<std::mutex> lock(mSessInfoLock);
+    const auto entry = mSessInfoMap.find(sessHdl);
+    return entry != mSessInfoMap.end() ? entry->second : nullptr;
+}
+
+void QcomAdaptee::InitSessInfo(unsigned long sessHdl, unsigned int opMode,
+                               const std::string& /*streamText*/, const std::string& featureName,
+                               camera_info* /*pCameraInfo*/) {
+    PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
+    if (pInfo == nullptr) {
+        return;
+    }
+    // Two look-ups, and each logs: one opening has three such lines.
+    pInfo->featureFlags = FindOfflineInfo(featureName).featureFlags;
+    pInfo->featureValue = FindOfflineInfo(featureName).featureValue;
+    pInfo->opMode = opMode;
+    pInfo->sessionName = featureName;
+    pInfo->featureName = featureName;
+}
+
+// --- Configuring a session's streams -------------------------------------------------------------
+
+namespace {
+
+ChiStream MakeInputStream(const camera3_stream& halStream) {
+    ChiStream stream = {};
+    stream.streamType = static_cast<uint32_t>(halStream.stream_type);
+    stream.width = halStream.width;
+    stream.height = halStream.height;
+    stream.format = static_cast<uint32_t>(halStream.format);
+    stream.usage = halStream.usage;
+    stream.maxBuffers = halStream.max_buffers;
+    stream.dataSpace = static_cast<uint32_t>(halStream.data_space);
+    stream.rotation = static_cast<uint32_t>(halStream.rotation);
+    stream.physicalCameraId = halStream.physical_camera_id;
+    stream.reserved48 = halStream.reserved48;
+    stream.reserved52 = halStream.reserved52;
+    stream.reserved56 = halStream.reserved56;
+    stream.reserved64 = halStream.reserved64;
+    stream.reservedText136 = "";
+    return stream;
+}
+
+/// Marks a stream as part of a session's list.
+void MarkListed(ChiStream* pStream) {
+    pStream->reserved148 = 0;
+    pStream->reserved152 = -1;
+}
+
+/// The framework's output stream as the vendor's record: the host allocates its streams as both.
+ChiStream* AsChiStream(camera3_stream* pStream) { return reinterpret_cast<ChiStream*>(pStream); }
+
+} // namespace
+
+uint32_t QcomAdaptee::PrepareOfflineConfig(unsigned int numInStreams,
+                                           camera3_stream* const* ppInStreams,
+                                           camera3_stream* pOutStream, unsigned long sessHdl,
+                                           const camera_metadata* pSessionParams) {
+    if (sessHdl == 0) {
+        return kStatusOk;
+    }
+    PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
+    if (pInfo == nullptr) {
+        return kStatusFailure;
+    }
+    OEM_LOG_INFO("[oemlayer_stream] Preparing streams for %s numInStreams %d",
+                 pInfo->featureName.c_str(), numInStreams);
+    pInfo->totalResult = 1;
+    auto** ppStreams = new (std::nothrow) ChiStream*[numInStreams];
+    if (ppStreams == nullptr) {
+        OEM_LOG_ERROR("Unable to initialize ppChiStreams");
+        return kStatusNoMemory;
+    }
+    auto* pStreams = new ChiStream[numInStreams];
+    for (unsigned int i = 0; i < numInStreams; ++i) {
+        AddSessionStream(sessHdl, ppInStreams[i], &pStreams[i]);
+        ppStreams[i] = &pStreams[i];
+    }
+    const uint32_t status = DoPrepareOfflineConfig(numInStreams, ppStreams, pOutStream,
+                                                   pInfo->pConfigInfo, sessHdl, pSessionParams);
+    // Also after a failure: closing the session frees them.
+    mSessChiStreamsMap[sessHdl] = ppStreams;
+    mSessChiStreamMap[sessHdl] = pStreams;
+    if (status != kStatusOk) {
+        OEM_LOG_ERROR("[oemlayer_stream] Unable to prepare configure session for %s for camera %s",
+                      pInfo->featureName.c_str(), pInfo->cameraName.c_str());
+    }
+    return status;
+}
+
+/// Makes a session's input stream from the framework's and keeps its private data.
+void QcomAdaptee::AddSessionStream(uint64_t sessHdl, camera3_stream* pHalStream,
+                                   ChiStream* pStream) {
+    auto* pPrivate = new StreamPrivateInfo{0, pHalStream};
+    mSessStreamPrivMap[sessHdl].push_back(pPrivate);
+    *pStream = MakeInputStream(*pHalStream);
+    pStream->pPrivateInfo = pPrivate;
+    OEM_LOG_INFO_IN("PrepareOfflineConfig",
+                    "[oemlayer_stream] Convert offline input streamIndex: pHalStream:%p to "
+                    "pChiStream:%p, type:%d, format:%d size(%d, %d)",
+                    pHalStream, pStream, pStream->streamType, pStream->format, pStream->width,
+                    pStream->height);
+}
+
+uint32_t QcomAdaptee::DoPrepareOfflineConfig(unsigned int numInStreams, ChiStream** ppInStreams,
+                                             camera3_stream* pOutStream,
+                                             ChiOfflineSessionConfigInfo* pConfig,
+                                             unsigned long sessHdl,
+                                             const camera_metadata* pSessionParams) {
+    const PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
+    if (pInfo == nullptr) {
+        return kStatusFailure;
+    }
+    pConfig->numStreams = numInStreams + pInfo->totalResult;
+    pConfig->pCameraText = pInfo->cameraName.c_str();
+    pConfig->pSessionSettings = CreateSessionSettings(pSessionParams);
+    pConfig->opMode = pInfo->opMode;
+    auto** ppList = new (std::nothrow) ChiStream*[pConfig->numStreams];
+    if (ppList == nullptr) {
+        OEM_LOG_ERROR("[oemlayer_stream] Unable to initialize ppChiStreams");
+        return kStatusNoMemory;
+    }
+    const unsigned int numInputs = ListInputStreams(numInStreams, ppInStreams, *pInfo, ppList);
+    if (numInputs != numInStreams) {
+        OEM_LOG_ERROR(
+            "[oemlayer_stream] Incorrect number of input streams. Expected: %d Actual: %d",
+            numInStreams, numInputs);
+        delete[] ppList;
+        return kStatusFailure;
+    }
+    const unsigned int numStreams = ListOutputStream(pOutStream, *pInfo, numInputs, ppList);
+    if (numStreams != pConfig->numStreams) {
+        OEM_LOG_ERROR(
+            "[oemlayer_stream] Incorrect number of total streams. Expected: %d Actual: %d",
+            pConfig->numStreams, numStreams);
+        delete[] ppList;
+        return kStatusFailure;
+    }
+    pConfig->ppChiStreams = ppList;
+    return kStatusOk;
+}
+
+/// The session parameters as a vendor object, null where the vendor makes none.
+ChiMetadataHandle QcomAdaptee::CreateSessionSettings(const camera_metadata* pSessionParams) {
+    ChiMetadataHandle settings = nullptr;
+    if (mpOfflineMetadataOps != nullptr && mpOfflineMetadataOps->pCreateFromAndroid != nullptr) {
+        settings = mpOfflineMetadataOps->pCreateFromAndroid(mpOfflineMetadataOps, pSessionParams, 0,
+                                                            0, 0xFFFFFFFF);
+    }
+    OEM_LOG_INFO_IN("DoPrepareOfflineConfig", "create chimeta: %p ", settings);
+    return settings;
+}
+
+/// Lists the inputs that are outputs of the real-time session, and turns them into inputs of this
+/// one. \returns how many were listed.
+unsigned int QcomAdaptee::ListInputStreams(unsigned int numInStreams, ChiStream** ppInStreams,
+                                           const PrivateSessionInfo& info, ChiStream** ppList) {
+    constexpr const char kOperation[] = "DoPrepareOfflineConfig";
+    unsigned int listed = 0;
+    for (unsigned int i = 0; i < numInStreams; ++i) {
+        ChiStream* pStream = ppInStreams[i];
+        if (pStream->streamType != ChiStreamTypeOutput) {
+            OEM_LOG_INFO_IN(kOperation, "[oemlayer_stream] Skipping stream since it is not output "
+                                        "stream of parent session");
+            continue;
+        }
+        OEM_LOG_INFO_IN(kOperation,
+                        "[oemlayer_stream] Configuring offline input stream:%p format: %d, "
+                        "size(%d, %d) at Index:%d/%d",
+                        pStream, pStream->format, pStream->width, pStream->height, listed,
+                        numInStreams);
+        ppList[listed] = pStream;
+        pStream->streamType = ChiStreamTypeInput;
+        MarkListed(pStream);
+        // Asked for its error line on a format without counterpart; the vendor's record has no
+        // place for the buffer format itself.
+        MapChiStreamFormatToChiBufferFormat(static_cast<ChiStreamFormat>(pStream->format));
+        OEM_LOG_INFO_IN(kOperation,
+                        "[oemlayer_stream] Buffer format for input stream Id %d for session %s",
+                        listed, info.featureName.c_str());
+        ++listed;
+    }
+    return listed;
+}
+
+/// Lists the output behind `numInputs` inputs, once for each result of a request.
+/// \returns the length of the list.
+unsigned int QcomAdaptee::ListOutputStream(camera3_stream* pOutStream,
+                                           const PrivateSessionInfo& info, unsigned int numInputs,
+                                           ChiStream** ppList) {
+    ChiStream* pStream = AsChiStream(pOutStream);
+    for (uint32_t j = 0; j < info.totalResult; ++j) {
+        ppList[numInputs + j] = pStream;
+        OEM_LOG_INFO_IN("DoPrepareOfflineConfig",
+                        "[oemlayer_stream] Configuring offline output stream:%p format:%d, "
+                        "size(%d, %d) at Index:%d/%d",
+                        pStream, pStream->format, pStream->width, pStream->height, j,
+                        info.totalResult);
+        MarkListed(pStream);
+    }
+    return numInputs + info.totalResult;
+}
+
+ChiBufferFormat QcomAdaptee::MapChiStreamFormatToChiBufferFormat(ChiStreamFormat format) {
+    switch (format) {
+    case ChiStreamFormatRaw16:
+        return ChiFormatRaw16;
+    case ChiStreamFormatBlob:
+        return ChiFormatBlob;
+    case ChiStreamFormatYCbCr420_888:
+        return ChiFormatYUV420NV12;
+    case ChiStreamFormatRaw10:
+        return ChiFormatRaw10;
+    case ChiStreamFormatRaw12:
+        return ChiFormatRaw12;
+    default:
+        OEM_LOG_ERROR("Unsurport streamFormat:%d return ChiFormatYUV420NV12 by default", format);
+        return ChiFormatYUV420NV12;
+    }
+}
+
+uint32_t QcomAdaptee::ConfigStreams(unsigned long sessHdl) {
+    if (mpChiOfflineIntfOps == nullptr || mpChiOfflineIntfOps->pConfigureStreams == nullptr) {
+        return kStatusFailure;
+    }
+    if (sessHdl == 0) {
+        return kStatusOk;
+    }
+    const PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
+    if (pInfo == nullptr) {
+        return kStatusFailure;
+    }
+    ChiOfflineSessionConfigInfo* pConfig = pInfo->pConfigInfo;
+    OEM_LOG_INFO("[oemlayer_stream] configure camera %s with ppChiStreams: %p",
+                 PrintableText(pConfig->pCameraText), pConfig->ppChiStreams);
+    const int32_t result = mpChiOfflineIntfOps->pConfigureStreams(sessHdl, pConfig);
+    if (result == 0 && pConfig->pSessionSettings != nullptr) {
+        OEM_LOG_INFO("destroy chimeta: %p", pConfig->pSessionSettings);
+        DestroyMetadata(pConfig->pSessionSettings);
+        pConfig->pSessionSettings = nullptr;
+    }
+    if (result != 0) {
+        // The settings are kept until the session is closed.
+        OEM_LOG_ERROR("[oemlayer_stream] Configure Streams failed for usecase: %s for camera: %s "
+                      "with opmode: %d",
+                      pInfo->featureName.c_str(), pInfo->cameraName.c_str(), pInfo->opMode);
+    }
+    return static_cast<uint32_t>(result);
+}
+
+void QcomAdaptee::DestroyMetadata(ChiMetadataHandle metadata) {
+    if (mpOfflineMetadataOps != nullptr && mpOfflineMetadataOps->pDestroy != nullptr) {
+        mpOfflineMetadataOps->pDestroy(metadata);
+    }
+}
+
+// --- Submission, continued: the request is built and executed ------------------------------------
+
+uint32_t QcomAdaptee::SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& session,
+                                      const OfflineDataWraper& wrapper, RequestPrivData& privData,
+                                      ChiStreamBuffer* pOutputBuffer) {
+    StoreRelaxed(session.offlineFrameNumber, -1);
+    const SessionStreams streams = ReadSessionStreams(session, wrapper);
+    if (uint64_t{streams.inputsPerSet} * wrapper.numBuffers > kMaxInputBuffers) {
+        OEM_LOG_ERROR_IN(kSubmit,
+                         "Invalid input parameters, %u input sets of %u buffers, at most %u",
+                         wrapper.numBuffers, streams.inputsPerSet, kMaxInputBuffers);
+        delete pOutputBuffer;
+        return kStatusInvalid;
+    }
+    Submission submission{wrapper, privData, streams,
+                          NewOfflineRequest(wrapper, streams, privData, pOutputBuffer)};
+    privData.rtFrameNumber = wrapper.rtFrameNumber;
+    for (uint32_t i = 0; i < wrapper.numBuffers; ++i) {
+        submission.FillInputSet(i);
+    }
+    CreateOutputMetadata(submission);
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the request is the vendor's now
+    return ExecuteRequest(sessHdl, session, submission);
+}
+
+namespace {
+
+bool IsInputStream(const ChiStream& stream) {
+    return LoadRelaxed(stream.streamType) == ChiStreamTypeInput;
+}
+
+bool IsRawFormat(uint32_t format) {
+    return format == ChiStreamFormatRaw10 || format == ChiStreamFormatRaw16;
+}
+
+bool IsFedYuvFormat(uint32_t format, const OfflineDataWraper& wrapper) {
+    return format == ChiStreamFormatYCbCr420_888 && wrapper.yuvInput == 1;
+}
+
+} // namespace
+
+/// The session's configured streams. One that could not be prepared has none, whatever its count
+/// says.
+QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSessionInfo& session,
+                                                            const OfflineDataWraper& wrapper) {
+    SessionStreams streams;
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        if (session.pConfigInfo->ppChiStreams != nullptr) {
+            streams.ppStreams = session.pConfigInfo->ppChiStreams;
+            streams.numStreams = session.pConfigInfo->numStreams;
+        }
+    }
+    for (uint32_t j = 0; j < streams.numStreams; ++j) {
+        const ChiStream& stream = *streams.ppStreams[j];
+        const bool fed = IsRawFormat(stream.format) || IsFedYuvFormat(stream.format, wrapper);
+        streams.inputsPerSet += IsInputStream(stream) && fed ? 1 : 0;
+    }
+    return streams;
+}
+
+QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(const OfflineDataWraper& wrapper,
+                                                            const SessionStreams& streams,
+                                                            RequestPrivData& privData,
+                                                            ChiStreamBuffer* pOutputBuffer) {
+    auto* pRequest = new OfflineRequest{};
+    pRequest->inputCapacity = std::max(2 * wrapper.numBuffers, streams.inputsPerSet);
+    pRequest->pInputBuffers = new ChiStreamBuffer[pRequest->inputCapacity]();
+    pRequest->pRtPrivData = &privData;
+    pRequest->pAdaptee = this;
+    pRequest->pMetadataOps = mpOfflineMetadataOps;
+    pRequest->pOutputBuffer = pOutputBuffer;
+    pRequest->pTotalCounter = &mTotalCounter;
+    return pRequest;
+}
+
+/// Feeds one set of real-time outputs to the session's input streams.
+void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
+    ChiOfflineBufferSet& set = sets[setIndex];
+    set.pMetadata = wrapper.pChiMetadataHandles[setIndex];
+    pRequest->pRtMetadata = set.pMetadata;
+    pRequest->pInputMetadata = set.pMetadata;
+    OEM_LOG_INFO_IN(kSubmit,
+                    "rtFrameNumber:%d, bufferIndex:%d/%d, offline inputmeta:%p outputmeta:%p "
+                    "pBufferManager %p",
+                    wrapper.rtFrameNumber, setIndex, wrapper.numBuffers, pRequest->pInputMetadata,
+                    pRequest->pOutputMetadata, privData.pBufferManager);
+    for (uint32_t j = 0; j < streams.numStreams; ++j) {
+        const ChiStream& stream = *streams.ppStreams[j];
+        OEM_LOG_INFO_IN(kSubmit, "streamId:%u/%u, stream %p, streamType:%d format:%d size:(%d, %d)",
+                        j, streams.numStreams, &stream, LoadRelaxed(stream.streamType),
+                        stream.format, stream.width, stream.height);
+        // A stream that became an input after the inputs were counted is left out.
+        if (!IsInputStream(stream) || set.numBuffers == streams.inputsPerSet) {
+            continue;
+        }
+        if (IsRawFormat(stream.format)) {
+            AddRawInput(setIndex, j);
+        }
+        if (IsFedYuvFormat(stream.format, wrapper)) {
+            AddYuvInput(setIndex, j);
+        }
+    }
+    // The set's own count times its index, not the running number of buffers, on purpose: right
+    // where all sets have the same number of inputs.
+    set.pBuffers = &buffers[size_t{set.numBuffers} * setIndex];
+}
+
+void QcomAdaptee::Submission::AddRawInput(uint32_t setIndex, uint32_t streamIndex) {
+    ChiStream* pStream = streams.ppStreams[streamIndex];
+    ChiBufferManagerHandle pBufferManager = privData.pBufferManager;
+    uint32_t handleIndex = setIndex;
+    if (wrapper.dualRdi == 1 && streamIndex % 2 == 1) {
+        // Even streams keep index i, so that streams of different sets share handles; on purpose.
+        pBufferManager = privData.pSecondRawBufferManager;
+        handleIndex = 2 * setIndex + 1;
+    }
+    ChiInputFormat* pFormat = NewInputFormat(*pStream);
+    ChiStreamBuffer& record = NextInputRecord(setIndex);
+    record.pInputFormat = pFormat;
+    AddInput(setIndex, record, pStream, wrapper.RdiBufferHandle(handleIndex), pBufferManager);
+}
+
+void QcomAdaptee::Submission::AddYuvInput(uint32_t setIndex, uint32_t streamIndex) {
+    AddInput(setIndex, NextInputRecord(setIndex), streams.ppStreams[streamIndex],
+             wrapper.yuvBufferHandles[setIndex], privData.pYuvBufferManager);
+}
+
+/// Freed by the completion as far as the request's input array still refers to it.
+ChiInputFormat* QcomAdaptee::Submission::NewInputFormat(const ChiStream& stream) {
+    auto* pFormat = new ChiInputFormat{};
+    pFormat->cfaPattern = stream.cfaPattern;
+    pFormat->bufferFormat = stream.format == ChiStreamFormatRaw10 ? ChiFormatRaw10 : ChiFormatRaw16;
+    OEM_LOG_INFO_IN(kSubmit, "Input Stream Buffer Format Info, cfaPattern: %d buffer format: %d",
+                    pFormat->cfaPattern, pFormat->bufferFormat);
+    return pFormat;
+}
+
+/// The request's record for the next input of the set. The index restarts with every set, so that a
+/// set overwrites the records of the one before, and of a burst's format records only the last
+/// set's can be freed by the completion. On purpose.
+ChiStreamBuffer& QcomAdaptee::Submission::NextInputRecord(uint32_t setIndex) const {
+    return pRequest->pInputBuffers[sets[setIndex].numBuffers];
+}
+
+void QcomAdaptee::Submission::AddInput(uint32_t setIndex, ChiStreamBuffer& record,
+                                       ChiStream* pStream, void* bufferHandle,
+                                       ChiBufferManagerHandle pBufferManager) {
+    record.size = sizeof(ChiStreamBuffer);
+    record.bufferHandle = bufferHandle;
+    record.bufferType = kChiInputBufferType;
+    record.pBufferManager = pBufferManager;
+    record.bufferStatus = 0;
+    record.pStream = pStream;
+    StoreRelaxed(pStream->streamType, ChiStreamTypeInput);
+    buffers[numBuffers] = record;
+    ++numBuffers;
+    ++sets[setIndex].numBuffers;
+}
+
+void QcomAdaptee::CreateOutputMetadata(Submission& submission) {
+    ChiMetadataHandle metadata = nullptr;
+    if (mpOfflineMetadataOps != nullptr && mpOfflineMetadataOps->pCreate != nullptr) {
+        metadata = mpOfflineMetadataOps->pCreate(mpOfflineMetadataOps, nullptr, 0);
+    }
+    submission.output.pMetadata = metadata;
+    submission.pRequest->pOutputMetadata = metadata;
+    OEM_LOG_INFO_IN(kSubmit, "[offline_meta]rtFrameNumber:%d create offline output metadata:%p",
+                    submission.wrapper.rtFrameNumber, metadata);
+}
+
+uint32_t QcomAdaptee::ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& session,
+                                     Submission& submission) {
+    const uint32_t rtFrameNumber = submission.wrapper.rtFrameNumber;
+    submission.output.numBuffers = 1;
+    submission.output.pBuffers = submission.pRequest->pOutputBuffer;
+    submission.execute = {
+        .numInputs = submission.wrapper.numBuffers,
+        .reserved4 = 0,
+        .pInputs = submission.sets,
+        .pOutput = &submission.output,
+        .pPrivateData = submission.pRequest,
+        .pOfflineFrameNumber = &session.offlineFrameNumber,
+        .pLastFrameField = &session.lastFrameField,
+        .reserved48 = 0,
+    };
+    OEM_LOG_INFO_IN(kSubmit,
+                    "rtFrameNumber:%u, submiting request to offline session:%li with %d input "
+                    "buffers",
+                    rtFrameNumber, sessHdl, submission.privData.numInputBuffers);
+    if (mpChiOfflineIntfOps == nullptr || mpChiOfflineIntfOps->pExecuteRequest == nullptr) {
+        OEM_LOG_ERROR_IN(kSubmit, "mpChiOfflineIntfOps->pExecuteRequest is NULL");
+        return kStatusFailure;
+    }
+    const int32_t result = mpChiOfflineIntfOps->pExecuteRequest(sessHdl, &submission.execute);
+    // From here on the request may be gone. One that the vendor refused stays allocated with all
+    // that it owns, on purpose.
+    const int32_t offlineFrame = LoadRelaxed(session.offlineFrameNumber);
+    if (result != 0) {
+        OEM_LOG_ERROR_IN(kSubmit, "ExecuteRequest failed for offline frame:%d result:%d ",
+                         offlineFrame, result);
+        return kStatusFailure;
+    }
+    const auto raise = static_cast<uint32_t>(offlineFrame);
+    const uint32_t total = __atomic_add_fetch(&mTotalCounter, raise, __ATOMIC_RELAXED);
+    OEM_LOG_INFO_IN(kSubmit, "Execute rtFrameNumber:%u<->offlineFrame:%d success mTotalCounter %d",
+                    rtFrameNumber, offlineFrame, total);
+    return kStatusOk;
+}
+
+// --- Session callbacks: the vendor's threads deliver ---------------------------------------------
+
+namespace {
+
+constexpr const char kCaptureResult[] = "ProcessCaptureResultCb";
+
+} // namespace
+
+void QcomAdaptee::ProcessCaptureResultCb(const ChiOfflineSessionCallbacks* pCallbacks,
+                                         unsigned int /*count*/,
+                                         ChiOfflineCaptureResultInfo* pResult) {
+    if (pCallbacks == nullptr || pCallbacks->pPrivateCallbackData == nullptr ||
+        pResult == nullptr || pResult->pPrivateData == nullptr) {
+        OEM_LOG_ERROR("Invalid result, pCallbacks:%p pResult:%p pPrivateData:%p", pCallbacks,
+                      pResult, pResult != nullptr ? pResult->pPrivateData : nullptr);
+        return;
+    }
+    const auto& session = *static_cast<const PrivateSessionInfo*>(pCallbacks->pPrivateCallbackData);
+    auto* pRequest = static_cast<OfflineRequest*>(pResult->pPrivateData);
+    const ChiOfflineResultBlock* pSecond = pResult->pSecondResult;
+    if (pSecond != nullptr && (pSecond->pMetadata != nullptr || pSecond->pBuffers != nullptr)) {
+        // The second block only triggers: what is reported is the main block, and again below.
+        pRequest->pAdaptee->ProcessOfflineCaptureResultCb(pRequest->pRtPrivData, pResult);
+    }
+    if (pResult->pResult != nullptr) {
+        const ChiOfflineResultBlock& block = *pResult->pResult;
+        CountReceivedBuffers(*pResult, session, pRequest);
+        ReportMainBlock(*pResult, pRequest);
+        if (pRequest->numReceivedBuffers == session.totalResult && block.numPartialMetadata == 0) {
+            CompleteRequest(block, pRequest);
+        } else if (block.numPartialMetadata != 0) {
+            OEM_LOG_INFO("Free up real time metadata  - pending");
+        }
+    }
+    OEM_LOG_INFO("Returning from capture result");
+}
+
+namespace {
+
+/// Lowers the counter by a result's frame number, where it is not below it. It was raised by
+/// offline frame numbers and is lowered by result frame numbers, whether or not the two match.
+void LowerCounter(uint32_t& counter, uint32_t frameNumber) {
+    uint32_t value = LoadRelaxed(counter);
+    while (value >= frameNumber &&
+           !__atomic_compare_exchange_n(&counter, &value, value - frameNumber, /*weak=*/true,
+                                        __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+    }
+}
+
+} // namespace
+
+void QcomAdaptee::CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result,
+                                       const PrivateSessionInfo& session,
+                                       OfflineRequest* pRequest) {
+    const ChiOfflineResultBlock& block = *result.pResult;
+    uint32_t* pCounter = pRequest->pTotalCounter;
+    pRequest->numReceivedBuffers += block.numBuffers;
+    if (block.numBuffers != 0 && pCounter != nullptr) {
+        LowerCounter(*pCounter, result.frameNumber);
+    }
+    OEM_LOG_INFO_IN(kCaptureResult,
+                    "frameNumber numBuf:%d numStreamBuffers %d numPartialMetadata %d "
+                    "totalResult:%d pMetadata:%p pLastCount %d",
+                    result.frameNumber, block.numBuffers, block.numPartialMetadata,
+                    session.totalResult, block.pMetadata,
+                    pCounter != nullptr ? LoadRelaxed(*pCounter) : 0);
+}
+
+/// Hands the main block to the host, and destroys the request's output metadata once it was
+/// reported. The input metadata is the host's.
+void QcomAdaptee::ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
+                                  OfflineRequest* pRequest) {
+    const ChiOfflineResultBlock& block = *result.pResult;
+    if (block.numBuffers == 0 && block.pMetadata == nullptr) {
+        return;
+    }
+    pRequest->pAdaptee->ProcessOfflineCaptureResultCb(pRequest->pRtPrivData, &result);
+    if (block.pMetadata == nullptr) {
+        return;
+    }
+    OEM_LOG_INFO_IN(kCaptureResult,
+                    "[offline_meta] frameNumber:%d release offline input metadata:%p and output "
+                    "metadata:%p",
+                    result.frameNumber, pRequest->pInputMetadata, pRequest->pOutputMetadata);
+    if (pRequest->pOutputMetadata != nullptr) {
+        pRequest->pAdaptee->DestroyMetadata(pRequest->pOutputMetadata);
+        pRequest->pOutputMetadata = nullptr;
+    }
+}
+
+/// Releases the real-time inputs, tells the host, and frees the request.
+void QcomAdaptee::CompleteRequest(const ChiOfflineResultBlock& block, OfflineRequest* pRequest) {
+    const QcomAdaptee& adaptee = *pRequest->pAdaptee;
+    RequestPrivData* pPrivData = pRequest->pRtPrivData;
+    // Read before anything is freed: the vendor may report the request's own output buffer. Only
+    // the first buffer counts.
+    const bool hasBuffers = block.numBuffers != 0 && block.pBuffers != nullptr;
+    const uint32_t bufferStatus = hasBuffers ? block.pBuffers[0].bufferStatus : 0;
+    if (pPrivData == nullptr) {
+        // A request fed by another offline session; its buffers are not freed.
+        OEM_LOG_INFO_IN(kCaptureResult, "Free up OC->OC metadata and buffers - pending");
+    } else {
+        OEM_LOG_INFO_IN(kCaptureResult,
+                        "Freeing up real time output buffers (input to first offline session)");
+        const OffCamApplicationCallbacks* pHost = adaptee.HostCallbacks();
+        if (pHost != nullptr && pHost->releaseRtBuffers != nullptr) {
+            pHost->releaseRtBuffers(pPrivData);
+        }
+        FreeRequestBuffers(pRequest);
+    }
+    if (bufferStatus != 0) {
+        OEM_LOG_ERROR_IN(kCaptureResult, "ERROR BUFFER status %d", bufferStatus);
+    }
+    OEM_LOG_INFO_IN(kCaptureResult, "Notify close process");
+    // Asked again: the host may have submitted with another table from within the release.
+    const OffCamApplicationCallbacks* pHost = adaptee.HostCallbacks();
+    if (pHost != nullptr && pHost->requestComplete != nullptr) {
+        pHost->requestComplete(pPrivData, bufferStatus != 0 ? kStatusFailure : kStatusOk);
+    }
+    delete pRequest;
+}
+
+/// Frees the output buffer, the input array, and as many format records as buffers were received:
+/// the bound is the results', not the inputs'. Format records behind it stay allocated. On purpose.
+void QcomAdaptee::FreeRequestBuffers(OfflineRequest* pRequest) {
+    delete pRequest->pOutputBuffer;
+    pRequest->pOutputBuffer = nullptr;
+    const uint32_t bound = std::min(pRequest->numReceivedBuffers, pRequest->inputCapacity);
+    for (uint32_t k = 0; k < bound; ++k) {
+        delete pRequest->pInputBuffers[k].pInputFormat;
+        pRequest->pInputBuffers[k].pInputFormat = nullptr;
+    }
+    delete[] pRequest->pInputBuffers;
+    pRequest->pInputBuffers = nullptr;
+}
+
+void QcomAdaptee::ProcessNotifyCb(const ChiOfflineSessionCallbacks* /*pCallbacks*/,
+                                  unsigned int /*count*/, ChiOfflineMessageInfo* /*pMessage*/) {
+    OEM_LOG_INFO("Notify Callback Received - Implementation pending");
+}
+
+namespace {
+
+constexpr const char kFrameworkBuffers[] = "GetFrameworkBuffers";
+
+/// The records of one request to the framework. The framework's interface is C, and so is the
+/// allocator.
+struct FrameworkRequest {
+    explicit FrameworkRequest(unsigned int requests)
+        : count(requests), pRequests(static_cast<camera3_buffer_request*>(
+                               std::calloc(requests, sizeof(camera3_buffer_request)))),
+          pAnswers(static_cast<camera3_stream_buffer_ret*>(
+              std::calloc(requests, sizeof(camera3_stream_buffer_ret)))) {}
+    FrameworkRequest(const FrameworkRequest&) = delete;
+    FrameworkRequest& operator=(const FrameworkRequest&) = delete;
+
+    /// Frees also the buffer arrays of answers that the framework did not return.
+    ~FrameworkRequest() {
+        for (unsigned int i = 0; pAnswers != nullptr && i < count; ++i) {
+            std::free(pAnswers[i].output_buffers);
+        }
+        std::free(pAnswers);
+        std::free(pRequests);
+    }
+
+    /// Writes what is wanted. \returns whether there was memory for the answers.
+    bool Fill(const ChiOfflineQueryBuffer* pQueries) const {
+        if (pRequests == nullptr || pAnswers == nullptr) {
+            return false;
+        }
+        for (unsigned int i = 0; i < count; ++i) {
+            OEM_LOG_INFO_IN(kFrameworkBuffers, "numOfReqBuffers %d i %d pStream %p",
+                            pQueries[i].numBuffers, i, pQueries[i].pStream);
+            pRequests[i].stream = pQueries[i].pStream;
+            pRequests[i].num_buffers_requested = pQueries[i].numBuffers;
+            pAnswers[i].stream = pQueries[i].pStream;
+            pAnswers[i].output_buffers = static_cast<camera3_stream_buffer*>(
+                std::calloc(pQueries[i].numBuffers, sizeof(camera3_stream_buffer)));
+            if (pAnswers[i].output_buffers == nullptr && pQueries[i].numBuffers != 0) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    unsigned int count;
+    camera3_buffer_request* pRequests;
+    camera3_stream_buffer_ret* pAnswers;
+};
+
+/// The framework's table, as the last submission brought it.
+const camera3_callback_ops* FrameworkOps(const QcomAdaptee* pAdaptee) {
+    return pAdaptee != nullptr ? pAdaptee->GetCamera3CbOpsAPI() : nullptr;
+}
+
+/// How much of what the framework says it returned was asked for.
+unsigned int LimitToWanted(const char* what, unsigned int returned, unsigned int wanted) {
+    if (returned > wanted) {
+        OEM_LOG_ERROR_IN(kFrameworkBuffers, "%u %s returned, %u wanted, surplus ignored", returned,
+                         what, wanted);
+    }
+    return std::min(returned, wanted);
+}
+
+/// Hands one answer of the framework to the vendor, in the vendor's own storage.
+void TranslateAnswer(const ChiOfflineInterface* pIntf, const camera3_stream_buffer_ret& answer,
+                     const ChiOfflineQueryBuffer& query, ChiOfflineQueryStreamBuffer& returned) {
+    returned.pStream = query.pStream;
+    returned.status = static_cast<uint32_t>(answer.status);
+    returned.numBuffers = LimitToWanted("buffers", answer.num_output_buffers, query.numBuffers);
+    const bool translates =
+        pIntf != nullptr && pIntf->pTranslateToChiBuffer != nullptr && returned.pBuffers != nullptr;
+    for (uint32_t j = 0; translates && j < returned.numBuffers; ++j) {
+        pIntf->pTranslateToChiBuffer(&answer.output_buffers[j], &returned.pBuffers[j]);
+    }
+}
+
+} // namespace
+
+uint32_t QcomAdaptee::GetFrameworkBuffers(const ChiOfflineSessionCallbacks* pCallbacks,
+                                          unsigned int numRequests,
+                                          const ChiOfflineQueryBuffer* pRequests,
+                                          unsigned int* pNumReturned,
+                                          ChiOfflineQueryStreamBuffer* pReturned) {
+    if (pCallbacks == nullptr || pRequests == nullptr || pReturned == nullptr) {
+        return kStatusFailure;
+    }
+    const FrameworkRequest request(numRequests);
+    const auto* pSession = static_cast<PrivateSessionInfo*>(pCallbacks->pPrivateCallbackData);
+    const QcomAdaptee* pAdaptee = pSession != nullptr ? pSession->pAdaptee : nullptr;
+    const camera3_callback_ops* pOps = FrameworkOps(pAdaptee);
+    if (pOps == nullptr || !request.Fill(pRequests)) {
+        return kStatusFailure;
+    }
+    uint32_t numReturned = numRequests;
+    const int32_t result = pOps->request_stream_buffers != nullptr
+                               ? pOps->request_stream_buffers(pOps, numRequests, request.pRequests,
+                                                              &numReturned, request.pAnswers)
+                               : 1;
+    if (result != 0) {
+        OEM_LOG_ERROR("request hal stream buffer failed, non-fatal retval = %d", result);
+        return kStatusFailure;
+    }
+    OEM_LOG_INFO("request hal stream buffer success");
+    numReturned = LimitToWanted("answers", numReturned, numRequests);
+    for (uint32_t k = 0; k < numReturned; ++k) {
+        TranslateAnswer(pAdaptee->GetChiOfflineIntfOps(), request.pAnswers[k], pRequests[k],
+                        pReturned[k]);
+    }
+    if (pNumReturned != nullptr) {
+        *pNumReturned = numReturned;
+    }
+    return kStatusOk;
+}
+
+// --- Results: the host gets what the session made ------------------------------------------------
+
+namespace {
+
+constexpr const char kOfflineResult[] = "ProcessOfflineCaptureResultCb";
+
+/// Most output buffers that one result hands to the host.
+constexpr uint32_t kMaxResultBuffers = 8;
+
+/// Added to the host's base, so that offline metadata has a partial-result number of its own.
+constexpr uint32_t kOfflinePartialResult = 255;
+
+} // namespace
+
+uint32_t QcomAdaptee::ProcessOfflineCaptureResultCb(void* pRtPvtData,
+                                                    const ChiOfflineCaptureResultInfo* pResult) {
+    if (pResult == nullptr || pResult->pResult == nullptr || pRtPvtData == nullptr) {
+        OEM_LOG_INFO("pResult:%p pRtPvtData:%p", pResult, pRtPvtData);
+        return kStatusFailure;
+    }
+    auto* pPrivData = static_cast<RequestPrivData*>(pRtPvtData);
+    const ChiOfflineResultBlock& block = *pResult->pResult;
+    camera3_capture_result result = {};
+    camera3_stream_buffer buffers[kMaxResultBuffers] = {};
+    result.frame_number = pPrivData->rtFrameNumber;
+    bool send = false;
+    if (block.numBuffers != 0) {
+        TranslateOutputBuffers(block, buffers, result);
+        send = true;
+    }
+    if (block.pMetadata != nullptr) {
+        send = TranslateOutputMetadata(block.pMetadata, *pPrivData, result) || send;
+    }
+    // The host's table is the one of the camera that the request was submitted to.
+    const auto* pRequest = static_cast<const OfflineRequest*>(pResult->pPrivateData);
+    const OffCamApplicationCallbacks* pHost =
+        pRequest != nullptr ? pRequest->pAdaptee->HostCallbacks() : nullptr;
+    if (send && pHost != nullptr && pHost->captureResult != nullptr) {
+        pHost->captureResult(pPrivData, &result);
+    }
+    return kStatusOk;
+}
+
+/// Fills the result's buffers, and the array behind them.
+void QcomAdaptee::TranslateOutputBuffers(const ChiOfflineResultBlock& block,
+                                         camera3_stream_buffer* pBuffers,
+                                         camera3_capture_result& result) {
+    if (block.numBuffers > kMaxResultBuffers) {
+        OEM_LOG_ERROR_IN(kOfflineResult, "%u output buffers, only the first %u are reported",
+                         block.numBuffers, kMaxResultBuffers);
+    }
+    const uint32_t count = std::min(block.numBuffers, kMaxResultBuffers);
+    result.num_output_buffers = count;
+    result.output_buffers = pBuffers;
+    const bool translates = mpChiOfflineIntfOps != nullptr &&
+                            mpChiOfflineIntfOps->pTranslateFromChiBuffer != nullptr &&
+                            block.pBuffers != nullptr;
+    for (uint32_t i = 0; i < count; ++i) {
+        if (translates) {
+            mpChiOfflineIntfOps->pTranslateFromChiBuffer(&block.pBuffers[i], &pBuffers[i]);
+        }
+        const camera3_stream* pStream = pBuffers[i].stream;
+        OEM_LOG_INFO_IN(kOfflineResult,
+                        "offline buffer received, frameNumber:%d, buferIndex:%u/%u, stream:%p "
+                        "format:%d size(%d, %d)",
+                        result.frame_number, i, block.numBuffers, pStream,
+                        pStream != nullptr ? pStream->format : 0,
+                        pStream != nullptr ? pStream->width : 0,
+                        pStream != nullptr ? pStream->height : 0);
+    }
+}
+
+/// Fills the result's metadata, which then is the host's. \returns whether there is any.
+bool QcomAdaptee::TranslateOutputMetadata(ChiMetadataHandle metadata,
+                                          const RequestPrivData& privData,
+                                          camera3_capture_result& result) {
+    void* pMeta = nullptr;
+    if (mpOfflineMetadataOps != nullptr && mpOfflineMetadataOps->pCreateAndroid != nullptr) {
+        pMeta =
+            mpOfflineMetadataOps->pCreateAndroid(mpOfflineMetadataOps, metadata, 1, 0, 0, nullptr);
+    }
+    if (pMeta == nullptr) {
+        OEM_LOG_ERROR_IN(kOfflineResult, "frameNumber:%d pMeta:%p", result.frame_number, pMeta);
+        return false;
+    }
+    OEM_LOG_INFO_IN(kOfflineResult, "Get offline camera metadata for frame:%d pMeta:%p",
+                    result.frame_number, pMeta);
+    result.result = static_cast<const camera_metadata*>(pMeta);
+    result.partial_result = privData.partialResultBase + kOfflinePartialResult;
+    return true;
+}
+
+// --- Flush: every session is closed --------------------------------------------------------------
+
+void QcomAdaptee::Flush() {
+    if (mpSessionManagers != nullptr) {
+        mpSessionManagers->Flush();
+    }
+    // At error level so that the end of a flush shows where only errors are logged.
+    OEM_LOG_ERROR("Flush X");
+}
+
+uint32_t SessionManagers::Flush() {
+    OEM_LOG_INFO("Start destroy session managers.");
+    uint32_t status = kStatusOk;
+    for (const auto& [pStream, sessions] : m_pStream2SuppSessMap) {
+        for (const SessionObjects* pSession : sessions) {
+            status = m_pAdaptee->CloseOfflineSessions(pSession->GetSessionHandle());
+            delete pSession;
+        }
+    }
+    m_pStream2SuppSessMap.clear();
+    return status;
+}
+
+uint32_t QcomAdaptee::CloseOfflineSessions(unsigned long handle) {
+    if (mpChiOfflineIntfOps == nullptr || mpChiOfflineIntfOps->pCloseSession == nullptr) {
+        return kStatusFailure;
+    }
+    if (handle != 0) {
+        const uint32_t status = CloseInVendor(handle);
+        if (status != kStatusOk) {
+            return status;
+        }
+    }
+    FreeInputStreams(handle);
+    ForgetSessionInfo(handle);
+    FreeInputStreamPointers(handle);
+    FreeStreamPrivateInfos(handle);
+    std::erase_if(mRtLinkSessHdlMap, [handle](const auto& link) { return link.second == handle; });
+    // For the whole camera, although other sessions may have requests in flight. On purpose.
+    StoreRelaxed(mTotalCounter, 0);
+    return kStatusOk;
+}
+
+/// Closes a session in the vendor. On a failure nothing of ours is touched.
+uint32_t QcomAdaptee::CloseInVendor(unsigned long handle) {
+    const int32_t result = mpChiOfflineIntfOps->pCloseSession(handle);
+    if (result == 0) {
+        OEM_LOG_INFO_IN("CloseOfflineSessions", "close sessionHdl: %li", handle);
+        return kStatusOk;
+    }
+    const PrivateSessionInfo* pInfo = FindSessionInfo(handle);
+    OEM_LOG_ERROR_IN("CloseOfflineSessions",
+                     "Failed to close session %d for usecase %s for camera %s", result,
+                     pInfo != nullptr ? pInfo->featureName.c_str() : "non",
+                     pInfo != nullptr ? pInfo->cameraName.c_str() : "non");
+    return static_cast<uint32_t>(result);
+}
+
+void QcomAdaptee::FreeInputStreams(unsigned long handle) {
+    delete[] mSessChiStreamMap[handle];
+    mSessChiStreamMap.erase(handle);
+}
+
+void QcomAdaptee::ForgetSessionInfo(unsigned long handle) {
+    PrivateSessionInfo* pInfo = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(mSessInfoLock);
+        pInfo = mSessInfoMap[handle];
+        mSessInfoMap.erase(handle);
+    }
+    if (pInfo != nullptr) {
+        FreeSessionInfo(pInfo);
+    }
+}
+
+/// Frees a session's record with all that it owns.
+void QcomAdaptee::FreeSessionInfo(PrivateSessionInfo* pInfo) {
+    if (pInfo->pConfigInfo != nullptr) {
+        if (pInfo->pConfigInfo->pSessionSettings != nullptr) {
+            OEM_LOG_INFO_IN("CloseOfflineSessions", "destroy chimeta: %p",
+                            pInfo->pConfigInfo->pSessionSettings);
+            DestroyMetadata(pInfo->pConfigInfo->pSessionSettings);
+        }
+        delete[] pInfo->pConfigInfo->ppChiStreams;
+        delete pInfo->pConfigInfo;
+    }
+    if (pInfo->pCreateInfo != nullptr) {
+        delete pInfo->pCreateInfo->pCallbacks;
+        delete pInfo->pCreateInfo;
+    }
+    delete pInfo;
+}
+
+void QcomAdaptee::FreeInputStreamPointers(unsigned long handle) {
+    delete[] mSessChiStreamsMap[handle];
+    mSessChiStreamsMap.erase(handle);
+}
+
+void QcomAdaptee::FreeStreamPrivateInfos(unsigned long handle) {
+    for (const StreamPrivateInfo* pPrivate : mSessStreamPrivMap[handle]) {
+        delete pPrivate;
+    }
+    mSessStreamPrivMap.erase(handle);
+}
+
+} // namespace OemLayer

@@ -1,0 +1,347 @@
+/// The per-camera adaptee over the vendor's offline interface, and the registry of its sessions.
+///
+/// Ownership: PlatformAdapter owns its QcomAdaptee, which owns its SessionManagers, its feature map
+/// and every record in its per-session maps; the registry owns its chains. `CloseOfflineSessions`
+/// frees a session's records; the result that completes a request frees the request's. Records of
+/// the host and Android streams are never owned.
+///
+/// Locks: the registry's mutex is held for the whole of `GetSessHandle`, so that sessions are
+/// opened, prepared and configured one at a time. `mLock` is held while a submission reads a
+/// session's configuration. `mSessInfoLock` is innermost and only ever held for one access to
+/// `mSessInfoMap`. None is held while a host callback or the vendor's execute entry runs; only a
+/// vendor that asks for framework buffers while it opens or configures a session does so under the
+/// registry's mutex. The host keeps load, `Create`, `Destroy`, `TearDownResource` and `Flush` apart
+/// from everything else of the same camera.
+#pragma once
+
+#include "adapterlayer/oemlayer_host.h"
+#include "adapterlayer/sync.h"
+#include "platform/chi/offline.h"
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <mutex>
+#include <queue>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace OemLayer {
+
+class QcomAdaptee;
+
+/// What an operation returns where its contract names a status.
+inline constexpr uint32_t kStatusOk = 0;
+inline constexpr uint32_t kStatusFailure = 1;
+inline constexpr uint32_t kStatusInvalid = 4;
+inline constexpr uint32_t kStatusNoMemory = 5;
+
+/// One row of the offline feature map.
+struct OfflineMapInfo {
+    uint32_t opMode = 0;
+    std::string featureName;
+    uint32_t featureFlags = 0;
+    int32_t featureValue = 0;
+};
+
+/// One session chain: one opened session for one identity. It never closes its session; whoever
+/// deletes it does that before. All calls come from SessionManagers, under its lock but for
+/// `Flush`.
+class SessionObjects {
+  public:
+    explicit SessionObjects(OfflineSessionIdentitys identity);
+
+    /// By reference: finding a session copies no name.
+    const OfflineSessionIdentitys& GetIdentity() const { return m_identity; }
+    uint64_t GetSessionHandle() const { return m_Sesshdle; }
+
+    /// Opens the session for `cameraId` and `pStream`, which replace those of the identity.
+    /// \returns kStatusOk, or kStatusFailure when the handle is 0. `pAdaptee` is never null.
+    uint32_t GenerateOfflineSession(unsigned int cameraId, QcomAdaptee* pAdaptee,
+                                    camera3_stream* pStream);
+
+    /// Prepares and configures the session's streams, also for handle 0 and with missing arguments,
+    /// which are only logged. \returns the status of the configuration; kStatusOk without an
+    /// adaptee.
+    uint32_t Initialize(QcomAdaptee* pAdaptee, const std::vector<camera3_stream*>& pInStreams,
+                        const camera_metadata* pConfiguration);
+
+  private:
+    uint64_t m_Sesshdle = 0; ///< 0: no session.
+    OfflineSessionIdentitys m_identity;
+};
+
+/// The sessions of one adaptee, by output stream. A session is made by the first request of its
+/// identity and found by the later ones; a stream's chains stay in creation order.
+class SessionManagers {
+  public:
+    explicit SessionManagers(QcomAdaptee* pAdaptee);
+
+    /// Finds or makes the session of `identity`. A found session costs no allocation.
+    /// A generation that fails for a stream seen for the first time is retried once in the same
+    /// call. \param pInStreams the session's inputs, read where one is made. \returns the session's
+    /// handle; 0 where none could be made, and for a chain that holds none. Concurrent; one caller
+    /// at a time gets through.
+    uint64_t GetSessHandle(unsigned int cameraId, const OfflineSessionIdentitys& identity,
+                           const std::vector<camera3_stream*>& pInStreams,
+                           unsigned int registryWord) OEM_EXCLUDES(m_mutex);
+
+    /// Closes the session of every chain and deletes the chains. Takes no lock: the host keeps it
+    /// apart from submissions. \returns the status of the last close, kStatusOk where there was
+    /// none.
+    uint32_t Flush() OEM_NO_LOCK_CHECK;
+
+  private:
+    using SessionList = std::list<SessionObjects*>;
+
+    uint32_t GenerateOfflineSessions(unsigned int cameraId, const OfflineSessionIdentitys& identity,
+                                     const std::vector<camera3_stream*>& pInStreams,
+                                     unsigned int registryWord) OEM_REQUIRES(m_mutex);
+    uint32_t GenerateOfflineSession(unsigned int cameraId, camera3_stream* pOutStream,
+                                    const std::vector<camera3_stream*>& pInStreams,
+                                    SessionObjects* pSession) OEM_REQUIRES(m_mutex);
+    uint32_t DropChain(SessionObjects* pSession);
+    void AppendChain(const OfflineSessionIdentitys& identity,
+                     const std::vector<camera3_stream*>& pInStreams, SessionObjects* pSession,
+                     SessionList& sessions) OEM_REQUIRES(m_mutex);
+    const SessionObjects* FindChain(const SessionList& sessions,
+                                    const OfflineSessionIdentitys& identity) const
+        OEM_REQUIRES(m_mutex);
+    void LogSessions() const OEM_REQUIRES(m_mutex);
+
+    QcomAdaptee* m_pAdaptee; ///< Owns this registry.
+    std::map<camera3_stream*, SessionList> m_pStream2SuppSessMap OEM_GUARDED_BY(m_mutex);
+    std::mutex m_mutex;
+};
+
+/// One camera's side of the vendor's offline interface.
+class QcomAdaptee {
+  public:
+    /// One opened session. Allocated zeroed; freed when the session is closed.
+    struct PrivateSessionInfo {
+        std::string sessionName; ///< Named after the camera at opening, after the feature later.
+        std::string cameraName;
+        ChiOfflineSessionCreateInfo* pCreateInfo = nullptr; ///< Owned, with its callbacks record.
+        std::string featureName;
+        uint32_t opMode = 0;
+        uint32_t featureFlags = 0;
+        int32_t featureValue = 0;
+        uint32_t totalResult = 0; ///< Output buffers of one request; 1 once prepared.
+        camera_info* pCameraInfo = nullptr;
+        std::set<uint32_t> streamIds;                       ///< Unused.
+        ChiOfflineSessionConfigInfo* pConfigInfo = nullptr; ///< Owned, with its stream list.
+        std::map<ChiStream*, void*> bufferMgrMap;           ///< Unused.
+        uint64_t reserved[2] = {};
+        uint32_t lastFrameField = 0; ///< Written by the vendor during an execute call.
+        /// Preset to -1 and written by the vendor during an execute call. Atomic, since two threads
+        /// may submit to one session.
+        int32_t offlineFrameNumber = 0;
+        QcomAdaptee* pAdaptee = nullptr;
+        /// The text that the vendor got as the session's name. `sessionName` is rewritten after the
+        /// opening, while the vendor may read the name as long as the session lives.
+        std::string vendorSessionName;
+    };
+
+    /// Hung on each input stream of a session.
+    struct StreamPrivateInfo {
+        uint64_t reserved0;
+        camera3_stream* pHalStream; ///< What the ChiStream was made from.
+    };
+    ABI_SIZE(StreamPrivateInfo, 16);
+
+    /// One submitted request. It travels through the vendor as private data and is freed by the
+    /// result that completes it. Only the results of the one request touch it after it was
+    /// submitted.
+    struct OfflineRequest {
+        /// The input records of the set that was written last at each position: the index restarts
+        /// with every set, and the completion frees the format records that it still finds here.
+        ChiStreamBuffer* pInputBuffers;
+        ChiStreamBuffer* pOutputBuffer;
+        ChiMetadataHandle pRtMetadata; ///< Of the last input set; the host's.
+        ChiMetadataHandle pInputMetadata;
+        ChiMetadataHandle pOutputMetadata;
+        RequestPrivData* pRtPrivData;
+        uint32_t numReceivedBuffers;
+        QcomAdaptee* pAdaptee;
+        ChiOfflineMetadataOps* pMetadataOps;
+        uint32_t* pTotalCounter;
+        uint32_t inputCapacity; ///< Records in `pInputBuffers`.
+    };
+
+    /// Reads the feature map and makes the session registry. `pOfflineIntf` may be null.
+    explicit QcomAdaptee(void* pOfflineIntf);
+    QcomAdaptee(const QcomAdaptee&) = delete;
+    QcomAdaptee& operator=(const QcomAdaptee&) = delete;
+
+    /// Makes the adaptee of a camera and opens the vendor's metadata and buffer operations. What
+    /// cannot be opened is logged and stays null. \returns the adaptee, never null. Camera-serial.
+    static QcomAdaptee* Create(void* pOfflineIntf, unsigned int cameraId);
+
+    /// Closes the sessions of all chains, then the metadata operations, then the buffer operations, and frees the
+    /// adaptee itself. Camera-serial.
+    void Destroy();
+
+    ChiOfflineMetadataOps* GetChiOfflineMetadataOps() const { return mpOfflineMetadataOps; }
+    ChiOfflineBufferManagerOps* GetChiOfflineBufferManagerOps() const { return mpOfflineBufferOps; }
+    ChiOfflineInterface* GetChiOfflineIntfOps() const { return mpChiOfflineIntfOps; }
+    /// Null until the first request, as are the next two.
+    camera3_callback_ops* GetCamera3CbOpsAPI() const { return LoadAcquire(mpCamera3CbOps); }
+    camera_info* GetCameraInfo() const { return LoadAcquire(mpCameraInfo); }
+    const camera_metadata* GetConfigurationSessionParameters() const {
+        return LoadAcquire(mpConfigurationSessionParameters);
+    }
+
+    /// The rows of the device's feature table, in key order. A row that cannot be read ends the
+    /// table.
+    std::vector<OfflineMapInfo> GetOfflineMapInfoByConfig();
+    /// A copy of the first row with this name, or a row of zeros. Any thread.
+    OfflineMapInfo FindOfflineInfo(const std::string& featureName) const;
+
+    /// Opens the session of `identity` and files it. \returns its handle; 0 when it was not opened,
+    /// and when the identity has a session already (the new one then stays open and filed).
+    long OpenOfflineSession(const std::string& cameraText, const OfflineSessionIdentitys& identity,
+                            camera_info* pCameraInfo);
+    /// \returns the vendor's handle, which may be 0 and is filed all the same; 0 without an open
+    /// entry.
+    long DoOpenOfflineSession(const std::string& cameraText, const std::string& featureName,
+                              camera_info* pCameraInfo, unsigned long sharedSessionHdl);
+    /// Completes the record of a session from the feature map. `streamText` and `pCameraInfo` are
+    /// accepted and not used.
+    void InitSessInfo(unsigned long sessHdl, unsigned int opMode, const std::string& streamText,
+                      const std::string& featureName, camera_info* pCameraInfo);
+
+    /// Turns the framework's streams into the session's vendor streams and fills its configuration.
+    /// \returns kStatusOk, also for handle 0; kStatusFailure when streams do not add up or the
+    /// session is not known; kStatusNoMemory.
+    uint32_t PrepareOfflineConfig(unsigned int numInStreams, camera3_stream* const* ppInStreams,
+                                  camera3_stream* pOutStream, unsigned long sessHdl,
+                                  const camera_metadata* pSessionParams);
+    uint32_t DoPrepareOfflineConfig(unsigned int numInStreams, ChiStream** ppInStreams,
+                                    camera3_stream* pOutStream,
+                                    ChiOfflineSessionConfigInfo* pConfig, unsigned long sessHdl,
+                                    const camera_metadata* pSessionParams);
+    /// Hands the configuration to the vendor. \returns the vendor's result; kStatusFailure without
+    /// an entry or for an unknown session; kStatusOk for handle 0.
+    uint32_t ConfigStreams(unsigned long sessHdl);
+    /// ChiFormatYUV420NV12, with an error line, for a format that has no counterpart.
+    static ChiBufferFormat MapChiStreamFormatToChiBufferFormat(ChiStreamFormat format);
+
+    /// See PlatFormIntCallbacks::SubmitRequestFromRT. Concurrent.
+    uint32_t SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
+                                 RequestPrivData* pRealtimePrivateData,
+                                 camera3_stream_buffer* pOfflineOutputBuffer,
+                                 OffCamApplicationCallbacks* pCallbacks);
+    /// Takes over what the wrapper brings for the whole camera; the last submission wins.
+    void InitParam(const OfflineDataWraper* pDataWraper);
+
+    /// The three callbacks of every session; on the vendor's threads. `pCallbacks` is the record
+    /// handed over at opening.
+    static void ProcessCaptureResultCb(const ChiOfflineSessionCallbacks* pCallbacks,
+                                       unsigned int count, ChiOfflineCaptureResultInfo* pResult);
+    static void ProcessNotifyCb(const ChiOfflineSessionCallbacks* pCallbacks, unsigned int count,
+                                ChiOfflineMessageInfo* pMessage);
+    /// \returns kStatusOk, or kStatusFailure with no buffer handed to the vendor.
+    static uint32_t GetFrameworkBuffers(const ChiOfflineSessionCallbacks* pCallbacks,
+                                        unsigned int numRequests,
+                                        const ChiOfflineQueryBuffer* pRequests,
+                                        unsigned int* pNumReturned,
+                                        ChiOfflineQueryStreamBuffer* pReturned);
+
+    /// Hands the main block of a result to the host. Allocates nothing and frees nothing.
+    /// \returns kStatusOk, also when there was nothing to hand over; kStatusFailure where the
+    /// result, its main block or the private data is missing.
+    uint32_t ProcessOfflineCaptureResultCb(void* pRtPvtData,
+                                           const ChiOfflineCaptureResultInfo* pResult);
+
+    /// Closes the sessions of all chains. Camera-serial.
+    void Flush();
+    /// Closes one session and frees all that is kept under its handle. Handle 0 is not closed in the
+    /// vendor; for a handle that is not known there is nothing to free. \returns kStatusOk; kStatusFailure without a close entry, or the vendor's
+    /// result, and then nothing was torn down. Not while results of the session are delivered.
+    uint32_t CloseOfflineSessions(unsigned long handle);
+
+  private:
+    struct SessionStreams;
+    struct Submission;
+
+    /// Only `Destroy` ends an adaptee.
+    ~QcomAdaptee();
+
+    void OpenMetadataOps(unsigned int cameraId);
+    void OpenBufferOps();
+
+    ChiStreamBuffer* NewOutputBuffer(const camera3_stream_buffer* pOfflineOutputBuffer);
+
+    bool CanOpenSessions() const;
+    PrivateSessionInfo* NewSessionInfo(const std::string& cameraText,
+                                       const std::string& featureName, camera_info* pCameraInfo);
+    void FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) OEM_EXCLUDES(mSessInfoLock);
+    PrivateSessionInfo* FindSessionInfo(uint64_t sessHdl) OEM_EXCLUDES(mSessInfoLock);
+
+    void AddSessionStream(uint64_t sessHdl, camera3_stream* pHalStream, ChiStream* pStream);
+    ChiMetadataHandle CreateSessionSettings(const camera_metadata* pSessionParams);
+    static unsigned int ListInputStreams(unsigned int numInStreams, ChiStream** ppInStreams,
+                                         const PrivateSessionInfo& info, ChiStream** ppList);
+    static unsigned int ListOutputStream(camera3_stream* pOutStream, const PrivateSessionInfo& info,
+                                         unsigned int numInputs, ChiStream** ppList);
+    void DestroyMetadata(ChiMetadataHandle metadata);
+
+    uint32_t SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& session,
+                             const OfflineDataWraper& wrapper, RequestPrivData& privData,
+                             ChiStreamBuffer* pOutputBuffer);
+    SessionStreams ReadSessionStreams(const PrivateSessionInfo& session,
+                                      const OfflineDataWraper& wrapper) OEM_EXCLUDES(mLock);
+    OfflineRequest* NewOfflineRequest(const OfflineDataWraper& wrapper,
+                                      const SessionStreams& streams, RequestPrivData& privData,
+                                      ChiStreamBuffer* pOutputBuffer);
+    void CreateOutputMetadata(Submission& submission);
+    uint32_t ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& session, Submission& submission);
+
+    static void CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result,
+                                     const PrivateSessionInfo& session, OfflineRequest* pRequest);
+    static void ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
+                                OfflineRequest* pRequest);
+    static void CompleteRequest(const ChiOfflineResultBlock& block, OfflineRequest* pRequest);
+    static void FreeRequestBuffers(OfflineRequest* pRequest);
+    const OffCamApplicationCallbacks* HostCallbacks() const { return LoadAcquire(mpOffCamAppCbs); }
+
+    void TranslateOutputBuffers(const ChiOfflineResultBlock& block, camera3_stream_buffer* pBuffers,
+                                camera3_capture_result& result);
+    bool TranslateOutputMetadata(ChiMetadataHandle metadata, const RequestPrivData& privData,
+                                 camera3_capture_result& result);
+
+    uint32_t CloseInVendor(unsigned long handle);
+    void FreeInputStreams(unsigned long handle);
+    void ForgetSessionInfo(unsigned long handle) OEM_EXCLUDES(mSessInfoLock);
+    void FreeSessionInfo(PrivateSessionInfo* pInfo);
+    void FreeInputStreamPointers(unsigned long handle);
+    void FreeStreamPrivateInfos(unsigned long handle);
+
+    std::mutex mLock;
+    std::map<uint64_t, PrivateSessionInfo*> mSessInfoMap OEM_GUARDED_BY(mSessInfoLock);
+    /// Never filled: results find their request through the vendor's private data.
+    std::map<uint64_t, std::queue<OfflineRequest*>> mSessRequestQueueMap;
+    std::map<OfflineSessionIdentitys, uint64_t> mRtLinkSessHdlMap;
+    std::vector<OfflineMapInfo> mOfflineMapInfos; ///< Constant after construction.
+    ChiOfflineBufferManagerOps* mpOfflineBufferOps = nullptr;
+    ChiOfflineMetadataOps* mpOfflineMetadataOps = nullptr;
+    ChiOfflineInterface* mpChiOfflineIntfOps; ///< Not owned.
+    uint64_t mWrapperContext = 0;
+    uint32_t mTotalCounter = 0; ///< Atomic. Raised and lowered by offline frame numbers.
+    uint32_t mCameraId = 0;
+    camera_info* mpCameraInfo = nullptr; ///< Not owned; atomic, as are the next three.
+    uint32_t mWrapperWord = 0;
+    camera3_callback_ops* mpCamera3CbOps = nullptr;
+    SessionManagers* mpSessionManagers;
+    const camera_metadata* mpConfigurationSessionParameters = nullptr;
+    std::map<uint64_t, ChiStream**> mSessChiStreamsMap; ///< Pointers to a session's input streams.
+    std::map<uint64_t, ChiStream*> mSessChiStreamMap;   ///< The block that those point into.
+    std::map<uint64_t, std::vector<StreamPrivateInfo*>> mSessStreamPrivMap;
+    [[maybe_unused]] uint64_t mReserved = 0;
+    const OffCamApplicationCallbacks* mpOffCamAppCbs = nullptr; ///< Not owned; atomic.
+    /// Innermost: a submission may look a session up while another one files a new one.
+    std::mutex mSessInfoLock;
+};
+
+} // namespace OemLayer

@@ -6,6 +6,7 @@
 
 #include "adapterlayer/oemlog.h"
 #include "adapterlayer/qcomadaptee.h"
+#include "adapterlayer/sync.h"
 #include "platform/chi/context.h"
 #include "platform/chi/modules.h"
 #include "platform/maker/zlog.h"
@@ -285,7 +286,7 @@ constexpr uint64_t kTraceTag = ATRACE_TAG_CAMERA | ATRACE_TAG_HAL;
 bool TracePointsEnabled() {
     constexpr size_t kTraceByte = 65;
     constexpr unsigned kTraceBit = 1U << 6;
-    return (g_enableChxLogs[kTraceByte] & kTraceBit) != 0;
+    return (LoadRelaxed(g_enableChxLogs[kTraceByte]) & kTraceBit) != 0;
 }
 
 void BeginTrace(const char* operation) {

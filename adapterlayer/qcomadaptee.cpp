@@ -238,8 +238,9 @@ uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
     if (pRealtimePrivateData == nullptr) {
         // Only here: the session is made for such a request too, and the output buffer stays
         // allocated. Both on purpose.
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
         OEM_LOG_ERROR("Invalid input parameters, pRealtimePrivateData is NULL");
-        return kStatusInvalid; // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): see above
+        return kStatusInvalid;
     }
     // Handle 0 is never executed, even while the record of a failed opening is filed under it.
     PrivateSessionInfo* pSession = sessHdl != 0 ? FindSessionInfo(sessHdl) : nullptr;

@@ -17,10 +17,12 @@ int FillSettings(int* settings, int value) {
 unsigned char g_enableChxLogs[kSettingsSize] = {};
 
 namespace {
-[[maybe_unused]] const bool kIsRegistered = [] {
+
+/// Tells the control object, when the library is loaded, where the trace bit is.
+__attribute__((constructor)) void RegisterTraceByte() {
     standin::Device().Lock()->pTraceByte = &g_enableChxLogs[kTraceByte];
-    return true;
-}();
+}
+
 } // namespace
 
 int ChiContextInterface::CreateSensorInitSettings(int& settings, int value) {

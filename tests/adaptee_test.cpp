@@ -1,0 +1,221 @@
+/// The adaptee's life: what it opens, logs and closes, and the feature map that it reads.
+
+#include "tests/support/device.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using standin::Entry;
+using test::Camera;
+using test::Device;
+using test::Printed;
+using Texts = std::vector<std::string>;
+using Words = std::vector<uint64_t>;
+using Rows = std::vector<standin::Control::ConfigRow>;
+
+// --- Creation
+
+TEST(Creation, OpensMetadataThenBufferOperations) {
+    Device device;
+    Camera camera{device, 7};
+    const auto calls = device->Calls();
+    ASSERT_GE(calls.size(), 2U);
+    const Words metadata = calls[calls.size() - 2].args;
+    EXPECT_EQ(calls[calls.size() - 2].entry, Entry::OpenMetadataOps);
+    EXPECT_EQ((Words{metadata.begin() + 2, metadata.end()}), (Words{7, 1, 0, 1}));
+    EXPECT_EQ(calls.back().entry, Entry::OpenBufferOps);
+    EXPECT_EQ(calls.back().args, Words{metadata[0]});
+}
+
+TEST(Creation, GoesOnWithoutWhatCannotBeOpened) {
+    struct Case {
+        Entry entry;
+        bool missing; ///< Else its call fails.
+        const char* line;
+    };
+    const char kNoMetadata[] = "E Create: mpChiOfflineIntfOps->pOpenMetadataOps is not implemented";
+    const char kNoBuffers[] = "E Create: mpChiOfflineIntfOps->pOpenBufferOps is not implemented";
+    const Case cases[] = {
+        {Entry::OpenMetadataOps, false, "E Create: Metadata Ops initialization failed"},
+        {Entry::OpenMetadataOps, true, kNoMetadata},
+        {Entry::OpenBufferOps, false, "I Create: mpOfflineBufferOps:(nil)"},
+        {Entry::OpenBufferOps, true, kNoBuffers},
+    };
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(wanted.line);
+        Device device;
+        wanted.missing ? device->SetMissing(wanted.entry) : device->Fail(wanted.entry, 0);
+        Camera camera{device};
+        const Texts lines = test::LogLines();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), wanted.line), 1);
+        EXPECT_EQ(test::CountLogged("E", ""), *wanted.line == 'E' ? 1U : 0U);
+        camera.Destroy();
+        const size_t metadata = wanted.entry == Entry::OpenMetadataOps ? 0 : 1;
+        EXPECT_EQ(device->CallCount(Entry::MetadataOpsClose), metadata);
+        EXPECT_EQ(device->CallCount(Entry::BufferOpsClose), 1 - metadata);
+    }
+}
+
+TEST(Creation, WithoutAnInterfaceOpensNothingAndIsStillACamera) {
+    Device device;
+    device->RefuseLibrary("/vendor/lib64/hw/com.qti.chi.offline.so");
+    device.Load();
+    device->ClearRecords();
+    Camera camera{device};
+    EXPECT_EQ(test::LogLines(),
+              Texts{"I PlatformAdapter: meta adpatee (nil) buffer adaptee (nil)"});
+    EXPECT_EQ(device->CallCount(Entry::GetKeyCount), 1U) << "the feature map is read";
+    test::Request request;
+    request.privData.inputStreams.clear(); // else a chain is kept
+    EXPECT_EQ(request.Submit(camera), 4U) << "there is a registry, without a session";
+}
+
+// --- From creation to destruction
+
+TEST(Camera, LogsItsLife) {
+    Device device;
+    device.Load();
+    device->ClearRecords();
+    Camera camera{device};
+    const auto* context = reinterpret_cast<const ChiOfflineInterface*>(
+        device->Calls(Entry::OpenMetadataOps).at(0).args.at(0));
+    const std::string interface = Printed(
+        "size:120, name:%s, pOpenSession:%p, pOpenMetadata:%p, pOpenBufferOps:%p", context->pName,
+        context->pOpenSession, context->pOpenMetadataOps, context->pOpenBufferOps);
+    camera.Flush();
+    camera.Destroy();
+    const auto closed = [&](Entry close) {
+        return reinterpret_cast<void*>(device->Calls(close).at(0).args.at(0));
+    };
+    const void* metadata = closed(Entry::MetadataOpsClose);
+    const void* buffers = closed(Entry::BufferOpsClose);
+    const Texts wanted = {
+        Printed("I Create: OfflineCameraContext %p, ", context) + interface,
+        Printed("I Create: mpOfflineBufferOps:%p", buffers),
+        Printed("I PlatformAdapter: meta adpatee %p buffer adaptee %p", metadata, buffers),
+        "I Flush: Adapter Flush",
+        "I Flush: Start destroy session managers.",
+        "E Flush: Flush X",
+        "I Destroy: Adapter destroy",
+        "I Flush: Start destroy session managers.",
+        "E ~QcomAdaptee: ~QcomAdaptee",
+        "I Destroy: Destroy X",
+    };
+    EXPECT_EQ(test::LogLines(), wanted);
+}
+
+TEST(Camera, DestructionSkipsACloseEntryThatIsMissing) {
+    for (const Entry missing : {Entry::MetadataOpsClose, Entry::BufferOpsClose}) {
+        Device device;
+        device.ExpectLeftovers();
+        device->SetMissing(missing);
+        Camera camera{device};
+        camera.Destroy();
+        EXPECT_EQ(device->CountAlive().metadataOps + device->CountAlive().bufferOps, 1U);
+        EXPECT_EQ(test::LogLines().back(), "I Destroy: Destroy X");
+    }
+}
+
+// --- The feature map
+
+/// The start of the record that a session's callbacks carry.
+struct SessionRecord {
+    std::string sessionName, cameraName;
+    void* pCreateInfo;
+    std::string featureName;
+    uint32_t opMode, featureFlags;
+    int32_t featureValue;
+};
+
+/// Opens a session for `feature` and checks what it was opened with.
+void ExpectFeature(Device& device, Camera& camera, const char* feature, uint32_t opMode,
+                   uint32_t flags, int32_t value) {
+    test::Request request;
+    request.wrapper.numBuffers = 0; // needs nothing of the vendor but the session
+    request.wrapper.identity.featureName = feature;
+    device->SetDelivery(standin::Delivery::OnCallerThread);
+    ASSERT_EQ(request.Submit(camera), 0U);
+    const standin::SessionCopy session = device->Sessions().at(0);
+    const auto* record =
+        static_cast<const SessionRecord*>(session.pCallbacks->pPrivateCallbackData);
+    EXPECT_EQ(session.config.opMode, opMode);
+    EXPECT_EQ(record->featureFlags, flags);
+    EXPECT_EQ(record->featureValue, value);
+    request.GiveBack(camera);
+    camera.Flush();
+}
+
+TEST(FeatureMap, RowsAreParsed) {
+    struct Case {
+        const char* what;
+        Rows rows;
+        const char* feature;
+        uint32_t opMode, flags;
+        int32_t value;
+    };
+    const Case cases[] = {
+        {"hexadecimal, decimal", {{{"Night", "8", "1f", "3"}}}, "Night", 0x8, 0x1F, 3},
+        {"with prefix", {{{"A", "0x10", "0XfF", "010"}}}, "A", 16, 255, 10},
+        {"without prefix", {{{"A", "10", "ff", "-7"}}}, "A", 16, 255, -7},
+        {"blanks, rest", {{{"A", " \t8", "9,1", "4x"}}}, "A", 8, 9, 4},
+        {"unparsed in the first row", {{{"A", "", "zz", "x"}}}, "A", 0, 0, 0},
+        {"unparsed later", {{{"A", "8", "9", "4"}}, {{"B", "zz", "y", "x"}}}, "B", 8, 9, 4},
+        {"first of two", {{{"A", "1", "1", "1"}}, {{"A", "2", "2", "2"}}}, "A", 1, 1, 1},
+        {"other case", {{{"Night", "8", "1f", "3"}}}, "night", 0, 0, 0},
+        {"prefix of a name", {{{"Night", "8", "1f", "3"}}}, "Nigh", 0, 0, 0},
+        {"longer than a name", {{{"Night", "8", "1f", "3"}}}, "Night ", 0, 0, 0},
+        {"two values", {{{"A", "8"}}, {{"B", "9", "1f", "3"}}}, "B", 9, 0, 0},
+        {"five values", {{{"A", "8", "9", "4", "99"}}}, "A", 8, 9, 4},
+        {"absent", {{{"A", "8", "9", "4"}}, {{nullptr, nullptr, "a", nullptr}}}, "", 8, 10, 4},
+        {"no values", {{{"A", "8", "9", "4"}}, {{}}}, "", 8, 9, 4},
+        {"no rows", {}, "A", 0, 0, 0},
+    };
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(wanted.what);
+        Device device;
+        device->SetConfigRows(wanted.rows);
+        Camera camera{device};
+        EXPECT_EQ(test::CountLogged("E", ""), 0U);
+        ExpectFeature(device, camera, wanted.feature, wanted.opMode, wanted.flags, wanted.value);
+    }
+}
+
+TEST(FeatureMap, IsReadKeyByKeyWhenACameraIsMade) {
+    Device device;
+    device->SetConfigRows(Rows(11, {{"Night", "8", "1f", "3", "x"}}));
+    Camera camera{device};
+    EXPECT_EQ(device->Calls(Entry::GetKeyCount).at(0).text, "OemOfflineFeatureInfoMap");
+    EXPECT_EQ(device->Calls(Entry::GetValuesCount).at(0).text,
+              "OemOfflineFeatureInfoMap/offlineMode[0]");
+    const auto reads = device->Calls(Entry::GetList);
+    ASSERT_EQ(reads.size(), 11U);
+    EXPECT_EQ(reads[0].text, "OemOfflineFeatureInfoMap/offlineMode/0");
+    EXPECT_EQ(reads[10].text, "OemOfflineFeatureInfoMap/offlineMode/10");
+    EXPECT_EQ(reads[10].args.at(1), 5U) << "the number of values of the first key";
+}
+
+TEST(FeatureMap, EndsAtARowThatCannotBeRead) {
+    Device device;
+    device->SetConfigRows({{{"A", "1", "2", "3"}}, {.fails = true}, {{"C", "4", "5", "6"}}});
+    Camera camera{device};
+    EXPECT_EQ(device->CallCount(Entry::GetList), 2U);
+    EXPECT_EQ(test::CountLogged("E", ""), 1U);
+    EXPECT_TRUE(test::Logged("E", "GetOfflineMapInfoByConfig", "GetOfflineMapInfoByConfig fail"));
+    ExpectFeature(device, camera, "A", 1, 2, 3);
+    ExpectFeature(device, camera, "C", 0, 0, 0);
+}
+
+TEST(FeatureMap, LogsEveryLookupAtErrorLevelAndReadsNothingAnew) {
+    Device device;
+    device->SetConfigRows({{{"Night", "8", "1f", "3"}}});
+    Camera camera{device};
+    ExpectFeature(device, camera, "Night", 8, 31, 3);
+    EXPECT_TRUE(test::Logged("E", "FindOfflineInfo", "find offline info Night success"));
+    EXPECT_EQ(test::CountLogged("E", "not find offline info"), 0U);
+    ExpectFeature(device, camera, "Day", 0, 0, 0);
+    EXPECT_TRUE(test::Logged("E", "FindOfflineInfo", "not find offline info"));
+    EXPECT_EQ(device->CallCount(Entry::GetKeyCount), 1U) << "looked up in what was read at first";
+}
+
+} // namespace

@@ -1,0 +1,230 @@
+/// The two entry points, the cameras behind the table, and how the library logs and traces.
+
+#include "tests/support/device.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <dlfcn.h>
+#include <map>
+#include <set>
+
+namespace {
+
+using standin::Entry;
+using test::Camera;
+using test::Device;
+using test::Printed;
+using Texts = std::vector<std::string>;
+
+// --- Entry points
+
+TEST(EntryPoints, LoadContextStoresTheLoadAndTheLogMapFunction) {
+    Device device;
+    const PlatformLoadFunctions functions = device.LoadContext();
+    ASSERT_NE(functions.logMap, nullptr);
+    char text[] = "4";
+    functions.logMap(4, text, text);
+    EXPECT_TRUE(device->Calls().empty() && device->Logs().empty()) << "the log map does nothing";
+    EXPECT_NE(functions.loadLib(), nullptr);
+    EXPECT_FALSE(device->Calls().empty());
+}
+
+TEST(EntryPoints, IntContextFillsTheTableAndMakesNoCamera) {
+    Device device;
+    constexpr uint64_t kUntouched = 0xEEEEEEEEEEEEEEEE;
+    struct {
+        PlatFormIntCallbacks table = {};
+        uint64_t behind = kUntouched;
+    } record;
+    device.Exported<decltype(&PlatformIntContext)>("PlatformIntContext")(&record.table, 3);
+    uint64_t words[27];
+    std::memcpy(words, &record.table, sizeof words);
+    const std::set<uint64_t> slots(words + 1, words + 27);
+    EXPECT_EQ(static_cast<uint32_t>(words[0]), 3U);
+    EXPECT_TRUE(slots.size() == 26 && !slots.contains(0)) << "26 functions, all different";
+    EXPECT_EQ(record.behind, kUntouched);
+    EXPECT_TRUE(device->Calls().empty());
+}
+
+// --- Cameras
+
+TEST(Cameras, AreFiledUnderTheArgumentOfCreateAndFoundUnderTheTablesId) {
+    Device device;
+    device.Load();
+    PlatFormIntCallbacks tableOf2 = device.Table(2);
+    PlatFormIntCallbacks tableOf5 = device.Table(5);
+    EXPECT_NE(tableOf2.Create(&tableOf2, 5), nullptr);
+    EXPECT_EQ(device->Calls(Entry::OpenMetadataOps).at(0).args.at(2), 5U);
+    EXPECT_DEATH(tableOf2.Flush(&tableOf2), "") << "there is no camera 2";
+    EXPECT_EQ(tableOf5.Destroy(&tableOf5), 0);
+    EXPECT_EQ(device->CountAlive().metadataOps, 0U);
+}
+
+TEST(Cameras, LiveApartUpToIdFifteenAndCanBeMadeAgain) {
+    Device device;
+    Camera first{device, 0};
+    Camera last{device, 15};
+    first.Destroy();
+    Camera again{device, 0};
+    for (Camera* camera : {&last, &again}) {
+        void* metadata = (*camera)->CreateWithUsage(camera->Table(), nullptr, 0, 0);
+        EXPECT_EQ((*camera)->MetadataDestroy(camera->Table(), metadata), 0U);
+    }
+    EXPECT_EQ(device->CountAlive().metadataOps, 2U);
+}
+
+TEST(Cameras, ReplacedByASecondCreateAreNotFreed) {
+    Device device;
+    device.ExpectLeftovers();
+    device.Load();
+    PlatFormIntCallbacks table = device.Table(0);
+    static const void* volatile first = table.Create(&table, 0); // reachable, so not called a leak
+    EXPECT_NE(table.Create(&table, 0), first);
+    EXPECT_EQ(device->CallCount(Entry::MetadataOpsClose), 0U);
+    table.Destroy(&table);
+    EXPECT_EQ(device->CountAlive().metadataOps, 1U);
+}
+
+TEST(Cameras, AreNotTouchedByProcRequest) {
+    Device device;
+    PlatFormIntCallbacks table = device.Table(9);
+    table.ProcRequest(&table); // there is none, so that touching it would fault
+    EXPECT_TRUE(device->Calls().empty() && device->Logs().empty());
+}
+
+// --- Logging
+
+TEST(Logging, WritesEachLineToBothSinksInOneShape) {
+    struct Level {
+        const char* mark;
+        int priority;
+    };
+    const std::map<std::string, Level> levels = {
+        {"E", {"[ERROR]", 6}}, {"W", {"[ WARN]", 5}}, {"I", {"[ INFO]", 4}}, {"V", {"[ VERB]", 2}}};
+    Device device;
+    Camera camera{device};
+    ChiStream stream = {.width = 8, .height = 8, .format = 40};
+    device->Fail(Entry::GetImageBuffer, 0);
+    camera->GetImageBuffer(camera.Table(), &stream);
+    camera->CreateByAndroidMetadata(camera.Table(), nullptr);
+    device->Fail(Entry::MetadataGetTag, 1);
+    camera->GetTag(camera.Table(), nullptr, 1, nullptr, 0);
+    camera.Flush();
+
+    const auto logs = device->Logs();
+    const auto lines = test::AndroidLines();
+    ASSERT_EQ(logs.size(), lines.size());
+    std::set<std::string> seen;
+    for (size_t i = 0; i < logs.size(); ++i) {
+        const Level& level = levels.at(logs[i].letter);
+        EXPECT_EQ(logs[i].mark + logs[i].module, std::string(level.mark) + "[OEM_LYR]");
+        EXPECT_EQ(lines[i].text,
+                  Printed("%s[OEM_LYR] %s:%d %s() %s\n", level.mark, logs[i].file.c_str(),
+                          logs[i].line, logs[i].function.c_str(), logs[i].message.c_str()));
+        EXPECT_TRUE(lines[i].tag == "CamZ" && lines[i].priority == level.priority);
+        seen.insert(logs[i].letter + ' ' + logs[i].file);
+    }
+    EXPECT_EQ(seen, (std::set<std::string>{"E platformadapter.cpp", "W platformadapter.cpp",
+                                           "I platformadapter.cpp", "V platformadapter.cpp",
+                                           "E qcomadaptee.cpp", "I qcomadaptee.cpp"}));
+}
+
+TEST(Logging, CutsTheAndroidLineAt511CharactersAndTheRecordNever) {
+    Device device;
+    Camera camera{device};
+    test::Request request;
+    const std::string name(600, 'n');
+    request.wrapper.identity = {nullptr, 0, name};
+    request.Submit(camera);
+    EXPECT_EQ(test::CountLogged("I", "pOutStream (nil) cameraId 0 featureName " + name), 1U);
+    size_t longest = 0;
+    for (const test::AndroidLine& line : test::AndroidLines()) {
+        longest = std::max(longest, line.text.size());
+    }
+    EXPECT_EQ(longest, 511U);
+}
+
+// --- Formatting
+
+TEST(Formatting, ReturnsTheLengthAndMinusOneWhereTheTextIsCut) {
+    struct Case {
+        const char* argument;
+        size_t size;
+        int result;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"123456", 8, 7, "<123456"},
+        {"1234567", 8, -1, "<123456"},
+        {"123456789", 8, -1, "<123456"},
+        {"123456789", 0, 10, "untouched"},
+        {"12", 1, -1, ""},
+        {"12", size_t{INT_MAX} + 1, -1, "<12"}, // compared as signed numbers
+    };
+    Device device;
+    const auto print =
+        device.Exported<int (*)(char*, size_t, const char*, ...)>("_ZN8CdkUtils8SNPrintFEPcmPKcz");
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(wanted.argument);
+        char text[16] = "untouched";
+        EXPECT_EQ(print(text, wanted.size, "<%s", wanted.argument), wanted.result);
+        EXPECT_STREQ(text, wanted.text);
+    }
+}
+
+// --- Tracing
+
+constexpr const char kBegin[] = "begin PlatformAdapter_TearDownResource";
+
+TEST(Tracing, TearDownIsASectionWhereTheVendorsBitAndATagAreOn) {
+    struct Case {
+        uint64_t tags;
+        unsigned char byte65, others;
+        bool traced;
+    };
+    const Case cases[] = {
+        {0xC00, 0x40, 0x00, true},  {0x400, 0x40, 0x00, true},       {0x800, 0x40, 0x00, true},
+        {0x3FF, 0x40, 0x00, false}, {UINT64_MAX, 0xBF, 0xFF, false},
+    };
+    auto* settings = static_cast<unsigned char*>(dlsym(RTLD_DEFAULT, "g_enableChxLogs"));
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(Printed("byte %x, tags %lx", wanted.byte65, wanted.tags));
+        Device device;
+        Camera camera{device};
+        std::memset(settings, wanted.others, 100);
+        settings[65] = wanted.byte65;
+        test::SetEnabledTraceTags(wanted.tags);
+        camera->TearDownResource(camera.Table());
+        EXPECT_EQ(test::TraceCalls(), (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
+        std::memset(settings, 0, 100);
+    }
+}
+
+TEST(Tracing, TheSectionSpansTheDestructionOfTheManagers) {
+    std::vector<size_t> destroyed;
+    Device device;
+    Camera camera{device};
+    ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
+    camera->ReleaseImageBuffer(camera.Table(), camera->GetImageBuffer(camera.Table(), &stream));
+    device->SetTracePoints(true);
+    test::SetEnabledTraceTags(0xC00);
+    test::OnTraceCall([&](const std::string&) {
+        destroyed.push_back(device->CallCount(Entry::BufferManagerDestroy));
+    });
+    camera->TearDownResource(camera.Table());
+    EXPECT_EQ(destroyed, (std::vector<size_t>{0, 1})) << "managers destroyed at begin and end";
+}
+
+TEST(Tracing, TheBitIsReadAgainAtTheEnd) {
+    Device device;
+    Camera camera{device};
+    device->SetTracePoints(true);
+    test::SetEnabledTraceTags(0xC00);
+    test::OnTraceCall([&](const std::string&) { device->SetTracePoints(false); });
+    camera->TearDownResource(camera.Table());
+    EXPECT_EQ(test::TraceCalls(), Texts{kBegin});
+}
+
+} // namespace

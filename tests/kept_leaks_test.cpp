@@ -1,0 +1,177 @@
+/// What the library leaves allocated on purpose where things go wrong. This program alone runs with
+/// kept_leaks.supp, which names what may stay.
+
+#include "tests/support/scene.h"
+
+#include <algorithm>
+
+namespace {
+
+using namespace test;
+
+// --- Submissions that end early
+
+TEST(KeptLeaks, ARequestWithoutPrivateDataIsRefusedAfterTheLookUp) {
+    for (const bool known : {false, true}) {
+        Scene scene;
+        if (known) {
+            scene.Submit();
+        }
+        scene.device->ClearRecords();
+        scene.request.privDataArgument = nullptr;
+        EXPECT_EQ(scene.Submit(), 4U);
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  "E Invalid input parameters, pRealtimePrivateData is NULL");
+        EXPECT_EQ(scene.Named(LastLog("GetSessHandle")),
+                  known ? "I Session handle <session> matched." : "E Cannot match any session!!!");
+        EXPECT_EQ(scene.device->Calls().size(), 1U) << "the translation";
+    }
+}
+
+TEST(KeptLeaks, ARequestThatIsNotExecutedLeavesItsMetadata) {
+    for (const bool missing : {false, true}) {
+        Scene scene(Delivery::ByHand);
+        scene.device.ExpectLeftovers();
+        scene.device->Fail(Entry::ExecuteRequest, static_cast<uint32_t>(-3), 1, 1);
+        scene.device->SetMissing(Entry::ExecuteRequest, missing);
+        EXPECT_EQ(scene.Submit(), 1U);
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  missing ? "E mpChiOfflineIntfOps->pExecuteRequest is NULL"
+                          : "E ExecuteRequest failed for offline frame:-1 result:-3 ");
+        EXPECT_EQ(scene.device->CountAlive().metadata, 2U) << "the host's and the output's";
+        scene.device->Fail(Entry::ExecuteRequest, 0, 1, 0);
+        scene.device->SetMissing(Entry::ExecuteRequest, false);
+        scene.Submit();
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  "I Execute rtFrameNumber:7<->offlineFrame:1 success mTotalCounter 1");
+        scene.Finish();
+        EXPECT_EQ(Story(scene.request), "M R C0");
+    }
+}
+
+TEST(KeptLeaks, ExecutionThatFailsCostsOneRequestOnly) {
+    for (uint32_t nth = 1; nth <= 4; ++nth) {
+        SCOPED_TRACE(nth);
+        ThreeFeatures scene;
+        scene.device.ExpectLeftovers();
+        scene.device->Fail(Entry::ExecuteRequest, 1, nth, 1);
+        EXPECT_EQ(scene.Submit(), scene.AllBut(nth, "1 "));
+        EXPECT_EQ(scene.device->CountAlive().sessions, 3U);
+        EXPECT_EQ(scene.device->CountAlive().metadata, nth <= 3 ? 4U : 3U);
+    }
+}
+
+TEST(KeptLeaks, RequestsInFlightAtACloseAreNeitherFreedNorReported) {
+    Scene scene(Delivery::ByHand);
+    scene.device.ExpectLeftovers();
+    scene.Submit();
+    scene.camera.Flush();
+    EXPECT_EQ(Story(scene.request), "");
+    EXPECT_EQ(scene.device->CountAlive().sessions, 0U);
+    EXPECT_EQ(scene.device->CountAlive().metadata, 2U);
+}
+
+// --- Sessions that stay open
+
+TEST(KeptLeaks, ConfigurationThatFailsIsTriedAgainOnceAndEndsWithHandleZero) {
+    Scene scene;
+    scene.device.ExpectLeftovers();
+    scene.device->Fail(Entry::ConfigureStreams, 3, 1, 1);
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(scene.Named(LastLog("OpenOfflineSession")),
+              "W identity{0, <out>} already exist in  mRtLinkSessHdlMap,");
+    EXPECT_EQ(scene.Named(LastLog("GenerateOfflineSessions")),
+              "I Supported session[1/1]: handle 0 cameraId 0 feature Night for outputStream <out>");
+    EXPECT_EQ(CountLogged("I", "Generate offline session for feature"), 3U) << "only one has ended";
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 2U);
+    EXPECT_EQ(scene.device->CallCount(Entry::ConfigureStreams), 1U);
+}
+
+TEST(KeptLeaks, ConfigurationThatFailsCostsOneIdentityOnly) {
+    for (uint32_t nth = 1; nth <= 4; ++nth) {
+        SCOPED_TRACE(nth);
+        ThreeFeatures scene;
+        scene.device.ExpectLeftovers();
+        scene.device->Fail(Entry::ConfigureStreams, 1, nth, 1);
+        EXPECT_EQ(scene.Submit(), scene.AllBut(nth, "4 "));
+        EXPECT_EQ(scene.device->CountAlive().sessions, nth <= 3 ? 4U : 3U);
+        EXPECT_EQ(scene.device->CountAlive().metadata, nth <= 3 ? 4U : 3U) << "with its settings";
+        scene.camera.Flush();
+        EXPECT_EQ(scene.device->CountAlive().sessions, nth <= 3 ? 2U : 0U);
+    }
+}
+
+TEST(KeptLeaks, WithoutAConfigureEntryEachRequestTriesAnew) {
+    Scene scene;
+    scene.device.ExpectLeftovers();
+    scene.device->SetMissing(Entry::ConfigureStreams);
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(LastLog("GetSessHandle"), "E Cannot match any session!!!");
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 2U);
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 3U);
+}
+
+TEST(KeptLeaks, ACloseThatFailsLeavesOneSessionAndItsIdentity) {
+    for (uint32_t nth = 1; nth <= 4; ++nth) {
+        SCOPED_TRACE(nth);
+        const auto failed = nth <= 3 ? 1U : 0U;
+        ThreeFeatures scene;
+        scene.device.ExpectLeftovers();
+        scene.Submit();
+        scene.device->Fail(Entry::CloseSession, 8, nth, 1);
+        scene.camera.Flush();
+        EXPECT_EQ(scene.device->CountAlive().sessions, failed);
+        EXPECT_EQ(CountLogged("E", "Failed to close session 8 for usecase "), failed);
+        const auto again = scene.Submit();
+        EXPECT_EQ(std::count(again.begin(), again.end(), "4 MB R C0"), failed);
+        EXPECT_EQ(CountLogged("W", "identity{0, "), failed);
+    }
+}
+
+TEST(KeptLeaks, ACloseThatFailsTearsNothingDown) {
+    Scene scene(Delivery::ByHand);
+    scene.device.ExpectLeftovers();
+    scene.Submit();
+    scene.device->Fail(Entry::CloseSession, 8, 1, 1);
+    scene.camera.Flush();
+    EXPECT_EQ(Log("CloseOfflineSessions"),
+              "E Failed to close session 8 for usecase Night for camera 0");
+    EXPECT_EQ(scene.Session().name, "session_of_camera_0");
+    EXPECT_EQ(scene.Info().pConfigInfo->ppChiStreams[0]->format, 37U);
+    scene.Finish(); // The session still delivers,
+    EXPECT_EQ(Story(scene.request), "M R C0");
+    scene.request.wrapper.identity.featureName = "Hdr";
+    scene.Submit(); // and the counter goes on.
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+              "I Execute rtFrameNumber:7<->offlineFrame:2 success mTotalCounter 3");
+}
+
+TEST(KeptLeaks, WithoutACloseEntryFlushLeavesEverySession) {
+    ThreeFeatures scene;
+    scene.device.ExpectLeftovers();
+    scene.Submit();
+    scene.device->SetMissing(Entry::CloseSession);
+    scene.camera.Flush();
+    EXPECT_EQ(scene.device->CountAlive().sessions, 3U);
+    EXPECT_EQ(Log("CloseOfflineSessions"), "");
+    EXPECT_EQ(scene.Submit(), std::vector<std::string>(3, "4 MB R C0"));
+}
+
+TEST(KeptLeaks, AHandleThatTheVendorGivesTwiceTakesBothIdentitiesAlong) {
+    Scene scene;
+    scene.device.ExpectLeftovers();
+    scene.Submit();
+    scene.device->Fail(Entry::OpenSession, scene.Session().handle, 1, 1);
+    scene.request.wrapper.identity.featureName = "Hdr";
+    EXPECT_EQ(scene.Submit(), 0U);
+    scene.camera.Flush();
+    for (const char* feature : {"Night", "Hdr"}) {
+        scene.request.wrapper.identity.featureName = feature;
+        EXPECT_EQ(scene.Submit(), 0U);
+    }
+    EXPECT_EQ(CountLogged("W", ""), 0U);
+}
+
+} // namespace

@@ -1,0 +1,292 @@
+/// The callbacks that forward to the vendor's metadata, buffer and interface operations.
+
+#include "tests/support/device.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using standin::Entry;
+using test::Camera;
+using test::Device;
+using Words = std::vector<uint64_t>;
+
+uint64_t Word(const void* pointer) { return reinterpret_cast<uint64_t>(pointer); }
+uint64_t Word(uint32_t number) { return number; }
+
+void* P(uint64_t word) { return reinterpret_cast<void*>(word); }
+uint32_t* N(uint64_t word) { return static_cast<uint32_t*>(P(word)); }
+
+// --- Forwarding
+
+constexpr uint32_t kWide = 0x8000'0000; ///< Where a narrower or a signed type would change it.
+constexpr uint64_t kMeta = 0xEC04D;     ///< Stands for the metadata operations' record.
+
+/// A callback that hands its arguments on and the result back.
+struct Forward {
+    Entry entry;
+    std::string name;
+    uint64_t (*call)(Camera&);
+    Words received;                ///< What the vendor's entry gets.
+    const char* failure = nullptr; ///< Logged where it fails; null for "NAME fail".
+};
+
+#define CALL(slot, ...) #slot, [](Camera & on) { return Word(on->slot(on.Table(), __VA_ARGS__)); }
+
+constexpr const char kToFails[] = "TranslateToChiBuffer fail";
+constexpr const char kFromFails[] = "TranslateFromChiBuffer fail";
+
+using enum Entry;
+std::vector<Forward> Forwards() {
+    return {
+        {MetadataCreateAndroid,
+         CALL(CreateAndroidMetadata, P(1), kWide, N(4)),
+         {kMeta, 1, 1, 1, kWide, 4}},
+        {MetadataCreateFromAndroid,
+         CALL(CreateByAndroidMetadata, P(1)),
+         {kMeta, 1, 0, 0, 0xFFFFFFFF}},
+        {MetadataReleaseAndroid, CALL(ReleaseAndroidMetadata, P(1)), {kMeta, 1}},
+        {MetadataCreateWithUsage,
+         CALL(CreateWithUsage, N(1), kWide, -5),
+         {kMeta, 1, kWide, 0ULL - 5}},
+        {MetadataCopy, CALL(Copy, P(1), P(2), 0xFE), {1, 2, 0xFE}},
+        {MetadataDestroy, CALL(MetadataDestroy, P(1)), {1}, "Destory Metadata fail"},
+        {MetadataSetTag,
+         CALL(SetTag, P(1), kWide, P(3), kWide + 1, kWide + 2),
+         {1, kWide, 3, kWide + 1, kWide + 2}},
+        {MetadataDeleteTag, CALL(DeleteTag, P(1), kWide), {1, kWide}},
+        {GetCPUAddress, CALL(GetCPUAddress, P(1)), {1}},
+        {TranslateToChiBuffer, CALL(TranslateToBuffer, P(1), P(2)), {1, 2}, kToFails},
+        {TranslateFromChiBuffer, CALL(TranslateFromBuffer, P(1), P(2)), {1, 2}, kFromFails},
+    };
+}
+
+TEST(Forwarding, PassesArgumentsOnAndTheResultBack) {
+    Device device;
+    Camera camera{device};
+    for (const Forward& forward : Forwards()) {
+        device->Fail(forward.entry, kWide + 7); // the entry returns this and does nothing
+        EXPECT_EQ(forward.call(camera), kWide + 7) << forward.name;
+    }
+    EXPECT_EQ(test::CountLogged("E", ""), 0U);
+    camera.Destroy();
+    const uint64_t record = device->Calls(MetadataOpsClose).at(0).args.at(0);
+    for (const Forward& forward : Forwards()) {
+        Words wanted = forward.received;
+        std::replace(wanted.begin(), wanted.end(), kMeta, record);
+        EXPECT_EQ(device->Calls(forward.entry).at(0).args, wanted) << forward.name;
+        EXPECT_EQ(device->CallCount(forward.entry), 1U) << forward.name;
+    }
+}
+
+void ExpectFailures(Camera& camera) {
+    for (const Forward& forward : Forwards()) {
+        EXPECT_EQ(forward.call(camera), 0U) << forward.name;
+        const std::string message = forward.failure ? forward.failure : forward.name + " fail";
+        EXPECT_TRUE(test::Logged("E", forward.name, message)) << message;
+        EXPECT_EQ(StandinControl()->CallCount(forward.entry), 0U) << forward.name;
+    }
+    uint32_t size = 77;
+    EXPECT_EQ(camera->GetTag(camera.Table(), nullptr, 1, &size, 0), nullptr);
+    EXPECT_EQ(size, 77U);
+    EXPECT_TRUE(test::Logged("E", "GetTag", "GetTag fail"));
+    camera->ReleaseImageBuffer(camera.Table(), nullptr);
+    EXPECT_TRUE(test::Logged("E", "ReleaseImageBuffer", "ReleaseImageBuffer fail"));
+}
+
+TEST(Forwarding, FailsWithoutTheEntry) {
+    Device device;
+    for (const Forward& forward : Forwards()) {
+        device->SetMissing(forward.entry);
+    }
+    device->SetMissing(MetadataGetTag);
+    device->SetMissing(ReleaseImageBuffer);
+    Camera camera{device};
+    ExpectFailures(camera);
+}
+
+TEST(Forwarding, FailsWithoutTheRecord) {
+    Device device;
+    device->RefuseLibrary("/vendor/lib64/hw/com.qti.chi.offline.so");
+    Camera camera{device};
+    ExpectFailures(camera);
+}
+
+TEST(Forwarding, NeedsAndroidMetadata) {
+    Device device;
+    Camera camera{device};
+    EXPECT_EQ(camera->CreateByAndroidMetadata(camera.Table(), nullptr), nullptr);
+    EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), nullptr), 0U);
+    EXPECT_EQ(device->CallCount(MetadataCreateFromAndroid) +
+                  device->CallCount(MetadataReleaseAndroid),
+              0U);
+    EXPECT_TRUE(test::Logged("E", "CreateByAndroidMetadata", "CreateByAndroidMetadata fail"));
+    EXPECT_TRUE(test::Logged("E", "ReleaseAndroidMetadata", "ReleaseAndroidMetadata fail"));
+}
+
+TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
+    Device device;
+    device->SetMissing(MetadataCreateFromAndroid);
+    Camera camera{device};
+    EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), P(1)), 0U);
+    EXPECT_EQ(device->CallCount(MetadataReleaseAndroid), 0U);
+    EXPECT_TRUE(test::Logged("E", "ReleaseAndroidMetadata", "ReleaseAndroidMetadata fail"));
+}
+
+// --- Tags
+
+TEST(GetTag, ReturnsTheDataAndItsSize) {
+    Device device;
+    Camera camera{device};
+    void* metadata = camera->CreateWithUsage(camera.Table(), nullptr, 0, 0);
+    camera->SetTag(camera.Table(), metadata, 0x80000ABC, "five", 5, 0);
+    uint32_t size = 0;
+    void* data = camera->GetTag(camera.Table(), metadata, 0x80000ABC, &size, 0xFE);
+    EXPECT_STREQ(static_cast<const char*>(data), "five");
+    EXPECT_EQ(size, 5U);
+    EXPECT_EQ(camera->GetTag(camera.Table(), metadata, 0x80000ABC, nullptr, 0), data);
+
+    const Words args = device->Calls(MetadataGetTag).at(0).args;
+    EXPECT_EQ((Words{args.begin(), args.begin() + 3}), (Words{Word(metadata), 0x80000ABC, 0xFE}));
+    EXPECT_TRUE(test::Logged(
+        "V", "GetTag",
+        test::Printed("returnSize %p tagId 80000abc typeId 254 pTagData %p entryInfo.size 5", &size,
+                      P(args.at(3) + 8))));
+    camera->MetadataDestroy(camera.Table(), metadata);
+}
+
+TEST(GetTag, ReadsAClearedRecordWhereTheVendorFillsNone) {
+    Device device;
+    Camera camera{device};
+    device->Fail(MetadataGetTag, 1);
+    uint32_t size = 77;
+    EXPECT_EQ(camera->GetTag(camera.Table(), P(1), 1, &size, 0), nullptr);
+    EXPECT_EQ(size, 0U);
+    EXPECT_EQ(test::CountLogged("E", ""), 0U) << "the vendor's result is not looked at";
+}
+
+// --- Image buffers
+
+constexpr uint64_t kImage = 0x1234;
+
+TEST(GetImageBuffer, MakesTheManagerThatTheStreamsFormatAsksFor) {
+    struct Case {
+        uint32_t format, width, height;
+        Words made; ///< Width, height, format.
+        const char* name;
+        std::string warning = "";
+    };
+    const Case cases[] = {
+        {35, 4000, 3000, {4000, 3000, 35}, "format_35_wxh_4000x3000"},
+        {33, 4000, 3000, {48000000, 1, 33}, "format_33_wxh_48000000x1"},
+        {40,
+         64,
+         32,
+         {64, 32, 0x7FA30C09},
+         "format_2141391881_wxh_64x32",
+         "Overriding format from ChiStreamFormatUBWCNV124R to ChiStreamFormatUBWCTP10 as Gralloc "
+         "does not support ChiStreamFormatUBWCNV124R"},
+        {0x7FA30C08,
+         64,
+         32,
+         {64, 32, 0x7FA30C09},
+         "format_2141391881_wxh_64x32",
+         "Overriding format from ChiStreamFormatPD10 to ChiStreamFormatRaw12 as Gralloc does not "
+         "support ChiStreamFormatPD10"},
+    };
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(wanted.format);
+        Device device;
+        Camera camera{device};
+        device->Fail(GetImageBuffer, kImage);
+        ChiStream stream = {
+            .width = wanted.width, .height = wanted.height, .format = wanted.format};
+        EXPECT_EQ(camera->GetImageBuffer(camera.Table(), &stream), P(kImage));
+        camera.Destroy();
+
+        const standin::Call made = device->Calls(BufferManagerCreate).at(0);
+        EXPECT_EQ(made.args.at(0), device->Calls(BufferOpsClose).at(0).args.at(0));
+        EXPECT_EQ((Words{made.args.begin() + 2, made.args.begin() + 5}), wanted.made);
+        EXPECT_EQ(made.args.at(5), Word(&stream));
+        EXPECT_EQ(made.text, std::string("OEM_CHI_BUFFER_MANAGER_") + wanted.name);
+        EXPECT_EQ(test::CountLogged("W", ""), wanted.warning.empty() ? 0U : 1U);
+        EXPECT_TRUE(wanted.warning.empty() || test::Logged("W", "GetImageBuffer", wanted.warning));
+    }
+}
+
+TEST(GetImageBuffer, IsNullWithoutTheBufferRecord) {
+    Device device;
+    device->Fail(OpenBufferOps, 0);
+    Camera camera{device};
+    ChiStream stream = {.width = 8, .height = 8, .format = 40};
+    EXPECT_EQ(camera->GetImageBuffer(camera.Table(), &stream), nullptr);
+    EXPECT_TRUE(test::Logged("E", "GetImageBuffer", "Invalid m_pBufferAdaptee:(nil)"));
+    EXPECT_EQ(test::CountLogged("W", "Overriding"), 1U) << "the format is chosen before";
+}
+
+class Managers : public testing::Test {
+  protected:
+    void* Take(ChiStream& stream) { return camera->GetImageBuffer(camera.Table(), &stream); }
+    Words Received(Entry entry) {
+        Words words;
+        for (const standin::Call& call : device->Calls(entry)) {
+            words.push_back(call.args.at(0));
+        }
+        return words;
+    }
+
+    Device device;
+    Camera camera{device};
+    ChiStream first = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
+    ChiStream second = first;
+};
+
+TEST_F(Managers, AreMadeOnceForEachStreamAndGetTheirBuffersBack) {
+    void* images[] = {Take(first), Take(second), Take(first)};
+    EXPECT_EQ(device->CallCount(BufferManagerCreate), 2U);
+    const Words used = Received(GetImageBuffer);
+    EXPECT_TRUE(used.at(0) == used.at(2) && used.at(0) != used.at(1));
+    for (void* image : images) {
+        camera->ReleaseImageBuffer(camera.Table(), image);
+    }
+    EXPECT_EQ(device->CountAlive().imageBuffers, 0U);
+    EXPECT_EQ(device->CountAlive().bufferManagers, 2U);
+}
+
+TEST_F(Managers, AreDestroyedOnceByTearDownAndMadeAnewAfterIt) {
+    device->Fail(GetImageBuffer, kImage);
+    Take(first);
+    Take(second);
+    camera->TearDownResource(camera.Table());
+    camera->TearDownResource(camera.Table());
+    EXPECT_EQ(device->CallCount(BufferManagerDestroy), 2U);
+    EXPECT_EQ(device->CountAlive().bufferManagers, 0U);
+    Take(first);
+    EXPECT_EQ(device->CallCount(BufferManagerCreate), 3U);
+}
+
+TEST_F(Managers, ThatCouldNotBeMadeAreKeptAsNullUntilTearDown) {
+    device->Fail(BufferManagerCreate, 0, 1, 1);
+    Take(first);
+    EXPECT_EQ(Take(first), nullptr);
+    EXPECT_EQ(device->CallCount(BufferManagerCreate), 1U);
+    EXPECT_EQ(Received(GetImageBuffer), (Words{0, 0}));
+    camera->TearDownResource(camera.Table());
+    EXPECT_EQ(Received(BufferManagerDestroy), Words{0});
+}
+
+TEST_F(Managers, AreNotKeptWhereTheCreateEntryIsMissing) {
+    device->SetMissing(BufferManagerCreate);
+    device->Fail(GetImageBuffer, kImage);
+    EXPECT_EQ(Take(first), P(kImage)) << "asked for with a null manager";
+    EXPECT_EQ(Received(GetImageBuffer), Words{0});
+    device->SetMissing(BufferManagerCreate, false);
+    Take(first);
+    EXPECT_EQ(device->CallCount(BufferManagerCreate), 1U);
+    camera.Destroy();
+    EXPECT_TRUE(test::Logged(
+        "E", "GetImageBuffer",
+        test::Printed("Invalid m_pBufferAdaptee:%p", P(Received(BufferOpsClose).at(0)))));
+}
+
+} // namespace

@@ -1,0 +1,366 @@
+/// What a session's results become for the host, when a request is complete, and how a session gets
+/// buffers of the framework.
+
+#include "tests/support/scene.h"
+
+namespace {
+
+using namespace test;
+using standin::Shape;
+
+/// One request that waits for its results.
+struct Submitted : Scene {
+    Submitted() : Scene(Delivery::ByHand) { EXPECT_EQ(Submit(), 0U); }
+};
+
+// --- Completion
+
+TEST(Completion, TellsTheHostInOrderWhateverTheShapeOfTheResults) {
+    const std::pair<Shape, const char*> shapes[] = {
+        {Shape::MetadataFirst, "M B R C0"}, {Shape::BuffersFirst, "B M R C0"},
+        {Shape::Together, "MB R C0"},       {Shape::Partials, "M B R C0"},
+        {Shape::ErrorBuffer, "MB R C1"},    {Shape::SecondBlock, "MB MB R C0"},
+    };
+    for (const auto& [shape, story] : shapes) {
+        Submitted scene;
+        scene.device->Deliver(0, shape);
+        EXPECT_EQ(Story(scene.request), story);
+        // Those of the session's settings and of the request; not the host's own.
+        EXPECT_EQ(scene.device->CallCount(Entry::MetadataDestroy), 2U);
+    }
+}
+
+TEST(Completion, LogsItsStepsInOrder) {
+    Submitted scene;
+    scene.Send({.statuses = {3}, .metadata = scene.Pending().pOutputMetadata});
+    EXPECT_EQ(
+        scene.Named(Log("ProcessCaptureResultCb")),
+        R"(I frameNumber numBuf:1 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 pMetadata:<metadata> pLastCount 0
+I [offline_meta] frameNumber:1 release offline input metadata:<rt metadata> and output metadata:<metadata>
+I Freeing up real time output buffers (input to first offline session)
+E ERROR BUFFER status 3
+I Notify close process
+I Returning from capture result)");
+}
+
+struct Completing {
+    std::vector<Result> results; ///< The first one brings the metadata, too.
+    uint32_t totalResult;
+    const char* story; ///< After the last of them.
+};
+
+const Completing kCompletings[] = {
+    {{{.statuses = {0}, .partials = 1}, {.partials = 1}, {}}, 1, "MB R C0"},
+    {{{.statuses = {0}, .partials = 1}}, 1, "MB"},
+    {{{.statuses = {0}}, {.statuses = {0}}}, 2, "MB B R C0"},
+    {{{.statuses = {0}}}, 2, "MB"},
+    {{{.statuses = {0, 1}}}, 2, "MBB R C0"}, // Only the first buffer of a result counts,
+    {{{.statuses = {9, 0}}}, 2, "MBB R C1"},
+    {{{.statuses = {1}}, {.statuses = {0}}}, 2, "MB B R C0"}, // and only the last result.
+    {{{.statuses = {1}, .partials = 1}, {}}, 1, "MB R C0"},
+    {{{}}, 1, "M"},
+    {{{}}, 0, "M R C0"},
+};
+
+TEST(Completion, IsReachedByTheCountOfBuffersOnceNoPartialIsToCome) {
+    for (const Completing& row : kCompletings) {
+        Submitted scene;
+        scene.Info().totalResult = row.totalResult;
+        ChiMetadataHandle metadata = scene.Pending().pOutputMetadata;
+        size_t pending = 0;
+        for (Result result : row.results) {
+            result.metadata = std::exchange(metadata, nullptr);
+            scene.Send(result);
+            pending += result.partials != 0 ? 1 : 0;
+        }
+        EXPECT_EQ(Story(scene.request), row.story);
+        EXPECT_EQ(CountLogged("I", "Free up real time metadata  - pending"), pending);
+        if (scene.request.Count(Event::Complete) == 0) {
+            scene.Finish();
+        }
+    }
+}
+
+TEST(Completion, DestroysTheOutputMetadataWithTheFirstMetadataOfARequestOnly) {
+    Submitted scene;
+    const size_t alive = scene.device->CountAlive().metadata;
+    scene.Send({.metadata = scene.Pending().pOutputMetadata, .partials = 1});
+    EXPECT_EQ(scene.device->CountAlive().metadata, alive - 1);
+    scene.device->ClearRecords();
+    scene.Send({.statuses = {0}, .metadata = scene.request.wrapper.pChiMetadataHandles[0]});
+    EXPECT_EQ(scene.device->CountAlive().metadata, alive - 1);
+    EXPECT_NE(Log().find(" and output metadata:(nil)\n"), std::string::npos);
+}
+
+TEST(Completion, WithoutAnyMetadataLeavesTheOutputMetadataToTheVendor) {
+    Submitted scene;
+    const ChiMetadataHandle output = scene.Pending().pOutputMetadata;
+    scene.Send({.statuses = {0}});
+    EXPECT_EQ(Story(scene.request), "B R C0");
+    EXPECT_EQ(scene.device->CountAlive().metadata, 2U) << "the host's and this one";
+    scene.camera->MetadataDestroy(scene.camera.Table(), output);
+}
+
+TEST(Completion, LowersTheCamerasCounterByTheFrameOfAResultWithBuffers) {
+    struct Row {
+        Result result;
+        int count; ///< After it; 6 before.
+    };
+    for (const Row& row : {Row{{.statuses = {0}, .partials = 1, .frame = 2}, 4},
+                           Row{{.statuses = {0}, .partials = 1, .frame = 6}, 0},
+                           Row{{.statuses = {0}, .partials = 1, .frame = 7}, 6},
+                           Row{{.partials = 1, .frame = 2}, 6}}) {
+        Submitted scene; // Frame 1.
+        scene.Submit();
+        scene.Submit();
+        scene.Send(row.result);
+        EXPECT_TRUE(LogLines("ProcessCaptureResultCb")
+                        .at(0)
+                        .ends_with(Printed(" pLastCount %d", row.count)));
+        for (size_t i = 0; i < 3; ++i) {
+            scene.Finish(i);
+        }
+    }
+}
+
+TEST(Completion, CallsTheTableThatTheLastSubmissionBrought) {
+    Submitted scene;
+    static int calls;
+    calls = 0;
+    OemLayer::OffCamApplicationCallbacks other = scene.request.callbacks;
+    other.releaseRtBuffers = [](OemLayer::RequestPrivData*) { ++calls; };
+    other.requestComplete = [](OemLayer::RequestPrivData*, uint32_t) { ++calls; };
+    scene.request.callbacksArgument = &other;
+    scene.request.wrapper.identity.pOutStream = nullptr; // Refused, and counts all the same.
+    EXPECT_EQ(scene.Submit(), 4U);
+    scene.Send({.statuses = {0}, .metadata = scene.Pending().pOutputMetadata});
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(Story(scene.request), "MB");
+}
+
+// --- Results that are not for the host
+
+TEST(Result, WithoutItsRequestIsLoggedAndIgnored) {
+    for (const bool present : {false, true}) {
+        Submitted scene;
+        scene.device->ClearRecords();
+        ChiOfflineResultBlock block = {};
+        ChiOfflineCaptureResultInfo info = {1, &block, &block, nullptr};
+        const ChiOfflineSessionCallbacks* callbacks = scene.Session().pCallbacks;
+        callbacks->ProcessCaptureResultCb(callbacks, 1, present ? &info : nullptr);
+        EXPECT_EQ(LogLines().size(), 1U);
+        EXPECT_EQ(Log().find("E ProcessCaptureResultCb: "), 0U);
+        scene.Finish();
+    }
+}
+
+TEST(Result, WithoutAMainBlockOnlyLogs) {
+    Submitted scene;
+    scene.device->ClearRecords();
+    ChiOfflineResultBlock second = {.pMetadata = MadeUp(1)};
+    ChiOfflineCaptureResultInfo info = {1, nullptr, &second, &scene.Pending()};
+    const ChiOfflineSessionCallbacks* callbacks = scene.Session().pCallbacks;
+    callbacks->ProcessCaptureResultCb(callbacks, 1, &info);
+    EXPECT_EQ(scene.Named(Log()),
+              Printed("I ProcessOfflineCaptureResultCb: pResult:%p pRtPvtData:<private>\n"
+                      "I ProcessCaptureResultCb: Returning from capture result",
+                      MadeUp(Address(&info))));
+    scene.Finish();
+}
+
+TEST(Result, IsReportedOnceMoreForASecondBlockWithMetadataOrAnArray) {
+    ChiStreamBuffer buffer = {};
+    const std::pair<ChiOfflineResultBlock, const char*> rows[] = {
+        {{.pBuffers = &buffer}, "B B"},
+        {{.pMetadata = MadeUp(1)}, "B B"},
+        {{.numBuffers = 1, .numPartialMetadata = 1}, "B"},
+    };
+    for (auto [second, story] : rows) {
+        Submitted scene;
+        scene.Send({.statuses = {0}, .partials = 1, .pSecond = &second});
+        EXPECT_EQ(Story(scene.request), story);
+        scene.Finish();
+    }
+}
+
+// --- Capture results
+
+TEST(CaptureResult, CarriesTheRequestsFrameAndThePartialNumberOfItsMetadata) {
+    Submitted scene;
+    scene.Send({.statuses = {1}, .metadata = scene.Pending().pOutputMetadata, .frame = 41});
+    const Event event = scene.request.Events().at(0);
+    EXPECT_EQ(event.result.frame_number, 7U);
+    EXPECT_EQ(event.result.num_output_buffers, 1U);
+    EXPECT_EQ(event.result.partial_result, 355U);
+    EXPECT_EQ(event.result.input_buffer, nullptr);
+    EXPECT_EQ(event.buffers.at(0).stream, &scene.request.outputStream);
+    EXPECT_EQ(event.buffers.at(0).status, 1);
+    const auto made = scene.device->Calls(Entry::MetadataCreateAndroid).at(0).args;
+    EXPECT_EQ(std::vector(made.begin() + 2, made.end()), (std::vector<uint64_t>{1, 0, 0, 0}));
+    EXPECT_EQ(
+        scene.Named(Log("ProcessOfflineCaptureResultCb")),
+        R"(I offline buffer received, frameNumber:7, buferIndex:0/1, stream:<out> format:35 size(64, 32)
+I Get offline camera metadata for frame:7 pMeta:<android metadata>)");
+}
+
+TEST(CaptureResult, OfOneKindLeavesTheOtherEmpty) {
+    Submitted scene;
+    scene.Send({.statuses = {0}, .partials = 1});
+    scene.Finish();
+    const camera3_capture_result buffers = scene.request.Events().at(0).result;
+    const camera3_capture_result metadata = scene.request.Events().at(1).result;
+    EXPECT_EQ(buffers.result, nullptr);
+    EXPECT_EQ(buffers.partial_result, 0U);
+    EXPECT_EQ(metadata.num_output_buffers, 0U);
+    EXPECT_EQ(metadata.output_buffers, nullptr);
+    EXPECT_EQ(metadata.partial_result, 355U);
+}
+
+TEST(CaptureResult, GoesWithoutMetadataThatCannotBeTranslated) {
+    for (const bool missing : {false, true}) {
+        Submitted scene;
+        scene.device->Fail(Entry::MetadataCreateAndroid, 0);
+        scene.device->SetMissing(Entry::MetadataCreateAndroid, missing);
+        scene.Send({.metadata = scene.Pending().pOutputMetadata});
+        EXPECT_EQ(Story(scene.request), "") << "nothing to send";
+        scene.Send({.statuses = {0}, .metadata = scene.request.wrapper.pChiMetadataHandles[0]});
+        EXPECT_EQ(Story(scene.request), "B R C0");
+        EXPECT_EQ(scene.request.Events().at(0).result.partial_result, 0U);
+        EXPECT_EQ(LastLog("ProcessOfflineCaptureResultCb"), "E frameNumber:7 pMeta:(nil)");
+    }
+}
+
+TEST(CaptureResult, ReportsTheFirstEightOfMoreBuffers) {
+    Submitted scene;
+    scene.device->ClearRecords();
+    scene.Info().totalResult = 9;
+    scene.Send(
+        {.statuses = {0, 1, 2, 3, 4, 5, 6, 7, 8}, .metadata = scene.Pending().pOutputMetadata});
+    EXPECT_EQ(Story(scene.request), "MBBBBBBBB R C0");
+    EXPECT_EQ(scene.request.Events().at(0).buffers.at(7).status, 7);
+    EXPECT_EQ(CountLogged("E", ""), 1U);
+}
+
+// --- Framework buffers
+
+/// A framework that answers as told, and a session that asks it for one buffer and for two.
+struct Framework : Submitted {
+    static inline Framework* current;
+    int32_t result = 0;
+    uint32_t answers = 2;
+    uint32_t surplus = 0; ///< Buffers beyond the wanted ones that each answer claims.
+
+    camera3_stream streams[2] = {MakeStream(35), MakeStream(33)};
+    ChiOfflineQueryBuffer queries[2] = {{&streams[0], 1}, {&streams[1], 2}};
+    ChiStreamBuffer storage[3] = {};
+    ChiOfflineQueryStreamBuffer returned[2] = {{nullptr, 9, 9, &storage[0]},
+                                               {nullptr, 9, 9, &storage[1]}};
+    unsigned int numReturned = 77;
+
+    Framework() {
+        current = this;
+        request.frameworkOps.request_stream_buffers = Answer;
+        device->ClearRecords();
+    }
+    ~Framework() { Finish(); }
+
+    uint32_t Ask() {
+        const ChiOfflineSessionCallbacks* callbacks = Session().pCallbacks;
+        return callbacks->GetFrameworkBuffers(callbacks, 2, queries, &numReturned, returned);
+    }
+    /// "stream:status:count" of each answer, with the statuses of its buffers.
+    std::string Returned() const {
+        std::string text;
+        for (const ChiOfflineQueryStreamBuffer& answer : returned) {
+            text += Printed(" %td:%u:%u", answer.pStream - (answer.pStream ? streams : nullptr),
+                            answer.status, answer.numBuffers);
+        }
+        return text + Printed(" with %u %u %u", storage[0].bufferStatus, storage[1].bufferStatus,
+                              storage[2].bufferStatus);
+    }
+    static int32_t Answer(const camera3_callback_ops* ops, uint32_t count,
+                          const camera3_buffer_request* requests, uint32_t* returnedCount,
+                          camera3_stream_buffer_ret* answers) {
+        Framework& self = *current;
+        EXPECT_EQ(ops, &self.request.frameworkOps);
+        EXPECT_EQ(*returnedCount, count);
+        for (uint32_t i = 0; i < count; ++i) {
+            EXPECT_EQ(requests[i].stream, &self.streams[i]);
+            EXPECT_EQ(requests[i].num_buffers_requested, i + 1);
+            EXPECT_EQ(answers[i].stream, requests[i].stream);
+            answers[i].status = static_cast<int32_t>(5 + i);
+            answers[i].num_output_buffers = i + 1 + self.surplus;
+            for (uint32_t j = 0; j <= i; ++j) {
+                answers[i].output_buffers[j].status = static_cast<int32_t>(10 * (i + 1) + j);
+            }
+        }
+        *returnedCount = self.answers;
+        return self.result;
+    }
+};
+
+struct Answering {
+    uint32_t answers, surplus, numReturned;
+    const char* returned;
+    size_t errors;
+};
+
+TEST(FrameworkBuffers, AreTranslatedIntoTheVendorsStorageAsFarAsTheyWereAskedFor) {
+    for (const Answering& row : {Answering{2, 0, 2, " 0:5:1 1:6:2 with 10 20 21", 0},
+                                 Answering{1, 0, 1, " 0:5:1 0:9:9 with 10 0 0", 0},
+                                 Answering{0, 0, 0, " 0:9:9 0:9:9 with 0 0 0", 0},
+                                 Answering{3, 1, 2, " 0:5:1 1:6:2 with 10 20 21", 3}}) {
+        Framework framework;
+        framework.answers = row.answers;
+        framework.surplus = row.surplus;
+        EXPECT_EQ(framework.Ask(), 0U);
+        EXPECT_EQ(framework.numReturned, row.numReturned);
+        EXPECT_EQ(framework.Returned(), row.returned);
+        EXPECT_EQ(CountLogged("E", ""), row.errors);
+    }
+}
+
+TEST(FrameworkBuffers, AreLogged) {
+    Framework framework;
+    framework.Ask();
+    EXPECT_EQ(Log("GetFrameworkBuffers"), Printed("I numOfReqBuffers 1 i 0 pStream %p\n"
+                                                  "I numOfReqBuffers 2 i 1 pStream %p\n"
+                                                  "I request hal stream buffer success",
+                                                  MadeUp(Address(&framework.streams[0])),
+                                                  MadeUp(Address(&framework.streams[1]))));
+}
+
+TEST(FrameworkBuffers, ARefusalOrAMissingEntryIsAFailure) {
+    for (const int32_t result : {-5, 1}) {
+        Framework framework;
+        framework.result = result;
+        if (result == 1) {
+            framework.request.frameworkOps.request_stream_buffers = nullptr;
+        }
+        EXPECT_EQ(framework.Ask(), 1U);
+        EXPECT_EQ(framework.numReturned, 77U);
+        EXPECT_EQ(framework.Returned(), " 0:9:9 0:9:9 with 0 0 0");
+        EXPECT_EQ(LastLog("GetFrameworkBuffers"),
+                  Printed("E request hal stream buffer failed, non-fatal retval = %d", result));
+    }
+}
+
+TEST(FrameworkBuffers, NeedTheirArgumentsAndTheFrameworksTable) {
+    Framework framework;
+    const ChiOfflineSessionCallbacks* callbacks = framework.Session().pCallbacks;
+    const auto get = callbacks->GetFrameworkBuffers;
+    unsigned int count = 77;
+    ChiOfflineSessionCallbacks bare = {};
+    EXPECT_EQ(get(nullptr, 2, framework.queries, &count, framework.returned), 1U);
+    EXPECT_EQ(get(callbacks, 2, nullptr, &count, framework.returned), 1U);
+    EXPECT_EQ(get(callbacks, 2, framework.queries, &count, nullptr), 1U);
+    EXPECT_EQ(get(&bare, 2, framework.queries, &count, framework.returned), 1U);
+    framework.request.wrapper.pCamera3CbOps = nullptr;
+    framework.request.wrapper.numBuffers = 13; // Refused, and its table counts all the same.
+    framework.Submit();
+    EXPECT_EQ(framework.Ask(), 1U);
+    EXPECT_EQ(framework.numReturned + count, 2 * 77U);
+    EXPECT_EQ(Log("GetFrameworkBuffers"), "");
+}
+
+} // namespace

@@ -1,0 +1,242 @@
+/// How the first request of an identity makes its session, and how later ones find it.
+
+#include "tests/support/scene.h"
+
+namespace {
+
+using namespace test;
+
+constexpr const char kNoSession[] = "E Invalid session handle or NULL session info in mSessInfoMap";
+
+std::string EntriesCalled(const Device& device) {
+    std::string entries;
+    for (const standin::Call& call : device->Calls()) {
+        entries += std::string(entries.empty() ? "" : " ") + standin::EntryName(call.entry);
+    }
+    return entries;
+}
+
+// --- The first request
+
+TEST(Session, IsOpenedPreparedAndConfiguredByItsFirstRequest) {
+    Scene scene(Delivery::OnCallerThread, 2);
+    scene.request.wrapper.identity.cameraId = 5;
+    scene.request.raw.width = 96;
+    Put(scene.request.wrapper, 96, 0x77);
+    scene.device.ExpectViolations(); // The input buffer is not as wide.
+    EXPECT_EQ(scene.Submit(), 0U);
+    const std::string log = scene.Named(Log());
+    const size_t start = log.find("\n") + 1;
+    EXPECT_EQ(log.substr(start, log.find("I Submit", start) - start),
+              R"(I GetSessHandle: pOutStream <out> cameraId 5 featureName Night
+I GenerateOfflineSessions: Generate offline session for pStream(<out>) size (64 x 32) Started...
+I GenerateOfflineSessions: Generate offline session for feature Night outputStream:<out> phyCameraId:5 size (64 x 32) pInputStreams[1/1] <in> size (96 x 32) start
+E FindOfflineInfo: find offline info Night success
+I DoOpenOfflineSession: Shared session handle: 0
+I DoOpenOfflineSession: Opened new session, sessionHdl: <session>
+E FindOfflineInfo: find offline info Night success
+E FindOfflineInfo: find offline info Night success
+I OpenOfflineSession: [oemlayer_stream] offline session Night for cameraId:5 stream:<out> sessHdl:<session>
+I Initialize: Prepare config offline m_Sesshdle <session> pOutStream <out> pInStreams size 1 pConfiguration 0x77
+I PrepareOfflineConfig: [oemlayer_stream] Preparing streams for Night numInStreams 1
+I PrepareOfflineConfig: [oemlayer_stream] Convert offline input streamIndex: pHalStream:<in> to pChiStream:<stream 0>, type:0, format:37 size(96, 32)
+I DoPrepareOfflineConfig: create chimeta: <settings> 
+I DoPrepareOfflineConfig: [oemlayer_stream] Configuring offline input stream:<stream 0> format: 37, size(96, 32) at Index:0/1
+I DoPrepareOfflineConfig: [oemlayer_stream] Buffer format for input stream Id 0 for session Night
+I DoPrepareOfflineConfig: [oemlayer_stream] Configuring offline output stream:<out> format:35, size(64, 32) at Index:0/1
+I ConfigStreams: [oemlayer_stream] configure camera 5 with ppChiStreams: <list>
+I ConfigStreams: destroy chimeta: <settings>
+I GenerateOfflineSessions: Generate offline session for feature Night outputStream:<out> phyCameraId:5 size (64 x 32) end
+I GenerateOfflineSessions: Generate offline session for pStream(<out>) size (64 x 32) End...
+I GenerateOfflineSessions: Supported session[1/1]: handle <session> cameraId 5 feature Night for outputStream <out>
+I GetSessHandle: Session handle <session> matched.
+)");
+    EXPECT_EQ(EntriesCalled(scene.device),
+              "TranslateToChiBuffer OpenSession MetadataCreateFromAndroid ConfigureStreams "
+              "MetadataDestroy MetadataCreate ExecuteRequest TranslateFromChiBuffer "
+              "MetadataCreateAndroid MetadataDestroy");
+}
+
+TEST(Session, IsOpenedWithItsNameAndCallbacks) {
+    Scene scene(Delivery::OnCallerThread, 2);
+    scene.request.wrapper.identity.cameraId = 5;
+    Put(scene.request.wrapper, 72, 0x55);
+    scene.Submit();
+    const standin::SessionCopy session = scene.Session();
+    // The text that was handed over stays, while the record's own name is the feature's by now.
+    EXPECT_STREQ(At<const char*>(*session.pCreateInfo, 0), "session_of_camera_5");
+    EXPECT_EQ(scene.Info().sessionName, "Night");
+    EXPECT_EQ(scene.Info().pCameraInfo, MadeUp(0x55));
+    EXPECT_EQ(At(*session.pCreateInfo, 8), 0U);
+    EXPECT_EQ(At(*session.pCallbacks, 24), 0U);
+    const auto notify = At<decltype(session.pCallbacks->ProcessNotifyCb)>(*session.pCallbacks, 8);
+    scene.device->ClearRecords();
+    notify(session.pCallbacks, 0, nullptr);
+    EXPECT_EQ(LastLog("ProcessNotifyCb"), "I Notify Callback Received - Implementation pending");
+}
+
+TEST(Session, TurnsAHostStreamIntoAVendorStream) {
+    Scene scene;
+    camera3_stream& raw = scene.request.raw;
+    std::memset(reinterpret_cast<char*>(&raw) + 16, 0x5A, sizeof raw - 16);
+    uint32_t expected[40] = {1, 64, 32, 37}; // An input from now on.
+    for (const size_t word : {4, 5, 8, 9, 12, 13, 14, 15, 16}) {
+        expected[word] = static_cast<uint32_t>(0x100 + word);
+        std::memcpy(reinterpret_cast<char*>(&raw) + 4 * word, &expected[word], 4);
+    }
+    expected[32] = 2; // The vendor's colour filter pattern, in a stream that was cleared.
+    expected[38] = 0xFFFFFFFF;
+    raw.physical_camera_id = "wide";
+    scene.Submit();
+
+    const ChiStream stream = scene.Session().streams.at(0);
+    for (const size_t word : {6, 10, 34}) { // Pointers.
+        std::memcpy(&expected[word], reinterpret_cast<const char*>(&stream) + 4 * word, 8);
+    }
+    EXPECT_EQ(std::memcmp(&stream, expected, sizeof stream), 0);
+    EXPECT_STREQ(At<const char*>(stream, 40), "wide");
+    EXPECT_STREQ(At<const char*>(stream, 136), "");
+    EXPECT_EQ(At<const uint64_t*>(stream, 24)[0], 0U);
+    EXPECT_EQ(At<const uint64_t*>(stream, 24)[1], Address(&raw));
+    EXPECT_EQ(raw.stream_type, CAMERA3_STREAM_OUTPUT) << "the host's own record is left alone";
+}
+
+TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
+    Scene scene;
+    scene.UseWords({37, 32});
+    Put(scene.request.wrapper, 96, 0x77);
+    camera3_stream& output = scene.request.outputStream;
+    std::memset(reinterpret_cast<char*>(&output) + 144, 0x5A, 16);
+    scene.Submit();
+
+    const standin::SessionCopy session = scene.Session();
+    EXPECT_STREQ(At<const char*>(session.config, 0), "0");
+    EXPECT_EQ(At<uint32_t>(session.config, 8), 3U);
+    EXPECT_EQ(At<uint32_t>(session.config, 24), 8U) << "the feature's operation mode";
+    EXPECT_EQ(At(session.config, 40), 0U);
+    const std::vector<ChiStream*>& list = session.streamPointers;
+    EXPECT_EQ(list.at(0)->format, 37U);
+    EXPECT_EQ(list.at(1), list.at(0) + 1) << "one block";
+    EXPECT_EQ(Address(list.at(2)), Address(&output));
+    EXPECT_EQ(At(output, 144), 0x5A5A5A5AU) << "0 at 148, and nothing before it";
+    EXPECT_EQ(At(output, 152), 0x5A5A5A5AFFFFFFFFU);
+    const auto made = scene.device->Calls(Entry::MetadataCreateFromAndroid).at(0).args;
+    EXPECT_EQ(std::vector(made.begin() + 1, made.end()),
+              (std::vector<uint64_t>{0x77, 0, 0, 0xFFFFFFFF}));
+    EXPECT_EQ(scene.device->Calls(Entry::MetadataDestroy).at(0).args.at(0), At(session.config, 32));
+}
+
+// --- Later requests
+
+TEST(Session, IsFoundByAnEqualIdentity) {
+    Scene scene;
+    scene.Submit();
+    scene.device->ClearRecords();
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 0U);
+    EXPECT_EQ(scene.Named(LastLog("GetSessHandle")), "I Session handle <session> matched.");
+}
+
+TEST(Session, AnotherCameraOrFeatureGetsItsOwnBehindTheOthersOfTheStream) {
+    Scene scene;
+    scene.Submit();
+    scene.request.wrapper.identity.cameraId = 1;
+    scene.Submit();
+    scene.request.wrapper.identity.featureName = "Hdr";
+    EXPECT_EQ(scene.Submit(), 0U);
+    const auto sessions = scene.device->Sessions(); // In the order of opening.
+    ASSERT_EQ(sessions.size(), 3U);
+    const char* const chains[] = {"cameraId 0 feature Night", "cameraId 1 feature Night",
+                                  "cameraId 1 feature Hdr"};
+    std::string dump;
+    for (int i = 0; i < 3; ++i) {
+        dump += Printed("\nI Supported session[%d/3]: handle %ld %s for outputStream %p", i + 1,
+                        static_cast<long>(sessions[i].handle), chains[i],
+                        MadeUp(Address(&scene.request.outputStream)));
+    }
+    EXPECT_TRUE(Log("GenerateOfflineSessions").ends_with(dump)) << dump;
+    EXPECT_EQ(scene.Executed(2).session, sessions[2].handle);
+}
+
+TEST(Session, ARequestWithoutInputsLeavesTheStreamsOtherSessions) {
+    Scene scene;
+    scene.Submit();
+    const auto inputs = std::exchange(scene.request.privData.inputStreams, {});
+    scene.request.wrapper.identity.featureName = "Hdr";
+    EXPECT_EQ(scene.Submit(), 4U);
+    scene.request.wrapper.identity.featureName = "Night";
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 1U);
+}
+
+// --- Sessions that cannot be made
+
+struct NoSession {
+    void (*spoil)(Request&);
+    const char* line;       ///< Of the registry.
+    size_t generationLines; ///< Two for each attempt.
+};
+
+const NoSession kNoSessions[] = {
+    {[](Request& request) { request.wrapper.identity.pOutStream = nullptr; },
+     "E pOutStream is null!!!", 0},
+    {[](Request& request) { request.outputStream.stream_type = CAMERA3_STREAM_INPUT; },
+     "E Failed to find pOutStream in m_pStream2SuppSessMap", 0},
+    {[](Request& request) { request.outputStream.width = 0; },
+     "E Failed to find pOutStream in m_pStream2SuppSessMap", 0},
+    {[](Request& request) { request.outputStream.height = 0; },
+     "E Failed to find pOutStream in m_pStream2SuppSessMap", 0},
+    {[](Request& request) { request.privData.inputStreams.clear(); },
+     "E Cannot match any session!!!", 4},
+};
+
+TEST(Session, IsNotMadeForAStreamThatCannotHaveOneOrWithoutInputs) {
+    for (const NoSession& row : kNoSessions) {
+        SCOPED_TRACE(row.line);
+        Scene scene;
+        row.spoil(scene.request);
+        EXPECT_EQ(scene.Submit(), 4U);
+        EXPECT_EQ(LastLog("GetSessHandle"), row.line);
+        EXPECT_EQ(LogLines("GenerateOfflineSessions").size(), row.generationLines);
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"), kNoSession);
+        EXPECT_EQ(EntriesCalled(scene.device), "TranslateToChiBuffer");
+    }
+}
+
+TEST(Session, WhoseOpeningFailedIsListedWithHandleZeroUntilFlush) {
+    Scene scene;
+    scene.device->Fail(Entry::OpenSession, 0, 1, 1);
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(scene.Named(LastLog("OpenOfflineSession")),
+              "E [oemlayer_stream] Unable to open session for Night for stream:<out>");
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(LastLog("GetSessHandle"), "I Session handle 0 matched.");
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 1U);
+    EXPECT_EQ(scene.device->CallCount(Entry::ExecuteRequest), 0U);
+    scene.camera.Flush();
+    EXPECT_EQ(scene.device->CallCount(Entry::CloseSession), 0U);
+    EXPECT_EQ(scene.Submit(), 0U);
+}
+
+TEST(Session, CannotBeOpenedWithoutAnOpenEntry) {
+    Scene scene;
+    scene.device->SetMissing(Entry::OpenSession);
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(LogLines("FindOfflineInfo").size(), 1U);
+    EXPECT_EQ(Log("DoOpenOfflineSession"), "I Shared session handle: 0");
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"), kNoSession);
+}
+
+TEST(Session, OpeningThatFailsCostsOneIdentityOnly) {
+    for (uint32_t nth = 1; nth <= 4; ++nth) {
+        SCOPED_TRACE(nth);
+        ThreeFeatures scene;
+        scene.device->Fail(Entry::OpenSession, 0, nth, 1);
+        EXPECT_EQ(scene.Submit(), scene.AllBut(nth, "4 "));
+        EXPECT_EQ(scene.device->CountAlive().sessions, nth <= 3 ? 2U : 3U);
+        scene.camera.Flush();
+        EXPECT_EQ(scene.device->CountAlive().sessions, 0U);
+    }
+}
+
+} // namespace

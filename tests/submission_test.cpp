@@ -1,0 +1,292 @@
+/// How a request's real-time outputs become the records of the vendor's execute call.
+
+#include "tests/support/scene.h"
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+using namespace test;
+using standin::Execution;
+
+// --- What is fed
+
+struct Feeding {
+    std::vector<int32_t> formats;
+    uint32_t sets, yuvInput, dualRdi;
+    const char* fed; ///< "stream:handle@manager" of each buffer, with a bar between the sets.
+};
+
+const Feeding kFeedings[] = {
+    {{37, 32}, 2, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
+    {{37, 37}, 2, 0, 1, " 0:1000@a0 1:1001@a1 | 0:1001@a0 1:1003@a1"},
+    {{37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0"},
+    {{37, 37}, 1, 0, 2, " 0:1000@a0 1:1000@a0"},
+    {{37, 35}, 1, 0, 0, " 0:1000@a0"},
+    {{35, 35}, 2, 1, 0, " 0:3000@a2 1:3000@a2 | 0:3001@a2 1:3001@a2"},
+    {{35}, 2, 2, 0, " |"},
+    {{35, 37}, 1, 0, 1, " 1:1001@a1"}, // Odd by its place in the list, whatever else is fed.
+    {{35, 37}, 1, 1, 1, " 0:3000@a2 1:1001@a1"},
+    {{38, 33}, 1, 1, 0, ""},
+    {{37}, 0, 0, 0, ""},
+};
+
+std::string Fed(const Scene& scene) {
+    const Execution execution = scene.Executed();
+    const std::vector<ChiStream*> list = scene.Session().streamPointers;
+    std::string text;
+    for (size_t i = 0; i < execution.inputs.size(); ++i) {
+        text += i == 0 ? "" : " |";
+        for (const ChiStreamBuffer& buffer : execution.inputs[i].buffers) {
+            const auto stream = std::find(list.begin(), list.end(), buffer.pStream);
+            text += Printed(" %td:%lx@%lx", stream - list.begin(), At(buffer, 24), At(buffer, 40));
+        }
+    }
+    return text;
+}
+
+TEST(Submission, FeedsTheInputStreamsOfEachSet) {
+    for (const Feeding& row : kFeedings) {
+        SCOPED_TRACE(row.fed);
+        Scene scene;
+        scene.UseWords(row.formats, row.sets);
+        scene.request.wrapper.yuvInput = row.yuvInput;
+        scene.request.wrapper.dualRdi = row.dualRdi;
+        EXPECT_EQ(scene.Submit(), 0U);
+        EXPECT_EQ(Fed(scene), row.fed);
+        EXPECT_EQ(scene.Executed().request.numInputs, row.sets);
+        EXPECT_EQ(Story(scene.request), "MB R C0");
+    }
+}
+
+TEST(Submission, ReadsRawHandlesPastTheirThirteenWords) {
+    Scene scene;
+    scene.UseWords({37, 37}, 12);
+    scene.request.wrapper.dualRdi = 1;
+    scene.Submit();
+    const std::string fed = Fed(scene);
+    EXPECT_NE(fed.find("| 0:1006@a0 1:100d@a1 |"), std::string::npos) << fed;
+    EXPECT_TRUE(fed.ends_with("| 0:100b@a0 1:1017@a1")) << fed;
+}
+
+TEST(Submission, PointsEachSetAtItsCountTimesItsIndex) {
+    for (const auto& [format, count] : {std::pair{32, 2U}, {38, 1U}}) {
+        Scene scene;
+        scene.UseWords({37, 38, format}, 4);
+        scene.Submit();
+        const Execution execution = scene.Executed();
+        for (size_t i = 0; i < 4; ++i) {
+            const ChiOfflineBufferSet& set = execution.inputs.at(i).set;
+            EXPECT_EQ(At<uint32_t>(set, 0), count);
+            EXPECT_EQ(At(set, 8), At(execution.inputs[0].set, 8) + 208 * count * i);
+            EXPECT_EQ(At(set, 24), 0x2000 + i);
+        }
+    }
+}
+
+// --- The records
+
+/// Every word of a record is as given, or 0.
+template <typename Record>
+void ExpectWords(const Record& record, const std::map<size_t, uint64_t>& words) {
+    for (size_t offset = 0; offset < sizeof record; offset += 8) {
+        EXPECT_EQ(At(record, offset), words.contains(offset) ? words.at(offset) : 0) << offset;
+    }
+}
+
+TEST(Submission, FillsTheRecordsOfItsInputs) {
+    for (const auto& [format, bufferFormat] : {std::pair{37, 9UL}, {32, 10UL}, {35, 0UL}}) {
+        Scene scene;
+        scene.UseWords({format});
+        scene.request.wrapper.yuvInput = 1;
+        scene.Submit();
+        const standin::BufferSetCopy set = scene.Executed().inputs.at(0);
+        const ChiStreamBuffer& buffer = set.buffers.at(0);
+        const bool raw = bufferFormat != 0;
+        EXPECT_EQ(buffer.pInputFormat != nullptr, raw);
+        ExpectWords(buffer, {{0, 208},
+                             {8, Address(scene.Session().streamPointers.at(0))},
+                             {16, 2},
+                             {24, raw ? 0x1000 : 0x3000},
+                             {40, raw ? 0xA0 : 0xA2},
+                             {48, Address(buffer.pInputFormat)}});
+        // The pattern is what the vendor left in the stream; the buffer format is at 12.
+        ExpectWords(set.formats.at(0), {{0, raw ? 2 : 0}, {8, bufferFormat << 32}});
+    }
+}
+
+TEST(Submission, FillsTheExecuteRecordAndItsOutput) {
+    Scene scene;
+    scene.Submit();
+    const Execution execution = scene.Executed();
+    const ChiOfflineExecuteRequest& request = execution.request;
+    const int32_t* frame = &scene.Info().offlineFrameNumber;
+    ExpectWords(request, {{0, 1},
+                          {8, Address(request.pInputs)},
+                          {16, Address(request.pOutput)},
+                          {24, Address(request.pPrivateData)},
+                          {32, Address(frame)},
+                          {40, Address(frame - 1)}});
+    EXPECT_EQ(execution.presetFrameNumber, -1);
+    const ChiOfflineBufferSet& output = execution.output.set;
+    ExpectWords(output, {{0, 1}, {8, Address(output.pBuffers)}, {24, Address(output.pMetadata)}});
+    EXPECT_NE(output.pMetadata, nullptr);
+    EXPECT_EQ(Address(execution.output.buffers.at(0).pStream),
+              Address(&scene.request.outputStream));
+}
+
+// --- The call
+
+TEST(Submission, LogsItsStepsInOrder) {
+    Scene scene;
+    scene.UseWords({37, 38});
+    Put(scene.request.wrapper, 96, 0x77);
+    scene.Submit();
+    // The result came before the last line, when there was nothing yet to lower the counter from.
+    EXPECT_EQ(
+        scene.Named(Log("SubmitRequestFromRT")),
+        R"(I pChiMetadataHandles: <wrapper+120>, pRDIBufferHandles: <wrapper+216> pRDIBufferStream: <wrapper+320> pRealtimePrivateData: <private>,pOfflineOutputBuffer: <buffer> m_pRealtimeSessionParameters: 0x77 mpOffCamAppCbs <callbacks>
+I rtFrameNumber:7, bufferIndex:0/1, offline inputmeta:<rt metadata> outputmeta:(nil) pBufferManager 0xa0
+I streamId:0/3, stream <stream 0>, streamType:1 format:37 size:(64, 32)
+I Input Stream Buffer Format Info, cfaPattern: 2 buffer format: 9
+I streamId:1/3, stream <stream 1>, streamType:1 format:38 size:(64, 32)
+I streamId:2/3, stream <out>, streamType:0 format:35 size:(64, 32)
+I [offline_meta]rtFrameNumber:7 create offline output metadata:<metadata>
+I rtFrameNumber:7, submiting request to offline session:<session> with 1 input buffers
+I Execute rtFrameNumber:7<->offlineFrame:1 success mTotalCounter 1)");
+}
+
+TEST(Submission, WritesItsArgumentsIntoTheWrapperAndTheFrameIntoThePrivateData) {
+    Scene scene;
+    scene.Submit();
+    EXPECT_EQ(At(scene.request.wrapper, 2624), Address(&scene.request.output));
+    EXPECT_EQ(At(scene.request.wrapper, 2728), Address(&scene.request.privData));
+    EXPECT_EQ(At(scene.request.wrapper, 2736), Address(&scene.request.callbacks));
+    EXPECT_EQ(At<uint32_t>(scene.request.privData, 100), 7U);
+}
+
+TEST(Submission, HostRecordsMayBeOverwrittenOnceItReturned) {
+    Scene scene(Delivery::ByHand);
+    scene.Submit();
+    auto* wrapper = reinterpret_cast<char*>(&scene.request.wrapper);
+    std::memset(wrapper, 0xA5, 48); // All around the identity's text.
+    std::memset(wrapper + 72, 0xA5, sizeof scene.request.wrapper - 72);
+    scene.request.wrapper.identity.featureName = "overwritten";
+    std::memset(&scene.request.output, 0xA5, sizeof scene.request.output);
+    scene.device->Deliver(0, standin::Shape::Together);
+    ASSERT_EQ(Story(scene.request), "MB R C0");
+    EXPECT_EQ(scene.request.Events().at(0).result.frame_number, 7U);
+    EXPECT_EQ(scene.request.Events().at(0).buffers.at(0).stream, &scene.request.outputStream);
+}
+
+TEST(Submission, AddsTheVendorsFrameNumbersToTheCamerasCounter) {
+    Scene scene(Delivery::ByHand);
+    for (const int frame : {1, 2, 3}) {
+        scene.Submit();
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  Printed("I Execute rtFrameNumber:7<->offlineFrame:%d success mTotalCounter %d",
+                          frame, frame * (frame + 1) / 2));
+    }
+    for (size_t i = 0; i < 3; ++i) {
+        scene.Finish(i);
+    }
+}
+
+TEST(Submission, HoldsNoLockWhileTheVendorExecutesAndTheHostIsCalled) {
+    Scene scene;
+    scene.request.onRelease = [&scene] {
+        scene.request.onRelease = nullptr;
+        scene.request.wrapper.identity.featureName = "Hdr";
+        EXPECT_EQ(scene.Submit(), 0U);
+    };
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(Story(scene.request), "MB R MB R C0 C0");
+}
+
+// --- What is refused, and what is not
+
+TEST(Submission, RefusesAMissingWrapper) {
+    Scene scene;
+    PlatFormIntCallbacks* table = scene.camera.Table();
+    EXPECT_EQ(table->SubmitRequestFromRT(table, nullptr, nullptr, nullptr, nullptr), 4U);
+    EXPECT_EQ(Log(), "E SubmitRequestFromRT: Invalid input parameters, pDataWraper is NULL");
+}
+
+TEST(Submission, RefusesMoreThanTwelveSetsBeforeAnythingElse) {
+    Scene scene;
+    scene.request.wrapper.numBuffers = 13;
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_TRUE(scene.device->Calls().empty());
+    EXPECT_EQ(LogLines().size(), 2U);
+    EXPECT_TRUE(LastLog("SubmitRequestFromRT").starts_with("E "));
+}
+
+TEST(Submission, RefusesMoreThanTwentyFourInputRecords) {
+    Scene scene;
+    scene.UseWords({37, 37, 37}, 8);
+    EXPECT_EQ(scene.Submit(), 0U);
+    scene.request.wrapper.numBuffers = 9;
+    scene.request.wrapper.rtFrameNumber = 8;
+    EXPECT_EQ(scene.Submit(), 4U);
+    EXPECT_EQ(scene.device->CallCount(Entry::ExecuteRequest), 1U);
+    EXPECT_TRUE(LastLog("SubmitRequestFromRT").starts_with("E "));
+    EXPECT_EQ(scene.request.privData.rtFrameNumber, 7U);
+    EXPECT_EQ(Story(scene.request), "MB R C0");
+}
+
+struct Lacking {
+    void (*take)(Scene&);
+    const char* line;  ///< In the log of the submission.
+    const char* story; ///< What the host is told all the same.
+};
+
+const Lacking kLacking[] = {
+    {[](Scene& scene) { scene.request.outputArgument = nullptr; }, "E pOfflineOutputBuffer is NULL",
+     "MB R C0"},
+    {[](Scene& scene) { scene.device->SetMissing(Entry::TranslateToChiBuffer); }, "", "MB R C0"},
+    {[](Scene& scene) { scene.device->Fail(Entry::MetadataCreate, 0); },
+     "create offline output metadata:(nil)", "B R C0"},
+    {[](Scene& scene) { scene.device->SetMissing(Entry::MetadataCreate); },
+     "create offline output metadata:(nil)", "B R C0"},
+    {[](Scene& scene) { scene.device->SetMissing(Entry::MetadataCreateFromAndroid); }, "",
+     "MB R C0"},
+    {[](Scene& scene) { scene.request.callbacks.releaseRtBuffers = nullptr; }, "", "MB C0"},
+    {[](Scene& scene) { scene.request.callbacks.requestComplete = nullptr; }, "", "MB R"},
+};
+
+TEST(Submission, GoesOnWithoutWhatItCanLack) {
+    for (const Lacking& row : kLacking) {
+        Scene scene;
+        row.take(scene);
+        EXPECT_EQ(scene.Submit(), 0U);
+        EXPECT_NE(Log("SubmitRequestFromRT").find(row.line), std::string::npos) << row.line;
+        EXPECT_EQ(Story(scene.request), row.story);
+        if (scene.device->CallCount(Entry::TranslateToChiBuffer) == 0) {
+            ExpectWords(scene.Executed().output.buffers.at(0), {});
+        }
+    }
+}
+
+TEST(Submission, WithoutResultCallbackLeavesTheAndroidMetadataToTheVendor) {
+    Scene scene;
+    scene.device.ExpectLeftovers();
+    scene.request.callbacksArgument = nullptr;
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(Story(scene.request), "");
+    EXPECT_EQ(scene.device->CountAlive().androidMetadata, 1U);
+    EXPECT_EQ(scene.device->CountAlive().metadata, 1U) << "the host's";
+}
+
+TEST(Submission, ToASessionThatCouldNotBePreparedFeedsNothing) {
+    Scene scene;
+    scene.request.raw.stream_type = CAMERA3_STREAM_INPUT;
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.Session().config.ppChiStreams, nullptr);
+    const ChiOfflineBufferSet set = scene.Executed().inputs.at(0).set;
+    EXPECT_EQ(set.numBuffers, 0U);
+    EXPECT_EQ(set.pMetadata, scene.request.wrapper.pChiMetadataHandles[0]);
+    EXPECT_EQ(CountLogged("I", "streamId:"), 0U);
+}
+
+} // namespace

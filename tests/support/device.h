@@ -1,0 +1,170 @@
+/// The scene of a test: a device, a camera on it, and requests of a host.
+///
+/// The built library is driven through its table. CTest runs each test in a process of its own, so
+/// that what the library binds once per process is bound anew in each.
+#pragma once
+
+#include "adapterlayer/oemlayer_host.h"
+#include "standin/control.h"
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// One line of the Android log.
+struct AndroidLine {
+    int priority;
+    std::string tag;
+    std::string text;
+};
+
+/// What reached the platform's log and trace libraries, which this program stands in front of.
+std::vector<AndroidLine> AndroidLines();
+std::vector<std::string> TraceCalls(); ///< "begin NAME" and "end".
+void SetEnabledTraceTags(uint64_t tags);
+/// Is called with each trace call from now on, until the next `Device`.
+void OnTraceCall(std::function<void(const std::string& call)> act);
+
+/// Whether a record with this letter ("E", "W", "I", "V"), function and message went to both sinks.
+bool Logged(const std::string& letter, const std::string& function, const std::string& message);
+/// How many structured records have this letter and a message that starts so.
+size_t CountLogged(const std::string& letter, const std::string& start);
+/// All records of one function as "E message", or of all functions as "E function: message".
+std::vector<std::string> LogLines(const std::string& function = "");
+/// A message as the C library formats it.
+__attribute__((format(printf, 1, 2))) std::string Printed(const char* format, ...);
+
+/// The stand-in device, reset. The library is loaded by the first `Load`, after the test's script.
+class Device {
+  public:
+    /// \param library the built library, by default the one with every log level on.
+    explicit Device(std::string library = "");
+    ~Device();
+
+    standin::Control* operator->() const { return StandinControl(); }
+
+    /// Opens the library and runs its load function. \returns what the load function returned.
+    void* Load();
+    void EnsureLoaded() {
+        if (!mLoaded) {
+            Load();
+        }
+    }
+    /// Opens the library only.
+    PlatformLoadFunctions LoadContext();
+    PlatFormIntCallbacks Table(uint32_t cameraId);
+    /// An exported function of the library, by its name for the linker.
+    template <typename Function> Function Exported(const char* symbol) {
+        return reinterpret_cast<Function>(Lookup(symbol));
+    }
+
+    /// Ends `Device` without the checks that nothing is alive and nothing was violated, where a
+    /// test is about what stays behind.
+    void ExpectLeftovers() { mExpectLeftovers = true; }
+    /// Leaves out the check for violations, where buffer handles are made-up words.
+    void ExpectViolations() { mExpectViolations = true; }
+
+  private:
+    void* Lookup(const char* symbol);
+
+    std::string mPath;
+    void* mLibrary = nullptr;
+    bool mLoaded = false;
+    bool mExpectLeftovers = false;
+    bool mExpectViolations = false;
+};
+
+/// A camera that is created with the scene and destroyed with it.
+class Camera {
+  public:
+    explicit Camera(Device& device, uint32_t cameraId = 0);
+    ~Camera() { Destroy(); }
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    PlatFormIntCallbacks* Table() { return &mTable; }
+    const PlatFormIntCallbacks* operator->() const { return &mTable; }
+    void Flush() { mTable.Flush(&mTable); }
+    void Destroy();
+
+  private:
+    PlatFormIntCallbacks mTable;
+    bool mAlive = true;
+};
+
+/// A stream of the host. It is as large as a ChiStream.
+camera3_stream MakeStream(int32_t format, uint32_t width = 64, uint32_t height = 32,
+                          int32_t type = CAMERA3_STREAM_OUTPUT);
+
+/// One call of the host's callbacks, in the order of arrival.
+struct Event {
+    enum Kind { Result, Release, Complete } kind;
+    uint32_t status = 0;
+    camera3_capture_result result = {};
+    std::vector<camera3_stream_buffer> buffers;
+};
+
+/// One request of a host, with all its records. By default one input set of one raw buffer, for the
+/// feature Night, to an output stream of its own. Buffer handles, managers and metadata are made-up
+/// words until `UseVendorBuffers`, which makes them real; a test that cares sets them.
+class Request {
+  public:
+    Request();
+    ~Request();
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    uint32_t Submit(Camera& camera);
+    /// Waits for the completion callback. \returns false after ten seconds.
+    bool WaitComplete();
+    std::vector<Event> Events() const;
+    size_t Count(Event::Kind kind) const;
+
+    /// The streams: `raw` is the only input, `output` the identity's. Replace their fields before
+    /// the first submission.
+    camera3_stream raw;
+    camera3_stream outputStream;
+    OemLayer::OfflineDataWraper wrapper = {};
+    camera3_stream_buffer output = {};
+    struct PrivData : OemLayer::RequestPrivData {
+        Request* owner;
+    };
+    PrivData privData = {};
+    OemLayer::OffCamApplicationCallbacks callbacks;
+    camera3_callback_ops frameworkOps = {};
+    /// Arguments of the submission; null to leave one out.
+    OemLayer::RequestPrivData* privDataArgument = &privData;
+    camera3_stream_buffer* outputArgument = &output;
+    OemLayer::OffCamApplicationCallbacks* callbacksArgument = &callbacks;
+
+    /// Takes `sets` input buffers of `raw` and their metadata from the vendor through the table,
+    /// and an output buffer in host memory, so that the vendor's checks hold. Results' metadata is
+    /// released, and the buffers are given back, by `GiveBack`.
+    void UseVendorBuffers(Camera& camera, uint32_t sets = 1);
+    void GiveBack(Camera& camera);
+
+    /// Uses the streams of another request, which outlives this one, instead of its own.
+    void ShareStreams(const Request& other);
+
+    /// Called on the vendor's thread at the end of the release callback.
+    std::function<void()> onRelease;
+
+  private:
+    static void Add(OemLayer::RequestPrivData* privData, Event event);
+
+    camera3_stream* mRaw = &raw;
+    mutable std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::vector<Event> mEvents;
+    std::vector<void*> mImageBuffers;
+    std::vector<void*> mMetadata;
+    std::vector<uint8_t> mOutputMemory;
+    buffer_handle_t mOutputHandle = nullptr;
+};
+
+} // namespace test

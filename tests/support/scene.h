@@ -1,0 +1,216 @@
+/// The scene of the session and request tests: one camera, one request, results made by hand.
+#pragma once
+
+#include "adapterlayer/qcomadaptee.h"
+#include "tests/support/device.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace test {
+
+using standin::Delivery;
+using standin::Entry;
+using OfflineRequest = OemLayer::QcomAdaptee::OfflineRequest;
+using SessionInfo = OemLayer::QcomAdaptee::PrivateSessionInfo;
+
+/// Reads, and writes, a word at a byte offset of a record.
+template <typename Word = uint64_t, typename Record> Word At(const Record& record, size_t offset) {
+    Word word;
+    std::memcpy(&word, reinterpret_cast<const char*>(&record) + offset, sizeof word);
+    return word;
+}
+template <typename Record> void Put(Record& record, size_t offset, uint64_t word) {
+    std::memcpy(reinterpret_cast<char*>(&record) + offset, &word, sizeof word);
+}
+
+template <typename Pointer> uint64_t Address(Pointer* pointer) {
+    return reinterpret_cast<uintptr_t>(pointer);
+}
+/// A handle that nothing stands behind.
+inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
+
+/// The log lines of a function, or of all, joined by new lines.
+inline std::string Log(const std::string& function = "") {
+    std::string log;
+    for (const std::string& line : LogLines(function)) {
+        log += (log.empty() ? "" : "\n") + line;
+    }
+    return log;
+}
+inline std::string LastLog(const std::string& function) { return LogLines(function).back(); }
+
+/// What a host was told about a request, in order: M and B for a result's metadata and each of its
+/// buffers, R for the release, C with the status for the completion.
+inline std::string Story(const Request& request) {
+    std::string story;
+    for (const Event& event : request.Events()) {
+        story += story.empty() ? "" : " ";
+        story += event.result.result != nullptr ? "M" : "";
+        story += std::string(event.buffers.size(), 'B');
+        story += event.kind == Event::Release ? "R" : "";
+        story += event.kind == Event::Complete ? "C" + std::to_string(event.status) : "";
+    }
+    return story;
+}
+
+/// A hand-made result, with a buffer for each status.
+struct Result {
+    std::vector<uint32_t> statuses = {};
+    ChiMetadataHandle metadata = nullptr;
+    uint32_t partials = 0;
+    uint32_t frame = 1;
+    ChiOfflineResultBlock* pSecond = nullptr;
+};
+
+/// A camera and a request that holds buffers of the vendor.
+struct Scene {
+    Device device;
+    Camera camera;
+    Request request;
+    std::vector<camera3_stream> inputs;
+
+    explicit Scene(Delivery delivery = Delivery::OnCallerThread, uint32_t cameraId = 0)
+        : camera(device, cameraId) {
+        device->SetDelivery(delivery);
+        device->SetShape(standin::Shape::Together);
+        request.UseVendorBuffers(camera);
+        device->ClearRecords();
+    }
+    ~Scene() {
+        device->SetMissing(Entry::MetadataCreateFromAndroid, false);
+        request.GiveBack(camera);
+    }
+
+    /// Inputs of these formats, and handles that tell which one they are: 1000 and up for raw
+    /// buffers, 2000 for metadata, 3000 for YUV buffers; a0, a1 and a2 for their managers.
+    void UseWords(const std::vector<int32_t>& formats, uint32_t sets = 1) {
+        device.ExpectViolations();
+        for (const int32_t format : formats) {
+            inputs.push_back(MakeStream(format));
+        }
+        request.privData.inputStreams.clear();
+        for (camera3_stream& input : inputs) {
+            request.privData.inputStreams.push_back(&input);
+        }
+        request.wrapper.numBuffers = sets;
+        for (size_t i = 0; i < 26; ++i) {
+            Put(request.wrapper, 216 + 8 * i, 0x1000 + i);
+        }
+        for (size_t i = 0; i < 12; ++i) {
+            Put(request.wrapper, 120 + 8 * i, 0x2000 + i);
+            Put(request.wrapper, 2632 + 8 * i, 0x3000 + i);
+        }
+        Put(request.privData, 0, 0xA0);
+        Put(request.privData, 8, 0xA1);
+        Put(request.privData, 40, 0xA2);
+    }
+
+    uint32_t Submit() { return request.Submit(camera); }
+    standin::SessionCopy Session() const { return device->Sessions().at(0); }
+    SessionInfo& Info() const {
+        return *static_cast<SessionInfo*>(Session().pCallbacks->pPrivateCallbackData);
+    }
+    standin::Execution Executed(size_t index = 0) const { return device->Executions().at(index); }
+    OfflineRequest& Pending(size_t index = 0) const {
+        return *static_cast<OfflineRequest*>(Executed(index).request.pPrivateData);
+    }
+
+    /// Delivers a result through the session's callbacks. Buffers are copies of the output.
+    void Send(const Result& result, size_t index = 0) const {
+        std::vector<ChiStreamBuffer> buffers(result.statuses.size(),
+                                             Executed(index).output.buffers.at(0));
+        for (size_t i = 0; i < buffers.size(); ++i) {
+            buffers[i].bufferStatus = result.statuses[i];
+        }
+        ChiOfflineResultBlock block = {static_cast<uint32_t>(buffers.size()), buffers.data(),
+                                       result.partials, result.metadata};
+        ChiOfflineCaptureResultInfo info = {result.frame, &block, result.pSecond, &Pending(index)};
+        Session().pCallbacks->ProcessCaptureResultCb(Session().pCallbacks, 1, &info);
+    }
+    /// Completes a request, whatever it waits for, so that nothing of it stays.
+    void Finish(size_t index = 0) const {
+        Info().totalResult = Pending(index).numReceivedBuffers;
+        Send({.metadata = Pending(index).pOutputMetadata}, index);
+    }
+
+    /// A log in which the addresses of this scene are names.
+    std::string Named(std::string log) const {
+        const auto name = [&log](const void* address, const std::string& as) {
+            for (const std::string& text :
+                 {Printed("%p", address), std::to_string(Address(address))}) {
+                for (size_t at = 0; address != nullptr && (at = log.find(text)) != log.npos;) {
+                    log.replace(at, text.size(), as);
+                }
+            }
+        };
+        name(&request.raw, "<in>");
+        name(&request.outputStream, "<out>");
+        name(&request.privData, "<private>");
+        name(&request.output, "<buffer>");
+        name(&request.callbacks, "<callbacks>");
+        for (const size_t offset : {120, 216, 320}) {
+            name(reinterpret_cast<const char*>(&request.wrapper) + offset,
+                 "<wrapper+" + std::to_string(offset) + ">");
+        }
+        name(request.wrapper.pChiMetadataHandles[0], "<rt metadata>");
+        for (const standin::SessionCopy& session : device->Sessions()) {
+            name(MadeUp(session.handle), "<session>");
+            name(session.config.ppChiStreams, "<list>");
+            name(session.config.pSessionSettings, "<settings>");
+            for (size_t j = 0; j < session.streamPointers.size(); ++j) {
+                name(session.streamPointers[j], "<stream " + std::to_string(j) + ">");
+            }
+        }
+        for (const standin::Execution& execution : device->Executions()) {
+            name(execution.output.set.pMetadata, "<metadata>");
+        }
+        for (const Event& event : request.Events()) {
+            name(event.result.result, "<android metadata>");
+        }
+        return log;
+    }
+};
+
+/// A camera and requests for three features, each to a stream of its own.
+struct ThreeFeatures {
+    Device device;
+    Camera camera{device};
+    Request requests[3];
+
+    ThreeFeatures() {
+        device->SetDelivery(Delivery::OnCallerThread);
+        device->SetShape(standin::Shape::Together);
+        const char* const features[] = {"Night", "Portrait", "Hdr"};
+        for (size_t i = 0; i < 3; ++i) {
+            requests[i].UseVendorBuffers(camera);
+            requests[i].wrapper.identity.featureName = features[i];
+        }
+    }
+    ~ThreeFeatures() {
+        for (Request& request : requests) {
+            request.GiveBack(camera);
+        }
+    }
+
+    /// Submits all, in order. \returns status and story of each, as in "0 MB R C0".
+    std::vector<std::string> Submit() {
+        std::vector<std::string> outcomes;
+        for (Request& request : requests) {
+            outcomes.push_back(std::to_string(request.Submit(camera)) + " ");
+            outcomes.back() += Story(request);
+        }
+        return outcomes;
+    }
+    /// What `Submit` returns where the `nth` request fails, and all succeed where there is none.
+    static std::vector<std::string> AllBut(uint32_t nth, const char* failure) {
+        std::vector<std::string> outcomes(3, "0 MB R C0");
+        if (nth <= 3) {
+            outcomes[nth - 1] = failure;
+        }
+        return outcomes;
+    }
+};
+
+} // namespace test

@@ -236,7 +236,7 @@ uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
         pRealtimePrivateData != nullptr ? pRealtimePrivateData->inputStreams : noStreams,
         pDataWraper->registryWord);
     if (pRealtimePrivateData == nullptr) {
-        // Only here: the session is made for such a request too, and the output buffer stays
+        // Only here: the session is looked up for such a request too, and the output buffer stays
         // allocated. Both on purpose.
         // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
         OEM_LOG_ERROR("Invalid input parameters, pRealtimePrivateData is NULL");

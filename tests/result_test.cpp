@@ -31,12 +31,14 @@ TEST(Completion, TellsTheHostInOrderWhateverTheShapeOfTheResults) {
 }
 
 TEST(Completion, LogsItsStepsInOrder) {
-    Submitted scene;
+    Scene scene(Delivery::ByHand);
+    scene.UseWords({37}, 3);
+    scene.Submit();
     scene.Send({.statuses = {3}, .metadata = scene.Pending().pOutputMetadata});
     EXPECT_EQ(
         scene.Named(Log("ProcessCaptureResultCb")),
         R"(I frameNumber numBuf:1 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 pMetadata:<metadata> pLastCount 0
-I [offline_meta] frameNumber:1 release offline input metadata:<rt metadata> and output metadata:<metadata>
+I [offline_meta] frameNumber:1 release offline input metadata:0x2002 and output metadata:<metadata>
 I Freeing up real time output buffers (input to first offline session)
 E ERROR BUFFER status 3
 I Notify close process
@@ -54,6 +56,7 @@ const Completing kCompletings[] = {
     {{{.statuses = {0}, .partials = 1}}, 1, "MB"},
     {{{.statuses = {0}}, {.statuses = {0}}}, 2, "MB B R C0"},
     {{{.statuses = {0}}}, 2, "MB"},
+    {{{.statuses = {0, 0}}}, 1, "MBB"},      // More than expected completes nothing, either.
     {{{.statuses = {0, 1}}}, 2, "MBB R C0"}, // Only the first buffer of a result counts,
     {{{.statuses = {9, 0}}}, 2, "MBB R C1"},
     {{{.statuses = {1}}, {.statuses = {0}}}, 2, "MB B R C0"}, // and only the last result.
@@ -83,12 +86,13 @@ TEST(Completion, IsReachedByTheCountOfBuffersOnceNoPartialIsToCome) {
 
 TEST(Completion, DestroysTheOutputMetadataWithTheFirstMetadataOfARequestOnly) {
     Submitted scene;
-    const size_t alive = scene.device->CountAlive().metadata;
-    scene.Send({.metadata = scene.Pending().pOutputMetadata, .partials = 1});
-    EXPECT_EQ(scene.device->CountAlive().metadata, alive - 1);
+    const ChiMetadataHandle output = scene.Pending().pOutputMetadata;
+    const ChiMetadataHandle other = scene.request.wrapper.pChiMetadataHandles[0];
     scene.device->ClearRecords();
-    scene.Send({.statuses = {0}, .metadata = scene.request.wrapper.pChiMetadataHandles[0]});
-    EXPECT_EQ(scene.device->CountAlive().metadata, alive - 1);
+    scene.Send({.metadata = other, .partials = 1});
+    scene.Send({.statuses = {0}, .metadata = other});
+    EXPECT_EQ(scene.device->CallCount(Entry::MetadataDestroy), 1U);
+    EXPECT_EQ(scene.device->Calls(Entry::MetadataDestroy).at(0).args.at(0), Address(output));
     EXPECT_NE(Log().find(" and output metadata:(nil)\n"), std::string::npos);
 }
 

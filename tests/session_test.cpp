@@ -187,6 +187,7 @@ TEST(Session, WhoseOpeningFailedIsListedWithHandleZeroUntilFlush) {
     EXPECT_EQ(scene.Submit(), 4U);
     EXPECT_EQ(scene.Named(LastLog("OpenOfflineSession")),
               "E [oemlayer_stream] Unable to open session for Night for stream:<out>");
+    EXPECT_EQ(LogLines("FindOfflineInfo").size(), 3U) << "its record is completed all the same";
     EXPECT_EQ(scene.Submit(), 4U);
     EXPECT_EQ(LastLog("GetSessHandle"), "I Session handle 0 matched.");
     EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 1U);

@@ -42,15 +42,18 @@ inline std::string Log(const std::string& function = "") {
 inline std::string LastLog(const std::string& function) { return LogLines(function).back(); }
 
 /// What a host was told about a request, in order: M and B for a result's metadata and each of its
-/// buffers, R for the release, C with the status for the completion.
+/// buffers, - for an empty result, R for the release, C with the status for the completion.
 inline std::string Story(const Request& request) {
     std::string story;
     for (const Event& event : request.Events()) {
         story += story.empty() ? "" : " ";
-        story += event.result.result != nullptr ? "M" : "";
-        story += std::string(event.buffers.size(), 'B');
-        story += event.kind == Event::Release ? "R" : "";
-        story += event.kind == Event::Complete ? "C" + std::to_string(event.status) : "";
+        if (event.kind == Event::Result) {
+            const std::string metadata = event.result.result != nullptr ? "M" : "";
+            const std::string brought = metadata + std::string(event.buffers.size(), 'B');
+            story += brought.empty() ? "-" : brought;
+        } else {
+            story += event.kind == Event::Release ? "R" : "C" + std::to_string(event.status);
+        }
     }
     return story;
 }

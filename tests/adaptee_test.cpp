@@ -1,17 +1,10 @@
 /// The adaptee's life: what it opens, logs and closes, and the feature map that it reads.
 
-#include "tests/support/device.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/scene.h"
 
 namespace {
 
-using standin::Entry;
-using test::Camera;
-using test::Device;
-using test::Printed;
-using Texts = std::vector<std::string>;
-using Words = std::vector<uint64_t>;
+using namespace test;
 using Rows = std::vector<standin::Control::ConfigRow>;
 
 // --- Creation
@@ -34,22 +27,21 @@ TEST(Creation, GoesOnWithoutWhatCannotBeOpened) {
         bool missing; ///< Else its call fails.
         const char* line;
     };
-    const char kNoMetadata[] = "E Create: mpChiOfflineIntfOps->pOpenMetadataOps is not implemented";
-    const char kNoBuffers[] = "E Create: mpChiOfflineIntfOps->pOpenBufferOps is not implemented";
     const Case cases[] = {
-        {Entry::OpenMetadataOps, false, "E Create: Metadata Ops initialization failed"},
-        {Entry::OpenMetadataOps, true, kNoMetadata},
-        {Entry::OpenBufferOps, false, "I Create: mpOfflineBufferOps:(nil)"},
-        {Entry::OpenBufferOps, true, kNoBuffers},
+        {Entry::OpenMetadataOps, false, "E Metadata Ops initialization failed"},
+        {Entry::OpenMetadataOps, true,
+         "E mpChiOfflineIntfOps->pOpenMetadataOps is not implemented"},
+        {Entry::OpenBufferOps, false, "I mpOfflineBufferOps:(nil)"},
+        {Entry::OpenBufferOps, true, "E mpChiOfflineIntfOps->pOpenBufferOps is not implemented"},
     };
     for (const Case& wanted : cases) {
         SCOPED_TRACE(wanted.line);
         Device device;
         wanted.missing ? device->SetMissing(wanted.entry) : device->Fail(wanted.entry, 0);
         Camera camera{device};
-        const Texts lines = test::LogLines();
+        const Texts lines = LogLines("Create");
         EXPECT_EQ(std::count(lines.begin(), lines.end(), wanted.line), 1);
-        EXPECT_EQ(test::CountLogged("E", ""), *wanted.line == 'E' ? 1U : 0U);
+        EXPECT_EQ(CountLogged("E"), *wanted.line == 'E' ? 1U : 0U);
         camera.Destroy();
         const size_t metadata = wanted.entry == Entry::OpenMetadataOps ? 0 : 1;
         EXPECT_EQ(device->CallCount(Entry::MetadataOpsClose), metadata);
@@ -63,10 +55,9 @@ TEST(Creation, WithoutAnInterfaceOpensNothingAndIsStillACamera) {
     device.Load();
     device->ClearRecords();
     Camera camera{device};
-    EXPECT_EQ(test::LogLines(),
-              Texts{"I PlatformAdapter: meta adpatee (nil) buffer adaptee (nil)"});
+    EXPECT_EQ(Log(), "I PlatformAdapter: meta adpatee (nil) buffer adaptee (nil)");
     EXPECT_EQ(device->CallCount(Entry::GetKeyCount), 1U) << "the feature map is read";
-    test::Request request;
+    Request request;
     request.privData.inputStreams.clear(); // else a chain is kept
     EXPECT_EQ(request.Submit(camera), 4U) << "there is a registry, without a session";
 }
@@ -80,29 +71,24 @@ TEST(Camera, LogsItsLife) {
     Camera camera{device};
     const auto* context = reinterpret_cast<const ChiOfflineInterface*>(
         device->Calls(Entry::OpenMetadataOps).at(0).args.at(0));
-    const std::string interface = Printed(
-        "size:120, name:%s, pOpenSession:%p, pOpenMetadata:%p, pOpenBufferOps:%p", context->pName,
-        context->pOpenSession, context->pOpenMetadataOps, context->pOpenBufferOps);
     camera.Flush();
     camera.Destroy();
-    const auto closed = [&](Entry close) {
-        return reinterpret_cast<void*>(device->Calls(close).at(0).args.at(0));
-    };
-    const void* metadata = closed(Entry::MetadataOpsClose);
-    const void* buffers = closed(Entry::BufferOpsClose);
-    const Texts wanted = {
-        Printed("I Create: OfflineCameraContext %p, ", context) + interface,
-        Printed("I Create: mpOfflineBufferOps:%p", buffers),
-        Printed("I PlatformAdapter: meta adpatee %p buffer adaptee %p", metadata, buffers),
-        "I Flush: Adapter Flush",
-        "I Flush: Start destroy session managers.",
-        "E Flush: Flush X",
-        "I Destroy: Adapter destroy",
-        "I Flush: Start destroy session managers.",
-        "E ~QcomAdaptee: ~QcomAdaptee",
-        "I Destroy: Destroy X",
-    };
-    EXPECT_EQ(test::LogLines(), wanted);
+    const void* metadata = MadeUp(device->Calls(Entry::MetadataOpsClose).at(0).args.at(0));
+    const void* buffers = MadeUp(device->Calls(Entry::BufferOpsClose).at(0).args.at(0));
+    constexpr const char kLife[] =
+        R"(I Create: OfflineCameraContext %p, size:120, name:%s, pOpenSession:%p, pOpenMetadata:%p, pOpenBufferOps:%p
+I Create: mpOfflineBufferOps:%p
+I PlatformAdapter: meta adpatee %p buffer adaptee %p
+I Flush: Adapter Flush
+I Flush: Start destroy session managers.
+E Flush: Flush X
+I Destroy: Adapter destroy
+I Flush: Start destroy session managers.
+E ~QcomAdaptee: ~QcomAdaptee
+I Destroy: Destroy X)";
+    EXPECT_EQ(Log(), Printed(kLife, context, context->pName, context->pOpenSession,
+                             context->pOpenMetadataOps, context->pOpenBufferOps, buffers, metadata,
+                             buffers));
 }
 
 TEST(Camera, DestructionSkipsACloseEntryThatIsMissing) {
@@ -113,35 +99,25 @@ TEST(Camera, DestructionSkipsACloseEntryThatIsMissing) {
         Camera camera{device};
         camera.Destroy();
         EXPECT_EQ(device->CountAlive().metadataOps + device->CountAlive().bufferOps, 1U);
-        EXPECT_EQ(test::LogLines().back(), "I Destroy: Destroy X");
+        EXPECT_EQ(LogLines().back(), "I Destroy: Destroy X");
     }
 }
 
 // --- The feature map
 
-/// The start of the record that a session's callbacks carry.
-struct SessionRecord {
-    std::string sessionName, cameraName;
-    void* pCreateInfo;
-    std::string featureName;
-    uint32_t opMode, featureFlags;
-    int32_t featureValue;
-};
-
 /// Opens a session for `feature` and checks what it was opened with.
 void ExpectFeature(Device& device, Camera& camera, const char* feature, uint32_t opMode,
                    uint32_t flags, int32_t value) {
-    test::Request request;
+    Request request;
     request.wrapper.numBuffers = 0; // needs nothing of the vendor but the session
     request.wrapper.identity.featureName = feature;
-    device->SetDelivery(standin::Delivery::OnCallerThread);
+    device->SetDelivery(Delivery::OnCallerThread);
     ASSERT_EQ(request.Submit(camera), 0U);
     const standin::SessionCopy session = device->Sessions().at(0);
-    const auto* record =
-        static_cast<const SessionRecord*>(session.pCallbacks->pPrivateCallbackData);
+    const SessionInfo& record = InfoOf(session);
     EXPECT_EQ(session.config.opMode, opMode);
-    EXPECT_EQ(record->featureFlags, flags);
-    EXPECT_EQ(record->featureValue, value);
+    EXPECT_EQ(record.featureFlags, flags);
+    EXPECT_EQ(record.featureValue, value);
     request.GiveBack(camera);
     camera.Flush();
 }
@@ -176,7 +152,7 @@ TEST(FeatureMap, RowsAreParsed) {
         Device device;
         device->SetConfigRows(wanted.rows);
         Camera camera{device};
-        EXPECT_EQ(test::CountLogged("E", ""), 0U);
+        EXPECT_EQ(CountLogged("E"), 0U);
         ExpectFeature(device, camera, wanted.feature, wanted.opMode, wanted.flags, wanted.value);
     }
 }
@@ -200,8 +176,8 @@ TEST(FeatureMap, EndsAtARowThatCannotBeRead) {
     device->SetConfigRows({{{"A", "1", "2", "3"}}, {.fails = true}, {{"C", "4", "5", "6"}}});
     Camera camera{device};
     EXPECT_EQ(device->CallCount(Entry::GetList), 2U);
-    EXPECT_EQ(test::CountLogged("E", ""), 1U);
-    EXPECT_TRUE(test::Logged("E", "GetOfflineMapInfoByConfig", "GetOfflineMapInfoByConfig fail"));
+    EXPECT_EQ(CountLogged("E"), 1U);
+    EXPECT_EQ(Log("GetOfflineMapInfoByConfig"), "E GetOfflineMapInfoByConfig fail");
     ExpectFeature(device, camera, "A", 1, 2, 3);
     ExpectFeature(device, camera, "C", 0, 0, 0);
 }
@@ -211,11 +187,11 @@ TEST(FeatureMap, LogsEveryLookupAtErrorLevelAndReadsNothingAnew) {
     device->SetConfigRows({{{"Night", "8", "1f", "3"}}});
     Camera camera{device};
     ExpectFeature(device, camera, "Night", 8, 31, 3);
-    EXPECT_TRUE(test::Logged("E", "FindOfflineInfo", "find offline info Night success"));
-    EXPECT_EQ(test::CountLogged("E", "not find offline info"), 0U);
+    EXPECT_EQ(LogLines("FindOfflineInfo"), Texts(3, "E find offline info Night success"));
+    device->ClearRecords();
     ExpectFeature(device, camera, "Day", 0, 0, 0);
-    EXPECT_TRUE(test::Logged("E", "FindOfflineInfo", "not find offline info"));
-    EXPECT_EQ(device->CallCount(Entry::GetKeyCount), 1U) << "looked up in what was read at first";
+    EXPECT_EQ(LogLines("FindOfflineInfo"), Texts(3, "E not find offline info"));
+    EXPECT_EQ(device->CallCount(Entry::GetKeyCount), 0U) << "looked up in what was read at first";
 }
 
 } // namespace

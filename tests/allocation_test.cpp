@@ -1,11 +1,9 @@
-/// Counts the heap allocations that the built library makes.
+/// The heap allocations that the built library makes, and what it frees.
 ///
 /// This program's operator new looks up the stack for the module that asked for the memory, and
 /// keeps what the adapter asked for.
 
-#include "tests/support/device.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/scene.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,7 +11,6 @@
 #include <execinfo.h>
 #include <new>
 #include <numeric>
-#include <ostream>
 
 namespace {
 
@@ -62,11 +59,15 @@ void* Allocate(size_t size, const void* caller) {
     return memory;
 }
 
+/// What the adapter allocated there, the list's end where it is not alive.
+Allocation* FindAlive(const void* memory) {
+    return std::find_if(g_alive, g_alive + g_numAlive,
+                        [memory](const Allocation& each) { return each.memory == memory; });
+}
+
 void Free(void* memory) {
-    const auto* end = g_alive + g_numAlive;
-    auto* kept = std::find_if(g_alive, g_alive + g_numAlive,
-                              [&](const Allocation& each) { return each.memory == memory; });
-    if (memory != nullptr && kept != end) {
+    Allocation* kept = FindAlive(memory);
+    if (memory != nullptr && kept != g_alive + g_numAlive) {
         *kept = g_alive[--g_numAlive];
     }
     std::free(memory);
@@ -89,11 +90,7 @@ void operator delete[](void* memory, size_t) noexcept { Free(memory); }
 
 namespace {
 
-using standin::Delivery;
-using standin::Shape;
-using test::Camera;
-using test::Device;
-using test::Request;
+using namespace test;
 
 /// What the adapter allocated since the scope began, and what of it is still alive.
 class Counted {
@@ -112,6 +109,7 @@ class Counted {
         g_counting = true;
         return sizes;
     }
+    static bool IsAlive(const void* memory) { return FindAlive(memory) != g_alive + g_numAlive; }
     static size_t BytesAlive() {
         return std::accumulate(g_alive, g_alive + g_numAlive, size_t{0},
                                [](size_t sum, const Allocation& each) { return sum + each.size; });
@@ -119,80 +117,67 @@ class Counted {
 };
 
 struct Burst {
-    const char* what;
+    std::vector<int32_t> formats; ///< Of the inputs of each set.
     uint32_t sets;
-    bool secondRaw;
-    bool yuv;
     size_t allocations;
     size_t formatsLeft; ///< Format records behind the ones that the completion frees.
 };
 
-constexpr Burst kBursts[] = {
-    {"one raw input", 1, false, false, 4, 0},
-    {"four sets of one raw input", 4, false, false, 7, 3},
-    {"two sets of two raw inputs", 2, true, false, 7, 3},
-    {"one YUV input", 1, false, true, 3, 0},
-};
-
-void PrintTo(const Burst& burst, std::ostream* out) { *out << burst.what; }
-
-class AllocationOf : public testing::TestWithParam<Burst> {};
-
-INSTANTIATE_TEST_SUITE_P(Bursts, AllocationOf, testing::ValuesIn(kBursts),
-                         [](const auto& info) { return "Case" + std::to_string(info.index); });
-
-/// Submits one burst and completes it by hand.
-struct Scene {
-    explicit Scene(const Burst& burst) : second(test::MakeStream(HAL_PIXEL_FORMAT_RAW10)) {
-        device->SetDelivery(Delivery::ByHand);
-        device.ExpectLeftovers(); // The handles are made up; this is about the adapter's memory.
-        request.wrapper.numBuffers = burst.sets;
+/// A burst whose identity has had its first request.
+struct KnownBurst : Scene {
+    explicit KnownBurst(const Burst& burst) : Scene(Delivery::ByHand) {
+        UseWords(burst.formats, burst.sets);
+        request.wrapper.yuvInput = 1;
         // Longer than a string keeps in itself, so that a copy would show.
         request.wrapper.identity.featureName = "AFeatureWithANameThatIsLong";
-        if (burst.secondRaw) {
-            request.privData.inputStreams = {&request.raw, &second};
-        }
-        if (burst.yuv) {
-            request.raw.format = HAL_PIXEL_FORMAT_YCBCR_420_888;
-            request.wrapper.yuvInput = 1;
-        }
+        EXPECT_EQ(Submit(), 0U);
+        device->Deliver(0, Shape::Together);
     }
-
-    void Complete() { device->Deliver(executions++, Shape::Together); }
-
-    Device device{TEST_PLAIN_ADAPTER_LIBRARY};
-    Camera camera{device};
-    camera3_stream second;
-    Request request;
-    size_t executions = 0;
 };
 
-TEST_P(AllocationOf, ARequestForAKnownIdentityIsTheFourKindsOnly) {
-    Scene scene(GetParam());
-    ASSERT_EQ(scene.request.Submit(scene.camera), 0U);
-    scene.Complete();
-    for (int round = 0; round < 2; ++round) {
-        Counted counted;
-        ASSERT_EQ(scene.request.Submit(scene.camera), 0U);
+TEST(AllocationOf, ARequestIsTheFourKindsOnlyAndItsResultLeavesTheKeptFormatRecords) {
+    for (const Burst& burst : {Burst{{37}, 1, 4, 0}, Burst{{37}, 4, 7, 3}, Burst{{37, 37}, 2, 7, 3},
+                               Burst{{35}, 1, 3, 0}}) {
+        KnownBurst scene(burst);
+        const Counted counted;
+        EXPECT_EQ(scene.Submit(), 0U);
         const std::vector<size_t> sizes = Counted::Sizes();
-        EXPECT_EQ(sizes.size(), GetParam().allocations);
+        EXPECT_EQ(sizes.size(), burst.allocations);
         EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 208U), 1) << "the output buffer";
-        EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 416U * GetParam().sets), 1)
-            << "the input array";
-        scene.Complete();
+        EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 416U * burst.sets), 1) << "the inputs";
+        scene.device->Deliver(1, Shape::Together);
+        EXPECT_EQ(Counted::Sizes(), sizes) << "a result allocates nothing";
+        EXPECT_EQ(Counted::BytesAlive(), 96 * burst.formatsLeft);
     }
 }
 
-TEST_P(AllocationOf, AResultAllocatesNothingAndFreesAllButTheKeptFormatRecords) {
-    Scene scene(GetParam());
-    ASSERT_EQ(scene.request.Submit(scene.camera), 0U);
-    scene.Complete();
-    Counted counted;
-    ASSERT_EQ(scene.request.Submit(scene.camera), 0U);
-    const size_t submitted = Counted::Sizes().size();
-    scene.Complete();
-    EXPECT_EQ(Counted::Sizes().size(), submitted);
-    EXPECT_EQ(Counted::BytesAlive(), 96 * GetParam().formatsLeft);
+TEST(Completion, FreesAsManyFormatRecordsAsBuffersCameAndOnlyOfTheLastSet) {
+    struct Row {
+        uint32_t sets;
+        std::vector<uint32_t> statuses;
+        const char* freed; ///< 1 for each record that is freed, set by set.
+    };
+    const Row rows[] = {{1, {0}, "10"},
+                        {1, {0, 0}, "11"},
+                        {1, {0, 0, 0}, "11"},
+                        {3, {0, 0}, "000011"},
+                        {3, {0}, "000010"}};
+    for (const Row& row : rows) {
+        Scene scene(Delivery::ByHand);
+        scene.UseWords({37, 32}, row.sets);
+        const Counted counted;
+        scene.Submit();
+        const standin::Execution execution = scene.Executed();
+        scene.Info().totalResult = static_cast<uint32_t>(row.statuses.size());
+        scene.Send({.statuses = row.statuses, .metadata = scene.Pending().pOutputMetadata});
+        std::string freed;
+        for (const standin::BufferSetCopy& set : execution.inputs) {
+            for (const ChiStreamBuffer& buffer : set.buffers) {
+                freed += Counted::IsAlive(buffer.pInputFormat) ? "0" : "1";
+            }
+        }
+        EXPECT_EQ(freed, row.freed);
+    }
 }
 
 } // namespace

@@ -3,19 +3,13 @@
 
 #include "tests/support/device.h"
 
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <dlfcn.h>
 #include <unistd.h>
 
 namespace {
 
-using standin::Entry;
-using test::Camera;
-using test::Device;
-using Texts = std::vector<std::string>;
-using Words = std::vector<uint64_t>;
+using namespace test;
 
 constexpr const char kOffline[] = "/vendor/lib64/hw/com.qti.chi.offline.so";
 constexpr const char kCamera[] = "/vendor/lib64/hw/camera.qcom.so";
@@ -26,8 +20,6 @@ constexpr const char kExtension[] = "/odm/lib64/libextensionlayer.so";
 void* SymbolOf(const std::string& path, const char* symbol) {
     return dlsym(dlopen(path.c_str(), RTLD_NOW), symbol);
 }
-
-uint64_t Word(const void* pointer) { return reinterpret_cast<uint64_t>(pointer); }
 
 /// The device's calls by their names, opened libraries by their paths.
 Texts Steps(Device& device) {
@@ -40,7 +32,7 @@ Texts Steps(Device& device) {
 }
 
 Texts Errors() {
-    Texts lines = test::LogLines();
+    Texts lines = LogLines();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("E "); });
     return lines;
 }
@@ -61,24 +53,22 @@ TEST(Load, BindsTheLibrariesInOrderAndReturnsTheExtension) {
 TEST(Load, OpensTheOfflineContextAndLogsIt) {
     Device device;
     device.Load();
-    const Texts lines = test::LogLines();
+    const std::string log = Log();
     Camera camera{device};
     EXPECT_EQ(device->Calls(Entry::OpenContext).at(0).args, (Words{0, 512}));
     const auto* context = reinterpret_cast<const ChiOfflineInterface*>(
         device->Calls(Entry::OpenMetadataOps).at(0).args.at(0));
-    EXPECT_EQ(lines, (Texts{"I LoadOfflineLib: Load Offline Camera interfaces",
-                            test::Printed("I LoadOfflineLib: OfflineCameraContext %p, size:%d, "
-                                          "name:%s",
-                                          context, context->size, context->pName),
-                            "I LoadVeltoCallbackInt: Velto Calllback interfaces"}));
+    EXPECT_EQ(log, Printed("I LoadOfflineLib: Load Offline Camera interfaces\n"
+                           "I LoadOfflineLib: OfflineCameraContext %p, size:%d, name:%s\n"
+                           "I LoadVeltoCallbackInt: Velto Calllback interfaces",
+                           context, context->size, context->pName));
 }
 
 TEST(Load, LogsANullOfflineContextWithoutReadingIt) {
     Device device;
     device->Fail(Entry::OpenContext, 0);
     EXPECT_NE(device.Load(), nullptr);
-    EXPECT_TRUE(
-        test::Logged("I", "LoadOfflineLib", "OfflineCameraContext (nil), size:0, name:(null)"));
+    EXPECT_EQ(LastLog("LoadOfflineLib"), "I OfflineCameraContext (nil), size:0, name:(null)");
 }
 
 TEST(Load, KeepsTheHandlesOfTheCameraModuleAndTheExtension) {
@@ -121,7 +111,7 @@ TEST_P(SoftLack, IsLoggedOnceOrNotAtAllAndTheRestIsBound) {
     EXPECT_NE(device.Load(), nullptr);
     EXPECT_EQ(Errors(), lack.error.empty() ? Texts{} : Texts{"E " + lack.error});
     const size_t withOffline = lack.library == kOffline ? 0 : 1;
-    EXPECT_EQ(test::CountLogged("I", "OfflineCameraContext"), withOffline);
+    EXPECT_EQ(CountLogged("I", "OfflineCameraContext"), withOffline);
     EXPECT_EQ(device->CallCount(Entry::SetOfflineLoggerOps), lack.library == kUtils ? 0U : 1U);
     const PlatFormIntCallbacks table = device.Table(0);
     EXPECT_EQ(table.GetNCSCallback(nullptr) == nullptr, lack.what == "ncs");
@@ -145,8 +135,7 @@ INSTANTIATE_TEST_SUITE_P(
         Lack{kCamera, "ncs", Named("LoadVeltoCallbackInt", "NCSCallback dlsym failed!")},
         Lack{kCamera, "hw", Named("LoadVeltoCallbackInt", "HWCallback dlsym failed!")},
         Lack{kCamera, "perf", Named("LoadVeltoCallbackInt", "PerfCallback dlsym failed!")},
-        Lack{kUtils, "",
-             "LoadOfflineLoggerLib: dlopen /vendor/lib64/libcamxcommonutils.so failed."},
+        Lack{kUtils, "", std::string("LoadOfflineLoggerLib: dlopen ") + kUtils + " failed."},
         Lack{kUtils, "log-entry", "LoadOfflineLoggerLib: dlsym ChiOfflineLogEntry failed."}));
 
 // --- What a device must have
@@ -200,7 +189,7 @@ TEST(HardLack, YieldsOneWhereTheSignalIsIgnored) {
     EXPECT_EQ(table.EnumerateSensorModes(7, 7, nullptr), 1U);
     EXPECT_EQ(table.ExtensionProcessResultMeta(7, nullptr), 1U);
     device->RefuseLibrary(kExtension);
-    EXPECT_EQ(Word(device.Load()), 1U);
+    EXPECT_EQ(Address(device.Load()), 1U);
 }
 
 // --- The bound functions in the table
@@ -227,10 +216,11 @@ TEST(Bound, FunctionsGetTheirArgumentsAndTheirResultsComeBackWithoutACamera) {
     EXPECT_EQ(table.EnumerateSensorModes(21, 22, &table), 0x80000001);
     EXPECT_EQ(table.ExtensionProcessResultMeta(23, &metadata), 0x80000002);
     EXPECT_EQ(table.CreateSensorInitSettings(&table, settings, 24), -5);
-    EXPECT_EQ(device->Calls(Entry::EnumerateSensorModes)[0].args, (Words{21, 22, Word(&table)}));
+    EXPECT_EQ(device->Calls(Entry::EnumerateSensorModes)[0].args, (Words{21, 22, Address(&table)}));
     EXPECT_EQ(device->Calls(Entry::ExtensionProcessResultMeta)[0].args,
-              (Words{23, Word(&metadata)}));
-    EXPECT_EQ(device->Calls(Entry::CreateSensorInitSettings)[0].args, (Words{Word(&settings), 24}));
+              (Words{23, Address(&metadata)}));
+    EXPECT_EQ(device->Calls(Entry::CreateSensorInitSettings)[0].args,
+              (Words{Address(&settings), 24}));
 }
 
 } // namespace

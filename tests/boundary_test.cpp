@@ -2,8 +2,6 @@
 
 #include "tests/support/device.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cstring>
 #include <dlfcn.h>
@@ -12,11 +10,7 @@
 
 namespace {
 
-using standin::Entry;
-using test::Camera;
-using test::Device;
-using test::Printed;
-using Texts = std::vector<std::string>;
+using namespace test;
 
 // --- Entry points
 
@@ -97,11 +91,7 @@ TEST(Cameras, AreNotTouchedByProcRequest) {
 // --- Logging
 
 TEST(Logging, WritesEachLineToBothSinksInOneShape) {
-    struct Level {
-        const char* mark;
-        int priority;
-    };
-    const std::map<std::string, Level> levels = {
+    const std::map<std::string, std::pair<std::string, int>> levels = {
         {"E", {"[ERROR]", 6}}, {"W", {"[ WARN]", 5}}, {"I", {"[ INFO]", 4}}, {"V", {"[ VERB]", 2}}};
     Device device;
     Camera camera{device};
@@ -114,16 +104,16 @@ TEST(Logging, WritesEachLineToBothSinksInOneShape) {
     camera.Flush();
 
     const auto logs = device->Logs();
-    const auto lines = test::AndroidLines();
+    const auto lines = AndroidLines();
     ASSERT_EQ(logs.size(), lines.size());
     std::set<std::string> seen;
     for (size_t i = 0; i < logs.size(); ++i) {
-        const Level& level = levels.at(logs[i].letter);
-        EXPECT_EQ(logs[i].mark + logs[i].module, std::string(level.mark) + "[OEM_LYR]");
+        const auto& [mark, priority] = levels.at(logs[i].letter);
+        EXPECT_EQ(logs[i].mark + logs[i].module, mark + "[OEM_LYR]");
         EXPECT_EQ(lines[i].text,
-                  Printed("%s[OEM_LYR] %s:%d %s() %s\n", level.mark, logs[i].file.c_str(),
+                  Printed("%s[OEM_LYR] %s:%d %s() %s\n", mark.c_str(), logs[i].file.c_str(),
                           logs[i].line, logs[i].function.c_str(), logs[i].message.c_str()));
-        EXPECT_TRUE(lines[i].tag == "CamZ" && lines[i].priority == level.priority);
+        EXPECT_TRUE(lines[i].tag == "CamZ" && lines[i].priority == priority);
         seen.insert(logs[i].letter + ' ' + logs[i].file);
     }
     EXPECT_EQ(seen, (std::set<std::string>{"E platformadapter.cpp", "W platformadapter.cpp",
@@ -134,13 +124,13 @@ TEST(Logging, WritesEachLineToBothSinksInOneShape) {
 TEST(Logging, CutsTheAndroidLineAt511CharactersAndTheRecordNever) {
     Device device;
     Camera camera{device};
-    test::Request request;
+    Request request;
     const std::string name(600, 'n');
     request.wrapper.identity = {nullptr, 0, name};
     request.Submit(camera);
-    EXPECT_EQ(test::CountLogged("I", "pOutStream (nil) cameraId 0 featureName " + name), 1U);
+    EXPECT_EQ(CountLogged("I", "pOutStream (nil) cameraId 0 featureName " + name), 1U);
     size_t longest = 0;
-    for (const test::AndroidLine& line : test::AndroidLines()) {
+    for (const AndroidLine& line : AndroidLines()) {
         longest = std::max(longest, line.text.size());
     }
     EXPECT_EQ(longest, 511U);
@@ -195,9 +185,9 @@ TEST(Tracing, TearDownIsASectionWhereTheVendorsBitAndATagAreOn) {
         Camera camera{device};
         std::memset(settings, wanted.others, 100);
         settings[65] = wanted.byte65;
-        test::SetEnabledTraceTags(wanted.tags);
+        SetEnabledTraceTags(wanted.tags);
         camera->TearDownResource(camera.Table());
-        EXPECT_EQ(test::TraceCalls(), (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
+        EXPECT_EQ(TraceCalls(), (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
         std::memset(settings, 0, 100);
     }
 }
@@ -209,8 +199,8 @@ TEST(Tracing, TheSectionSpansTheDestructionOfTheManagers) {
     ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
     camera->ReleaseImageBuffer(camera.Table(), camera->GetImageBuffer(camera.Table(), &stream));
     device->SetTracePoints(true);
-    test::SetEnabledTraceTags(0xC00);
-    test::OnTraceCall([&](const std::string&) {
+    SetEnabledTraceTags(0xC00);
+    OnTraceCall([&](const std::string&) {
         destroyed.push_back(device->CallCount(Entry::BufferManagerDestroy));
     });
     camera->TearDownResource(camera.Table());
@@ -221,10 +211,10 @@ TEST(Tracing, TheBitIsReadAgainAtTheEnd) {
     Device device;
     Camera camera{device};
     device->SetTracePoints(true);
-    test::SetEnabledTraceTags(0xC00);
-    test::OnTraceCall([&](const std::string&) { device->SetTracePoints(false); });
+    SetEnabledTraceTags(0xC00);
+    OnTraceCall([&](const std::string&) { device->SetTracePoints(false); });
     camera->TearDownResource(camera.Table());
-    EXPECT_EQ(test::TraceCalls(), Texts{kBegin});
+    EXPECT_EQ(TraceCalls(), Texts{kBegin});
 }
 
 } // namespace

@@ -2,16 +2,11 @@
 
 #include "tests/support/device.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
-using standin::Entry;
-using test::Camera;
-using test::Device;
-using Words = std::vector<uint64_t>;
+using namespace test;
 
-uint64_t Word(const void* pointer) { return reinterpret_cast<uint64_t>(pointer); }
+uint64_t Word(const void* pointer) { return Address(pointer); }
 uint64_t Word(uint32_t number) { return number; }
 
 void* P(uint64_t word) { return reinterpret_cast<void*>(word); }
@@ -25,53 +20,44 @@ constexpr uint64_t kMeta = 0xEC04D;     ///< Stands for the metadata operations'
 /// A callback that hands its arguments on and the result back.
 struct Forward {
     Entry entry;
-    std::string name;
+    const char* name;
     uint64_t (*call)(Camera&);
-    Words received;                ///< What the vendor's entry gets.
-    const char* failure = nullptr; ///< Logged where it fails; null for "NAME fail".
+    std::initializer_list<uint64_t> received; ///< What the vendor's entry gets.
+    const char* failing = nullptr;            ///< Logged before "fail" where it is not the name.
 };
 
 #define CALL(slot, ...) #slot, [](Camera & on) { return Word(on->slot(on.Table(), __VA_ARGS__)); }
 
-constexpr const char kToFails[] = "TranslateToChiBuffer fail";
-constexpr const char kFromFails[] = "TranslateFromChiBuffer fail";
-
+constexpr const char kToChi[] = "TranslateToChiBuffer";
+constexpr const char kFromChi[] = "TranslateFromChiBuffer";
 using enum Entry;
-std::vector<Forward> Forwards() {
-    return {
-        {MetadataCreateAndroid,
-         CALL(CreateAndroidMetadata, P(1), kWide, N(4)),
-         {kMeta, 1, 1, 1, kWide, 4}},
-        {MetadataCreateFromAndroid,
-         CALL(CreateByAndroidMetadata, P(1)),
-         {kMeta, 1, 0, 0, 0xFFFFFFFF}},
-        {MetadataReleaseAndroid, CALL(ReleaseAndroidMetadata, P(1)), {kMeta, 1}},
-        {MetadataCreateWithUsage,
-         CALL(CreateWithUsage, N(1), kWide, -5),
-         {kMeta, 1, kWide, 0ULL - 5}},
-        {MetadataCopy, CALL(Copy, P(1), P(2), 0xFE), {1, 2, 0xFE}},
-        {MetadataDestroy, CALL(MetadataDestroy, P(1)), {1}, "Destory Metadata fail"},
-        {MetadataSetTag,
-         CALL(SetTag, P(1), kWide, P(3), kWide + 1, kWide + 2),
-         {1, kWide, 3, kWide + 1, kWide + 2}},
-        {MetadataDeleteTag, CALL(DeleteTag, P(1), kWide), {1, kWide}},
-        {GetCPUAddress, CALL(GetCPUAddress, P(1)), {1}},
-        {TranslateToChiBuffer, CALL(TranslateToBuffer, P(1), P(2)), {1, 2}, kToFails},
-        {TranslateFromChiBuffer, CALL(TranslateFromBuffer, P(1), P(2)), {1, 2}, kFromFails},
-    };
-}
+constexpr Forward kForwards[] = {
+    {MetadataCreateAndroid,
+     CALL(CreateAndroidMetadata, P(1), kWide, N(4)),
+     {kMeta, 1, 1, 1, kWide, 4}},
+    {MetadataCreateFromAndroid, CALL(CreateByAndroidMetadata, P(1)), {kMeta, 1, 0, 0, 0xFFFFFFFF}},
+    {MetadataReleaseAndroid, CALL(ReleaseAndroidMetadata, P(1)), {kMeta, 1}},
+    {MetadataCreateWithUsage, CALL(CreateWithUsage, N(1), kWide, -5), {kMeta, 1, kWide, 0ULL - 5}},
+    {MetadataCopy, CALL(Copy, P(1), P(2), 0xFE), {1, 2, 0xFE}},
+    {MetadataDestroy, CALL(MetadataDestroy, P(1)), {1}, "Destory Metadata"},
+    {MetadataSetTag, CALL(SetTag, P(1), kWide, P(3), ~5U, ~6U), {1, kWide, 3, ~5U, ~6U}},
+    {MetadataDeleteTag, CALL(DeleteTag, P(1), kWide), {1, kWide}},
+    {GetCPUAddress, CALL(GetCPUAddress, P(1)), {1}},
+    {TranslateToChiBuffer, CALL(TranslateToBuffer, P(1), P(2)), {1, 2}, kToChi},
+    {TranslateFromChiBuffer, CALL(TranslateFromBuffer, P(1), P(2)), {1, 2}, kFromChi},
+};
 
 TEST(Forwarding, PassesArgumentsOnAndTheResultBack) {
     Device device;
     Camera camera{device};
-    for (const Forward& forward : Forwards()) {
+    for (const Forward& forward : kForwards) {
         device->Fail(forward.entry, kWide + 7); // the entry returns this and does nothing
         EXPECT_EQ(forward.call(camera), kWide + 7) << forward.name;
     }
-    EXPECT_EQ(test::CountLogged("E", ""), 0U);
+    EXPECT_EQ(CountLogged("E"), 0U);
     camera.Destroy();
     const uint64_t record = device->Calls(MetadataOpsClose).at(0).args.at(0);
-    for (const Forward& forward : Forwards()) {
+    for (const Forward& forward : kForwards) {
         Words wanted = forward.received;
         std::replace(wanted.begin(), wanted.end(), kMeta, record);
         EXPECT_EQ(device->Calls(forward.entry).at(0).args, wanted) << forward.name;
@@ -80,23 +66,23 @@ TEST(Forwarding, PassesArgumentsOnAndTheResultBack) {
 }
 
 void ExpectFailures(Camera& camera) {
-    for (const Forward& forward : Forwards()) {
+    for (const Forward& forward : kForwards) {
         EXPECT_EQ(forward.call(camera), 0U) << forward.name;
-        const std::string message = forward.failure ? forward.failure : forward.name + " fail";
-        EXPECT_TRUE(test::Logged("E", forward.name, message)) << message;
+        const char* failing = forward.failing ? forward.failing : forward.name;
+        EXPECT_EQ(LastLog(forward.name), Printed("E %s fail", failing));
         EXPECT_EQ(StandinControl()->CallCount(forward.entry), 0U) << forward.name;
     }
     uint32_t size = 77;
     EXPECT_EQ(camera->GetTag(camera.Table(), nullptr, 1, &size, 0), nullptr);
     EXPECT_EQ(size, 77U);
-    EXPECT_TRUE(test::Logged("E", "GetTag", "GetTag fail"));
+    EXPECT_EQ(LastLog("GetTag"), "E GetTag fail");
     camera->ReleaseImageBuffer(camera.Table(), nullptr);
-    EXPECT_TRUE(test::Logged("E", "ReleaseImageBuffer", "ReleaseImageBuffer fail"));
+    EXPECT_EQ(LastLog("ReleaseImageBuffer"), "E ReleaseImageBuffer fail");
 }
 
 TEST(Forwarding, FailsWithoutTheEntry) {
     Device device;
-    for (const Forward& forward : Forwards()) {
+    for (const Forward& forward : kForwards) {
         device->SetMissing(forward.entry);
     }
     device->SetMissing(MetadataGetTag);
@@ -117,11 +103,10 @@ TEST(Forwarding, NeedsAndroidMetadata) {
     Camera camera{device};
     EXPECT_EQ(camera->CreateByAndroidMetadata(camera.Table(), nullptr), nullptr);
     EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), nullptr), 0U);
-    EXPECT_EQ(device->CallCount(MetadataCreateFromAndroid) +
-                  device->CallCount(MetadataReleaseAndroid),
-              0U);
-    EXPECT_TRUE(test::Logged("E", "CreateByAndroidMetadata", "CreateByAndroidMetadata fail"));
-    EXPECT_TRUE(test::Logged("E", "ReleaseAndroidMetadata", "ReleaseAndroidMetadata fail"));
+    EXPECT_EQ(device->CallCount(MetadataCreateFromAndroid), 0U);
+    EXPECT_EQ(device->CallCount(MetadataReleaseAndroid), 0U);
+    EXPECT_EQ(LastLog("CreateByAndroidMetadata"), "E CreateByAndroidMetadata fail");
+    EXPECT_EQ(LastLog("ReleaseAndroidMetadata"), "E ReleaseAndroidMetadata fail");
 }
 
 TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
@@ -130,7 +115,7 @@ TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
     Camera camera{device};
     EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), P(1)), 0U);
     EXPECT_EQ(device->CallCount(MetadataReleaseAndroid), 0U);
-    EXPECT_TRUE(test::Logged("E", "ReleaseAndroidMetadata", "ReleaseAndroidMetadata fail"));
+    EXPECT_EQ(LastLog("ReleaseAndroidMetadata"), "E ReleaseAndroidMetadata fail");
 }
 
 // --- Tags
@@ -148,10 +133,9 @@ TEST(GetTag, ReturnsTheDataAndItsSize) {
 
     const Words args = device->Calls(MetadataGetTag).at(0).args;
     EXPECT_EQ((Words{args.begin(), args.begin() + 3}), (Words{Word(metadata), 0x80000ABC, 0xFE}));
-    EXPECT_TRUE(test::Logged(
-        "V", "GetTag",
-        test::Printed("returnSize %p tagId 80000abc typeId 254 pTagData %p entryInfo.size 5", &size,
-                      P(args.at(3) + 8))));
+    EXPECT_EQ(LogLines("GetTag").at(0),
+              Printed("V returnSize %p tagId 80000abc typeId 254 pTagData %p entryInfo.size 5",
+                      &size, P(args.at(3) + 8)));
     camera->MetadataDestroy(camera.Table(), metadata);
 }
 
@@ -162,37 +146,32 @@ TEST(GetTag, ReadsAClearedRecordWhereTheVendorFillsNone) {
     uint32_t size = 77;
     EXPECT_EQ(camera->GetTag(camera.Table(), P(1), 1, &size, 0), nullptr);
     EXPECT_EQ(size, 0U);
-    EXPECT_EQ(test::CountLogged("E", ""), 0U) << "the vendor's result is not looked at";
+    EXPECT_EQ(CountLogged("E"), 0U) << "the vendor's result is not looked at";
 }
 
 // --- Image buffers
 
 constexpr uint64_t kImage = 0x1234;
+constexpr uint64_t kTP10 = 0x7FA30C09;
+constexpr const char kNV124RWarning[] =
+    "W Overriding format from ChiStreamFormatUBWCNV124R to ChiStreamFormatUBWCTP10 as Gralloc does "
+    "not support ChiStreamFormatUBWCNV124R";
+constexpr const char kPD10Warning[] =
+    "W Overriding format from ChiStreamFormatPD10 to ChiStreamFormatRaw12 as Gralloc does not "
+    "support ChiStreamFormatPD10";
 
 TEST(GetImageBuffer, MakesTheManagerThatTheStreamsFormatAsksFor) {
     struct Case {
         uint32_t format, width, height;
         Words made; ///< Width, height, format.
         const char* name;
-        std::string warning = "";
+        const char* log = "";
     };
     const Case cases[] = {
-        {35, 4000, 3000, {4000, 3000, 35}, "format_35_wxh_4000x3000"},
-        {33, 4000, 3000, {48000000, 1, 33}, "format_33_wxh_48000000x1"},
-        {40,
-         64,
-         32,
-         {64, 32, 0x7FA30C09},
-         "format_2141391881_wxh_64x32",
-         "Overriding format from ChiStreamFormatUBWCNV124R to ChiStreamFormatUBWCTP10 as Gralloc "
-         "does not support ChiStreamFormatUBWCNV124R"},
-        {0x7FA30C08,
-         64,
-         32,
-         {64, 32, 0x7FA30C09},
-         "format_2141391881_wxh_64x32",
-         "Overriding format from ChiStreamFormatPD10 to ChiStreamFormatRaw12 as Gralloc does not "
-         "support ChiStreamFormatPD10"},
+        {35, 4000, 3000, {4000, 3000, 35}, "35_wxh_4000x3000"},
+        {33, 4000, 3000, {48000000, 1, 33}, "33_wxh_48000000x1"},
+        {40, 64, 32, {64, 32, kTP10}, "2141391881_wxh_64x32", kNV124RWarning},
+        {0x7FA30C08, 64, 32, {64, 32, kTP10}, "2141391881_wxh_64x32", kPD10Warning},
     };
     for (const Case& wanted : cases) {
         SCOPED_TRACE(wanted.format);
@@ -207,10 +186,9 @@ TEST(GetImageBuffer, MakesTheManagerThatTheStreamsFormatAsksFor) {
         const standin::Call made = device->Calls(BufferManagerCreate).at(0);
         EXPECT_EQ(made.args.at(0), device->Calls(BufferOpsClose).at(0).args.at(0));
         EXPECT_EQ((Words{made.args.begin() + 2, made.args.begin() + 5}), wanted.made);
-        EXPECT_EQ(made.args.at(5), Word(&stream));
-        EXPECT_EQ(made.text, std::string("OEM_CHI_BUFFER_MANAGER_") + wanted.name);
-        EXPECT_EQ(test::CountLogged("W", ""), wanted.warning.empty() ? 0U : 1U);
-        EXPECT_TRUE(wanted.warning.empty() || test::Logged("W", "GetImageBuffer", wanted.warning));
+        EXPECT_EQ(made.args.at(5), Address(&stream));
+        EXPECT_EQ(made.text, std::string("OEM_CHI_BUFFER_MANAGER_format_") + wanted.name);
+        EXPECT_EQ(Log("GetImageBuffer"), wanted.log);
     }
 }
 
@@ -220,8 +198,8 @@ TEST(GetImageBuffer, IsNullWithoutTheBufferRecord) {
     Camera camera{device};
     ChiStream stream = {.width = 8, .height = 8, .format = 40};
     EXPECT_EQ(camera->GetImageBuffer(camera.Table(), &stream), nullptr);
-    EXPECT_TRUE(test::Logged("E", "GetImageBuffer", "Invalid m_pBufferAdaptee:(nil)"));
-    EXPECT_EQ(test::CountLogged("W", "Overriding"), 1U) << "the format is chosen before";
+    EXPECT_EQ(Log("GetImageBuffer"),
+              std::string(kNV124RWarning) + "\nE Invalid m_pBufferAdaptee:(nil)");
 }
 
 class Managers : public testing::Test {
@@ -284,9 +262,8 @@ TEST_F(Managers, AreNotKeptWhereTheCreateEntryIsMissing) {
     Take(first);
     EXPECT_EQ(device->CallCount(BufferManagerCreate), 1U);
     camera.Destroy();
-    EXPECT_TRUE(test::Logged(
-        "E", "GetImageBuffer",
-        test::Printed("Invalid m_pBufferAdaptee:%p", P(Received(BufferOpsClose).at(0)))));
+    EXPECT_EQ(LastLog("GetImageBuffer"),
+              Printed("E Invalid m_pBufferAdaptee:%p", P(Received(BufferOpsClose).at(0))));
 }
 
 } // namespace

@@ -1,10 +1,10 @@
-/// The adaptee's session operations one by one, with the statuses that the table does not show, and
-/// what is freed.
+/// What names a session, the chain that holds one, and the adaptee's session operations one by one,
+/// with the statuses that the table does not show.
 
-#include "tests/support/adaptee.h"
+#include "tests/support/scene.h"
 
-#include <algorithm>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <new>
 
 // --- The heap of this program
@@ -12,34 +12,118 @@
 namespace {
 
 int g_arraysUntilFailure = -1; ///< Of those that may fail; negative for no failure.
-const void* g_freed[4096];
-size_t g_freedCount = std::size(g_freed); ///< Nothing is kept.
-
-void WatchHeap() { g_freedCount = 0; }
-bool Freed(const void* block) {
-    return std::find(g_freed, g_freed + g_freedCount, block) != g_freed + g_freedCount;
-}
 
 } // namespace
 
-void* operator new(size_t size) { return std::malloc(size); }
-void* operator new(size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
 void* operator new[](size_t size) { return std::malloc(size); }
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
     return g_arraysUntilFailure >= 0 && g_arraysUntilFailure-- == 0 ? nullptr : std::malloc(size);
 }
-void operator delete(void* block) noexcept {
-    if (g_freedCount < std::size(g_freed)) {
-        g_freed[g_freedCount++] = block;
-    }
-    std::free(block);
-}
-void operator delete[](void* block) noexcept { operator delete(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
 
 namespace {
 
 using namespace test;
+using OemLayer::OfflineSessionIdentitys;
 using OemLayer::QcomAdaptee;
+using OemLayer::SessionObjects;
+
+/// An adaptee on the stand-in's interface, for what the table does not reach.
+struct AdapteeScene {
+    Device device;
+    OemLayer::QcomAdaptee* adaptee;
+    camera3_stream input = MakeStream(HAL_PIXEL_FORMAT_RAW10);
+    camera3_stream output = MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
+    OemLayer::OfflineSessionIdentitys identity = {&output, 3, "Night"};
+    const camera_metadata* parameters = static_cast<const camera_metadata*>(MadeUp(0x77));
+
+    AdapteeScene() : adaptee(OemLayer::QcomAdaptee::Create(Interface(), 3)) {
+        device->ClearRecords();
+    }
+    ~AdapteeScene() { adaptee->Destroy(); }
+    AdapteeScene(const AdapteeScene&) = delete;
+    AdapteeScene& operator=(const AdapteeScene&) = delete;
+
+    unsigned long Open() {
+        return static_cast<unsigned long>(adaptee->OpenOfflineSession("3", identity, nullptr));
+    }
+    SessionInfo& Info() const {
+        const ChiOfflineSessionCallbacks* callbacks = device->Sessions().at(0).pCallbacks;
+        return *static_cast<SessionInfo*>(callbacks->pPrivateCallbackData);
+    }
+    uint32_t Prepare(unsigned long handle) {
+        camera3_stream* inputs[] = {&input};
+        return adaptee->PrepareOfflineConfig(1, inputs, &output, handle, parameters);
+    }
+
+    static void* Interface() {
+        void* library = dlopen("/vendor/lib64/hw/com.qti.chi.offline.so", RTLD_NOW);
+        const auto open =
+            reinterpret_cast<void* (*)(void*, uint32_t)>(dlsym(library, "ChiOfflineOpenContext"));
+        return open(nullptr, 512);
+    }
+};
+
+// --- Identity and chain
+
+TEST(Identity, IsOrderedByStreamThenUnsignedCameraThenFeature) {
+    camera3_stream streams[2] = {MakeStream(-1), MakeStream(HAL_PIXEL_FORMAT_RAW16)};
+    const OfflineSessionIdentitys ascending[] = {
+        {&streams[0], 0, ""},      {&streams[0], 0, "Night"},      {&streams[0], 0, "NightHdr"},
+        {&streams[0], 0, "night"}, {&streams[0], 0, "n\x7f"},      {&streams[0], 0, "n\x80"},
+        {&streams[0], 1, "A"},     {&streams[0], 0x7FFFFFFF, "A"}, {&streams[0], 0x80000000, "A"},
+        {&streams[1], 0, ""},
+    };
+    for (const OfflineSessionIdentitys& a : ascending) {
+        const OfflineSessionIdentitys copy = a;
+        EXPECT_TRUE(copy == a);
+        for (const OfflineSessionIdentitys& b : ascending) {
+            EXPECT_EQ(copy < b, &a < &b) << a.featureName << ", " << b.featureName;
+            EXPECT_EQ(copy == b, &a == &b) << a.featureName << ", " << b.featureName;
+        }
+    }
+}
+
+TEST(SessionChain, OpensForTheCameraAndStreamThatItIsGiven) {
+    for (const uint32_t cameraId : {0U, 4294967295U}) {
+        AdapteeScene scene;
+        SessionObjects chain({&scene.input, 5, "Night"});
+        EXPECT_EQ(chain.GenerateOfflineSession(cameraId, scene.adaptee, &scene.output), 0U);
+        const standin::SessionCopy session = scene.device->Sessions().at(0);
+        EXPECT_EQ(session.name, Printed("session_of_camera_%u", cameraId));
+        EXPECT_EQ(chain.GetSessionHandle(), session.handle);
+        EXPECT_TRUE(chain.GetIdentity() ==
+                    (OfflineSessionIdentitys{&scene.output, cameraId, "Night"}));
+        scene.device->Fail(Entry::OpenSession, 0);
+        EXPECT_EQ(chain.GenerateOfflineSession(6, scene.adaptee, &scene.input), 1U);
+        EXPECT_EQ(chain.GetSessionHandle(), 0U);
+        EXPECT_TRUE(chain.GetIdentity() == (OfflineSessionIdentitys{&scene.input, 6, "Night"}));
+        scene.adaptee->CloseOfflineSessions(session.handle);
+        scene.adaptee->CloseOfflineSessions(0);
+    }
+}
+
+TEST(SessionChain, ReportsAllThatIsMissingAndSucceedsWithoutAnAdaptee) {
+    Device device;
+    SessionObjects chain({nullptr, 5, "Night"});
+    EXPECT_EQ(chain.Initialize(nullptr, {}, nullptr), 0U);
+    EXPECT_EQ(Log("Initialize"),
+              R"(E Offline camera device is null!!!
+E Input stream size is 0!!!
+E Configuration is null!!!
+I Prepare config offline m_Sesshdle 0 pOutStream (nil) pInStreams size 0 pConfiguration (nil)
+I Offline camera device is null, not configured offline m_Sesshdle )");
+}
+
+TEST(SessionChain, WithoutInputsIsConfiguredForItsOutputAlone) {
+    AdapteeScene scene;
+    SessionObjects chain(scene.identity);
+    chain.GenerateOfflineSession(3, scene.adaptee, &scene.output);
+    EXPECT_EQ(chain.Initialize(scene.adaptee, {}, scene.parameters), 0U);
+    EXPECT_EQ(scene.device->Sessions().at(0).streamPointers,
+              std::vector{reinterpret_cast<ChiStream*>(&scene.output)});
+    scene.adaptee->CloseOfflineSessions(chain.GetSessionHandle());
+}
 
 // --- Preparation
 
@@ -55,26 +139,6 @@ TEST(BufferFormat, FollowsTheStreamFormatAndIsYuvForTheUnknown) {
         EXPECT_EQ(Log("MapChiStreamFormatToChiBufferFormat"),
                   stream == 34 || stream == 40 ? line : "");
     }
-}
-
-TEST(Preparation, OfHandleZeroDoesNothing) {
-    AdapteeScene scene;
-    EXPECT_EQ(scene.Prepare(0), 0U);
-    EXPECT_EQ(Log(), "");
-    EXPECT_TRUE(scene.device->Calls().empty());
-}
-
-TEST(Preparation, RefusesAnInputThatIsNoOutputOfTheRealTimeSession) {
-    AdapteeScene scene;
-    scene.input.stream_type = CAMERA3_STREAM_INPUT;
-    const unsigned long handle = scene.Open();
-    EXPECT_EQ(scene.Prepare(handle), 1U);
-    EXPECT_TRUE(Log("DoPrepareOfflineConfig").ends_with(R"( 
-I [oemlayer_stream] Skipping stream since it is not output stream of parent session
-E [oemlayer_stream] Incorrect number of input streams. Expected: 1 Actual: 0)"));
-    EXPECT_EQ(LastLog("PrepareOfflineConfig"),
-              "E [oemlayer_stream] Unable to prepare configure session for Night for camera 3");
-    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(handle), 0U);
 }
 
 TEST(Preparation, FailsWithFiveWhereAListFindsNoMemory) {
@@ -93,14 +157,25 @@ TEST(Preparation, FailsWithFiveWhereAListFindsNoMemory) {
     }
 }
 
-// --- Configuration
-
-TEST(Configuration, HasNothingToDoForHandleZeroButNeedsTheEntry) {
+TEST(HandleZero, IsPreparedConfiguredAndClosedWithoutTheVendor) {
     AdapteeScene scene;
+    scene.device->Fail(Entry::OpenSession, 0);
+    scene.Open();
+    scene.device->ClearRecords();
+    EXPECT_EQ(scene.Prepare(0), 0U);
     EXPECT_EQ(scene.adaptee->ConfigStreams(0), 0U);
+    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(0), 0U);
+    scene.adaptee->InitSessInfo(0, 1, "", "Night", nullptr); // There is no record any more.
+    EXPECT_EQ(Log(), "");
+    EXPECT_TRUE(scene.device->Calls().empty());
+}
+
+TEST(HandleZero, NeedsTheEntriesAllTheSame) {
+    AdapteeScene scene;
     scene.device->SetMissing(Entry::ConfigureStreams);
+    scene.device->SetMissing(Entry::CloseSession);
     EXPECT_EQ(scene.adaptee->ConfigStreams(0), 1U);
-    EXPECT_EQ(scene.device->CallCount(Entry::ConfigureStreams), 0U);
+    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(0), 1U);
     QcomAdaptee* bare = QcomAdaptee::Create(nullptr, 3);
     EXPECT_EQ(bare->ConfigStreams(0), 1U);
     bare->Destroy();
@@ -122,26 +197,6 @@ TEST(Configuration, KeepsItsSettingsUntilItSucceedsAndDestroysThemOnce) {
 }
 
 // --- Opening and closing
-
-TEST(Opening, FillsTheRecordFromTheFeatureMap) {
-    const std::pair<const char*, const char*> rows[] = {
-        {"Night", "8 1f 3 E find offline info Night success"},
-        {"Hdr", "10 3 2 E find offline info Hdr success"},
-        {"night", "0 0 0 E not find offline info"}};
-    for (const auto& [feature, filled] : rows) {
-        AdapteeScene scene;
-        scene.identity.featureName = feature;
-        const unsigned long handle = scene.Open();
-        const SessionInfo& info = scene.Info();
-        EXPECT_EQ(info.sessionName + " " + info.featureName + " " + info.cameraName,
-                  std::string(feature) + " " + feature + " 3");
-        EXPECT_EQ(Printed("%x %x %d ", info.opMode, info.featureFlags, info.featureValue) +
-                      LastLog("FindOfflineInfo"),
-                  filled);
-        EXPECT_EQ(LogLines("FindOfflineInfo").size(), 3U);
-        scene.adaptee->CloseOfflineSessions(handle);
-    }
-}
 
 TEST(Opening, OfAnIdentityThatIsThereLeavesBothSessionsAndTheFirstMapping) {
     AdapteeScene scene;
@@ -171,67 +226,15 @@ TEST(Closing, DestroysTheSettingsOfASessionThatWasNotConfigured) {
     EXPECT_EQ(scene.device->CallCount(Entry::MetadataDestroy), 1U);
 }
 
-TEST(Closing, OfHandleZeroDropsItsRecordsWithoutTheVendor) {
-    AdapteeScene scene;
-    scene.device->Fail(Entry::OpenSession, 0);
-    scene.Open();
-    scene.device->ClearRecords();
-    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(0), 0U);
-    scene.adaptee->InitSessInfo(0, 1, "", "Night", nullptr); // There is no record any more.
-    EXPECT_EQ(Log(), "");
-    EXPECT_TRUE(scene.device->Calls().empty());
-}
-
 TEST(Closing, OfAnUnknownHandleThatTheVendorRefusesReturnsItsStatus) {
     AdapteeScene scene;
     scene.device->Fail(Entry::CloseSession, 6);
     EXPECT_EQ(scene.adaptee->CloseOfflineSessions(77), 6U);
     EXPECT_EQ(Log("CloseOfflineSessions"),
               "E Failed to close session 6 for usecase non for camera non");
-    scene.device->SetMissing(Entry::CloseSession);
-    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(0), 1U);
 }
 
-// --- What a completion frees
-
-TEST(Completion, FreesTheRequestItsArrayAndItsOutputBuffer) {
-    Scene scene(Delivery::ByHand);
-    scene.Submit();
-    const OfflineRequest* request = &scene.Pending();
-    const void* parts[] = {request, request->pInputBuffers, request->pOutputBuffer};
-    WatchHeap();
-    scene.Finish();
-    EXPECT_TRUE(Freed(parts[0]) && Freed(parts[1]) && Freed(parts[2]));
-}
-
-TEST(Completion, FreesAsManyFormatRecordsAsBuffersCameAndOnlyOfTheLastSet) {
-    struct Row {
-        uint32_t sets;
-        std::vector<uint32_t> statuses;
-        const char* freed; ///< 1 for each record that is freed, set by set.
-    };
-    const Row rows[] = {{1, {0}, "10"},
-                        {1, {0, 0}, "11"},
-                        {1, {0, 0, 0}, "11"},
-                        {3, {0, 0}, "000011"},
-                        {3, {0}, "000010"}};
-    for (const Row& row : rows) {
-        Scene scene(Delivery::ByHand);
-        scene.UseWords({37, 32}, row.sets);
-        scene.Submit();
-        const standin::Execution execution = scene.Executed();
-        scene.Info().totalResult = static_cast<uint32_t>(row.statuses.size());
-        WatchHeap();
-        scene.Send({.statuses = row.statuses, .metadata = scene.Pending().pOutputMetadata});
-        std::string freed;
-        for (const standin::BufferSetCopy& set : execution.inputs) {
-            for (const ChiStreamBuffer& buffer : set.buffers) {
-                freed += Freed(buffer.pInputFormat) ? "1" : "0";
-            }
-        }
-        EXPECT_EQ(freed, row.freed);
-    }
-}
+// --- Results
 
 TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     AdapteeScene scene;
@@ -256,17 +259,10 @@ TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     ChiOfflineSessionCallbacks sessionCallbacks = {.pPrivateCallbackData = &session};
     ChiOfflineResultBlock block = {1, &buffers[1], 0, nullptr};
     ChiOfflineCaptureResultInfo info = {1, &block, nullptr, request};
-    WatchHeap();
     QcomAdaptee::ProcessCaptureResultCb(&sessionCallbacks, 1, &info);
     EXPECT_EQ(calls, "complete (nil) 1");
-    EXPECT_TRUE(Freed(request));
-    EXPECT_EQ(
-        Log("ProcessCaptureResultCb"),
-        R"(I frameNumber numBuf:1 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 pMetadata:(nil) pLastCount 0
-I Free up OC->OC metadata and buffers - pending
-E ERROR BUFFER status 1
-I Notify close process
-I Returning from capture result)");
+    EXPECT_EQ(LogLines("ProcessCaptureResultCb").at(1),
+              "I Free up OC->OC metadata and buffers - pending");
 }
 
 TEST(CaptureResult, NeedsItsResultMainBlockAndPrivateData) {

@@ -18,20 +18,6 @@ struct Feeding {
     const char* fed; ///< "stream:handle@manager" of each buffer, with a bar between the sets.
 };
 
-const Feeding kFeedings[] = {
-    {{37, 32}, 2, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
-    {{37, 37}, 2, 0, 1, " 0:1000@a0 1:1001@a1 | 0:1001@a0 1:1003@a1"},
-    {{37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0"},
-    {{37, 37}, 1, 0, 2, " 0:1000@a0 1:1000@a0"},
-    {{37, 35}, 1, 0, 0, " 0:1000@a0"},
-    {{35, 35}, 2, 1, 0, " 0:3000@a2 1:3000@a2 | 0:3001@a2 1:3001@a2"},
-    {{35}, 2, 2, 0, " |"},
-    {{35, 37}, 1, 0, 1, " 1:1001@a1"}, // Odd by its place in the list, whatever else is fed.
-    {{35, 37}, 1, 1, 1, " 0:3000@a2 1:1001@a1"},
-    {{38, 33}, 1, 1, 0, ""},
-    {{37}, 0, 0, 0, ""},
-};
-
 std::string Fed(const Scene& scene) {
     const Execution execution = scene.Executed();
     const std::vector<ChiStream*> list = scene.Session().streamPointers;
@@ -47,7 +33,20 @@ std::string Fed(const Scene& scene) {
 }
 
 TEST(Submission, FeedsTheInputStreamsOfEachSet) {
-    for (const Feeding& row : kFeedings) {
+    const Feeding feedings[] = {
+        {{37, 32}, 2, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
+        {{37, 37}, 2, 0, 1, " 0:1000@a0 1:1001@a1 | 0:1001@a0 1:1003@a1"},
+        {{37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0"},
+        {{37, 37}, 1, 0, 2, " 0:1000@a0 1:1000@a0"},
+        {{37, 35}, 1, 0, 0, " 0:1000@a0"},
+        {{35, 35}, 2, 1, 0, " 0:3000@a2 1:3000@a2 | 0:3001@a2 1:3001@a2"},
+        {{35}, 2, 2, 0, " |"},
+        {{35, 37}, 1, 0, 1, " 1:1001@a1"}, // Odd by its place in the list, whatever else is fed.
+        {{35, 37}, 1, 1, 1, " 0:3000@a2 1:1001@a1"},
+        {{38, 33}, 1, 1, 0, ""},
+        {{37}, 0, 0, 0, ""},
+    };
+    for (const Feeding& row : feedings) {
         SCOPED_TRACE(row.fed);
         Scene scene;
         scene.UseWords(row.formats, row.sets);
@@ -79,7 +78,7 @@ TEST(Submission, PointsEachSetAtItsCountTimesItsIndex) {
         for (size_t i = 0; i < 4; ++i) {
             const ChiOfflineBufferSet& set = execution.inputs.at(i).set;
             EXPECT_EQ(At<uint32_t>(set, 0), count);
-            EXPECT_EQ(At(set, 8), At(execution.inputs[0].set, 8) + 208 * count * i);
+            EXPECT_EQ(At(set, 8), At(execution.inputs[0].set, 8) + 208UL * count * i);
             EXPECT_EQ(At(set, 24), 0x2000 + i);
         }
     }
@@ -174,23 +173,10 @@ TEST(Submission, HostRecordsMayBeOverwrittenOnceItReturned) {
     std::memset(wrapper + 72, 0xA5, sizeof scene.request.wrapper - 72);
     scene.request.wrapper.identity.featureName = "overwritten";
     std::memset(&scene.request.output, 0xA5, sizeof scene.request.output);
-    scene.device->Deliver(0, standin::Shape::Together);
+    scene.device->Deliver(0, Shape::Together);
     ASSERT_EQ(Story(scene.request), "MB R C0");
     EXPECT_EQ(scene.request.Events().at(0).result.frame_number, 7U);
     EXPECT_EQ(scene.request.Events().at(0).buffers.at(0).stream, &scene.request.outputStream);
-}
-
-TEST(Submission, AddsTheVendorsFrameNumbersToTheCamerasCounter) {
-    Scene scene(Delivery::ByHand);
-    for (const int frame : {1, 2, 3}) {
-        scene.Submit();
-        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
-                  Printed("I Execute rtFrameNumber:7<->offlineFrame:%d success mTotalCounter %d",
-                          frame, frame * (frame + 1) / 2));
-    }
-    for (size_t i = 0; i < 3; ++i) {
-        scene.Finish(i);
-    }
 }
 
 TEST(Submission, HoldsNoLockWhileTheVendorExecutesAndTheHostIsCalled) {
@@ -237,26 +223,22 @@ TEST(Submission, RefusesMoreThanTwentyFourInputRecords) {
 
 struct Lacking {
     void (*take)(Scene&);
-    const char* line;   ///< In the log of the submission.
-    const char* story;  ///< What the host is told all the same.
-    bool output = true; ///< Otherwise the vendor gets an empty record.
+    const char* story;     ///< What the host is told all the same.
+    const char* line = ""; ///< In the log of the submission.
+    bool output = true;    ///< Otherwise the vendor gets an empty record.
 };
 
-const Lacking kLacking[] = {
-    {[](Scene& scene) { scene.request.outputArgument = nullptr; }, "E pOfflineOutputBuffer is NULL",
-     "MB R C0", false},
-    {[](Scene& scene) { scene.device->SetMissing(Entry::TranslateToChiBuffer); }, "", "MB R C0",
-     false},
-    {[](Scene& scene) { scene.device->Fail(Entry::TranslateToChiBuffer, 1); }, "", "MB R C0",
-     false},
-    {[](Scene& scene) { scene.device->Fail(Entry::MetadataCreate, 0); },
-     "create offline output metadata:(nil)", "B R C0"},
-    {[](Scene& scene) { scene.device->SetMissing(Entry::MetadataCreate); },
-     "create offline output metadata:(nil)", "B R C0"},
-    {[](Scene& scene) { scene.device->SetMissing(Entry::MetadataCreateFromAndroid); }, "",
-     "MB R C0"},
-    {[](Scene& scene) { scene.request.callbacks.releaseRtBuffers = nullptr; }, "", "MB C0"},
-    {[](Scene& scene) { scene.request.callbacks.requestComplete = nullptr; }, "", "MB R"},
+constexpr const char kNoOutput[] = "E pOfflineOutputBuffer is NULL";
+constexpr const char kNoMetadata[] = "create offline output metadata:(nil)";
+constexpr Lacking kLacking[] = {
+    {[](Scene& s) { s.request.outputArgument = nullptr; }, "MB R C0", kNoOutput, false},
+    {[](Scene& s) { s.device->SetMissing(Entry::TranslateToChiBuffer); }, "MB R C0", "", false},
+    {[](Scene& s) { s.device->Fail(Entry::TranslateToChiBuffer, 1); }, "MB R C0", "", false},
+    {[](Scene& s) { s.device->Fail(Entry::MetadataCreate, 0); }, "B R C0", kNoMetadata},
+    {[](Scene& s) { s.device->SetMissing(Entry::MetadataCreate); }, "B R C0", kNoMetadata},
+    {[](Scene& s) { s.device->SetMissing(Entry::MetadataCreateFromAndroid); }, "MB R C0"},
+    {[](Scene& s) { s.request.callbacks.releaseRtBuffers = nullptr; }, "MB C0"},
+    {[](Scene& s) { s.request.callbacks.requestComplete = nullptr; }, "MB R"},
 };
 
 TEST(Submission, GoesOnWithoutWhatItCanLack) {
@@ -286,6 +268,11 @@ TEST(Submission, ToASessionThatCouldNotBePreparedFeedsNothing) {
     Scene scene;
     scene.request.raw.stream_type = CAMERA3_STREAM_INPUT;
     EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_TRUE(Log("DoPrepareOfflineConfig").ends_with(R"( 
+I [oemlayer_stream] Skipping stream since it is not output stream of parent session
+E [oemlayer_stream] Incorrect number of input streams. Expected: 1 Actual: 0)"));
+    EXPECT_EQ(LastLog("PrepareOfflineConfig"),
+              "E [oemlayer_stream] Unable to prepare configure session for Night for camera 0");
     EXPECT_EQ(scene.Session().config.ppChiStreams, nullptr);
     const ChiOfflineBufferSet set = scene.Executed().inputs.at(0).set;
     EXPECT_EQ(set.numBuffers, 0U);

@@ -1,8 +1,6 @@
 /// Several threads at once; also run under ThreadSanitizer.
 
-#include "tests/support/device.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/scene.h"
 
 #include <atomic>
 #include <deque>
@@ -11,81 +9,63 @@
 
 namespace {
 
-using standin::Delivery;
-using standin::Entry;
-using standin::Shape;
-using test::Camera;
-using test::Device;
-using test::Event;
-using test::Request;
+using namespace test;
 
-/// Submits `requests` one after the other, each with buffers of its own, and waits for all of them.
-void SubmitAll(Camera& camera, std::deque<Request>& requests) {
-    for (Request& request : requests) {
-        EXPECT_EQ(request.Submit(camera), 0U);
-    }
+/// Waits for all requests, and gives back what they hold.
+void ExpectAll(std::deque<Request>& requests, Camera& camera, const std::string& story) {
     for (Request& request : requests) {
         EXPECT_TRUE(request.WaitComplete());
+        EXPECT_EQ(Story(request), story);
+        request.GiveBack(camera);
     }
 }
 
-void ExpectWholeAndInOrder(const Request& request) {
-    const std::vector<Event> events = request.Events();
-    ASSERT_GE(events.size(), 3U);
-    EXPECT_EQ(request.Count(Event::Release), 1U);
-    EXPECT_EQ(request.Count(Event::Complete), 1U);
-    EXPECT_EQ(events[events.size() - 2].kind, Event::Release);
-    EXPECT_EQ(events.back().kind, Event::Complete);
-    EXPECT_EQ(events.back().status, 0U);
-}
-
-class ThreadedIn : public testing::TestWithParam<Shape> {};
-
-INSTANTIATE_TEST_SUITE_P(Shapes, ThreadedIn,
-                         testing::Values(Shape::MetadataFirst, Shape::BuffersFirst, Shape::Together,
-                                         Shape::Partials),
-                         [](const auto& info) { return "Shape" + std::to_string(info.index); });
-
-TEST_P(ThreadedIn, FourCamerasEachWithAHostThreadAndVendorThreads) {
+TEST(Threaded, FourCamerasEachWithAHostThreadAndVendorThreads) {
     constexpr uint32_t kCameras = 4;
     constexpr uint32_t kRequests = 12;
-    Device device;
-    device->SetDelivery(Delivery::OnSessionThread);
-    device->SetShape(GetParam());
-    device.Load();
-    std::vector<std::thread> hosts;
-    for (uint32_t id = 0; id < kCameras; ++id) {
-        hosts.emplace_back([&device, id] {
-            Camera camera(device, id);
-            // Requests share the streams of the first two: two sessions for each camera.
-            std::deque<Request> requests(kRequests);
-            for (uint32_t i = 0; i < kRequests; ++i) {
-                Request& request = requests[i];
-                const Request& streams = requests[i % 2];
-                request.wrapper.rtFrameNumber = 1000 * id + i;
-                request.wrapper.identity.featureName = i % 2 == 0 ? "Night" : "Portrait";
-                request.ShareStreams(streams);
-                request.UseVendorBuffers(camera, 1 + i % 3);
-            }
-            SubmitAll(camera, requests);
-            for (Request& request : requests) {
-                ExpectWholeAndInOrder(request);
-                EXPECT_EQ(request.Events().front().result.frame_number,
-                          request.wrapper.rtFrameNumber);
-                request.GiveBack(camera);
-            }
-            camera.Flush();
-        });
+    for (const auto& [shape, story] : {std::pair{Shape::MetadataFirst, "M B R C0"},
+                                       {Shape::BuffersFirst, "B M R C0"},
+                                       {Shape::Together, "MB R C0"},
+                                       {Shape::Partials, "M B R C0"}}) {
+        Device device;
+        device->SetDelivery(Delivery::OnSessionThread);
+        device->SetShape(shape);
+        device.Load();
+        std::vector<std::thread> hosts;
+        for (uint32_t id = 0; id < kCameras; ++id) {
+            hosts.emplace_back([&device, id, expected = story] {
+                Camera camera(device, id);
+                // Requests share the streams of the first two: two sessions for each camera.
+                std::deque<Request> requests(kRequests);
+                for (uint32_t i = 0; i < kRequests; ++i) {
+                    Request& request = requests[i];
+                    const Request& streams = requests[i % 2];
+                    request.wrapper.rtFrameNumber = 1000 * id + i;
+                    request.wrapper.identity.featureName = i % 2 == 0 ? "Night" : "Portrait";
+                    request.ShareStreams(streams);
+                    request.UseVendorBuffers(camera, 1 + i % 3);
+                }
+                for (Request& request : requests) {
+                    EXPECT_EQ(request.Submit(camera), 0U);
+                }
+                ExpectAll(requests, camera, expected);
+                for (const Request& request : requests) {
+                    EXPECT_EQ(request.Events().front().result.frame_number,
+                              request.wrapper.rtFrameNumber);
+                }
+                camera.Flush();
+            });
+        }
+        for (std::thread& host : hosts) {
+            host.join();
+        }
+        EXPECT_EQ(device->CallCount(Entry::OpenSession), 2U * kCameras);
+        EXPECT_EQ(device->CallCount(Entry::ExecuteRequest), kRequests * kCameras);
     }
-    for (std::thread& host : hosts) {
-        host.join();
-    }
-    EXPECT_EQ(device->CallCount(Entry::OpenSession), 2U * kCameras);
-    EXPECT_EQ(device->CallCount(Entry::ExecuteRequest), kRequests * kCameras);
 }
 
 TEST(Threaded, TwoHostThreadsOnOneCameraWhileSessionsAreMade) {
-    constexpr int kRounds = 8;
+    constexpr size_t kRounds = 8;
     Device device;
     device->SetDelivery(Delivery::OnSessionThread);
     Camera camera(device);
@@ -106,43 +86,28 @@ TEST(Threaded, TwoHostThreadsOnOneCameraWhileSessionsAreMade) {
     std::thread other(submitFrom, 1);
     submitFrom(0);
     other.join();
-    for (Request& request : requests) {
-        EXPECT_TRUE(request.WaitComplete());
-        ExpectWholeAndInOrder(request);
-        request.GiveBack(camera);
-    }
-    EXPECT_EQ(device->CallCount(Entry::OpenSession), static_cast<size_t>(kRounds));
+    ExpectAll(requests, camera, "M B R C0");
+    EXPECT_EQ(device->CallCount(Entry::OpenSession), kRounds);
 }
 
 TEST(Threaded, AHostMaySubmitAgainFromWithinTheCompletion) {
-    constexpr int kRequests = 16;
-    struct Chain {
-        Camera* camera;
-        std::deque<Request> requests;
-        std::atomic<size_t> next{1};
-    };
-    static Chain* chain;
     Device device;
     device->SetDelivery(Delivery::OnSessionThread);
     Camera camera(device);
-    Chain scene{&camera, std::deque<Request>(kRequests)};
-    chain = &scene;
-    for (Request& request : scene.requests) {
-        request.ShareStreams(scene.requests[0]);
+    std::deque<Request> requests(16);
+    std::atomic<size_t> next{1};
+    for (Request& request : requests) {
+        request.ShareStreams(requests[0]);
         request.UseVendorBuffers(camera);
-        request.onRelease = [] {
-            const size_t next = chain->next++;
-            if (next < chain->requests.size()) {
-                EXPECT_EQ(chain->requests[next].Submit(*chain->camera), 0U);
+        request.onRelease = [&] {
+            const size_t index = next++;
+            if (index < requests.size()) {
+                EXPECT_EQ(requests[index].Submit(camera), 0U);
             }
         };
     }
-    ASSERT_EQ(scene.requests[0].Submit(camera), 0U);
-    for (Request& request : scene.requests) {
-        EXPECT_TRUE(request.WaitComplete());
-        ExpectWholeAndInOrder(request);
-        request.GiveBack(camera);
-    }
+    ASSERT_EQ(requests[0].Submit(camera), 0U);
+    ExpectAll(requests, camera, "M B R C0");
 }
 
 } // namespace

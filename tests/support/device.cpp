@@ -2,8 +2,6 @@
 
 #include "standin/gralloc.h"
 
-#include <gtest/gtest.h>
-
 #include <android/log.h>
 #include <chrono>
 #include <cstdarg>
@@ -15,7 +13,7 @@ namespace {
 
 std::mutex g_mutex;
 std::vector<AndroidLine> g_lines;
-std::vector<std::string> g_traceCalls;
+Texts g_traceCalls;
 uint64_t g_traceTags = 0;
 std::function<void(const std::string&)> g_onTraceCall;
 
@@ -54,25 +52,11 @@ std::vector<AndroidLine> AndroidLines() {
     return g_lines;
 }
 
-std::vector<std::string> TraceCalls() { return g_traceCalls; }
+Texts TraceCalls() { return g_traceCalls; }
 
 void SetEnabledTraceTags(uint64_t tags) { g_traceTags = tags; }
 
 void OnTraceCall(std::function<void(const std::string&)> act) { g_onTraceCall = std::move(act); }
-
-bool Logged(const std::string& letter, const std::string& function, const std::string& message) {
-    bool structured = false;
-    for (const standin::LogRecord& record : StandinControl()->Logs()) {
-        structured |= record.letter == letter && record.function == function &&
-                      record.message == message && record.module == "[OEM_LYR]";
-    }
-    bool line = false;
-    for (const AndroidLine& android : AndroidLines()) {
-        line |= android.tag == "CamZ" && android.text.ends_with("() " + message + "\n") &&
-                android.text.find(" " + function + "() ") != std::string::npos;
-    }
-    return structured && line;
-}
 
 size_t CountLogged(const std::string& letter, const std::string& start) {
     size_t count = 0;
@@ -82,16 +66,28 @@ size_t CountLogged(const std::string& letter, const std::string& start) {
     return count;
 }
 
-std::vector<std::string> LogLines(const std::string& function) {
-    std::vector<std::string> lines;
+Texts LogLines(const std::string& function) {
+    Texts lines;
     for (const standin::LogRecord& record : StandinControl()->Logs()) {
-        if (function.empty()) {
-            lines.push_back(record.letter + " " + record.function + ": " + record.message);
-        } else if (record.function == function) {
-            lines.push_back(record.letter + " " + record.message);
+        const std::string name = function.empty() ? record.function + ": " : "";
+        if (function.empty() || record.function == function) {
+            lines.push_back(record.letter + " " + name + record.message);
         }
     }
     return lines;
+}
+
+std::string Log(const std::string& function) {
+    std::string log;
+    for (const std::string& line : LogLines(function)) {
+        log += (log.empty() ? "" : "\n") + line;
+    }
+    return log;
+}
+
+std::string LastLog(const std::string& function) {
+    const std::string log = Log(function);
+    return log.substr(log.rfind('\n') + 1);
 }
 
 std::string Printed(const char* format, ...) {
@@ -104,7 +100,6 @@ std::string Printed(const char* format, ...) {
 }
 
 // --- The device
-// -------------------------------------------------------------------------------------
 
 Device::Device(std::string library)
     : mPath(library.empty() ? TEST_ADAPTER_LIBRARY : std::move(library)) {
@@ -167,7 +162,6 @@ void Camera::Destroy() {
 }
 
 // --- A request of the host
-// --------------------------------------------------------------------------
 
 camera3_stream MakeStream(int32_t format, uint32_t width, uint32_t height, int32_t type) {
     camera3_stream stream = {};
@@ -250,14 +244,6 @@ bool Request::WaitComplete() {
 std::vector<Event> Request::Events() const {
     const std::lock_guard lock(mMutex);
     return mEvents;
-}
-
-size_t Request::Count(Event::Kind kind) const {
-    size_t count = 0;
-    for (const Event& event : Events()) {
-        count += event.kind == kind ? 1 : 0;
-    }
-    return count;
 }
 
 void Request::UseVendorBuffers(Camera& camera, uint32_t sets) {

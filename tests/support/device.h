@@ -7,14 +7,27 @@
 #include "adapterlayer/oemlayer_host.h"
 #include "standin/control.h"
 
+#include <gtest/gtest.h>
+
 #include <condition_variable>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 namespace test {
+
+using standin::Delivery;
+using standin::Entry;
+using standin::Shape;
+using Texts = std::vector<std::string>;
+using Words = std::vector<uint64_t>;
+
+template <typename Pointer> uint64_t Address(Pointer* pointer) {
+    return reinterpret_cast<uintptr_t>(pointer);
+}
+/// A handle that nothing stands behind.
+inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
 
 /// One line of the Android log.
 struct AndroidLine {
@@ -25,17 +38,19 @@ struct AndroidLine {
 
 /// What reached the platform's log and trace libraries, which this program stands in front of.
 std::vector<AndroidLine> AndroidLines();
-std::vector<std::string> TraceCalls(); ///< "begin NAME" and "end".
+Texts TraceCalls(); ///< "begin NAME" and "end".
 void SetEnabledTraceTags(uint64_t tags);
 /// Is called with each trace call from now on, until the next `Device`.
 void OnTraceCall(std::function<void(const std::string& call)> act);
 
-/// Whether a record with this letter ("E", "W", "I", "V"), function and message went to both sinks.
-bool Logged(const std::string& letter, const std::string& function, const std::string& message);
-/// How many structured records have this letter and a message that starts so.
-size_t CountLogged(const std::string& letter, const std::string& start);
-/// All records of one function as "E message", or of all functions as "E function: message".
-std::vector<std::string> LogLines(const std::string& function = "");
+/// All records of one function as "E message", or of all functions as "E function: message". The
+/// letter is one of E, W, I and V.
+Texts LogLines(const std::string& function = "");
+/// The same, joined by new lines, and the last one alone, "" where there is none.
+std::string Log(const std::string& function = "");
+std::string LastLog(const std::string& function);
+/// How many records have this letter and a message that starts so.
+size_t CountLogged(const std::string& letter, const std::string& start = "");
 /// A message as the C library formats it.
 __attribute__((format(printf, 1, 2))) std::string Printed(const char* format, ...);
 
@@ -123,7 +138,6 @@ class Request {
     /// Waits for the completion callback. \returns false after ten seconds.
     bool WaitComplete();
     std::vector<Event> Events() const;
-    size_t Count(Event::Kind kind) const;
 
     /// The streams: `raw` is the only input, `output` the identity's. Replace their fields before
     /// the first submission.

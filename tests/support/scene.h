@@ -4,14 +4,10 @@
 #include "adapterlayer/qcomadaptee.h"
 #include "tests/support/device.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 
 namespace test {
 
-using standin::Delivery;
-using standin::Entry;
 using OfflineRequest = OemLayer::QcomAdaptee::OfflineRequest;
 using SessionInfo = OemLayer::QcomAdaptee::PrivateSessionInfo;
 
@@ -25,21 +21,10 @@ template <typename Record> void Put(Record& record, size_t offset, uint64_t word
     std::memcpy(reinterpret_cast<char*>(&record) + offset, &word, sizeof word);
 }
 
-template <typename Pointer> uint64_t Address(Pointer* pointer) {
-    return reinterpret_cast<uintptr_t>(pointer);
+/// What the library keeps for a session, as the vendor gets it back with every result.
+inline SessionInfo& InfoOf(const standin::SessionCopy& session) {
+    return *static_cast<SessionInfo*>(session.pCallbacks->pPrivateCallbackData);
 }
-/// A handle that nothing stands behind.
-inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
-
-/// The log lines of a function, or of all, joined by new lines.
-inline std::string Log(const std::string& function = "") {
-    std::string log;
-    for (const std::string& line : LogLines(function)) {
-        log += (log.empty() ? "" : "\n") + line;
-    }
-    return log;
-}
-inline std::string LastLog(const std::string& function) { return LogLines(function).back(); }
 
 /// What a host was told about a request, in order: M and B for a result's metadata and each of its
 /// buffers, - for an empty result, R for the release, C with the status for the completion.
@@ -77,7 +62,7 @@ struct Scene {
     explicit Scene(Delivery delivery = Delivery::OnCallerThread, uint32_t cameraId = 0)
         : camera(device, cameraId) {
         device->SetDelivery(delivery);
-        device->SetShape(standin::Shape::Together);
+        device->SetShape(Shape::Together);
         request.UseVendorBuffers(camera);
         device->ClearRecords();
     }
@@ -112,14 +97,16 @@ struct Scene {
 
     uint32_t Submit() { return request.Submit(camera); }
     standin::SessionCopy Session() const { return device->Sessions().at(0); }
-    SessionInfo& Info() const {
-        return *static_cast<SessionInfo*>(Session().pCallbacks->pPrivateCallbackData);
-    }
+    SessionInfo& Info() const { return InfoOf(Session()); }
     standin::Execution Executed(size_t index = 0) const { return device->Executions().at(index); }
     OfflineRequest& Pending(size_t index = 0) const {
         return *static_cast<OfflineRequest*>(Executed(index).request.pPrivateData);
     }
 
+    /// Calls the session's result callback.
+    void Receive(ChiOfflineCaptureResultInfo* info) const {
+        Session().pCallbacks->ProcessCaptureResultCb(Session().pCallbacks, 1, info);
+    }
     /// Delivers a result through the session's callbacks. Buffers are copies of the output.
     void Send(const Result& result, size_t index = 0) const {
         std::vector<ChiStreamBuffer> buffers(result.statuses.size(),
@@ -130,7 +117,7 @@ struct Scene {
         ChiOfflineResultBlock block = {static_cast<uint32_t>(buffers.size()), buffers.data(),
                                        result.partials, result.metadata};
         ChiOfflineCaptureResultInfo info = {result.frame, &block, result.pSecond, &Pending(index)};
-        Session().pCallbacks->ProcessCaptureResultCb(Session().pCallbacks, 1, &info);
+        Receive(&info);
     }
     /// Completes a request, whatever it waits for, so that nothing of it stays.
     void Finish(size_t index = 0) const {
@@ -184,7 +171,7 @@ struct ThreeFeatures {
 
     ThreeFeatures() {
         device->SetDelivery(Delivery::OnCallerThread);
-        device->SetShape(standin::Shape::Together);
+        device->SetShape(Shape::Together);
         const char* const features[] = {"Night", "Portrait", "Hdr"};
         for (size_t i = 0; i < 3; ++i) {
             requests[i].UseVendorBuffers(camera);
@@ -198,8 +185,8 @@ struct ThreeFeatures {
     }
 
     /// Submits all, in order. \returns status and story of each, as in "0 MB R C0".
-    std::vector<std::string> Submit() {
-        std::vector<std::string> outcomes;
+    Texts Submit() {
+        Texts outcomes;
         for (Request& request : requests) {
             outcomes.push_back(std::to_string(request.Submit(camera)) + " ");
             outcomes.back() += Story(request);
@@ -207,8 +194,8 @@ struct ThreeFeatures {
         return outcomes;
     }
     /// What `Submit` returns where the `nth` request fails, and all succeed where there is none.
-    static std::vector<std::string> AllBut(uint32_t nth, const char* failure) {
-        std::vector<std::string> outcomes(3, "0 MB R C0");
+    static Texts AllBut(uint32_t nth, const char* failure) {
+        Texts outcomes(3, "0 MB R C0");
         if (nth <= 3) {
             outcomes[nth - 1] = failure;
         }

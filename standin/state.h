@@ -216,7 +216,7 @@ template <class... Parts> bool Check(bool holds, const Parts&... parts) {
     }
     return holds;
 }
-template <class T> bool Expect(const char* what, const T& actual, const T& expected) {
+template <class T> bool Expect(const char* what, T actual, T expected) {
     return Check(actual == expected, what, " is ", actual, " and must be ", expected);
 }
 

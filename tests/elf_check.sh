@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# elf_check.sh LIBRARY EXPECTED_SYMBOLS: what the dynamic linker sees of the release library.
+# elf_check.sh LIBRARY LISTS BUILD_TYPE: what the dynamic linker sees of the library, how it is hardened, and what a
+# release imports. LISTS is the folder of the checked-in lists. The library may be for any architecture with lists.
 set -euo pipefail
 library=$1
-expected=$2
+lists=$2
+build_type=$3
 readelf=$(command -v llvm-readelf-14 || command -v llvm-readelf)
 failures=0
 
@@ -15,19 +17,72 @@ check() { # check WHAT WANTED FOUND
     fi
 }
 
-# Binding and demangled name without argument list, of every defined symbol.
-symbols=$("$readelf" --dyn-syms --demangle "$library" |
-    awk '$7 != "UND" && $1 ~ /^[0-9]+:$/ && $7 != "Ndx" { name = $8; sub(/\(.*/, "", name); print $5, name }' | sort)
-check "exported symbols" "$(grep -v '^#' "$expected" | sort)" "$symbols"
+list() { grep -v '^#' "$lists/$1"; }
+
+# has PATTERN TEXT
+has() { grep -qE -- "$1" <<<"$2" && echo yes || echo no; }
+
+case $("$readelf" --file-header "$library" | sed -n 's/^ *Machine: *//p') in
+*X86-64) architecture=x86_64 ;;
+AArch64) architecture=aarch64 ;;
+*)
+    printf 'elf_check.sh: there are no lists for the architecture of %s\n' "$library" >&2
+    exit 2
+    ;;
+esac
+
+# Section index, binding and demangled name of every symbol.
+symbols=$("$readelf" --dyn-syms --demangle "$library" | awk '$1 ~ /^[0-9]+:$/ && $8 != "" {
+    name = $8; for (i = 9; i <= NF; ++i) name = name " " $i; print $7, $5, name }')
+# An export is without its arguments, since a type in them is another one on each architecture.
+exports=$(grep -v '^UND ' <<<"$symbols" | cut -d' ' -f2- | sed 's/(.*//' | sort)
+# An import is without the version that the C library gives it.
+imports=$(grep '^UND ' <<<"$symbols" | cut -d' ' -f2- | sed 's/@.*//' | LC_ALL=C sort)
+check "exported symbols" "$(list exported_symbols.txt | sort)" "$exports"
 
 dynamic=$("$readelf" --dynamic-table "$library")
 check "SONAME" "camera.oemlayer.adapter.so" "$(grep -oP 'SONAME.*\[\K[^]]+' <<<"$dynamic")"
-check "immediate binding" "yes" "$(grep -q 'FLAGS_1.*NOW' <<<"$dynamic" && echo yes || echo no)"
-check "no run path" "none" "$(grep -E 'RPATH|RUNPATH' <<<"$dynamic" || echo none)"
-check "no text relocation" "none" "$(grep TEXTREL <<<"$dynamic" || echo none)"
+check "needed libraries" "$(list "needed.$architecture.txt")" "$(grep -oP 'NEEDED.*\[\K[^]]+' <<<"$dynamic")"
+check "immediate binding" "yes" "$(has 'FLAGS_1.*NOW' "$dynamic")"
+check "no run path" "no" "$(has 'RPATH|RUNPATH' "$dynamic")"
+check "no text relocation" "no" "$(has 'TEXTREL' "$dynamic")"
 
-segments=$("$readelf" --program-headers --wide "$library")
-check "alignment of the loaded segments" "0x4000" "$(awk '$1 == "LOAD" { print $NF }' <<<"$segments" | sort -u)"
-check "RELRO" "1" "$(grep -c GNU_RELRO <<<"$segments")"
+# The segments, with every number in decimal.
+segments=$("$readelf" --program-headers --wide "$library" | awk '$2 ~ /^0x/ && $6 ~ /^0x/ {
+    flags = ""; for (i = 7; i < NF; ++i) flags = flags $i; print $1, $2, $3, $5, $6, flags, $NF }' |
+    while read -r type offset address in_file in_memory flags alignment; do
+        echo "$type $((offset)) $((address)) $((in_file)) $((in_memory)) $flags $((alignment))"
+    done)
+check "alignment of the loaded segments" "16384" "$(awk '$1 == "LOAD" { print $7 }' <<<"$segments" | sort -u)"
+check "RELRO, up to the end of a page" "0" "$(awk '$1 == "GNU_RELRO" { print ($3 + $5) % 16384 }' <<<"$segments")"
+check "no segment that is writable and executable" "" "$(awk '$6 ~ /W/ && $6 ~ /E/' <<<"$segments")"
+check "a stack that is not executable" "RW" "$(awk '$1 == "GNU_STACK" { print $6 }' <<<"$segments")"
+check "code in pages of its own" "" "$(awk '$1 == "LOAD" && $4 > 0 {
+    first = int($2 / 16384); last = int(($2 + $4 - 1) / 16384)
+    for (page = first; page <= last; ++page) {
+        if (page in flags && (flags[page] ~ /E/) != ($6 ~ /E/)) print "page", page, "is", flags[page], "and", $6
+        flags[page] = $6
+    } }' <<<"$segments")"
+
+notes=$("$readelf" --notes "$library")
+check "build id" "yes" "$(has 'Build ID: [0-9a-f]{40}$' "$notes")"
+check "stack protector" "yes" "$(has ' __stack_chk_fail$' "$imports")"
+check "fortified calls" "yes" "$(has ' __[a-z]+_chk$' "$imports")"
+if [ "$architecture" = aarch64 ]; then
+    check "landing pads and signed return addresses" "yes" "$(has 'aarch64 feature: BTI, PAC' "$notes")"
+fi
+
+# What the compiler calls by itself depends on how it optimises.
+if [ "$build_type" = Release ]; then
+    check "imported symbols" "$(list "imported_symbols.$architecture.txt" | LC_ALL=C sort)" "$imports"
+    sections=$("$readelf" --section-headers "$library")
+    check "stripped" "no" "$(has ' \.(symtab|debug_[a-z]+) ' "$sections")"
+    debug_file=$("$readelf" --string-dump=.gnu_debuglink "$library" | grep -oP '\] +\K[^ ]+\.debug' || echo "none named")
+    check "name of the debug file" "$(basename "$library").debug" "$debug_file"
+    debug_file=$(dirname "$library")/$debug_file
+    check "debug information" "yes" "$(has ' \.debug_info ' "$("$readelf" --section-headers "$debug_file" 2>&1)")"
+    check "build id of the debug file" "$(grep 'Build ID' <<<"$notes")" \
+        "$("$readelf" --notes "$debug_file" 2>&1 | grep 'Build ID')"
+fi
 
 [ "$failures" -eq 0 ]

@@ -1,0 +1,125 @@
+/// One measurement of what the library costs at run time, in a fresh process on the stand-in device:
+/// the time from its load until it is ready, and the memory that it and each camera take.
+///
+/// Prints `NAME VALUE` lines; size.sh runs it many times and prints the medians.
+#include "adapterlayer/oemlayer_host.h"
+#include "standin/control.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kCannotMeasure = 1;
+constexpr int kWrongArguments = 2;
+constexpr uint32_t kCameras = 4;
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void Fail(const char* what, const char* why) {
+    std::fprintf(stderr, "size_probe: %s: %s\n", what, why);
+    std::exit(kCannotMeasure);
+}
+
+/// The file's text. It is kept in static memory, so that reading it does not change what it says.
+const char* Read(const char* file) {
+    static char text[1U << 20U];
+    const int descriptor = open(file, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        Fail(file, std::strerror(errno));
+    }
+    size_t length = 0;
+    ssize_t count = 0;
+    while ((count = read(descriptor, text + length, sizeof text - 1 - length)) > 0) {
+        length += static_cast<size_t>(count);
+    }
+    close(descriptor);
+    text[length] = '\0';
+    return text;
+}
+
+/// The number behind the first `name` from `text` on, 0 where there is none.
+long NumberAfter(const char* text, const char* name) {
+    const char* const at = std::strstr(text, name);
+    return at == nullptr ? 0 : std::strtol(at + std::strlen(name), nullptr, 10);
+}
+
+/// KiB of this process, and bytes of its heap that are in use.
+struct Memory {
+    long resident = NumberAfter(Read("/proc/self/smaps_rollup"), "\nRss:");
+    size_t heap = mallinfo2().uordblks;
+};
+
+/// KiB of the library's own file and data that are in memory.
+long ResidentLibrary(const char* name) {
+    long sum = 0;
+    for (const char* at = Read("/proc/self/smaps"); (at = std::strstr(at, name)) != nullptr; ++at) {
+        sum += NumberAfter(at, "\nRss:");
+    }
+    return sum;
+}
+
+template <typename Function> Function* Lookup(void* library, const char* name) {
+    void* const symbol = dlsym(library, name);
+    if (symbol == nullptr) {
+        Fail(name, "the library lacks it");
+    }
+    return reinterpret_cast<Function*>(symbol);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "size_probe LIBRARY\n");
+        return kWrongArguments;
+    }
+    StandinControl()->SetDeviceRoot(PROBE_DEVICE_ROOT);
+    const Memory before;
+
+    const auto start = Clock::now();
+    void* const library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        Fail(argv[1], dlerror());
+    }
+    const auto opened = Clock::now();
+    PlatformLoadFunctions functions{};
+    Lookup<decltype(PlatformLoadContext)>(library, "PlatformLoadContext")(&functions);
+    functions.loadLib();
+    const auto ready = Clock::now();
+
+    Memory last;
+    const auto microseconds = [](Clock::duration time) {
+        return static_cast<long>(
+            std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+    };
+    std::printf("opened %ld\nready %ld\n", microseconds(opened - start),
+                microseconds(ready - start));
+    std::printf("loaded %ld\nlibrary %ld\n", last.resident - before.resident,
+                ResidentLibrary("/camera.oemlayer.adapter.so"));
+
+    PlatFormIntCallbacks tables[kCameras] = {};
+    auto* const fill = Lookup<decltype(PlatformIntContext)>(library, "PlatformIntContext");
+    last = Memory{};
+    for (uint32_t id = 0; id < kCameras; ++id) {
+        fill(&tables[id], id);
+        tables[id].Create(&tables[id], id);
+        const Memory now;
+        std::printf("resident%u %ld\nheap%u %ld\n", id + 1, now.resident - last.resident, id + 1,
+                    static_cast<long>(now.heap) - static_cast<long>(last.heap));
+        last = now;
+    }
+    std::printf("library%u %ld\n", kCameras, ResidentLibrary("/camera.oemlayer.adapter.so"));
+    for (auto& table : tables) {
+        table.TearDownResource(&table);
+        table.Destroy(&table);
+    }
+    return 0;
+}

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# install_check.sh CMAKE BUILD_FOLDER COMPILER [COMPILER_ARGUMENTS...]: what is installed, with which modes, that the
+# library has no run path, and that a host can be compiled against the installed headers.
+set -euo pipefail
+cmake=$1
+build=$2
+shift 2
+readelf=$(command -v llvm-readelf-14 || command -v llvm-readelf)
+tree=$(mktemp -d)
+trap 'rm -rf "$tree"' EXIT
+"$cmake" --install "$build" --prefix "$tree" >/dev/null
+
+wanted="644 include/adapterlayer/oemlayer_host.h
+644 include/platform/abi.h
+644 include/platform/android/camera3.h
+644 symbols/vendor/lib64/camera.oemlayer.adapter.so.debug
+644 vendor/lib64/camera.oemlayer.adapter.so"
+diff <(printf '%s\n' "$wanted") <(find "$tree" -type f -printf '%m %P\n' | LC_ALL=C sort -k 2)
+printf 'ok    files and modes\n'
+
+library=$tree/vendor/lib64/camera.oemlayer.adapter.so
+if "$readelf" --dynamic-table "$library" | grep -E 'RPATH|RUNPATH'; then
+    exit 1
+fi
+cmp "$library" "$build/adapterlayer/camera.oemlayer.adapter.so"
+printf 'ok    the library, without a run path\n'
+
+printf '#include "adapterlayer/oemlayer_host.h"\nOemLayer::OfflineDataWraper wrapper;\n' >"$tree/host.cpp"
+"$@" -std=c++20 -stdlib=libc++ -I "$tree/include" -Wall -Werror -fsyntax-only "$tree/host.cpp"
+printf 'ok    a host against the installed headers\n'

@@ -1,14 +1,13 @@
 #!/usr/bin/env bash
-# demo_check.sh HOST STATUS TEXT [OPTIONS...]: the demo ends with this status, and prints this pattern.
+# demo_check.sh STATUS PATTERN COMMAND...: the command ends with this status, and prints this pattern.
 set -uo pipefail
-host=$1
-status=$2
-text=$3
-shift 3
-output=$("$host" --width 64 --height 32 "$@" 2>&1)
+status=$1
+pattern=$2
+shift 2
+output=$("$@" 2>&1)
 found=$?
-if [ "$found" -ne "$status" ] || ! grep -q -- "$text" <<<"$output"; then
+if [ "$found" -ne "$status" ] || ! grep -q -- "$pattern" <<<"$output"; then
     printf '%s\n' "$output"
-    printf 'wanted status %s and "%s", got status %s\n' "$status" "$text" "$found"
+    printf 'wanted status %s and "%s", got status %s\n' "$status" "$pattern" "$found"
     exit 1
 fi

@@ -121,9 +121,10 @@ class RowValues {
         return index < mTexts.size() && mTexts[index] != nullptr ? mTexts[index] : "";
     }
 
-    /// Leaves `number` alone where the value does not parse.
-    template <typename Number> void Parse(size_t index, const char* format, Number& number) const {
-        std::sscanf(Text(index), format, &number);
+    /// Both leave `number` alone where the value does not parse.
+    void ParseHex(size_t index, uint32_t& number) const { std::sscanf(Text(index), "%x", &number); }
+    void ParseDecimal(size_t index, int32_t& number) const {
+        std::sscanf(Text(index), "%d", &number);
     }
 
   private:
@@ -146,9 +147,9 @@ std::vector<OfflineMapInfo> QcomAdaptee::GetOfflineMapInfoByConfig() {
             OEM_LOG_ERROR("GetOfflineMapInfoByConfig fail");
             break;
         }
-        values.Parse(1, "%x", row.opMode);
-        values.Parse(2, "%x", row.featureFlags);
-        values.Parse(3, "%d", row.featureValue);
+        values.ParseHex(1, row.opMode);
+        values.ParseHex(2, row.featureFlags);
+        values.ParseDecimal(3, row.featureValue);
         row.featureName = values.Text(0);
         rows.push_back(row);
     }

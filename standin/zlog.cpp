@@ -9,7 +9,7 @@ namespace {
 
 std::string Text(const char* text) { return text == nullptr ? "(null)" : text; }
 
-std::string Format(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int length = vsnprintf(nullptr, 0, format, arguments);

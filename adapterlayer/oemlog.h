@@ -36,16 +36,22 @@ inline const char* PrintableText(const char* text) { return text != nullptr ? te
 
 } // namespace OemLayer
 
+#ifdef __cppcheck__ // It does not know __VA_OPT__.
+#define OEM_LOG_ARGUMENTS(...) , ##__VA_ARGS__
+#else
+#define OEM_LOG_ARGUMENTS(...) __VA_OPT__(, ) __VA_ARGS__
+#endif
+
 /// Both sinks of an enabled site. `operation` is the unqualified name of the operation that logs.
 #define OEM_LOG_SITE(enabled, mark, letter, write, operation, fmt, ...)                            \
     do {                                                                                           \
         if (enabled) [[unlikely]] {                                                                \
             ZLog::LogSystem(mark, letter, OemLayer::kLogModuleMark,                                \
                             OemLayer::ZGetFileName(__FILE__), operation, __LINE__,                 \
-                            fmt __VA_OPT__(, ) __VA_ARGS__);                                       \
+                            fmt OEM_LOG_ARGUMENTS(__VA_ARGS__));                                   \
             write(mark "%s %s:%d %s() " fmt "\n", OemLayer::kLogModuleMark,                        \
                   OemLayer::ZGetFileName(__FILE__), __LINE__,                                      \
-                  operation __VA_OPT__(, ) __VA_ARGS__);                                           \
+                  operation OEM_LOG_ARGUMENTS(__VA_ARGS__));                                       \
         }                                                                                          \
     } while (false)
 

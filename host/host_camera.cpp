@@ -59,6 +59,7 @@ PlatFormIntCallbacks Library::Table(uint32_t cameraId) const {
 
 // --- Camera: from buffers to submission ---------------------------------------------------------
 
+// cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
 Camera::Camera(const Library& library, uint32_t id, const Plan& plan)
     : camera3_callback_ops{}, mTable(library.Table(id)), mPlan(plan),
       mRawStream(MakeStream(HAL_PIXEL_FORMAT_RAW10, plan)),
@@ -133,6 +134,7 @@ void Camera::FillWrapper(OfflineDataWraper& wrapper, const Request& request) {
 
 /// Both records are overwritten as soon as the library has returned: they are the host's again.
 void Camera::Send(Request& request) {
+    // cppcheck-suppress legacyUninitvar ; it takes the braces for those of a body
     auto* const wrapper = new (mWrapper) OfflineDataWraper{};
     FillWrapper(*wrapper, request);
     mOutput = StreamBuffer(mPlan.lends ? nullptr : request.output.Reference());

@@ -48,6 +48,7 @@ const char* NameOf(Event::Kind kind);
 /// Until it is submitted it is the host's thread's, then the vendor's threads' until the
 /// completion.
 struct Request : OemLayer::RequestPrivData {
+    // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
     Request(Camera& owner, const Step& what, const Picture& expected)
         : RequestPrivData{}, camera(owner), step(what), picture(expected), output(expected) {}
 

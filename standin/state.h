@@ -25,7 +25,7 @@ inline constexpr int32_t kFailed = 1;
 /// The value of an integer or a pointer as a word, and back.
 template <class T> uint64_t Word(T value) {
     if constexpr (std::is_pointer_v<T>)
-        return std::bit_cast<uint64_t>(value);
+        return reinterpret_cast<uint64_t>(value);
     else
         return static_cast<uint64_t>(value);
 }

@@ -1,0 +1,73 @@
+/// The contract, rule by rule: V is what the vendor is handed and gets back, H what the host
+/// receives. docs/contract.md states each rule in a sentence, and says where it is watched.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+// clang-format off
+/// RULE(name, number, what holds)
+#define STANDIN_RULES(RULE) \
+    RULE(OpenArguments, V1, "interface opened with null and version 512") \
+    RULE(LoggerOperations, V2, "logger operations filled") \
+    RULE(SessionRecord, V3, "session opened with a name and three callbacks") \
+    RULE(SessionOpen, V4, "session open") \
+    RULE(SessionClosed, V5, "session closed exactly once") \
+    RULE(SessionCloser, V6, "session closed from a thread that is not its own") \
+    RULE(Configuration, V7, "configuration record and its streams there") \
+    RULE(StreamTypes, V8, "streams typed as inputs, then the output") \
+    RULE(StreamWords, V9, "listed stream's words 0 and -1") \
+    RULE(RequestRecord, V10, "request record whole") \
+    RULE(RequestSession, V11, "request's session configured") \
+    RULE(FramePreset, V12, "offline frame preset to -1") \
+    RULE(InputRecord, V13, "input's size 208, type 2, status 0") \
+    RULE(InputStream, V14, "input's stream an input of the session") \
+    RULE(InputManager, V15, "input's manager the buffer's owner") \
+    RULE(InputFormat, V16, "format record for raw inputs, and right") \
+    RULE(FilterPattern, V17, "filter pattern as the vendor wrote it") \
+    RULE(Output, V18, "one output, for the session's output stream") \
+    RULE(Memory, V19, "memory as the stream's images need it") \
+    RULE(Translation, V20, "translation from and to a buffer") \
+    RULE(MetadataWords, V21, "fixed words of metadata calls") \
+    RULE(MetadataAlive, V22, "metadata alive") \
+    RULE(MetadataDestroyed, V23, "metadata destroyed exactly once") \
+    RULE(AndroidMetadataReleased, V24, "Android metadata released exactly once") \
+    RULE(ManagerRecord, V25, "buffer manager's record whole") \
+    RULE(ManagerAlive, V26, "buffer manager alive") \
+    RULE(ManagerDestroyed, V27, "buffer manager destroyed exactly once") \
+    RULE(ImageAlive, V28, "image buffer alive") \
+    RULE(ImageReleased, V29, "image buffer released exactly once, before its manager") \
+    RULE(TableOpen, V30, "operation table open, and closed exactly once") \
+    RULE(ResultFrame, H1, "result's frame number the request's") \
+    RULE(ResultPartial, H2, "result's partial number that of its metadata") \
+    RULE(ResultContent, H3, "result with metadata, one buffer, or both") \
+    RULE(ResultBuffer, H4, "result's buffer the request's own") \
+    RULE(Reports, H5, "metadata and buffer reported as often as expected") \
+    RULE(LateResult, H6, "no result after the completion") \
+    RULE(Release, H7, "release exactly once, before the completion") \
+    RULE(Completion, H8, "completion exactly once") \
+    RULE(CompletionStatus, H9, "completion's status that of the last buffer") \
+    RULE(Refusal, H10, "nothing for a refused submission") \
+    RULE(AfterClose, H11, "nothing after the camera was destroyed")
+// clang-format on
+
+namespace standin {
+
+#define STANDIN_RULE(name, number, text) name,
+enum class Rule : uint32_t { STANDIN_RULES(STANDIN_RULE) };
+#undef STANDIN_RULE
+
+struct RuleText {
+    const char* number;
+    const char* name;
+};
+
+/// Indexed by Rule.
+#define STANDIN_RULE(name, number, text) RuleText{#number, text},
+inline constexpr std::array kRules{STANDIN_RULES(STANDIN_RULE)};
+#undef STANDIN_RULE
+
+inline constexpr const RuleText& TextOf(Rule rule) { return kRules[static_cast<size_t>(rule)]; }
+
+} // namespace standin

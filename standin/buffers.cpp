@@ -10,15 +10,15 @@ void Close(ChiOfflineBufferManagerOps* ops) { Remove<BufferOps>(ops); }
 
 ChiBufferManagerHandle Create(ChiOfflineBufferManagerOps* ops, const char* name,
                               const ChiBufferManagerCreateData* data) {
-    if (!Require<BufferOps>(ops) ||
-        !Check(name != nullptr && data != nullptr, "the name or the create record is null"))
+    if (!Require<BufferOps>(ops) || !Check(Rule::ManagerRecord, name != nullptr && data != nullptr,
+                                           "the name or the create record is null"))
         return nullptr;
-    Expect("the word at 16", data->reserved16, uint64_t{0x40002});
-    Expect("the word at 24", data->reserved24, uint64_t{0x20022});
-    Expect("the word at 40", data->reserved40, 32U);
-    Expect("the word at 48", data->reserved48, 1U);
-    Expect("the word at 52", data->reserved52, 5U);
-    Expect("a word at 12, 32, 36 or 44",
+    Expect(Rule::ManagerRecord, "the word at 16", data->reserved16, uint64_t{0x40002});
+    Expect(Rule::ManagerRecord, "the word at 24", data->reserved24, uint64_t{0x20022});
+    Expect(Rule::ManagerRecord, "the word at 40", data->reserved40, 32U);
+    Expect(Rule::ManagerRecord, "the word at 48", data->reserved48, 1U);
+    Expect(Rule::ManagerRecord, "the word at 52", data->reserved52, 5U);
+    Expect(Rule::ManagerRecord, "a word at 12, 32, 36 or 44",
            data->reserved12 | data->reserved32 | data->reserved36 | data->reserved44, 0U);
     return Adopt(std::make_shared<BufferManager>(BufferManager{*data}));
 }
@@ -32,7 +32,7 @@ void Destroy(ChiBufferManagerHandle manager) {
         std::erase_if(Device().Lock()->Of<ImageBuffer>(), [manager](const auto& image) {
             return image.second->manager == Word(manager);
         });
-    Expect("the number of image buffers left", left, size_t{0});
+    Expect(Rule::ImageReleased, "the number of image buffers left", left, size_t{0});
 }
 
 /// Null also for an image that is too large for this device.

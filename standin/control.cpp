@@ -35,6 +35,17 @@ std::string OwnDeviceRoot() {
     return folder.parent_path().parent_path().string();
 }
 
+/// How many objects of a kind are alive, and which one is the oldest.
+template <class T> std::string Left(const Objects<T>& objects) {
+    std::ostringstream text;
+    const auto& [handle, object] = *objects.begin();
+    text << "at the end: " << objects.size() << ' ' << T::kName << (objects.size() == 1 ? "" : "s")
+         << " left, such as " << Handle{handle};
+    if constexpr (std::is_same_v<T, Session>)
+        text << " \"" << object->data.name << '"';
+    return text.str();
+}
+
 } // namespace
 
 const char* EntryName(Entry entry) { return kEntryNames.at(static_cast<size_t>(entry)); }
@@ -66,10 +77,8 @@ Entry& CurrentEntry() {
     return entry;
 }
 
-void AddViolation(const std::string& text) {
-    const auto device = Device().Lock();
-    if (device->records.violations.size() < kMostViolations)
-        device->records.violations.push_back(EntryName(CurrentEntry()) + (": " + text));
+void AddViolation(Rule rule, const std::string& text) {
+    StandinControl()->Report(rule, EntryName(CurrentEntry()) + (": " + text));
 }
 
 std::ostream& operator<<(std::ostream& out, Handle handle) {
@@ -265,6 +274,23 @@ void Control::Deliver(size_t executionIndex, Shape shape) {
 void Control::WaitIdle() {
     std::unique_lock lock(mState->mutex);
     mState->idle.wait(lock, [this] { return mState->inFlight == 0; });
+}
+
+void Control::Report(Rule rule, const std::string& text) {
+    const RuleText& about = TextOf(rule);
+    const auto state = mState->Lock();
+    if (state->records.violations.size() < kMostViolations)
+        state->records.violations.push_back(about.number + (' ' + (about.name + (": " + text))));
+}
+
+void Control::CheckAllReturned() {
+    const auto objects = mState->Lock()->objects;
+    const auto check = [this](const auto& kind) {
+        using Object = typename std::decay_t<decltype(kind)>::mapped_type::element_type;
+        if (!kind.empty())
+            Report(Object::kReturned, Left(kind));
+    };
+    std::apply([check](const auto&... kinds) { (check(kinds), ...); }, objects);
 }
 
 } // namespace standin

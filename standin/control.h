@@ -7,6 +7,7 @@
 #pragma once
 
 #include "platform/chi/offline.h"
+#include "standin/rules.h"
 
 #include <chrono>
 #include <cstddef>
@@ -233,8 +234,8 @@ class Control {
     /// knows it, and has to name it with each input buffer of a request.
     ChiBufferManagerHandle ManagerOf(ChiImageBufferHandle imageBuffer) const;
 
-    /// What the adapter or its host did against the contract, one line each: an object destroyed
-    /// twice, a handle that is not known, a wrong size or preset, a buffer of another manager.
+    /// What the adapter or its host did against the contract, one line each: the rule's number and
+    /// name, the entry, and the values.
     std::vector<std::string> Violations() const;
     Alive CountAlive() const;
 
@@ -250,6 +251,13 @@ class Control {
 
     /// Waits until every request on the session threads has been delivered.
     void WaitIdle();
+
+    /// Adds a violation that is not the device's to see.
+    void Report(Rule rule, const std::string& text);
+
+    /// For the end of a run, when the last camera is destroyed: adds a violation for each kind of
+    /// object that is still alive.
+    void CheckAllReturned();
 
     struct State;
     /// For the stand-in libraries only.

@@ -9,8 +9,8 @@ constexpr uint32_t kAnyCount = 0xFFFFFFFF;
 void Close(ChiOfflineMetadataOps* ops) { Remove<MetadataOps>(ops); }
 
 ChiMetadataHandle Create(ChiOfflineMetadataOps* ops, void* source, uint32_t kind) {
-    Expect<void*>("the source", source, nullptr);
-    Expect("the last word", kind, 0U);
+    Expect<void*>(Rule::MetadataWords, "the source", source, nullptr);
+    Expect(Rule::MetadataWords, "the last word", kind, 0U);
     return Require<MetadataOps>(ops) ? Adopt(std::make_shared<Metadata>()) : nullptr;
 }
 
@@ -24,8 +24,8 @@ uint32_t Destroy(ChiMetadataHandle metadata) { return Remove<Metadata>(metadata)
 /// Android metadata that this library did not make is the host's own and makes an empty object.
 ChiMetadataHandle CreateFromAndroid(ChiOfflineMetadataOps* ops, const void* android, uint32_t first,
                                     uint32_t second, uint32_t count) {
-    Check(first == 0 && second == 0 && count == kAnyCount, "the words are ", first, ", ", second,
-          ", ", count, " and must be 0, 0, ", kAnyCount);
+    Check(Rule::MetadataWords, first == 0 && second == 0 && count == kAnyCount, "the words are ",
+          first, ", ", second, ", ", count, " and must be 0, 0, ", kAnyCount);
     if (!Require<MetadataOps>(ops))
         return nullptr;
     auto metadata = std::make_shared<Metadata>();
@@ -36,7 +36,7 @@ ChiMetadataHandle CreateFromAndroid(ChiOfflineMetadataOps* ops, const void* andr
 
 void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32_t first,
                     uint32_t /*second*/, uint32_t /*count*/, uint32_t* /*out*/) {
-    Expect("the first word", first, 1U);
+    Expect(Rule::MetadataWords, "the first word", first, 1U);
     const auto source = Require<Metadata>(handle);
     if (!Require<MetadataOps>(ops) || !source)
         return nullptr;
@@ -105,7 +105,8 @@ void Fill(SlotList& slots, ChiOfflineMetadataOps& table) {
 
 ChiOfflineMetadataOps* OpenMetadataOps(ChiOfflineInterface* /*interface*/,
                                        ChiMetadataOpsOpenInfo* info) {
-    Check(info != nullptr && info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
+    Check(Rule::MetadataWords,
+          info != nullptr && info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
           "the words behind the camera id must be 1, 0, 1");
     return OpenTable(Fill);
 }

@@ -21,19 +21,22 @@ bool IsRaw(const ChiStream& stream) {
 // --- Sessions
 
 uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreateInfo* info) {
-    if (!Check(info != nullptr && info->pSessionName != nullptr && info->pCallbacks != nullptr,
+    if (!Check(Rule::SessionRecord,
+               info != nullptr && info->pSessionName != nullptr && info->pCallbacks != nullptr,
                "the create record, its name or its callbacks are null"))
         return 0;
     const auto& callbacks = *info->pCallbacks;
-    if (!Check(callbacks.ProcessCaptureResultCb != nullptr &&
+    if (!Check(Rule::SessionRecord,
+               callbacks.ProcessCaptureResultCb != nullptr &&
                    callbacks.ProcessNotifyCb != nullptr && callbacks.GetFrameworkBuffers != nullptr,
                "a callback is null"))
         return 0;
-    Expect("the shared handle", info->sharedSessionHandle, uint64_t{0});
-    Expect<void*>("the callbacks' fourth word", callbacks.reserved24, nullptr);
+    Expect(Rule::SessionRecord, "the shared handle", info->sharedSessionHandle, uint64_t{0});
+    Expect<void*>(Rule::SessionRecord, "the callbacks' fourth word", callbacks.reserved24, nullptr);
     const auto session = std::make_shared<Session>();
     session->data.pCreateInfo = info;
     session->data.pCallbacks = info->pCallbacks;
+    session->data.name = info->pSessionName;
     session->pName = info->pSessionName;
     session->Start();
     const uint64_t handle = Word(Adopt(session));
@@ -54,10 +57,10 @@ int32_t CloseSession(uint64_t handle) {
 
 /// Takes a stream of the list in, and writes the filter pattern into raw inputs.
 ChiStream Configure(ChiStream& stream, bool isOutput) {
-    Expect("a stream's type", stream.streamType,
+    Expect(Rule::StreamTypes, "a stream's type", stream.streamType,
            uint32_t{isOutput ? ChiStreamTypeOutput : ChiStreamTypeInput});
-    Expect("a stream's word at 148", stream.reserved148, 0U);
-    Expect("a stream's word at 152", stream.reserved152, -1);
+    Expect(Rule::StreamWords, "a stream's word at 148", stream.reserved148, 0U);
+    Expect(Rule::StreamWords, "a stream's word at 152", stream.reserved152, -1);
     if (!isOutput && IsRaw(stream))
         stream.cfaPattern = kCfaPattern;
     return stream;
@@ -66,7 +69,8 @@ ChiStream Configure(ChiStream& stream, bool isOutput) {
 /// The list may be null: a preparation that failed leaves the record without one.
 int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
     const auto session = Require<Session>(handle);
-    if (!session || !Check(config != nullptr, "the configuration record is null"))
+    if (!session ||
+        !Check(Rule::Configuration, config != nullptr, "the configuration record is null"))
         return kFailed;
     if (config->pSessionSettings != nullptr)
         Require<Metadata>(config->pSessionSettings);
@@ -74,7 +78,7 @@ int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
     const std::vector<ChiStream*> pointers(config->ppChiStreams, config->ppChiStreams + count);
     std::vector<ChiStream> streams;
     for (ChiStream* stream : pointers) {
-        if (!Check(stream != nullptr, "stream ", streams.size(), " is null"))
+        if (!Check(Rule::Configuration, stream != nullptr, "stream ", streams.size(), " is null"))
             return kFailed;
         streams.push_back(Configure(*stream, streams.size() + 1 == count));
     }
@@ -114,52 +118,57 @@ std::shared_ptr<Execution> CopyRequest(uint64_t session, const ChiOfflineExecute
 
 void CheckFormat(const ChiStream& stream, const ChiStreamBuffer& buffer,
                  const ChiInputFormat& format) {
-    Expect("the presence of a format record", buffer.pInputFormat != nullptr, IsRaw(stream));
+    Expect(Rule::InputFormat, "the presence of a format record", buffer.pInputFormat != nullptr,
+           IsRaw(stream));
     if (buffer.pInputFormat == nullptr || !IsRaw(stream))
         return;
     const bool isRaw10 = stream.format == ChiStreamFormatRaw10;
-    Expect("an input's format", format.bufferFormat,
+    Expect(Rule::InputFormat, "an input's format", format.bufferFormat,
            uint32_t{isRaw10 ? ChiFormatRaw10 : ChiFormatRaw16});
-    Expect("an input's filter pattern", format.cfaPattern, kCfaPattern);
-    Expect("a format record's word at 4", format.reserved4, 0U);
+    Expect(Rule::FilterPattern, "an input's filter pattern", format.cfaPattern, kCfaPattern);
+    Expect(Rule::InputFormat, "a format record's word at 4", format.reserved4, 0U);
 }
 
 void CheckInput(const Session& session, const ChiStreamBuffer& buffer,
                 const ChiInputFormat& format) {
-    Expect("an input's size", buffer.size, uint32_t{sizeof buffer});
-    Expect("an input's type", buffer.bufferType, kChiInputBufferType);
-    Expect("an input's status", buffer.bufferStatus, 0U);
+    Expect(Rule::InputRecord, "an input's size", buffer.size, uint32_t{sizeof buffer});
+    Expect(Rule::InputRecord, "an input's type", buffer.bufferType, kChiInputBufferType);
+    Expect(Rule::InputRecord, "an input's status", buffer.bufferStatus, 0U);
     if (const auto image = Require<ImageBuffer>(buffer.bufferHandle))
-        Expect("an input's manager", Word(buffer.pBufferManager), image->manager);
+        Expect(Rule::InputManager, "an input's manager", Handle{Word(buffer.pBufferManager)},
+               Handle{image->manager});
     const ChiStream* stream = session.FindStream(buffer.pStream);
-    if (!Check(stream != nullptr, "input stream ", buffer.pStream, " is not in the session's list"))
+    if (!Check(Rule::InputStream, stream != nullptr, "input stream ", buffer.pStream,
+               " is not in the session's list"))
         return;
-    Expect("an input stream's type", __atomic_load_n(&buffer.pStream->streamType, __ATOMIC_RELAXED),
+    Expect(Rule::InputStream, "an input stream's type",
+           __atomic_load_n(&buffer.pStream->streamType, __ATOMIC_RELAXED),
            uint32_t{ChiStreamTypeInput});
     CheckFormat(*stream, buffer, format);
 }
 
 /// An output without size and stream is one that could not be translated; the adapter goes on.
 void CheckOutput(const Session& session, const BufferSetCopy& output) {
-    if (!Expect("the number of outputs", output.buffers.size(), size_t{1}))
+    if (!Expect(Rule::Output, "the number of outputs", output.buffers.size(), size_t{1}))
         return;
     const ChiStreamBuffer& buffer = output.buffers[0];
     if (buffer.size == 0 && buffer.pStream == nullptr)
         return;
-    Expect("the output's size", buffer.size, uint32_t{sizeof buffer});
+    Expect(Rule::Output, "the output's size", buffer.size, uint32_t{sizeof buffer});
     if (session.OutputStream() != nullptr)
-        Expect("the output's stream", buffer.pStream, session.OutputStream());
+        Expect(Rule::Output, "the output's stream", buffer.pStream, session.OutputStream());
 }
 
 void CheckRequest(const Session& session, const Execution& execution) {
-    Expect("a session's being configured", session.data.configured, true);
-    Expect("the number of input sets", execution.inputs.size(),
+    Expect(Rule::RequestSession, "a session's being configured", session.data.configured, true);
+    Expect(Rule::RequestRecord, "the number of input sets", execution.inputs.size(),
            size_t{execution.request.numInputs});
-    Expect("the last word", execution.request.reserved48, uint64_t{0});
+    Expect(Rule::RequestRecord, "the last word", execution.request.reserved48, uint64_t{0});
     for (const BufferSetCopy& set : execution.inputs) {
         if (set.set.pMetadata != nullptr)
             Require<Metadata>(set.set.pMetadata);
-        Expect("the number of inputs", set.buffers.size(), size_t{set.set.numBuffers});
+        Expect(Rule::RequestRecord, "the number of inputs", set.buffers.size(),
+               size_t{set.set.numBuffers});
         for (size_t i = 0; i < set.buffers.size(); ++i)
             CheckInput(session, set.buffers[i], set.formats[i]);
     }
@@ -185,7 +194,7 @@ void AssignFrame(Session& session, Execution& execution) {
     session.lastThread = self;
     device.Unlock();
     if (!isOthers)
-        Expect("the preset of the offline frame", preset, kUnsetFrame);
+        Expect(Rule::FramePreset, "the preset of the offline frame", preset, kUnsetFrame);
 }
 
 /// Spoils what was lent for the call alone, so that whoever reads it afterwards is found out.
@@ -204,7 +213,8 @@ void Poison(ChiOfflineExecuteRequest& request, const Execution& execution) {
 
 int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
     const auto session = Require<Session>(handle);
-    if (!session || !Check(request != nullptr && request->pOfflineFrameNumber != nullptr &&
+    if (!session || !Check(Rule::RequestRecord,
+                           request != nullptr && request->pOfflineFrameNumber != nullptr &&
                                request->pLastFrameField != nullptr,
                            "the request or one of its frame fields is null"))
         return kFailed;
@@ -219,7 +229,7 @@ int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
 // --- Buffer translation
 
 uint32_t TranslateToChi(const camera3_stream_buffer* source, ChiStreamBuffer* target) {
-    if (!Check(source != nullptr && target != nullptr, "a buffer is null"))
+    if (!Check(Rule::Translation, source != nullptr && target != nullptr, "a buffer is null"))
         return kFailed;
     *target = {.size = sizeof(ChiStreamBuffer),
                .pStream = std::bit_cast<ChiStream*>(source->stream),
@@ -230,7 +240,7 @@ uint32_t TranslateToChi(const camera3_stream_buffer* source, ChiStreamBuffer* ta
 }
 
 uint32_t TranslateFromChi(const ChiStreamBuffer* source, camera3_stream_buffer* target) {
-    if (!Check(source != nullptr && target != nullptr, "a buffer is null"))
+    if (!Check(Rule::Translation, source != nullptr && target != nullptr, "a buffer is null"))
         return kFailed;
     *target = {.stream = std::bit_cast<camera3_stream*>(source->pStream),
                .buffer = static_cast<buffer_handle_t*>(source->bufferHandle),
@@ -259,8 +269,8 @@ void Fill(SlotList& slots, ChiOfflineInterface& table) {
 
 /// The record is made at the first call and stays as it is.
 void* OpenContext(void* unused, uint32_t version) {
-    Expect<void*>("the first argument", unused, nullptr);
-    Expect("the second argument", version, kVersion);
+    Expect<void*>(Rule::OpenArguments, "the first argument", unused, nullptr);
+    Expect(Rule::OpenArguments, "the second argument", version, kVersion);
     static auto* const interface = new Table<ChiOfflineInterface>(Fill);
     return &interface->record;
 }

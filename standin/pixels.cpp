@@ -22,7 +22,8 @@ uint64_t Stride(uint32_t format, uint64_t width) {
 
 /// Whether an input buffer's memory is that of an image of its stream.
 bool Fits(const ImageBuffer& image, const ChiStream& stream) {
-    return Check(image.format == stream.format && image.width == stream.width &&
+    return Check(Rule::Memory,
+                 image.format == stream.format && image.width == stream.width &&
                      image.height == stream.height,
                  "an image of ", image.width, "x", image.height, " and format ", image.format,
                  " is an input of a stream of ", stream.width, "x", stream.height, " and format ",
@@ -91,8 +92,9 @@ void Develop(const Session& session, const Execution& execution, const ChiStream
         return;
     const auto target = gralloc::Memory(static_cast<const buffer_handle_t*>(output.bufferHandle));
     const uint64_t size = ImageSize(stream->format, stream->width, stream->height);
-    if (!target.empty() && Check(target.size() >= size, "the output buffer's memory is ",
-                                 target.size(), " bytes and must be ", size))
+    if (!target.empty() &&
+        Check(Rule::Memory, target.size() >= size, "the output buffer's memory is ", target.size(),
+              " bytes and must be ", size))
         WriteMean(images, target.first(size));
 }
 

@@ -74,7 +74,8 @@ void Session::Stop() {
         mWake.notify_all();
         device->idle.notify_all();
     }
-    if (Check(mThread.get_id() != std::this_thread::get_id(), "a session's own thread closes it"))
+    if (Check(Rule::SessionCloser, mThread.get_id() != std::this_thread::get_id(),
+              "a session's own thread closes it"))
         mThread.join();
     else
         mThread.detach();

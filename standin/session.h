@@ -12,6 +12,8 @@ namespace standin {
 struct Session : std::enable_shared_from_this<Session> {
     static constexpr char kMark = 'S';
     static constexpr const char* kName = "session";
+    static constexpr Rule kAlive = Rule::SessionOpen;
+    static constexpr Rule kReturned = Rule::SessionClosed;
 
     SessionCopy data{}; ///< The callbacks never change; the streams only in the configure call.
     const char* pName = nullptr; ///< Handed over at opening, readable until the session is closed.

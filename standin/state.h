@@ -52,29 +52,37 @@ struct Arguments {
 // --- Live objects
 
 // A handle has the mark of its kind in the top byte and a number that is never given out twice, so
-// that a stale one is always caught. It points nowhere.
+// that a stale one is always caught. It points nowhere. A kind names two rules: that of the
+// object's use, and that of its return.
 
 struct Metadata {
     static constexpr char kMark = 'M';
     static constexpr const char* kName = "metadata object";
+    static constexpr Rule kAlive = Rule::MetadataAlive;
+    static constexpr Rule kReturned = Rule::MetadataDestroyed;
     std::map<uint32_t, std::vector<uint8_t>> tags;
 };
 
 struct AndroidMetadata {
     static constexpr char kMark = 'A';
     static constexpr const char* kName = "Android metadata object";
+    static constexpr Rule kReturned = Rule::AndroidMetadataReleased;
     std::map<uint32_t, std::vector<uint8_t>> tags;
 };
 
 struct BufferManager {
     static constexpr char kMark = 'B';
     static constexpr const char* kName = "buffer manager";
+    static constexpr Rule kAlive = Rule::ManagerAlive;
+    static constexpr Rule kReturned = Rule::ManagerDestroyed;
     ChiBufferManagerCreateData data;
 };
 
 struct ImageBuffer {
     static constexpr char kMark = 'I';
     static constexpr const char* kName = "image buffer";
+    static constexpr Rule kAlive = Rule::ImageAlive;
+    static constexpr Rule kReturned = Rule::ImageReleased;
     uint64_t manager;
     uint32_t format;
     uint32_t width;
@@ -96,6 +104,8 @@ using SlotList = std::vector<Slot>;
 /// `SetMissing` reaches as long as the table lives.
 template <class Record> struct Table {
     static constexpr const char* kName = "operation table";
+    static constexpr Rule kAlive = Rule::TableOpen;
+    static constexpr Rule kReturned = Rule::TableOpen;
     Record record{};
 
     explicit Table(void (*fill)(SlotList&, Record&));
@@ -175,7 +185,7 @@ struct Control::State {
     int32_t nextFrame = 1;
     size_t inFlight = 0;           ///< Requests queued or being delivered on session threads.
     std::map<size_t, Job> waiting; ///< For `Deliver`, by the index of the execution.
-    std::map<const void*, SlotList> slots; ///< By the record.
+    std::map<const void*, SlotList> slots; ///< By the record; empty for one that was closed.
     unsigned char* pTraceByte = nullptr;   ///< The byte with the trace bit, in the context library.
     unsigned configGeneration = 0;         ///< Counts device roots and resets.
 
@@ -199,25 +209,26 @@ inline Control::State& Device() { return StandinControl()->Internals(); }
 /// executed requests.
 Entry& CurrentEntry();
 
-void AddViolation(const std::string& text);
+void AddViolation(Rule rule, const std::string& text);
 
 /// A handle in a violation's text.
 struct Handle {
     uint64_t word;
+    bool operator==(const Handle&) const = default;
 };
 std::ostream& operator<<(std::ostream& out, Handle handle);
 
-/// If the rule does not hold, the parts become the violation's text. Returns whether it holds.
-template <class... Parts> bool Check(bool holds, const Parts&... parts) {
+/// If the rule does not hold, the parts become the violation's values. Returns whether it holds.
+template <class... Parts> bool Check(Rule rule, bool holds, const Parts&... parts) {
     if (!holds) {
         std::ostringstream text;
         (text << ... << parts);
-        AddViolation(text.str());
+        AddViolation(rule, text.str());
     }
     return holds;
 }
-template <class T> bool Expect(const char* what, T actual, T expected) {
-    return Check(actual == expected, what, " is ", actual, " and must be ", expected);
+template <class T> bool Expect(Rule rule, const char* what, T actual, T expected) {
+    return Check(rule, actual == expected, what, " is ", actual, " and must be ", expected);
 }
 
 /// Takes an object in and returns its new handle.
@@ -235,18 +246,30 @@ template <class T> std::shared_ptr<T> Find(auto handle) {
     return found == device->Of<T>().end() ? nullptr : found->second;
 }
 
-/// The same where it must be alive.
-template <class T> std::shared_ptr<T> Require(auto handle) {
+/// Whether an object once had this handle.
+template <class T> bool WasAlive(uint64_t handle) {
+    const auto device = Device().Lock();
+    if constexpr (requires { T::kMark; })
+        return handle > uint64_t{T::kMark} << 56 &&
+               handle <= (uint64_t{T::kMark} << 56 | device->lastSerial);
+    else
+        return device->slots.contains(As<void*>(handle));
+}
+
+/// The same where it must be alive. `past` is what is said of a handle that once was.
+template <class T>
+std::shared_ptr<T> Require(auto handle, Rule rule = T::kAlive, const char* past = "destroyed") {
     auto object = Find<T>(handle);
-    Check(object != nullptr, Handle{Word(handle)}, " is not a live ", T::kName);
+    if (object == nullptr)
+        Check(rule, false, Handle{Word(handle)}, " is not a live ", T::kName, ": ",
+              WasAlive<T>(Word(handle)) ? past : "never existed");
     return object;
 }
 
 /// The same, and takes it out.
 template <class T> std::shared_ptr<T> Remove(auto handle) {
-    auto object = Require<T>(handle);
-    Device().Lock()->template Of<T>().erase(Word(handle));
-    return object;
+    auto node = Device().Lock()->template Of<T>().extract(Word(handle));
+    return node.empty() ? Require<T>(handle, T::kReturned, "destroyed twice") : node.mapped();
 }
 
 template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
@@ -257,7 +280,7 @@ template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
         slot.Set(device->script.missing.contains(slot.entry));
 }
 
-template <class Record> Table<Record>::~Table() { Device().Lock()->slots.erase(&record); }
+template <class Record> Table<Record>::~Table() { Device().Lock()->slots[&record].clear(); }
 
 // --- The shell around an entry's function: records the call, then applies the fault or calls it.
 

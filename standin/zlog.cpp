@@ -20,7 +20,8 @@ __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_
 }
 
 void InstallOperations(ZOfflineLogOps* ops) {
-    standin::Check(ops != nullptr && ops->reserved0[0] != nullptr, "the operations are not filled");
+    standin::Check(standin::Rule::LoggerOperations, ops != nullptr && ops->reserved0[0] != nullptr,
+                   "the operations are not filled");
 }
 
 } // namespace

@@ -113,11 +113,12 @@ Device::Device(std::string library)
 }
 
 Device::~Device() {
-    if (!mExpectLeftovers) {
-        EXPECT_EQ(StandinControl()->CountAlive().Total(), 0U);
+    if (mExpectViolations) {
+        StandinControl()->ClearRecords();
     }
-    for (const std::string& violation : StandinControl()->Violations()) {
-        EXPECT_TRUE(mExpectLeftovers || mExpectViolations) << violation;
+    if (!mExpectLeftovers) {
+        StandinControl()->CheckAllReturned();
+        EXPECT_EQ(StandinControl()->Violations(), Texts());
     }
     StandinControl()->Reset();
 }

@@ -50,7 +50,8 @@ class RequestWatch {
     std::mutex mMutex; ///< Guards all that follows.
     Expected mExpected{};
     Phase mPhase = Phase::UnderWay;
-    uint32_t mCalls = 0; ///< Results, releases and completions.
+    uint32_t mStatus = 0; ///< Of the submission.
+    uint32_t mCalls = 0;  ///< Results, releases and completions.
     uint32_t mMetadata = 0;
     uint32_t mBuffers = 0;
     uint32_t mReleases = 0;

@@ -1,5 +1,6 @@
 /// Several threads at once; also run under ThreadSanitizer.
 
+#include "host/watch.h"
 #include "tests/support/scene.h"
 
 #include <atomic>
@@ -108,6 +109,39 @@ TEST(Threaded, AHostMaySubmitAgainFromWithinTheCompletion) {
     }
     ASSERT_EQ(requests[0].Submit(camera), 0U);
     ExpectAll(requests, camera, "M B R C0");
+}
+
+TEST(Threaded, AWatchTakesResultsOfSeveralThreadsWhileTheSubmissionReturns) {
+    constexpr uint32_t kThreads = 4;
+    constexpr uint32_t kResults = 200;
+    Device device; // Looks for violations when it goes.
+    camera3_stream stream = MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
+    buffer_handle_t handle = nullptr;
+    const camera3_stream_buffer buffer = {.stream = &stream, .buffer = &handle};
+    const camera3_capture_result result = {.frame_number = 7,
+                                           .result = static_cast<camera_metadata*>(MadeUp(1)),
+                                           .num_output_buffers = 1,
+                                           .output_buffers = &buffer,
+                                           .partial_result = 257};
+    host::RequestWatch watch("camera 0, request 0");
+    watch.Expect({7, 257, kThreads * kResults, &stream, &handle});
+    std::latch start(kThreads + 1);
+    std::vector<std::thread> vendors;
+    for (uint32_t i = 0; i < kThreads; ++i) {
+        vendors.emplace_back([&] {
+            start.arrive_and_wait();
+            for (uint32_t j = 0; j < kResults; ++j) {
+                watch.OnResult(result);
+            }
+        });
+    }
+    start.arrive_and_wait();
+    watch.OnSubmitted(0);
+    for (std::thread& vendor : vendors) {
+        vendor.join();
+    }
+    watch.OnRelease();
+    watch.OnCompletion(0);
 }
 
 } // namespace

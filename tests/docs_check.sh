@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# docs_check.sh SOURCE_FOLDER: every test that the documents name exists.
+# docs_check.sh SOURCE_FOLDER: every test that the documents name exists, and so does every function that the
+# contract names. Its rules are those of standin/rules.h.
 set -euo pipefail
 cd "$1"
 names=$(grep -hE '^TEST(_P)?\(' tests/*.cpp | sed -E 's/^TEST(_P)?\(//; s/\).*//; s/, /./')
@@ -13,4 +14,25 @@ while read -r name; do
         status=1
     fi
 done <<<"$quoted"
+
+listed=$(sed -nE 's/^ *RULE\([A-Za-z]+, ([VH][0-9]+), .*/\1/p' standin/rules.h)
+rows=$(grep -E '^\| [VH][0-9]+ ' docs/contract.md)
+[ -n "$listed" ]
+if ! diff <(printf '%s\n' "$listed") <(cut -d' ' -f2 <<<"$rows"); then
+    printf 'the rules of standin/rules.h (<) and docs/contract.md (>) are not the same\n'
+    status=1
+fi
+while read -r row; do
+    places=$(grep -oE '`[A-Za-z]+` in `[a-z_/.]+`' <<<"$row" | tr -d '`') || {
+        printf 'watched nowhere: %s\n' "$row"
+        status=1
+        continue
+    }
+    while read -r function _ file; do
+        if ! grep -qE "\b$function\(" "$file"; then
+            printf 'no such function: %s in %s\n' "$function" "$file"
+            status=1
+        fi
+    done <<<"$places"
+done <<<"$rows"
 exit "$status"

@@ -20,5 +20,16 @@ target_link_libraries(android_log INTERFACE "${ANDROID_LIBLOG}")
 add_library(android_cutils INTERFACE)
 target_link_libraries(android_cutils INTERFACE "${ANDROID_LIBCUTILS}")
 
+# What the stand-in and the host do with pictures.
+find_path(YUV_INCLUDE_DIR libyuv.h)
+find_library(YUV_LIBRARY yuv)
+find_path(PNG_INCLUDE_DIR png.h)
+find_library(PNG_LIBRARY NAMES png16 png)
+if(NOT YUV_INCLUDE_DIR OR NOT YUV_LIBRARY OR NOT PNG_INCLUDE_DIR OR NOT PNG_LIBRARY)
+    message(FATAL_ERROR
+        "libyuv or libpng is missing. Run './dev setup', which installs libyuv-dev and libpng-dev, and configure "
+        "again.")
+endif()
+
 # The folder that stands for "/" on the device, in the build tree.
 set(DEVICE_ROOT "${CMAKE_BINARY_DIR}/device")

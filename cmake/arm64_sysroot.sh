@@ -12,6 +12,7 @@ packages=(
     android-liblog android-liblog-dev android-libcutils android-libcutils-dev android-libbase
     android-platform-system-core-headers libbsd0 libmd0
     libcli11-dev nlohmann-json3-dev
+    libyuv0 libyuv-dev libjpeg62-turbo libpng16-16 libpng-dev zlib1g
 )
 
 complete="$folder/complete"

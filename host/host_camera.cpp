@@ -1,5 +1,7 @@
 #include "host/host_camera.h"
 
+#include "standin/pixels.h"
+
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
@@ -13,6 +15,7 @@ using OemLayer::RequestPrivData;
 
 constexpr uint32_t kFirstFrame = 101; // Far from the vendor's own frame numbers.
 constexpr uint32_t kPartialBase = 2;  // The real-time results' own partial numbers end here.
+constexpr uint64_t kSeed = 1;
 constexpr int kOverwritten = 0xEE;
 constexpr uint64_t kSessionParameters = 0; // Opaque to all but the framework.
 
@@ -62,7 +65,7 @@ PlatFormIntCallbacks Library::Table(uint32_t cameraId) const {
 // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
 Camera::Camera(const Library& library, uint32_t id, const Plan& plan)
     : camera3_callback_ops{}, mTable(library.Table(id)), mPlan(plan),
-      mRawStream(MakeStream(HAL_PIXEL_FORMAT_RAW10, plan)),
+      mScene(plan.width, plan.height), mRawStream(MakeStream(HAL_PIXEL_FORMAT_RAW10, plan)),
       mOutputStream(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888, plan)) {
     request_stream_buffers = Lend;
     mCallbacks.releaseRtBuffers = [](RequestPrivData* record) {
@@ -79,8 +82,7 @@ Camera::Camera(const Library& library, uint32_t id, const Plan& plan)
 
 Request& Camera::Submit(const Step& step) {
     const auto number = static_cast<uint32_t>(mRequests.size());
-    const Picture picture{mPlan.width, mPlan.height, number};
-    Request& request = *mRequests.emplace_back(std::make_unique<Request>(*this, step, picture));
+    Request& request = *mRequests.emplace_back(std::make_unique<Request>(*this, step, mScene));
     request.expectedFrame = kFirstFrame + number;
     request.expectedReports = mPlan.shape == standin::Shape::SecondBlock ? 2 : 1;
     request.inputStreams = {&mRawStream};
@@ -101,6 +103,9 @@ Request& Camera::Submit(const Step& step) {
 /// Takes a raw buffer for each frame of the burst and writes the frame, as the sensor would.
 void Camera::TakeRawBuffers(Request& request) {
     for (uint32_t i = 0; i < request.step.frames; ++i) {
+        request.frames.push_back({{request.expectedFrame, i, request.step.frames, kSeed},
+                                  ChiStreamFormatRaw10,
+                                  standin::CfaPatternOf(mTable.cameraId)});
         void* const buffer = mTable.GetImageBuffer(&mTable, &mRawStream);
         if (buffer == nullptr) {
             request.problem = "not submitted: the vendor gives no raw buffers";
@@ -109,7 +114,8 @@ void Camera::TakeRawBuffers(Request& request) {
         request.rawBuffers.push_back(buffer);
         request.pBufferManager = StandinControl()->ManagerOf(buffer);
         if (auto* const memory = static_cast<uint8_t*>(mTable.GetCPUAddress(&mTable, buffer))) {
-            FillRawFrame(memory, request.picture, i, request.step.frames);
+            Expose(mScene, request.frames[i], true,
+                   {memory, standin::ImageSize(ChiStreamFormatRaw10, mPlan.width, mPlan.height)});
         }
     }
 }

@@ -62,6 +62,7 @@ class Camera : private camera3_callback_ops {
 
     PlatFormIntCallbacks mTable;
     const Plan& mPlan;
+    const Scene mScene;
     camera3_stream mRawStream{}; ///< An output of the real-time session.
     camera3_stream mOutputStream{};
     OemLayer::OffCamApplicationCallbacks mCallbacks{};

@@ -16,14 +16,13 @@ inline constexpr uint32_t kMostFrames = 24;
 /// clips.
 class Scene {
   public:
-    /// Draws a colour chart, a resolution star and a grey gradient. For both: a width that is a
-    /// multiple of 4 and at least 64, a height that is a multiple of 2 and at least 32.
-    /// \throws std::invalid_argument for another size.
-    Scene(uint32_t width, uint32_t height);
-
-    /// Reads a PNG and scales it to the size.
-    /// \throws std::runtime_error that names the file and what is wrong with it.
-    Scene(uint32_t width, uint32_t height, const std::string& png);
+    /// Reads a PNG and scales it to the size; draws a colour chart, a resolution star and a grey
+    /// gradient where none is named.
+    /// \param width a multiple of 4, at least 64
+    /// \param height a multiple of 2, at least 32
+    /// \throws std::invalid_argument for another size
+    /// \throws std::runtime_error that names the file and what is wrong with it
+    Scene(uint32_t width, uint32_t height, const std::string& png = "");
 
     uint32_t Width() const { return mWidth; }
     uint32_t Height() const { return mHeight; }
@@ -58,7 +57,8 @@ struct Exposure {
 /// \param memory of `standin::ImageSize` bytes for the format and the scene's size.
 void Expose(const Scene& scene, const Exposure& exposure, bool isNoisy, std::span<uint8_t> memory);
 
-/// How good a merged picture is. Noise is the RMS error over all samples, of 255, in decibels.
+/// How good a merged picture is. Noise is the RMS error over all samples, in decibels above one step
+/// of 255, less what the rounding to 8 bits adds.
 struct Judgement {
     double before = 0;       ///< Noise of the first frame that is fed, developed alone.
     double after = 0;        ///< Noise of the picture.
@@ -67,8 +67,8 @@ struct Judgement {
     std::vector<double> shares; ///< The measured weight of each frame in the picture.
 
     double Gain() const { return before - after; }
-    /// The gain is within half a decibel of the expected one, each share within a quarter of its
-    /// weight. Half a decibel is safe from chance for pictures of 128 x 96 and larger.
+    /// The gain is within half a decibel of the expected one, and each share is within 0.4 of its
+    /// weight. Chance has no say where 12 frames or less have 128 x 96 pixels, or more 256 x 192.
     bool IsAsExpected() const;
     /// As in "noise 15.1 dB -> 6.1 dB: 9.03 dB lower, 9.03 expected; shares 1 1 1 1 1 1 1 1".
     std::string Describe() const;

@@ -1,11 +1,12 @@
 #include "host/request.h"
 
 #include "standin/gralloc.h"
+#include "standin/pixels.h"
 
 namespace host {
 namespace {
 
-constexpr uint8_t kUnwritten = 0x11; // No merged luma, and no neutral chroma.
+constexpr uint8_t kUnwritten = 0x11; // Darker than any scene.
 constexpr uint32_t kMetadataPartial = 255;
 
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -16,10 +17,6 @@ constexpr std::chrono::seconds kPatience{10};
 
 constexpr const char* kReleased = "the raw buffers are free again";
 
-std::string RightPicture(const Picture& picture) {
-    return "all " + std::to_string(picture.YuvBytes()) + " samples as the burst gives";
-}
-
 } // namespace
 
 const char* NameOf(Event::Kind kind) {
@@ -27,8 +24,9 @@ const char* NameOf(Event::Kind kind) {
     return kNames[kind];
 }
 
-OutputBuffer::OutputBuffer(const Picture& picture)
-    : mPixels(picture.YuvBytes(), kUnwritten),
+OutputBuffer::OutputBuffer(const Scene& scene)
+    : mPixels(standin::ImageSize(ChiStreamFormatYCbCr420_888, scene.Width(), scene.Height()),
+              kUnwritten),
       mHandle(standin::gralloc::Wrap(mPixels.data(), mPixels.size())) {}
 
 OutputBuffer::~OutputBuffer() { native_handle_delete(const_cast<native_handle_t*>(mHandle)); }
@@ -73,12 +71,15 @@ std::string Request::Describe(const Event& event) const {
     return kReleased;
 }
 
+const Judgement& Request::Judged() const {
+    if (!mJudgement) {
+        mJudgement = Judge(scene, frames, output.Pixels());
+    }
+    return *mJudgement;
+}
+
 std::string Request::DescribePicture() const {
-    const WrongSamples wrong = CheckMerged(output.Pixels(), picture);
-    return wrong.luma == 0 && wrong.chroma == 0
-               ? RightPicture(picture)
-               : "wrong in " + std::to_string(wrong.luma) + " luma and " +
-                     std::to_string(wrong.chroma) + " chroma samples";
+    return (Judged().IsAsExpected() ? "" : "wrong: ") + Judged().Describe();
 }
 
 /// The names and descriptions of what should come back.
@@ -86,7 +87,7 @@ std::multiset<std::string> Request::Expected() const {
     const std::string frame = "frame " + std::to_string(expectedFrame);
     const std::string partial = std::to_string(partialResultBase + kMetadataPartial);
     const std::string metadataLine = "metadata: " + frame + ", partial number " + partial;
-    const std::string bufferLine = "buffer: " + frame + ", status 0, " + RightPicture(picture);
+    const std::string bufferLine = "buffer: " + frame + ", status 0, " + Judged().Describe();
     std::multiset<std::string> expected{std::string("release: ") + kReleased,
                                         "completion: status 0"};
     for (uint32_t i = 0; i < expectedReports; ++i) {

@@ -3,11 +3,12 @@
 
 #include "adapterlayer/oemlayer_host.h"
 #include "host/faults.h"
-#include "host/pixels.h"
+#include "host/picture.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,13 +21,13 @@ using Texts = std::vector<std::string>;
 /// An output buffer of the framework, in memory of this process.
 class OutputBuffer {
   public:
-    explicit OutputBuffer(const Picture& picture);
+    explicit OutputBuffer(const Scene& scene);
     ~OutputBuffer();
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
 
     buffer_handle_t* Reference() { return &mHandle; }
-    const uint8_t* Pixels() const { return mPixels.data(); }
+    std::span<const uint8_t> Pixels() const { return mPixels; }
 
   private:
     std::vector<uint8_t> mPixels;
@@ -49,12 +50,13 @@ const char* NameOf(Event::Kind kind);
 /// completion.
 struct Request : OemLayer::RequestPrivData {
     // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
-    Request(Camera& owner, const Step& what, const Picture& expected)
-        : RequestPrivData{}, camera(owner), step(what), picture(expected), output(expected) {}
+    Request(Camera& owner, const Step& what, const Scene& seen)
+        : RequestPrivData{}, camera(owner), step(what), scene(seen), output(seen) {}
 
     Camera& camera;
     const Step step;
-    const Picture picture; ///< That should come back.
+    const Scene& scene;
+    std::vector<Exposure> frames;
     OutputBuffer output;
     std::vector<void*> rawBuffers;
     std::vector<void*> metadata;
@@ -84,11 +86,13 @@ struct Request : OemLayer::RequestPrivData {
 
   private:
     std::string DescribePicture() const;
+    const Judgement& Judged() const; ///< Once the picture is there.
     std::multiset<std::string> Expected() const;
 
     mutable std::mutex mMutex;
     std::condition_variable mChanged;
     std::vector<Event> mEvents;
+    mutable std::optional<Judgement> mJudgement;
 };
 
 } // namespace host

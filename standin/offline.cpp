@@ -1,15 +1,16 @@
 /// The offline interface: sessions, their configuration and their requests, and buffer translation.
 #include "standin/offline.h"
 
+#include "standin/pixels.h"
 #include "standin/session.h"
 
+#include <cstdlib>
 #include <cstring>
 
 namespace standin {
 namespace {
 
 constexpr uint32_t kVersion = 512;
-constexpr uint32_t kCfaPattern = 2;      ///< Of every raw stream of this device.
 constexpr uint32_t kFrameworkBuffer = 1; ///< `ChiStreamBuffer::bufferType` of a framework's buffer.
 constexpr int32_t kUnsetFrame = -1;
 constexpr int kPoison = 0xA5;
@@ -38,10 +39,12 @@ uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreate
     session->data.pCallbacks = info->pCallbacks;
     session->data.name = info->pSessionName;
     session->pName = info->pSessionName;
-    session->Start();
     const uint64_t handle = Word(Adopt(session));
-    const auto device = Device().Lock();
-    session->data.handle = handle;
+    {
+        const auto device = Device().Lock();
+        session->data.handle = handle;
+    }
+    session->Start();
     return handle;
 }
 
@@ -55,14 +58,23 @@ int32_t CloseSession(uint64_t handle) {
 
 // --- Configuration
 
-/// Takes a stream of the list in, and writes the filter pattern into raw inputs.
-ChiStream Configure(ChiStream& stream, bool isOutput) {
+/// The camera of a configuration, by the number that is its text.
+uint32_t CameraOf(const ChiOfflineSessionConfigInfo& config) {
+    const std::string text = config.pCameraText == nullptr ? "" : config.pCameraText;
+    const auto number = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+    Check(Rule::Configuration, text == std::to_string(number), "the camera's text is '", text,
+          "' and must be a number");
+    return number;
+}
+
+/// Takes a stream of the list in, and writes the sensor's filter pattern into raw inputs.
+ChiStream Configure(ChiStream& stream, uint32_t cameraId, bool isOutput) {
     Expect(Rule::StreamTypes, "a stream's type", stream.streamType,
            uint32_t{isOutput ? ChiStreamTypeOutput : ChiStreamTypeInput});
     Expect(Rule::StreamWords, "a stream's word at 148", stream.reserved148, 0U);
     Expect(Rule::StreamWords, "a stream's word at 152", stream.reserved152, -1);
     if (!isOutput && IsRaw(stream))
-        stream.cfaPattern = kCfaPattern;
+        stream.cfaPattern = CfaPatternOf(cameraId);
     return stream;
 }
 
@@ -76,11 +88,12 @@ int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
         Require<Metadata>(config->pSessionSettings);
     const size_t count = config->ppChiStreams == nullptr ? 0 : config->numStreams;
     const std::vector<ChiStream*> pointers(config->ppChiStreams, config->ppChiStreams + count);
+    const uint32_t cameraId = CameraOf(*config);
     std::vector<ChiStream> streams;
     for (ChiStream* stream : pointers) {
         if (!Check(Rule::Configuration, stream != nullptr, "stream ", streams.size(), " is null"))
             return kFailed;
-        streams.push_back(Configure(*stream, streams.size() + 1 == count));
+        streams.push_back(Configure(*stream, cameraId, streams.size() + 1 == count));
     }
     const auto device = Device().Lock();
     session->data.configured = true;
@@ -125,7 +138,7 @@ void CheckFormat(const ChiStream& stream, const ChiStreamBuffer& buffer,
     const bool isRaw10 = stream.format == ChiStreamFormatRaw10;
     Expect(Rule::InputFormat, "an input's format", format.bufferFormat,
            uint32_t{isRaw10 ? ChiFormatRaw10 : ChiFormatRaw16});
-    Expect(Rule::FilterPattern, "an input's filter pattern", format.cfaPattern, kCfaPattern);
+    Expect(Rule::FilterPattern, "an input's filter pattern", format.cfaPattern, stream.cfaPattern);
     Expect(Rule::InputFormat, "a format record's word at 4", format.reserved4, 0U);
 }
 

@@ -1,6 +1,9 @@
 #include "standin/pixels.h"
 
 #include "standin/gralloc.h"
+#include "standin/session.h"
+
+#include <libyuv.h>
 
 #include <algorithm>
 
@@ -8,9 +11,8 @@ namespace standin {
 namespace {
 
 constexpr uint64_t kLargestImage = uint64_t{256} << 20;
-constexpr uint8_t kGrey = 128;
-
-using Images = std::vector<std::shared_ptr<const ImageBuffer>>;
+constexpr uint32_t kWhite = 1023; // Of raw formats.
+constexpr uint32_t kScaleBits = 22;
 
 /// Bytes of one row; of the luma plane for YUV.
 uint64_t Stride(uint32_t format, uint64_t width) {
@@ -19,6 +21,123 @@ uint64_t Stride(uint32_t format, uint64_t width) {
     const bool isBytes = format == ChiStreamFormatYCbCr420_888 || format == ChiStreamFormatBlob;
     return isBytes ? width : width * 2;
 }
+
+// --- Raw frames
+
+/// The sum of mosaics of one pattern. Each row has one more pixel at either end.
+class Mosaic {
+  public:
+    Mosaic(uint32_t width, uint32_t height)
+        : mWidth(width), mHeight(height), mSums(size_t{width + 2} * height) {}
+
+    void Add(const Frame& frame);
+    void Demosaic(uint32_t cfaPattern, std::span<uint8_t> nv12);
+
+  private:
+    uint16_t* Row(uint32_t y) { return &mSums[size_t{mWidth + 2} * y + 1]; }
+    void Mirror();
+    void DemosaicRow(uint32_t y, uint32_t cfaPattern, uint8_t* argb);
+
+    uint32_t mWidth;
+    uint32_t mHeight;
+    uint32_t mCount = 0;
+    std::vector<uint16_t> mSums;
+};
+
+/// Four pixels have their upper bits in a byte each, and share a fifth.
+void AddRaw10(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
+    for (uint32_t x = 0; x + 4 <= width; x += 4, bytes += 5)
+        for (uint32_t i = 0; i < 4; ++i)
+            sums[x + i] += static_cast<uint16_t>(bytes[i] << 2 | (bytes[4] >> 2 * i & 3));
+}
+
+void AddRaw16(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
+    for (uint32_t x = 0; x < width; ++x, bytes += 2)
+        sums[x] += static_cast<uint16_t>(bytes[0] | bytes[1] << 8) & kWhite;
+}
+
+void Mosaic::Add(const Frame& frame) {
+    ++mCount;
+    const bool isRaw10 = frame.format == ChiFormatRaw10;
+    const size_t stride = Stride(isRaw10 ? ChiStreamFormatRaw10 : ChiStreamFormatRaw16, mWidth);
+    const size_t rows = std::min<size_t>(mHeight, frame.memory.size() / stride);
+    for (uint32_t y = 0; y < rows; ++y)
+        (isRaw10 ? AddRaw10 : AddRaw16)(frame.memory.data() + stride * y, mWidth, Row(y));
+}
+
+/// Continues the rows beyond both ends with the pixels that have the same filters.
+void Mosaic::Mirror() {
+    for (uint32_t y = 0; y < mHeight; ++y) {
+        uint16_t* const row = Row(y);
+        row[-1] = row[1];
+        row[mWidth] = row[mWidth - 2];
+    }
+}
+
+/// The pixels of a row with the row's own colour, red or blue, alternate with green ones.
+void Mosaic::DemosaicRow(uint32_t y, uint32_t cfaPattern, uint8_t* argb) {
+    const uint16_t* above = Row(y == 0 ? 1 : y - 1);
+    const uint16_t* row = Row(y);
+    const uint16_t* below = Row(y + 1 == mHeight ? y - 1 : y + 1);
+    const uint32_t greenAt = ColourAt(cfaPattern, 0, y) == 1 ? 0 : 1;
+    const uint32_t colour = ColourAt(cfaPattern, 1 - greenAt, y);
+    const uint32_t scale = (255U << kScaleBits) / (4 * kWhite * mCount);
+    const auto write = [scale](uint8_t& sample, uint32_t fourTimes) {
+        sample = static_cast<uint8_t>((fourTimes * scale + (1U << (kScaleBits - 1))) >> kScaleBits);
+    };
+    for (uint32_t x = 0; x < mWidth; ++x, ++above, ++row, ++below, argb += 4) {
+        const uint32_t own = 4U * row[0];
+        const uint32_t sides = row[-1] + row[1];
+        const uint32_t ends = above[0] + below[0];
+        const uint32_t corners = above[-1] + above[1] + below[-1] + below[1];
+        const bool isGreen = x % 2 == greenAt;
+        write(argb[colour], isGreen ? 2 * sides : own);
+        write(argb[1], isGreen ? own : sides + ends);
+        write(argb[2 - colour], isGreen ? 2 * ends : corners);
+    }
+}
+
+void Mosaic::Demosaic(uint32_t cfaPattern, std::span<uint8_t> nv12) {
+    Mirror();
+    const int width = static_cast<int>(mWidth);
+    uint8_t* const uv = nv12.data() + size_t{mWidth} * mHeight;
+    std::vector<uint8_t> argb(size_t{mWidth} * 8);
+    for (uint32_t y = 0; y < mHeight; y += 2) {
+        DemosaicRow(y, cfaPattern, argb.data());
+        DemosaicRow(y + 1, cfaPattern, argb.data() + size_t{mWidth} * 4);
+        libyuv::ARGBToNV12(argb.data(), width * 4, nv12.data() + size_t{mWidth} * y, width,
+                           uv + size_t{mWidth} * y / 2, width, width, 2);
+    }
+}
+
+// --- All frames
+
+using Sums = std::vector<uint16_t>;
+
+void AddTimes(uint32_t times, std::span<const uint8_t> picture, Sums& sums) {
+    const size_t size = std::min(sums.size(), picture.size());
+    for (size_t i = 0; i < size; ++i)
+        sums[i] += static_cast<uint16_t>(times * picture[i]);
+}
+
+/// Adds the merged raw frames of a pattern, once for each.
+void AddRawFrames(std::span<const Frame> frames, uint32_t cfaPattern, uint32_t width,
+                  uint32_t height, Sums& sums) {
+    std::vector<Frame> mosaics;
+    std::copy_if(frames.begin(), frames.end(), std::back_inserter(mosaics), [&](const auto& frame) {
+        return frame.format != ChiFormatYUV420NV12 && frame.cfaPattern % 4 == cfaPattern;
+    });
+    if (mosaics.empty())
+        return;
+    Mosaic mosaic(width, height);
+    for (const Frame& frame : mosaics)
+        mosaic.Add(frame);
+    std::vector<uint8_t> picture(sums.size());
+    mosaic.Demosaic(cfaPattern, picture);
+    AddTimes(static_cast<uint32_t>(mosaics.size()), picture, sums);
+}
+
+// --- A session's request
 
 /// Whether an input buffer's memory is that of an image of its stream.
 bool Fits(const ImageBuffer& image, const ChiStream& stream) {
@@ -30,48 +149,29 @@ bool Fits(const ImageBuffer& image, const ChiStream& stream) {
                  stream.format);
 }
 
+using Images = std::vector<std::shared_ptr<const ImageBuffer>>;
+
 /// The request's inputs with known memory and the size of the output; none if one is not right.
-Images InputImages(const Session& session, const Execution& execution, const ChiStream& output) {
-    Images images;
+/// `images` keeps their memory.
+std::vector<Frame> InputFrames(const Session& session, const Execution& execution,
+                               const ChiStream& output, Images& images) {
+    std::vector<Frame> frames;
     for (const BufferSetCopy& set : execution.inputs) {
-        for (const ChiStreamBuffer& buffer : set.buffers) {
+        for (size_t i = 0; i < set.buffers.size(); ++i) {
+            const ChiStreamBuffer& buffer = set.buffers[i];
             const auto image = Require<ImageBuffer>(buffer.bufferHandle);
             const ChiStream* stream = session.FindStream(buffer.pStream);
             if (image != nullptr && stream != nullptr && !Fits(*image, *stream))
                 return {};
-            if (image != nullptr && image->width == output.width && image->height == output.height)
-                images.push_back(image);
+            if (image == nullptr || image->width != output.width || image->height != output.height)
+                continue;
+            images.push_back(image);
+            frames.push_back(
+                {buffer.pInputFormat == nullptr ? ChiFormatYUV420NV12 : set.formats[i].bufferFormat,
+                 set.formats[i].cfaPattern, image->memory});
         }
     }
-    return images;
-}
-
-/// Adds the eight upper bits of a row's pixels to `sums`.
-void AddRow(const ImageBuffer& image, uint32_t y, std::vector<uint16_t>& sums) {
-    const uint8_t* row = image.memory.data() + Stride(image.format, image.width) * y;
-    for (size_t x = 0; x < sums.size(); ++x) {
-        if (image.format == ChiStreamFormatRaw10)
-            sums[x] += row[x / 4 * 5 + x % 4]; // four upper bytes, then one with the lower bits
-        else if (image.format == ChiStreamFormatRaw16)
-            sums[x] += static_cast<uint8_t>((row[2 * x] | row[2 * x + 1] << 8) >> 2); // 10 bits
-        else
-            sums[x] += row[x];
-    }
-}
-
-void WriteMean(const Images& images, std::span<uint8_t> target) {
-    const size_t width = images.front()->width;
-    const uint32_t height = images.front()->height;
-    std::vector<uint16_t> sums(width);
-    for (uint32_t y = 0; y < height; ++y) {
-        std::fill(sums.begin(), sums.end(), uint16_t{0});
-        for (const auto& image : images)
-            AddRow(*image, y, sums);
-        std::transform(sums.begin(), sums.end(), target.data() + width * y, [&](uint16_t sum) {
-            return static_cast<uint8_t>(sum / static_cast<uint32_t>(images.size()));
-        });
-    }
-    std::fill(target.data() + width * height, target.data() + target.size(), kGrey);
+    return frames;
 }
 
 } // namespace
@@ -83,19 +183,35 @@ uint64_t ImageSize(uint32_t format, uint32_t width, uint32_t height) {
     return format == ChiStreamFormatYCbCr420_888 ? size * 3 / 2 : size;
 }
 
+void DevelopFrames(std::span<const Frame> frames, uint32_t width, uint32_t height,
+                   std::span<uint8_t> nv12) {
+    Sums sums(ImageSize(ChiStreamFormatYCbCr420_888, width, height));
+    for (const Frame& frame : frames)
+        if (frame.format == ChiFormatYUV420NV12)
+            AddTimes(1, frame.memory, sums);
+    for (uint32_t cfaPattern = CfaRGGB; cfaPattern <= CfaBGGR; ++cfaPattern)
+        AddRawFrames(frames, cfaPattern, width, height, sums);
+    const auto count = static_cast<uint32_t>(frames.size());
+    std::transform(sums.begin(), sums.end(), nv12.begin(), [count](uint16_t sum) {
+        return static_cast<uint8_t>((sum + count / 2) / count);
+    });
+}
+
 void Develop(const Session& session, const Execution& execution, const ChiStreamBuffer& output) {
     const ChiStream* stream = session.FindStream(output.pStream);
-    if (stream == nullptr || stream->format != ChiStreamFormatYCbCr420_888)
+    if (stream == nullptr || stream->format != ChiStreamFormatYCbCr420_888 ||
+        stream->width % 2 != 0 || stream->height % 2 != 0)
         return;
-    const Images images = InputImages(session, execution, *stream);
-    if (images.empty())
+    Images images;
+    const std::vector<Frame> frames = InputFrames(session, execution, *stream, images);
+    if (frames.empty())
         return;
     const auto target = gralloc::Memory(static_cast<const buffer_handle_t*>(output.bufferHandle));
     const uint64_t size = ImageSize(stream->format, stream->width, stream->height);
     if (!target.empty() &&
         Check(Rule::Memory, target.size() >= size, "the output buffer's memory is ", target.size(),
               " bytes and must be ", size))
-        WriteMean(images, target.first(size));
+        DevelopFrames(frames, stream->width, stream->height, target.first(size));
 }
 
 } // namespace standin

@@ -64,7 +64,8 @@ struct Client {
                                             .GetFrameworkBuffers = OnQuery,
                                             .pPrivateCallbackData = this};
     ChiOfflineSessionCreateInfo createInfo = {"Night", 0, &callbacks};
-    ChiOfflineSessionConfigInfo config = {.numStreams = 2, .ppChiStreams = streams};
+    ChiOfflineSessionConfigInfo config = {
+        .pCameraText = "0", .numStreams = 2, .ppChiStreams = streams};
     uint64_t session = pInterface->pOpenSession(pInterface, &createInfo);
 
     ChiInputFormat format = {.bufferFormat = ChiFormatRaw10};
@@ -238,6 +239,12 @@ constexpr Row<Client> kSessionRows[]{
          client.streams[1] = nullptr;
          client.Configure();
          return "ConfigureStreams: stream 1 is null";
+     }},
+    {Rule::Configuration,
+     [](Client& client) -> std::string {
+         client.config.pCameraText = "front";
+         client.Configure();
+         return "ConfigureStreams: the camera's text is 'front' and must be a number";
      }},
     {Rule::StreamTypes,
      [](Client& client) -> std::string {

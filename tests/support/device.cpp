@@ -247,12 +247,15 @@ std::vector<Event> Request::Events() const {
     return mEvents;
 }
 
+void* Request::TakeBuffer(Camera& camera, camera3_stream& stream) {
+    return mImageBuffers.emplace_back(camera->GetImageBuffer(camera.Table(), &stream));
+}
+
 void Request::UseVendorBuffers(Camera& camera, uint32_t sets) {
     wrapper.numBuffers = sets;
     for (uint32_t i = 0; i < sets; ++i) {
-        mImageBuffers.push_back(camera->GetImageBuffer(camera.Table(), mRaw));
+        wrapper.pRDIBufferHandles[i] = TakeBuffer(camera, *mRaw);
         mMetadata.push_back(camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
-        wrapper.pRDIBufferHandles[i] = mImageBuffers.back();
         wrapper.pChiMetadataHandles[i] = mMetadata.back();
     }
     if (!mImageBuffers.empty()) {

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -161,6 +162,10 @@ class Request {
     /// released, and the buffers are given back, by `GiveBack`.
     void UseVendorBuffers(Camera& camera, uint32_t sets = 1);
     void GiveBack(Camera& camera);
+    /// Takes one input buffer of a stream, and gives it back with the others.
+    void* TakeBuffer(Camera& camera, camera3_stream& stream);
+    /// The memory of the output buffer that `UseVendorBuffers` made.
+    std::span<const uint8_t> OutputPixels() const { return mOutputMemory; }
 
     /// Uses the streams of another request, which outlives this one, instead of its own.
     void ShareStreams(const Request& other);

@@ -50,6 +50,22 @@ template <class T> std::string Left(const Objects<T>& objects) {
 
 const char* EntryName(Entry entry) { return kEntryNames.at(static_cast<size_t>(entry)); }
 
+uint64_t FailureOf(Entry entry) {
+    static const std::set<Entry> objects{Entry::LibraryOpen,
+                                         Entry::OpenContext,
+                                         Entry::OpenSession,
+                                         Entry::OpenMetadataOps,
+                                         Entry::OpenBufferOps,
+                                         Entry::MetadataCreate,
+                                         Entry::MetadataCreateWithUsage,
+                                         Entry::MetadataCreateFromAndroid,
+                                         Entry::MetadataCreateAndroid,
+                                         Entry::BufferManagerCreate,
+                                         Entry::GetImageBuffer,
+                                         Entry::GetCPUAddress};
+    return objects.contains(entry) ? 0 : kFailed;
+}
+
 size_t Alive::Total() const {
     return sessions + metadata + androidMetadata + bufferManagers + imageBuffers + metadataOps +
            bufferOps;
@@ -182,6 +198,14 @@ void Control::UseVariant(const std::string& path, const std::string& variant) {
 void Control::SetDelivery(Delivery delivery) { mState->Lock()->script.delivery = delivery; }
 
 void Control::SetShape(Shape shape) { mState->Lock()->script.shape = shape; }
+
+void Control::SetOrder(Order order, uint32_t seed) {
+    const auto state = mState->Lock();
+    state->script.order = order;
+    state->script.random.seed(seed);
+}
+
+void Control::SetObserver(Observer* observer) { mState->observer = observer; }
 
 void Control::SetLatency(std::chrono::microseconds latency) {
     mState->Lock()->script.latency = latency;

@@ -63,6 +63,9 @@ enum class Entry : uint32_t {
 /// The entry's name, as in "ExecuteRequest".
 const char* EntryName(Entry entry);
 
+/// What the entry returns when it fails: 0 where it returns an object, else 1.
+uint64_t FailureOf(Entry entry);
+
 /// One call that the device received. Integers and pointers are kept as 64-bit words in argument
 /// order; a text argument (a path, a name, a key) is kept in `text` alone, several joined by '/'.
 /// Two records that are lent for the call show their words behind the arguments: the four of the
@@ -102,6 +105,24 @@ enum class Shape {
     ErrorBuffer, ///< As Together, with an error status on the buffer.
     SecondBlock, ///< As Together, and the second block repeats the buffer.
     Count,
+};
+
+/// In which order a session's thread delivers what waits for it.
+enum class Order {
+    InOrder,  ///< Request after request.
+    Shuffled, ///< Any result of any request next; those of one request stay in their order.
+};
+
+/// Follows what the device does, for a timeline. The members are called on the thread that does it,
+/// and must not call the device.
+class Observer {
+  public:
+    virtual void NameThread(const std::string& name) = 0; ///< First on a thread of the device.
+    virtual void Begin(const char* what) = 0;
+    virtual void End() = 0; ///< Of what was begun last on this thread.
+
+  protected:
+    ~Observer() = default;
 };
 
 /// A set of buffers as it stood during the execute call, with the format records that it pointed
@@ -198,8 +219,14 @@ class Control {
     void SetDelivery(Delivery delivery);
     void SetShape(Shape shape);
 
+    /// `seed` decides what Shuffled does, as far as it is not up to the threads.
+    void SetOrder(Order order, uint32_t seed = 0);
+
     /// How long a session's thread takes over each request before it delivers.
     void SetLatency(std::chrono::microseconds latency);
+
+    /// Who follows the device from now on; null for nobody. It must outlive all sessions.
+    void SetObserver(Observer* observer);
 
     /// The vendor's debug settings enable trace points, or not.
     void SetTracePoints(bool on);

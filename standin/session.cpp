@@ -84,6 +84,9 @@ void Session::Stop() {
 void Session::Run() {
     const auto self = shared_from_this();
     auto& device = Device();
+    if (Observer* const observer = device.observer)
+        observer->NameThread("vendor session " + std::to_string(data.handle & UINT32_MAX) + ", " +
+                             pName);
     std::unique_lock lock(device.mutex);
     for (;;) {
         mWake.wait(lock, [this] { return mClosing || !mQueue.empty(); });
@@ -91,21 +94,37 @@ void Session::Run() {
             mWake.wait_for(lock, device.script.latency, [this] { return mClosing; });
         if (mClosing)
             return;
-        const Job job = std::move(mQueue.front());
-        mQueue.pop_front();
+        Job job = TakeNext();
+        const bool isShuffled = device.script.order == Order::Shuffled;
         lock.unlock();
-        Deliver(job);
+        bool isDone = DeliverNext(job);
+        while (!isDone && !isShuffled)
+            isDone = DeliverNext(job);
         lock.lock();
+        if (!isDone && !mClosing) {
+            mQueue.push_back(std::move(job));
+            continue;
+        }
         --device.inFlight;
         device.idle.notify_all();
     }
 }
 
+/// The job whose turn it is. The state's mutex is held.
+Job Session::TakeNext() {
+    auto& script = Device().script;
+    const size_t index = script.order == Order::Shuffled ? script.random() % mQueue.size() : 0;
+    const auto place = mQueue.begin() + static_cast<std::ptrdiff_t>(index);
+    Job job = std::move(*place);
+    mQueue.erase(place);
+    return job;
+}
+
 void Session::Accept(const std::shared_ptr<const Execution>& execution) {
     auto& device = Device();
     std::unique_lock lock(device.mutex);
-    const Job job{shared_from_this(), execution, device.script.shape,
-                  device.script.asksForFrameworkBuffers};
+    Job job{shared_from_this(), execution, device.script.shape,
+            device.script.asksForFrameworkBuffers};
     const size_t index = device.records.executionCount++;
     if (device.script.recording)
         device.records.executions.push_back(execution);
@@ -121,18 +140,32 @@ void Session::Accept(const std::shared_ptr<const Execution>& execution) {
     }
 }
 
-void Session::Deliver(const Job& job) {
+void Session::Deliver(Job& job) {
+    while (!DeliverNext(job)) {
+    }
+}
+
+/// Everything before the first result.
+void Session::Prepare(Job& job) {
     const Execution& execution = *job.execution;
     if (!mNotified.exchange(true))
         data.pCallbacks->ProcessNotifyCb(data.pCallbacks, 0, nullptr);
-    ChiStreamBuffer output =
-        execution.output.buffers.empty() ? ChiStreamBuffer{} : execution.output.buffers[0];
+    if (!execution.output.buffers.empty())
+        job.output = execution.output.buffers[0];
     if (job.asksForFrameworkBuffers && OutputStream() != nullptr)
-        AskFramework(output);
-    Develop(*this, execution, output);
+        AskFramework(job.output);
+    const Activity activity("develop");
+    Develop(*this, execution, job.output);
+}
+
+/// Delivers the next result of a request. \returns whether it was the last one.
+bool Session::DeliverNext(Job& job) {
+    if (job.delivered == 0)
+        Prepare(job);
     const Results& results = kResults.at(static_cast<size_t>(job.shape));
-    for (const Result& result : std::span(results.list).first(results.count))
-        Send(data.pCallbacks, execution, output, result);
+    const Activity activity("deliver");
+    Send(data.pCallbacks, *job.execution, job.output, results.list.at(job.delivered));
+    return ++job.delivered == results.count;
 }
 
 /// Replaces the output by a buffer of the framework's, if there is one.

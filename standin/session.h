@@ -31,7 +31,7 @@ struct Session : std::enable_shared_from_this<Session> {
 
     /// Delivers all results of a request on the calling thread. Touches nothing of the adapter's
     /// after the last one.
-    void Deliver(const Job& job);
+    void Deliver(Job& job);
 
     /// The configured record of a stream, null if the stream is not in the list.
     const ChiStream* FindStream(const ChiStream* stream) const;
@@ -41,6 +41,9 @@ struct Session : std::enable_shared_from_this<Session> {
 
   private:
     void Run();
+    Job TakeNext();
+    void Prepare(Job& job);
+    bool DeliverNext(Job& job);
     void AskFramework(ChiStreamBuffer& output) const;
 
     std::deque<Job> mQueue;

@@ -5,11 +5,13 @@
 #include "standin/control.h"
 
 #include <array>
+#include <atomic>
 #include <bit>
 #include <condition_variable>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -133,6 +135,8 @@ struct Script {
     std::map<std::string, std::string> variants;
     Delivery delivery = Delivery::OnSessionThread;
     Shape shape = Shape::MetadataFirst;
+    Order order = Order::InOrder;
+    std::minstd_rand random;
     std::chrono::microseconds latency{};
     bool asksForFrameworkBuffers = false;
     bool recording = true;
@@ -155,6 +159,8 @@ struct Job {
     std::shared_ptr<const Execution> execution;
     Shape shape;
     bool asksForFrameworkBuffers;
+    size_t delivered = 0;     ///< Results of the shape.
+    ChiStreamBuffer output{}; ///< Ready once the first result was delivered.
 };
 
 /// One mutex guards all of it. It is never held while the adapter is called back.
@@ -188,6 +194,7 @@ struct Control::State {
     std::map<const void*, SlotList> slots; ///< By the record; empty for one that was closed.
     unsigned char* pTraceByte = nullptr;   ///< The byte with the trace bit, in the context library.
     unsigned configGeneration = 0;         ///< Counts device roots and resets.
+    std::atomic<Observer*> observer = nullptr;
 
     /// Records a call. Has a value if the call is to fail: its result.
     std::optional<uint64_t> Enter(Entry entry, const Arguments& arguments);
@@ -202,6 +209,24 @@ struct Control::State {
 };
 
 inline Control::State& Device() { return StandinControl()->Internals(); }
+
+/// Something that the observer shall see as long as this lives.
+class Activity {
+  public:
+    explicit Activity(const char* what) : mObserver(Device().observer) {
+        if (mObserver != nullptr)
+            mObserver->Begin(what);
+    }
+    ~Activity() {
+        if (mObserver != nullptr)
+            mObserver->End();
+    }
+    Activity(const Activity&) = delete;
+    Activity& operator=(const Activity&) = delete;
+
+  private:
+    Observer* const mObserver;
+};
 
 // --- Rules of the contract
 
@@ -288,6 +313,7 @@ template <Entry Name, auto Function> struct Recorded;
 template <Entry Name, class R, class... Args, R (*Function)(Args...)>
 struct Recorded<Name, Function> {
     static R Call(Args... args) {
+        const Activity activity(EntryName(Name));
         if (const auto fault = Device().Enter(Name, Arguments(args...)))
             return As<R>(*fault);
         const struct Scope {

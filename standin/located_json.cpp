@@ -1,0 +1,169 @@
+#include "standin/located_json.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+namespace standin {
+namespace {
+
+using nlohmann::json;
+
+/// Follows a parser, and notes on which line each value starts.
+class LineFinder {
+  public:
+    LineFinder(const std::string& text, std::istringstream& stream)
+        : mText(text), mStream(stream) {}
+
+    size_t Line() const {
+        // The parser has read one character past a number.
+        const std::streamoff read = mStream.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
+        const auto end = read < 1 ? mText.end() : mText.begin() + (read - 1);
+        return 1 + static_cast<size_t>(std::count(mText.begin(), end, '\n'));
+    }
+
+    void Follow(json::parse_event_t event, const json& parsed,
+                std::map<std::string, size_t>& lines) {
+        using Event = json::parse_event_t;
+        if (event == Event::key) {
+            mOpen.back().step = parsed.get<std::string>();
+            if (lines.contains(Pointer()))
+                throw InputError("'" + mOpen.back().step + "' stands there twice");
+            lines[Pointer()] = Line();
+        } else if (event == Event::object_end || event == Event::array_end) {
+            mOpen.pop_back();
+            Advance();
+        } else {
+            lines.try_emplace(Pointer(), Line());
+            if (event == Event::value) {
+                Advance();
+            } else {
+                mOpen.push_back({event == Event::array_start, 0, "0"});
+            }
+        }
+    }
+
+  private:
+    struct Level {
+        bool isArray;
+        size_t index;
+        std::string step;
+    };
+
+    void Advance() {
+        if (!mOpen.empty() && mOpen.back().isArray)
+            mOpen.back().step = std::to_string(++mOpen.back().index);
+    }
+    std::string Pointer() const {
+        std::string pointer;
+        for (const Level& level : mOpen)
+            pointer += "/" + level.step;
+        return pointer;
+    }
+
+    const std::string& mText;
+    std::istringstream& mStream;
+    std::vector<Level> mOpen;
+};
+
+/// The parser's message, less its own name and place.
+std::string MessageOf(const json::parse_error& error) {
+    const std::string text = error.what();
+    const size_t colon = text.find(": ");
+    return colon == std::string::npos ? text : text.substr(colon + 2);
+}
+
+} // namespace
+
+Located Located::Read(const std::string& file) {
+    std::ifstream in(file);
+    const std::string text(std::istreambuf_iterator<char>(in), {});
+    if (!in.is_open() || in.bad())
+        throw InputError(file + ": the file cannot be read");
+    const auto result = std::make_shared<File>(File{file, {}, {}});
+    std::istringstream stream(text);
+    LineFinder finder(text, stream);
+    const auto follow = [&](int /*depth*/, json::parse_event_t event, const json& parsed) {
+        finder.Follow(event, parsed, result->lines);
+        return true;
+    };
+    try {
+        result->content = json::parse(stream, follow);
+    } catch (const json::parse_error& error) {
+        throw InputError(file + ":" + std::to_string(finder.Line()) + ": " + MessageOf(error));
+    } catch (const InputError& error) {
+        throw InputError(file + ":" + std::to_string(finder.Line()) + ": " + error.what());
+    }
+    return {result, &result->content, ""};
+}
+
+void Located::Fail(const std::string& wanted) const {
+    const std::string what = mPointer.empty() ? "the file's content" : mPointer.substr(1);
+    Refuse(what + " is " + mValue->dump() + ", and " + wanted);
+}
+
+void Located::Refuse(const std::string& problem) const {
+    const size_t line = mFile->lines.at(mPointer);
+    throw InputError(mFile->name + ":" + std::to_string(line) + ": " + problem);
+}
+
+void Located::AllowKeys(const std::vector<std::string>& keys) const {
+    std::string names;
+    for (const std::string& key : keys)
+        names += (names.empty() ? "" : ", ") + key;
+    if (!mValue->is_object())
+        Fail("must be an object with some of the keys " + names);
+    for (const auto& [key, value] : mValue->items()) {
+        if (std::find(keys.begin(), keys.end(), key) == keys.end())
+            (*this)[key].Refuse("'" + key + "' is not among the keys that there are: " + names);
+    }
+}
+
+Located Located::operator[](const std::string& key) const {
+    if (!Has(key))
+        Fail("must have the key '" + key + "'");
+    return {mFile, &mValue->at(key), mPointer + "/" + key};
+}
+
+std::vector<Located> Located::Items() const {
+    if (!mValue->is_array())
+        Fail("must be an array");
+    std::vector<Located> items;
+    for (const json& item : *mValue) {
+        items.push_back({mFile, &item, mPointer + "/" + std::to_string(items.size())});
+    }
+    return items;
+}
+
+uint32_t Located::Number(const std::string& key, uint32_t fallback, uint32_t from, uint32_t to,
+                         uint32_t unit) const {
+    if (!Has(key))
+        return fallback;
+    const json& value = mValue->at(key);
+    const bool isNumber = value.is_number_unsigned();
+    const auto number = isNumber ? value.get<uint64_t>() : 0;
+    if (!isNumber || number < from || number > to || number % unit != 0) {
+        const std::string kind = unit == 1 ? "whole number" : "multiple of " + std::to_string(unit);
+        (*this)[key].Fail("must be a " + kind + " from " + std::to_string(from) + " to " +
+                          std::to_string(to));
+    }
+    return static_cast<uint32_t>(number);
+}
+
+bool Located::Flag(const std::string& key, bool fallback) const {
+    if (Has(key) && !mValue->at(key).is_boolean())
+        (*this)[key].Fail("must be true or false");
+    return Has(key) ? mValue->at(key).get<bool>() : fallback;
+}
+
+std::string Located::Text(const std::string& key, const std::string& fallback) const {
+    return Has(key) ? (*this)[key].Text() : fallback;
+}
+
+std::string Located::Text() const {
+    if (!mValue->is_string())
+        Fail("must be a text in quotes");
+    return mValue->get<std::string>();
+}
+
+} // namespace standin

@@ -1,25 +1,30 @@
 #include "host/host_camera.h"
 
+#include "host/timeline.h"
 #include "standin/pixels.h"
 
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
 #include <new>
+#include <stdexcept>
 
 namespace host {
 namespace {
 
 using OemLayer::OfflineDataWraper;
 using OemLayer::RequestPrivData;
+using timeline::Arrow;
+using timeline::Slice;
 
 constexpr uint32_t kFirstFrame = 101; // Far from the vendor's own frame numbers.
 constexpr uint32_t kPartialBase = 2;  // The real-time results' own partial numbers end here.
-constexpr uint64_t kSeed = 1;
+constexpr uint32_t kMetadataPartial = kPartialBase + 255;
 constexpr int kOverwritten = 0xEE;
-constexpr uint64_t kSessionParameters = 0; // Opaque to all but the framework.
+constexpr uint64_t kSessionParameters = 0;       // Opaque to all but the framework.
+constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
 
-camera3_stream MakeStream(int32_t format, const Plan& plan) {
+camera3_stream MakeStream(int32_t format, const CameraPlan& plan) {
     camera3_stream stream{};
     stream.stream_type = CAMERA3_STREAM_OUTPUT;
     stream.width = plan.width;
@@ -31,24 +36,28 @@ camera3_stream MakeStream(int32_t format, const Plan& plan) {
 
 Request& RequestOf(RequestPrivData* record) { return *static_cast<Request*>(record); }
 
+uint64_t ArrowOf(const Request& request) {
+    return uint64_t{request.camera.Plan().id} << 32 | request.index;
+}
+
 } // namespace
 
 // --- Library ------------------------------------------------------------------------------------
 
-std::string Library::Open(const std::string& file) {
+Library::Library(const std::string& file) {
     void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
-        return dlerror();
+        throw std::runtime_error(std::string("the adapter library cannot be used: ") + dlerror());
     }
     mLoadContext = reinterpret_cast<decltype(mLoadContext)>(dlsym(library, "PlatformLoadContext"));
     mIntContext = reinterpret_cast<decltype(mIntContext)>(dlsym(library, "PlatformIntContext"));
     if (mLoadContext == nullptr || mIntContext == nullptr) {
-        return file + " lacks PlatformLoadContext or PlatformIntContext";
+        throw std::runtime_error(file + " lacks PlatformLoadContext or PlatformIntContext");
     }
-    return {};
 }
 
 void Library::Load() const {
+    const Slice slice("load");
     PlatformLoadFunctions functions{};
     mLoadContext(&functions);
     functions.loadLib();
@@ -63,10 +72,14 @@ PlatFormIntCallbacks Library::Table(uint32_t cameraId) const {
 // --- Camera: from buffers to submission ---------------------------------------------------------
 
 // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
-Camera::Camera(const Library& library, uint32_t id, const Plan& plan)
-    : camera3_callback_ops{}, mTable(library.Table(id)), mPlan(plan),
-      mScene(plan.width, plan.height), mRawStream(MakeStream(HAL_PIXEL_FORMAT_RAW10, plan)),
+Camera::Camera(const Library& library, const CameraPlan& plan, const Scenario& scenario,
+               const Scene& scene)
+    : camera3_callback_ops{}, mPlan(plan), mScenario(scenario), mScene(scene),
+      mTable(library.Table(plan.id)),
       mOutputStream(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888, plan)) {
+    for (const int32_t format : plan.inputs) {
+        mInputStreams.push_back(MakeStream(format, plan));
+    }
     request_stream_buffers = Lend;
     mCallbacks.releaseRtBuffers = [](RequestPrivData* record) {
         RequestOf(record).camera.OnRelease(RequestOf(record));
@@ -77,114 +90,270 @@ Camera::Camera(const Library& library, uint32_t id, const Plan& plan)
     mCallbacks.captureResult = [](RequestPrivData* record, camera3_capture_result* result) {
         RequestOf(record).camera.OnResult(RequestOf(record), *result);
     };
-    mTable.Create(&mTable, id);
+    const Slice slice("create camera");
+    mTable.Create(&mTable, plan.id);
 }
 
-Request& Camera::Submit(const Step& step) {
-    const auto number = static_cast<uint32_t>(mRequests.size());
-    Request& request = *mRequests.emplace_back(std::make_unique<Request>(*this, step, mScene));
-    request.expectedFrame = kFirstFrame + number;
-    request.expectedReports = mPlan.shape == standin::Shape::SecondBlock ? 2 : 1;
-    request.inputStreams = {&mRawStream};
-    request.numInputBuffers = step.frames;
-    request.partialResultBase = kPartialBase;
-    TakeRawBuffers(request);
-    if (request.problem.empty()) {
-        MakeMetadata(request);
-        Send(request);
+Request* Camera::NextRequest() {
+    const std::lock_guard lock(mMutex);
+    const auto index = static_cast<uint32_t>(mRequests.size());
+    if (index == mPlan.requests) {
+        return nullptr;
     }
-    if (!request.IsAccepted()) {
-        ReleaseRawBuffers(request);
-        DestroyMetadata(request);
+    const std::string name =
+        "camera " + std::to_string(mPlan.id) + ", frame " + std::to_string(kFirstFrame + index);
+    mRequests.push_back(std::make_unique<Request>(*this, name, index, mPlan.width, mPlan.height));
+    return mRequests.back().get();
+}
+
+Request* Camera::Prepare() {
+    Request* const request = NextRequest();
+    if (request == nullptr) {
+        return nullptr;
+    }
+    request->rtFrameNumber = kFirstFrame + request->index;
+    const Slice slice("prepare", request->rtFrameNumber);
+    request->feature = mPlan.features[request->index % mPlan.features.size()];
+    for (camera3_stream& stream : mInputStreams) {
+        request->inputStreams.push_back(&stream);
+    }
+    request->numInputBuffers = mPlan.frames * static_cast<uint32_t>(mPlan.inputs.size());
+    request->partialResultBase = kPartialBase;
+    if (TakeBuffers(*request)) {
+        TakeMetadata(*request);
+    } else {
+        Drop(*request, "the vendor gives no image buffers");
     }
     return request;
 }
 
-/// Takes a raw buffer for each frame of the burst and writes the frame, as the sensor would.
-void Camera::TakeRawBuffers(Request& request) {
-    for (uint32_t i = 0; i < request.step.frames; ++i) {
-        request.frames.push_back({{request.expectedFrame, i, request.step.frames, kSeed},
-                                  ChiStreamFormatRaw10,
-                                  standin::CfaPatternOf(mTable.cameraId)});
-        void* const buffer = mTable.GetImageBuffer(&mTable, &mRawStream);
-        if (buffer == nullptr) {
-            request.problem = "not submitted: the vendor gives no raw buffers";
-            return;
-        }
-        request.rawBuffers.push_back(buffer);
-        request.pBufferManager = StandinControl()->ManagerOf(buffer);
-        if (auto* const memory = static_cast<uint8_t*>(mTable.GetCPUAddress(&mTable, buffer))) {
-            Expose(mScene, request.frames[i], true,
-                   {memory, standin::ImageSize(ChiStreamFormatRaw10, mPlan.width, mPlan.height)});
-        }
-    }
+void Camera::Drop(Request& request, const std::string& why) {
+    request.problem = why;
+    GiveBack(request);
 }
 
-void Camera::MakeMetadata(Request& request) {
+/// Takes and exposes a buffer for each input of each set. In dual RDI set i finds its two raw frames
+/// at the indices i and 2i + 1 of one array, so that several sets share frames: all are then taken
+/// from the first stream.
+bool Camera::TakeBuffers(Request& request) {
+    const bool isDual = mPlan.IsDualRdi();
+    const bool hasYuv = mPlan.inputs.back() == HAL_PIXEL_FORMAT_YCBCR_420_888;
+    const uint32_t raws = static_cast<uint32_t>(mPlan.inputs.size()) - (hasYuv ? 1 : 0);
+    const uint32_t rawFrames = raws * mPlan.frames;
+    const uint32_t count = rawFrames + (hasYuv ? mPlan.frames : 0);
+    bool isGood = true;
+    for (uint32_t i = 0; i < rawFrames; ++i) {
+        const uint32_t asFirst = i < mPlan.frames ? 1 : 0;
+        const uint32_t asSecond = isDual ? i % 2 : 0;
+        const uint32_t stream = isDual && mPlan.frames == 1 ? i : 0;
+        request.rawBuffers.push_back(TakeFrame(request, stream, i, count, asFirst + asSecond));
+        isGood &= request.rawBuffers.back() != nullptr;
+    }
+    for (uint32_t i = 0; hasYuv && i < mPlan.frames; ++i) {
+        request.yuvBuffers.push_back(TakeFrame(request, raws, rawFrames + i, count, 1));
+        isGood &= request.yuvBuffers.back() != nullptr;
+    }
+    if (isGood) {
+        auto* const device = StandinControl();
+        const auto managerOf = [&](const std::vector<void*>& buffers, size_t i) {
+            return i < buffers.size() ? device->ManagerOf(buffers[i]) : nullptr;
+        };
+        request.pBufferManager = managerOf(request.rawBuffers, 0);
+        request.pSecondRawBufferManager = managerOf(request.rawBuffers, 1);
+        request.pYuvBufferManager = managerOf(request.yuvBuffers, 0);
+    }
+    return isGood;
+}
+
+/// Takes a buffer of an input stream, and, where it is mapped, writes what the sensor sees. Null if there is none.
+void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
+                        uint32_t weight) {
+    camera3_stream& stream = mInputStreams[input];
+    void* buffer = nullptr;
+    {
+        const std::lock_guard lock(mBufferMutex);
+        buffer = mTable.GetImageBuffer(&mTable, &stream);
+    }
+    auto* const memory =
+        static_cast<uint8_t*>(buffer == nullptr ? nullptr : mTable.GetCPUAddress(&mTable, buffer));
+    if (memory != nullptr) {
+        const Exposure exposure{.shot = {request.rtFrameNumber, shot, count, mScenario.seed},
+                                .format = static_cast<uint32_t>(stream.format),
+                                .cfaPattern = standin::CfaPatternOf(mPlan.id),
+                                .weight = weight};
+        const auto size = standin::ImageSize(exposure.format, stream.width, stream.height);
+        host::Expose(mScene, exposure, /*isNoisy=*/true, {memory, size});
+        request.frames.push_back(exposure);
+    }
+    return buffer;
+}
+
+void Camera::TakeMetadata(Request& request) {
     constexpr uint32_t kTags[] = {1, 2};
-    for (uint32_t i = 0; i < request.step.frames; ++i) {
+    for (uint32_t i = 0; i < mPlan.frames; ++i) {
         request.metadata.push_back(mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0));
     }
 }
 
+void Camera::Send(Request& request) {
+    if (mPlan.flushAfter > 0 && request.index == mPlan.flushAfter) {
+        Flush();
+    }
+    const bool isHeld =
+        request.index < mPlan.flushAfter && request.index + mPlan.heldAtFlush >= mPlan.flushAfter;
+    if (isHeld) {
+        StandinControl()->SetDelivery(standin::Delivery::ByHand);
+    }
+    request.watch.Expect({.frameNumber = request.rtFrameNumber,
+                          .partialNumber = kMetadataPartial,
+                          .reports = mScenario.shape == standin::Shape::SecondBlock ? 2U : 1U,
+                          .stream = &mOutputStream,
+                          .buffer = request.output.Reference()});
+    {
+        const std::shared_lock lock(mFlushMutex);
+        request.Note(&Moments::submitted);
+        request.status = Submit(request);
+        request.Note(&Moments::returned);
+    }
+    request.watch.OnSubmitted(*request.status);
+    if (*request.status != 0) {
+        GiveBack(request);
+        EndInFlight();
+    }
+}
+
 void Camera::FillWrapper(OfflineDataWraper& wrapper, const Request& request) {
-    wrapper.rtFrameNumber = request.expectedFrame;
-    wrapper.numBuffers = mPlan.announcedSets == 0 ? request.step.frames : mPlan.announcedSets;
-    wrapper.identity = {&mOutputStream, mTable.cameraId, request.step.feature};
+    wrapper.rtFrameNumber = request.rtFrameNumber;
+    wrapper.numBuffers = mPlan.announcedSets == 0 ? mPlan.frames : mPlan.announcedSets;
+    wrapper.identity = {&mOutputStream, mPlan.id, request.feature};
     wrapper.pCamera3CbOps = this;
     wrapper.m_pRealtimeSessionParameters =
         reinterpret_cast<const camera_metadata*>(&kSessionParameters);
+    wrapper.dualRdi = mPlan.IsDualRdi() ? 1 : 0;
+    wrapper.yuvInput = request.yuvBuffers.empty() ? 0 : 1;
     std::copy(request.metadata.begin(), request.metadata.end(), wrapper.pChiMetadataHandles);
     std::copy(request.rawBuffers.begin(), request.rawBuffers.end(), wrapper.pRDIBufferHandles);
+    std::copy(request.yuvBuffers.begin(), request.yuvBuffers.end(), wrapper.yuvBufferHandles);
 }
 
-/// Both records are overwritten as soon as the library has returned: they are the host's again.
-void Camera::Send(Request& request) {
+/// Both records are overwritten as soon as the library has returned: they are the host's again. From
+/// the submission on the request is the vendor's threads'.
+uint32_t Camera::Submit(Request& request) {
+    const Slice slice("submit", request.rtFrameNumber);
+    timeline::Draw(Arrow::Start, ArrowOf(request));
+    alignas(OfflineDataWraper) std::byte memory[sizeof(OfflineDataWraper)];
     // cppcheck-suppress legacyUninitvar ; it takes the braces for those of a body
-    auto* const wrapper = new (mWrapper) OfflineDataWraper{};
+    auto* const wrapper = new (memory) OfflineDataWraper{};
     FillWrapper(*wrapper, request);
-    mOutput = StreamBuffer(mPlan.lends ? nullptr : request.output.Reference());
-    request.submitted = std::chrono::steady_clock::now();
-    request.status = mTable.SubmitRequestFromRT(
-        &mTable, wrapper, &request, mPlan.sendsOutput ? &mOutput : nullptr, &mCallbacks);
-    request.returned = request.Elapsed();
+    camera3_stream_buffer output = StreamBuffer(mPlan.lends ? nullptr : request.output.Reference());
+    mLast = &request;
+    const uint32_t status = mTable.SubmitRequestFromRT(
+        &mTable, wrapper, &request, mPlan.sendsOutput ? &output : nullptr, &mCallbacks);
     wrapper->~OfflineDataWraper();
-    std::memset(mWrapper, kOverwritten, sizeof mWrapper);
-    std::memset(&mOutput, kOverwritten, sizeof mOutput);
-    if (const auto executions = StandinControl()->Executions(); request.status == 0) {
-        request.session = executions.back().session;
-        request.offlineFrame = executions.back().offlineFrame;
-    }
+    std::memset(memory, kOverwritten, sizeof memory);
+    std::memset(&output, kOverwritten, sizeof output);
+    return status;
 }
 
 camera3_stream_buffer Camera::StreamBuffer(buffer_handle_t* handle) {
     return {.stream = &mOutputStream, .buffer = handle, .acquire_fence = -1, .release_fence = -1};
 }
 
-void Camera::Close() {
-    mTable.Flush(&mTable);
-    for (const auto& request : mRequests) { // Has something only if it was not completed.
-        ReleaseRawBuffers(*request);
-        DestroyMetadata(*request);
+// --- Camera: the end of requests that are not completed ------------------------------------------
+
+/// Closes all sessions, when no submission is under way and the vendor has delivered all but what it
+/// holds: that is lost.
+void Camera::Flush() {
+    const std::unique_lock lock(mFlushMutex);
+    StandinControl()->WaitIdle();
+    {
+        const Slice slice("flush");
+        mTable.Flush(&mTable);
     }
+    StandinControl()->SetDelivery(mScenario.delivery);
+    const std::lock_guard listLock(mMutex);
+    for (const auto& request : mRequests) {
+        const bool isInFlight = request->status == 0U && !request->completion.has_value();
+        if (isInFlight && !request->isLost) {
+            request->isLost = true;
+            request->watch.OnClosed();
+            GiveBack(*request);
+            timeline::CountInFlight(-1);
+            --mInFlight;
+        }
+    }
+    mChanged.notify_all();
+}
+
+void Camera::Close() {
+    Flush();
+    const Slice slice("destroy camera");
     mTable.TearDownResource(&mTable);
     mTable.Destroy(&mTable);
+    for (const auto& request : mRequests) {
+        request->watch.OnClosed();
+    }
+}
+
+bool Camera::TakeRoom(uint32_t limit, Clock::time_point until,
+                      const std::function<bool()>& isOver) {
+    std::unique_lock lock(mMutex);
+    while (mInFlight >= limit && !isOver() && Clock::now() < until) {
+        mChanged.wait_for(lock, kGlance);
+    }
+    if (mInFlight >= limit || isOver()) {
+        return false;
+    }
+    ++mInFlight;
+    timeline::CountInFlight(1);
+    return true;
+}
+
+bool Camera::WaitIdle(Clock::time_point until) {
+    std::unique_lock lock(mMutex);
+    return mChanged.wait_until(lock, until, [this] { return mInFlight == 0; });
+}
+
+void Camera::EndInFlight() {
+    timeline::CountInFlight(-1);
+    const std::lock_guard lock(mMutex);
+    --mInFlight;
+    mChanged.notify_all();
+}
+
+void Camera::GiveBack(Request& request) {
+    GiveBackBuffers(request);
+    for (void* metadata : request.metadata) {
+        if (metadata != nullptr) {
+            mTable.MetadataDestroy(&mTable, metadata);
+        }
+    }
+    request.metadata.clear();
+}
+
+void Camera::GiveBackBuffers(Request& request) {
+    for (auto* buffers : {&request.rawBuffers, &request.yuvBuffers}) {
+        for (void* buffer : *buffers) {
+            if (buffer != nullptr) {
+                mTable.ReleaseImageBuffer(&mTable, buffer);
+            }
+        }
+        buffers->clear();
+    }
 }
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------
 
 void Camera::OnResult(Request& request, const camera3_capture_result& result) {
-    const double now = request.Elapsed();
+    const Slice slice("result", request.rtFrameNumber);
+    timeline::Draw(Arrow::Step, ArrowOf(request));
+    request.watch.OnResult(result);
     if (result.result != nullptr) {
-        request.Record({Event::Metadata, now, result.frame_number, result.partial_result});
+        request.Note(&Moments::metadata);
         mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
     }
-    for (uint32_t i = 0; i < result.num_output_buffers; ++i) {
-        const camera3_stream_buffer& buffer = result.output_buffers[i];
-        const bool isOurs =
-            buffer.stream == &mOutputStream && buffer.buffer == request.output.Reference();
-        request.Record({Event::Buffer, now, result.frame_number,
-                        static_cast<uint32_t>(buffer.status), isOurs});
+    if (result.num_output_buffers > 0) {
+        request.Note(&Moments::buffer);
     }
 }
 
@@ -192,42 +361,36 @@ void Camera::OnResult(Request& request, const camera3_capture_result& result) {
 int32_t Camera::Lend(const camera3_callback_ops* ops, uint32_t count,
                      const camera3_buffer_request* /*requests*/, uint32_t* returned,
                      camera3_stream_buffer_ret* answers) {
+    const Slice slice("lend");
     auto& camera = *const_cast<Camera*>(static_cast<const Camera*>(ops));
     for (uint32_t i = 0; i < count; ++i) {
         answers[i].status = 0;
         answers[i].num_output_buffers = 1;
-        *answers[i].output_buffers =
-            camera.StreamBuffer(camera.mRequests.back()->output.Reference());
-        ++camera.mLent;
+        *answers[i].output_buffers = camera.StreamBuffer(camera.mLast.load()->output.Reference());
     }
     *returned = count;
     return 0;
 }
 
 void Camera::OnRelease(Request& request) {
-    request.Record({Event::Release, request.Elapsed()});
-    ReleaseRawBuffers(request);
+    const Slice slice("release", request.rtFrameNumber);
+    request.watch.OnRelease();
+    request.Note(&Moments::released);
+    GiveBackBuffers(request);
 }
 
 void Camera::OnCompletion(Request& request, uint32_t status) {
-    DestroyMetadata(request);
-    request.Record({Event::Completion, request.Elapsed(), 0, status});
-}
-
-void Camera::ReleaseRawBuffers(Request& request) {
-    for (void* buffer : request.rawBuffers) {
-        mTable.ReleaseImageBuffer(&mTable, buffer);
+    const Slice slice("completion", request.rtFrameNumber);
+    timeline::Draw(Arrow::End, ArrowOf(request));
+    request.watch.OnCompletion(status);
+    request.Note(&Moments::completed);
+    GiveBack(request);
+    {
+        const std::lock_guard lock(mMutex);
+        request.completion = status;
     }
-    request.rawBuffers.clear();
-}
-
-void Camera::DestroyMetadata(Request& request) {
-    for (void* metadata : request.metadata) {
-        if (metadata != nullptr) {
-            mTable.MetadataDestroy(&mTable, metadata);
-        }
-    }
-    request.metadata.clear();
+    ++mCompleted;
+    EndInFlight();
 }
 
 } // namespace host

@@ -3,18 +3,22 @@
 #pragma once
 
 #include "host/request.h"
+#include "host/scenario.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <memory>
+#include <shared_mutex>
 
 namespace host {
 
 /// The adapter library.
 class Library {
   public:
-    /// Opens the file. \returns what went wrong, empty if nothing did.
-    std::string Open(const std::string& file);
+    /// Opens the file. Throws std::runtime_error, which says what is wrong with it.
+    explicit Library(const std::string& file);
 
     /// Has the library bind the vendor's and the device's libraries.
     void Load() const;
@@ -27,31 +31,53 @@ class Library {
 };
 
 /// A camera of the host, and the framework's side of it. Its own callbacks run on the vendor's
-/// threads. One request is under way at a time.
+/// threads. The members that work on requests may be called from several threads.
 class Camera : private camera3_callback_ops {
   public:
-    Camera(const Library& library, uint32_t id, const Plan& plan);
+    /// All that is given must outlive the camera.
+    Camera(const Library& library, const CameraPlan& plan, const Scenario& scenario,
+           const Scene& scene);
 
-    const PlatFormIntCallbacks& Table() const { return mTable; }
+    const CameraPlan& Plan() const { return mPlan; }
 
-    /// Prepares the next request and hands it to the library.
-    Request& Submit(const Step& step);
+    /// Takes the next request's buffers and exposes its frames. Null when there are no more.
+    Request* Prepare();
+
+    /// Waits until fewer than `limit` requests are in flight, and counts one more as such. \returns
+    /// false, without that, where `until` comes first or `isOver` says so.
+    bool TakeRoom(uint32_t limit, Clock::time_point until, const std::function<bool()>& isOver);
+
+    /// Hands a prepared request, for which there is room, to the library. A flush that is due comes
+    /// first.
+    void Send(Request& request);
+
+    /// Instead of sending a prepared request.
+    void Drop(Request& request, const std::string& why);
+
+    /// Waits until no request is in flight. \returns false where `until` comes first.
+    bool WaitIdle(Clock::time_point until);
 
     /// Ends the camera. Requests that were not completed never will be.
     void Close();
 
-    /// Output buffers that sessions asked for while they worked.
-    uint32_t CountLent() const { return mLent; }
+    uint32_t CountCompleted() const { return mCompleted; }
+
+    /// In the order of their numbers. For when no thread works on them.
     const std::vector<std::unique_ptr<Request>>& Requests() const { return mRequests; }
 
   private:
-    void TakeRawBuffers(Request& request);
-    void MakeMetadata(Request& request);
-    void ReleaseRawBuffers(Request& request);
-    void DestroyMetadata(Request& request);
-    void Send(Request& request);
+    Request* NextRequest();
+    bool TakeBuffers(Request& request);
+    void* TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
+                    uint32_t weight);
+    void TakeMetadata(Request& request);
     void FillWrapper(OemLayer::OfflineDataWraper& wrapper, const Request& request);
+    uint32_t Submit(Request& request);
     camera3_stream_buffer StreamBuffer(buffer_handle_t* handle);
+    void Flush();
+    void GiveBack(Request& request);
+    void GiveBackBuffers(Request& request);
+    void EndInFlight();
 
     void OnRelease(Request& request);
     void OnCompletion(Request& request, uint32_t status);
@@ -60,16 +86,22 @@ class Camera : private camera3_callback_ops {
                         const camera3_buffer_request* requests, uint32_t* returned,
                         camera3_stream_buffer_ret* answers);
 
+    const CameraPlan& mPlan;
+    const Scenario& mScenario;
+    const Scene& mScene;
     PlatFormIntCallbacks mTable;
-    const Plan& mPlan;
-    const Scene mScene;
-    camera3_stream mRawStream{}; ///< An output of the real-time session.
+    std::vector<camera3_stream> mInputStreams; ///< Outputs of the real-time session.
     camera3_stream mOutputStream{};
     OemLayer::OffCamApplicationCallbacks mCallbacks{};
-    alignas(OemLayer::OfflineDataWraper) std::byte mWrapper[sizeof(OemLayer::OfflineDataWraper)];
-    camera3_stream_buffer mOutput{};
+
+    std::mutex mMutex; ///< Guards the list and the number in flight.
+    std::condition_variable mChanged;
     std::vector<std::unique_ptr<Request>> mRequests;
-    std::atomic<uint32_t> mLent = 0;
+    uint32_t mInFlight = 0;
+    std::atomic<uint32_t> mCompleted = 0;
+    std::atomic<Request*> mLast = nullptr; ///< The one that was submitted last.
+    std::mutex mBufferMutex;               ///< The library takes one thread at a time for buffers.
+    std::shared_mutex mFlushMutex;         ///< Shared by submissions, which a flush excludes.
 };
 
 } // namespace host

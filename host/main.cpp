@@ -1,28 +1,40 @@
-/// The maker's camera layer on a workstation: loads the adapter library, opens a camera on the
-/// stand-in device, and sends three requests through it.
+/// The maker's camera layer on a workstation: runs a scenario through the adapter library on the
+/// stand-in device, and says whether what it expects came true.
 #include "host/report.h"
+#include "host/timeline.h"
+#include "standin/located_json.h"
 
 #include <CLI/CLI.hpp>
 
 #include <android/log.h>
+#include <csignal>
 #include <filesystem>
+#include <set>
+#include <unistd.h>
 
 namespace {
 
 using namespace host;
+using standin::InputError;
 
-constexpr int kNotAsItShould = 1;
-constexpr int kWrongArguments = 2;
-constexpr uint32_t kCameraId = 0;
-constexpr uint32_t kMostPixels = 16384; // In a row or a column.
+enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
+constexpr const char* kOut = "out/";
 
 struct Options {
+    std::string scenario = "night-burst";
+    bool lists = false;
     std::string library;
     std::string device;
     std::string logLevel;
-    std::string fault;
-    std::string shape = "metadata-first";
-    Plan plan;
+    std::string trace;
+    std::string picture;
+    std::string scene;
+    std::string shape;
+    std::vector<std::string> faults;
+    uint32_t width = 0; ///< Here and below 0 leaves what the scenario says.
+    uint32_t height = 0;
+    uint32_t frames = 0;
+    uint32_t requests = 0;
 };
 
 const std::map<std::string, int>& LogLevels() {
@@ -33,50 +45,96 @@ const std::map<std::string, int>& LogLevels() {
     return levels;
 }
 
-/// Accepts multiples of `unit`.
-CLI::Validator Length(uint32_t unit) {
-    const std::string text = "a multiple of " + std::to_string(unit) + " from " +
-                             std::to_string(unit) + " to " + std::to_string(kMostPixels);
-    const auto check = [unit, text](const std::string& value) {
-        uint32_t number = 0;
-        const bool fits = CLI::detail::lexical_cast(value, number) && number != 0 &&
-                          number % unit == 0 && number <= kMostPixels;
-        return fits ? std::string{} : "'" + value + "' is not " + text;
-    };
-    return {check, "", "length"};
-}
-
-std::string CheckFault(const std::string& name) {
-    return name == "list" || FindFault(name) != nullptr
-               ? std::string{}
-               : "there is no fault '" + name + "'; '--fault list' lists what there is";
-}
-
 void Declare(CLI::App& app, Options& options) {
-    app.add_option("--library", options.library, "The adapter library to load")
-        ->check(CLI::ExistingFile);
-    app.add_option("--device", options.device, "The folder that stands for / on the device")
-        ->check(CLI::ExistingDirectory);
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    app.add_option("scenario", options.scenario,
+                   "A scenario's name, or a JSON file with one [night-burst]");
+    app.add_flag("--list", options.lists, "List the scenarios that there are by name");
+    app.add_option("--trace", options.trace, "Write a trace for Perfetto's viewer");
+    app.add_option("--picture", options.picture,
+                   "Write a noisy frame and its merged picture (PNG)");
+    app.add_option("--scene", options.scene, "A PNG file that the cameras see");
     app.add_option("--log", options.logLevel, "Show the library's log from this level on")
         ->expected(0, 1)
         ->default_str("verbose")
         ->check(CLI::IsMember(&LogLevels()));
-    app.add_option("--fault", options.fault, "Run with a fault; 'list' lists the faults")
-        ->check(CheckFault);
+    app.add_option("--fault", options.faults, std::string("A fault at the device: ") + kFaultForms)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check([](const std::string& text) { return Fault{text}.Check(); });
     app.add_option("--shape", options.shape, "How results come back")
         ->check(CLI::IsMember(&Shapes()));
-    app.add_option("--width", options.plan.width, "Width of the pictures, a multiple of 4")
-        ->check(Length(4));
-    app.add_option("--height", options.plan.height, "Height of the pictures, a multiple of 2")
-        ->check(Length(2));
-    app.add_option("--frames", options.plan.frames, "Frames of a burst")
+    app.add_option("--width", options.width, "Width of the pictures, a multiple of 4")
+        ->check(CLI::Range(64U, 16384U));
+    app.add_option("--height", options.height, "Height of the pictures, a multiple of 2")
+        ->check(CLI::Range(64U, 16384U));
+    app.add_option("--frames", options.frames, "Frames of a burst")
         ->check(CLI::Range(1U, OemLayer::kMaxInputSets));
+    app.add_option("--requests", options.requests, "Requests of each camera")
+        ->check(CLI::Range(1U, 1'000'000U));
+    app.add_option("--library", options.library, "The adapter library to load")
+        ->check(CLI::ExistingFile);
+    app.add_option("--device", options.device, "The folder that stands for / on the device")
+        ->check(CLI::ExistingDirectory);
 }
+
+// --- From the arguments to the run --------------------------------------------------------------
 
 /// A file of the build tree, from where this program lies in it.
 std::string Beside(const std::string& path) {
     const auto self = std::filesystem::read_symlink("/proc/self/exe");
     return (self.parent_path() / path).lexically_normal().string();
+}
+
+std::string ScenarioFile(const std::string& name) {
+    return name.ends_with(".json") ? name : Beside("scenarios/" + name + ".json");
+}
+
+std::set<std::string> ScenarioNames() {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(Beside("scenarios"))) {
+        names.insert(entry.path().stem().string());
+    }
+    return names;
+}
+
+int ListScenarios() {
+    for (const std::string& name : ScenarioNames()) {
+        printf("%-22s %s\n", name.c_str(), Scenario::Read(ScenarioFile(name)).shows.c_str());
+    }
+    return kCameTrue;
+}
+
+/// The file's scenario, with what the options want otherwise.
+Scenario ReadScenario(const Options& options) {
+    const std::string file = ScenarioFile(options.scenario);
+    if (!options.scenario.ends_with(".json") && !ScenarioNames().contains(options.scenario)) {
+        throw InputError("there is no scenario '" + options.scenario +
+                         "'; --list lists what there is, and a file's name ends in .json");
+    }
+    Scenario scenario = Scenario::Read(file);
+    for (const std::string& fault : options.faults) {
+        scenario.faults.push_back({fault});
+    }
+    if (!options.shape.empty()) {
+        scenario.shape = Shapes().at(options.shape);
+    }
+    if (!options.scene.empty()) {
+        scenario.scene = options.scene;
+    }
+    for (CameraPlan& plan : scenario.cameras) {
+        plan.width = options.width == 0 ? plan.width : options.width;
+        plan.height = options.height == 0 ? plan.height : options.height;
+        plan.frames = options.frames == 0 ? plan.frames : options.frames;
+        plan.requests = options.requests == 0 ? plan.requests : options.requests;
+    }
+    if (options.requests > 0) {
+        scenario.expect.sessions.reset(); // It depends on how many there are.
+    }
+    if (const std::string problem = scenario.Check(); !problem.empty()) {
+        throw InputError(problem);
+    }
+    return scenario;
 }
 
 /// Writes as the log library does here anyway, less the line end that the message brings.
@@ -85,83 +143,90 @@ void WriteLogLine(const __android_logger_data* data, const char* message) {
     __android_log_stderr_logger(data, text.substr(0, text.find_last_not_of('\n') + 1).c_str());
 }
 
-void Complete(Options& options) {
-    const bool logs = !options.logLevel.empty() || !options.fault.empty();
-    if (options.library.empty()) {
-        const std::string folder = logs ? "../adapterlayer/verbose/" : "../adapterlayer/";
-        options.library = Beside(folder + "camera.oemlayer.adapter.so");
-    }
-    if (options.device.empty()) {
-        options.device = Beside("../device");
-    }
-    options.plan.shape = Shapes().at(options.shape);
+/// The built library; the one that logs where the log is wanted or something is to go wrong.
+std::string ChooseLibrary(const Options& options, const Scenario& scenario) {
+    const bool logs = !options.logLevel.empty() || !scenario.faults.empty();
     __android_log_set_logger(WriteLogLine);
     __android_log_set_minimum_priority(
         LogLevels().at(options.logLevel.empty() ? "warn" : options.logLevel));
+    return !options.library.empty()
+               ? options.library
+               : Beside(std::string("../adapterlayer/") + (logs ? "verbose/" : "") +
+                        "camera.oemlayer.adapter.so");
 }
 
-int ListFaults() {
-    for (const Fault& fault : Faults()) {
-        printf("%-26s%s\n", fault.name, fault.what);
+/// The second Ctrl-C ends the process as usual.
+void OnInterrupt(int /*signal*/) { Run::Interrupt(); }
+
+void OnExpectedAbort(int /*signal*/) {
+    constexpr char kText[] = "came true  the process ended by SIGABRT\n";
+    (void)!write(STDOUT_FILENO, kText, sizeof kText - 1);
+    _exit(kCameTrue);
+}
+
+void HandleSignals(const Scenario& scenario) {
+    struct sigaction action {};
+    action.sa_handler = OnInterrupt;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    sigaction(SIGINT, &action, nullptr);
+    if (scenario.expect.abort) {
+        (void)std::signal(SIGABRT, OnExpectedAbort);
     }
-    return 0;
 }
 
-void RunRequests(Camera& camera, const Plan& plan) {
-    for (const Step& step : plan.Steps()) {
-        PrintRequestHeading(camera.Requests().size() + 1, step);
-        Request& request = camera.Submit(step);
-        const bool inTime = !request.IsAccepted() || request.WaitForCompletion();
-        if (inTime) {
-            StandinControl()->WaitIdle(); // The library's last lines come first.
+/// A bare name goes below the folder for output.
+std::string OutputFile(const std::string& file) {
+    return file.find('/') == std::string::npos ? kOut + file : file;
+}
+
+/// Writes the files that are wanted, and tells of them.
+void WriteFiles(const Options& options, const Run& run) {
+    if (!options.picture.empty()) {
+        const std::string file = OutputFile(options.picture);
+        const std::string quality = run.WritePicture(file);
+        PrintFact("picture", quality.empty() ? "there is none to write" : file);
+        if (!quality.empty()) {
+            PrintFact("", quality);
         }
-        PrintRequest(request);
-        if (!inTime) {
-            printf("  The time is up, and the request is not completed: no further one is sent.\n");
-            return;
-        }
+    }
+    if (!options.trace.empty()) {
+        const std::string file = OutputFile(options.trace);
+        timeline::Write(file);
+        PrintFact("trace", file + ", for ui.perfetto.dev or chrome://tracing");
     }
 }
 
-int Run(Options& options) {
-    standin::Control& device = *StandinControl();
-    const Fault* const fault = FindFault(options.fault);
-    device.SetDeviceRoot(options.device);
-    if (fault != nullptr) {
-        fault->apply(device, options.plan);
+int RunScenario(const Options& options) {
+    const Scenario scenario = ReadScenario(options);
+    const std::string library = ChooseLibrary(options, scenario);
+    StandinControl()->SetDeviceRoot(options.device.empty() ? Beside("../device") : options.device);
+    HandleSignals(scenario);
+    PrintScenario(scenario, std::filesystem::proximate(library).string());
+    if (!options.trace.empty()) {
+        timeline::Start();
     }
-    device.SetShape(options.plan.shape);
-    PrintPlan(options.library, fault, options.plan);
-
-    Library library;
-    if (const std::string problem = library.Open(options.library); !problem.empty()) {
-        fprintf(stderr, "The adapter library cannot be used: %s\n", problem.c_str());
-        return kNotAsItShould;
+    Run run(scenario, library);
+    run.Go();
+    const Outcome outcome = run.Judge();
+    PrintRequests(run);
+    WriteFiles(options, run);
+    PrintOutcome(scenario, outcome);
+    if (outcome.wasInterrupted) {
+        return kInterrupted;
     }
-    library.Load();
-    PrintLibraries(device, library.Table(kCameraId));
-    Camera camera(library, kCameraId, options.plan);
-    PrintCamera(device, camera.Table(), options.plan);
-    RunRequests(camera, options.plan);
-    PrintSessions(device, camera);
-    camera.Close();
-    return PrintVerdict(device, camera) ? 0 : kNotAsItShould;
+    return outcome.unfulfilled.empty() ? kCameTrue : kFailed;
 }
 
 int ParseAndRun(int argc, char** argv) {
     Options options;
-    CLI::App app{"Drives camera.oemlayer.adapter.so on the stand-in device."};
+    CLI::App app{"Drives camera.oemlayer.adapter.so on the stand-in device, as a scenario says."};
     Declare(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : kWrongArguments;
+        return app.exit(error) == 0 ? kCameTrue : kWrongInput;
     }
-    if (options.fault == "list") {
-        return ListFaults();
-    }
-    Complete(options);
-    return Run(options);
+    return options.lists ? ListScenarios() : RunScenario(options);
 }
 
 } // namespace
@@ -171,8 +236,11 @@ int main(int argc, char** argv) {
     (void)setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     try {
         return ParseAndRun(argc, argv);
+    } catch (const InputError& error) {
+        (void)fprintf(stderr, "%s\n", error.what());
+        return kWrongInput;
     } catch (const std::exception& error) {
-        fprintf(stderr, "%s\n", error.what());
-        return kNotAsItShould;
+        (void)fprintf(stderr, "%s\n", error.what());
+        return kFailed;
     }
 }

@@ -1,16 +1,15 @@
 #include "host/report.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <unistd.h>
 
 namespace host {
 namespace {
 
-using standin::Entry;
+constexpr size_t kMostRows = 24; // Of a table that shows all requests.
+constexpr size_t kWorstRows = 10;
 
 enum class Colour { Plain = 0, Strong = 1, Bad = 31, Good = 32 };
 
@@ -21,166 +20,193 @@ std::string Painted(Colour colour, const std::string& text) {
                : text;
 }
 
-void Heading(const std::string& text) { printf("\n%s\n", Painted(Colour::Strong, text).c_str()); }
-
-void Row(const std::string& name, const std::string& value, Colour colour = Colour::Plain) {
-    printf("  %-40s  %s\n", name.c_str(), Painted(colour, value).c_str());
+std::string Number(double value) {
+    char text[32];
+    (void)snprintf(text, sizeof text, "%.1f", value);
+    return text;
 }
 
 std::string Count(size_t count, const char* name) {
     return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
 }
 
-std::string Joined(const Texts& texts, const char* none) {
-    std::string joined;
-    for (const std::string& text : texts) {
-        joined += (joined.empty() ? "" : ", ") + text;
+const char* FormatName(int32_t format) {
+    return format == HAL_PIXEL_FORMAT_RAW10   ? "RAW10"
+           : format == HAL_PIXEL_FORMAT_RAW16 ? "RAW16"
+                                              : "YUV";
+}
+
+std::string Describe(const CameraPlan& plan) {
+    std::string text;
+    for (const std::string& feature : plan.features) {
+        text += (text.empty() ? "" : ", ") + feature;
     }
-    return joined.empty() ? none : joined;
+    text += ": " + Count(plan.requests, "request") + " of " + Count(plan.frames, "frame") + " of ";
+    for (size_t i = 0; i < plan.inputs.size(); ++i) {
+        text += std::string(i == 0 ? "" : " and ") + FormatName(plan.inputs[i]);
+    }
+    text += ", " + std::to_string(plan.width) + " x " + std::to_string(plan.height);
+    text += plan.rate > 0 ? ", " + std::to_string(plan.rate) + " a second" : "";
+    return text + (plan.threads > 1 ? ", from " + Count(plan.threads, "thread") : "");
 }
 
-/// Whether the library of a device path is in this process.
-bool IsLoaded(const std::string& path) {
-    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    return library != nullptr && dlclose(library) == 0;
-}
+// --- The table of requests ----------------------------------------------------------------------
 
-/// The requests that a session worked on, as in "1 Night".
-std::string WorkOf(uint64_t session, const Camera& camera) {
-    Texts texts;
-    for (size_t i = 0; i < camera.Requests().size(); ++i) {
-        if (const Request& request = *camera.Requests()[i]; request.session == session) {
-            texts.push_back(std::to_string(i + 1) + " " + request.step.feature);
+using Moment = std::optional<Clock::time_point> Moments::*;
+constexpr Moment kColumns[] = {&Moments::returned, &Moments::metadata, &Moments::buffer,
+                               &Moments::released, &Moments::completed};
+constexpr size_t kLast = std::size(kColumns) - 1;
+
+struct Row {
+    const Request* request;
+    Moments moments;
+
+    /// Milliseconds from the submission to the moment of a column.
+    std::optional<double> Time(size_t column) const {
+        const auto moment = moments.*kColumns[column];
+        if (!moment.has_value() || !moments.submitted.has_value()) {
+            return std::nullopt;
         }
+        return std::chrono::duration<double, std::milli>(*moment - *moments.submitted).count();
     }
-    return Joined(texts, "nothing");
+};
+
+std::string StatusOf(const Request& request) {
+    if (!request.problem.empty()) {
+        return "not sent: " + request.problem;
+    }
+    if (request.status != 0U) {
+        return "refused, status " + std::to_string(request.status.value_or(0));
+    }
+    if (request.completion.has_value()) {
+        return *request.completion == 0 ? "ok"
+                                        : "error, status " + std::to_string(*request.completion);
+    }
+    return "never completed";
 }
 
-std::string LeftAlive(const standin::Alive& alive) {
-    const std::pair<size_t, const char*> kinds[] = {
-        {alive.sessions, "session"},
-        {alive.metadata, "metadata object"},
-        {alive.androidMetadata, "Android metadata object"},
-        {alive.bufferManagers, "buffer manager"},
-        {alive.imageBuffers, "image buffer"},
-        {alive.metadataOps, "metadata operation table"},
-        {alive.bufferOps, "buffer operation table"}};
-    Texts texts;
-    for (const auto& [count, name] : kinds) {
-        if (count > 0) {
-            texts.push_back(Count(count, name));
+void PrintCells(const std::string& name, const std::string& feature, const std::string& submitted,
+                const std::vector<std::optional<double>>& times, const std::string& end) {
+    printf("  %-9s %-10s %10s", name.c_str(), feature.c_str(), submitted.c_str());
+    for (const auto& time : times) {
+        printf(" %9s", time.has_value() ? Number(*time).c_str() : "-");
+    }
+    printf("%s%s\n", end.empty() ? "" : "  ", end.c_str());
+}
+
+void PrintRow(const Row& row, Clock::time_point start) {
+    const Request& request = *row.request;
+    std::vector<std::optional<double>> times;
+    for (size_t column = 0; column < std::size(kColumns); ++column) {
+        times.push_back(row.Time(column));
+    }
+    std::string submitted = "-";
+    if (row.moments.submitted.has_value()) {
+        const auto since = *row.moments.submitted - start;
+        submitted = Number(std::chrono::duration<double, std::milli>(since).count());
+    }
+    const bool isGood = request.completion == 0U &&
+                        (!request.judgement.has_value() || request.judgement->IsAsExpected());
+    std::string end = StatusOf(request);
+    if (request.judgement.has_value()) {
+        end += isGood ? ", right picture" : ", wrong picture: " + request.judgement->Describe();
+    }
+    PrintCells(
+        std::to_string(request.camera.Plan().id) + "/" + std::to_string(request.rtFrameNumber),
+        request.feature, submitted, times, Painted(isGood ? Colour::Plain : Colour::Bad, end));
+}
+
+/// A line with the value at this share of each column: 0.5 for the median, 1 for the worst.
+void PrintSummary(const char* name, const std::vector<Row>& rows, double share) {
+    std::vector<std::optional<double>> times;
+    for (size_t column = 0; column < std::size(kColumns); ++column) {
+        std::vector<double> values;
+        for (const Row& row : rows) {
+            if (const auto time = row.Time(column); time.has_value()) {
+                values.push_back(*time);
+            }
         }
+        std::sort(values.begin(), values.end());
+        const auto index = static_cast<size_t>(share * static_cast<double>(values.size()));
+        times.push_back(values.empty() ? std::nullopt
+                                       : std::optional(values[std::min(index, values.size() - 1)]));
     }
-    return Joined(texts, "nothing");
+    PrintCells(name, "", "", times, "");
 }
 
-/// Each feature has one session, each session one feature, and no other was opened.
-bool AreSessionsRight(const standin::Control& device, const Camera& camera) {
-    std::map<std::string, uint64_t> ofFeature;
-    std::set<uint64_t> all;
-    bool same = true;
-    for (const auto& request : camera.Requests()) {
-        const auto known = ofFeature.try_emplace(request->step.feature, request->session).first;
-        same &= known->second == request->session;
-        all.insert(request->session);
-    }
-    return same && all.size() == ofFeature.size() &&
-           device.CallCount(Entry::OpenSession) == all.size();
+/// The slower it was completed, the further in front; what was not completed comes first.
+bool IsSlower(const Row& one, const Row& other) {
+    return one.Time(kLast).value_or(1e12) > other.Time(kLast).value_or(1e12);
 }
 
 } // namespace
 
-void PrintPlan(const std::string& library, const Fault* fault, const Plan& plan) {
-    printf("%s\n", Painted(Colour::Strong, "Adapter " + library).c_str());
-    if (fault != nullptr) {
-        Row(std::string("fault ") + fault->name, fault->what);
+void PrintFact(const std::string& heading, const std::string& fact) {
+    printf("%-10s %s\n", heading.c_str(), fact.c_str());
+}
+
+void PrintScenario(const Scenario& scenario, const std::string& library) {
+    printf("%s  %s\n", Painted(Colour::Strong, scenario.name).c_str(), scenario.shows.c_str());
+    PrintFact("adapter", library);
+    for (const CameraPlan& plan : scenario.cameras) {
+        PrintFact("camera " + std::to_string(plan.id), Describe(plan));
     }
-    if (plan.endsInAbort) {
-        Row("expected", "an error line, and the end of this process by SIGABRT");
+    for (const Fault& fault : scenario.faults) {
+        PrintFact("fault", fault.text);
+    }
+    if (scenario.expect.abort) {
+        PrintFact("expected", "an error line, and the end of this process by SIGABRT");
     }
 }
 
-void PrintLibraries(const standin::Control& device, PlatFormIntCallbacks table) {
-    Heading("Device libraries");
-    for (const auto& call : device.Calls(Entry::LibraryOpen)) {
-        const bool found = IsLoaded(call.text);
-        Row(call.text, found ? "found" : "refused", found ? Colour::Good : Colour::Bad);
-    }
-    const std::pair<void*, const char*> setters[] = {
-        {table.GetNCSCallback(&table), "NCS"},
-        {table.GetHWCallback(&table), "hardware"},
-        {table.GetPerfCallback(&table), "performance"}};
-    Texts bound;
-    for (const auto& [function, name] : setters) {
-        if (function != nullptr) {
-            bound.emplace_back(name);
+void PrintRequests(const Run& run) {
+    std::vector<Row> rows;
+    for (const auto& camera : run.Cameras()) {
+        for (const auto& request : camera->Requests()) {
+            rows.push_back({request.get(), request->When()});
         }
     }
-    Row("callback setters", Joined(bound, "none"));
+    std::vector<Row> shown = rows;
+    if (rows.size() > kMostRows) {
+        std::stable_sort(shown.begin(), shown.end(), IsSlower);
+        shown.resize(kWorstRows);
+    }
+    printf("\n  %-9s %-10s %10s %9s %9s %9s %9s %9s\n", "request", "feature", "at ms", "returned",
+           "metadata", "buffer", "release", "complete");
+    for (const Row& row : shown) {
+        PrintRow(row, run.Start());
+    }
+    if (shown.size() < rows.size()) {
+        printf("  (the %zu slowest of %zu requests)\n", shown.size(), rows.size());
+    }
+    if (rows.size() > 1) {
+        PrintSummary("median", rows, 0.5);
+        PrintSummary("worst", rows, 1);
+    }
+    printf("\n");
 }
 
-void PrintCamera(const standin::Control& device, const PlatFormIntCallbacks& table,
-                 const Plan& plan) {
-    Heading("Camera " + std::to_string(table.cameraId));
-    const std::string size = std::to_string(plan.width) + " x " + std::to_string(plan.height);
-    Row("rows read of the feature map", std::to_string(device.CallCount(Entry::GetList)));
-    Row("input stream", "RAW10, " + size);
-    Row("output stream", "YCbCr_420_888, " + size);
-}
-
-void PrintRequestHeading(size_t number, const Step& step) {
-    Heading("Request " + std::to_string(number) + ": " + step.feature + ", " +
-            Count(step.frames, "frame"));
-}
-
-void PrintRequest(const Request& request) {
-    if (request.IsAccepted()) {
-        printf("  %9.1f ms  %-10s  session %#" PRIx64 ", offline frame %d\n", request.returned,
-               "submitted", request.session, request.offlineFrame);
+void PrintOutcome(const Scenario& scenario, const Outcome& outcome) {
+    PrintFact("sessions", std::to_string(outcome.sessions) + " opened");
+    for (const std::string& violation : outcome.violations) {
+        const auto& expected = scenario.expect.violations;
+        const std::string rule = violation.substr(0, violation.find(' '));
+        const bool isExpected = std::find(expected.begin(), expected.end(), rule) != expected.end();
+        PrintFact(isExpected ? "expected" : "violation",
+                  Painted(isExpected ? Colour::Plain : Colour::Bad, violation));
     }
-    for (const Event& event : request.Events()) {
-        printf("  %9.1f ms  %-10s  %s\n", event.milliseconds, NameOf(event.kind),
-               request.Describe(event).c_str());
+    std::string text = std::to_string(outcome.completed) + " of " +
+                       Count(outcome.requests, "request") + " completed, " +
+                       Count(outcome.violations.size(), "violation") + " of the contract";
+    for (const std::string& unfulfilled : outcome.unfulfilled) {
+        PrintFact("unlike", Painted(Colour::Bad, unfulfilled));
     }
-    for (const std::string& finding : request.Findings()) {
-        printf("  %s\n", Painted(Colour::Bad, finding).c_str());
+    if (outcome.wasInterrupted) {
+        PrintFact("stopped", text);
+        return;
     }
-}
-
-void PrintSessions(const standin::Control& device, const Camera& camera) {
-    Heading("Offline sessions");
-    for (const auto& session : device.Sessions()) {
-        printf("  %#" PRIx64 "  %s, operation mode %#x%s, worked on %s\n", session.handle,
-               session.name.c_str(), session.config.opMode,
-               session.configured ? "" : ", not configured",
-               WorkOf(session.handle, camera).c_str());
-    }
-    Row("attempts to open one", std::to_string(device.CallCount(Entry::OpenSession)));
-    if (!AreSessionsRight(device, camera)) {
-        Row("", "not one session for each feature", Colour::Bad);
-    }
-    Row("buffers asked of the framework", std::to_string(camera.CountLent()));
-}
-
-bool PrintVerdict(const standin::Control& device, const Camera& camera) {
-    const auto& requests = camera.Requests();
-    const auto good = static_cast<size_t>(
-        std::count_if(requests.begin(), requests.end(),
-                      [](const auto& request) { return request->Findings().empty(); }));
-    const standin::Alive alive = device.CountAlive();
-    const Texts violations = device.Violations();
-    const bool isGood = good == requests.size() && AreSessionsRight(device, camera) &&
-                        alive.Total() == 0 && violations.empty();
-    Heading("Closed");
-    for (const std::string& violation : violations) {
-        printf("  violation: %s\n", Painted(Colour::Bad, violation).c_str());
-    }
-    const std::string verdict =
-        std::to_string(good) + " of " + Count(requests.size(), "request") +
-        " came back as they should; left alive in the vendor: " + LeftAlive(alive) + "; " +
-        Count(violations.size(), "violation") + " of the contract.";
-    printf("%s\n", Painted(isGood ? Colour::Good : Colour::Bad, verdict).c_str());
-    return isGood;
+    const bool isGood = outcome.unfulfilled.empty();
+    PrintFact(isGood ? "came true" : "failed", Painted(isGood ? Colour::Good : Colour::Bad, text));
 }
 
 } // namespace host

@@ -1,19 +1,20 @@
 /// What the host prints on standard output.
 #pragma once
 
-#include "host/host_camera.h"
+#include "host/run.h"
 
 namespace host {
 
-void PrintPlan(const std::string& library, const Fault* fault, const Plan& plan);
-void PrintLibraries(const standin::Control& device, PlatFormIntCallbacks table);
-void PrintCamera(const standin::Control& device, const PlatFormIntCallbacks& table,
-                 const Plan& plan);
-void PrintRequestHeading(size_t number, const Step& step);
-void PrintRequest(const Request& request);
-void PrintSessions(const standin::Control& device, const Camera& camera);
+/// What is about to run.
+void PrintScenario(const Scenario& scenario, const std::string& library);
 
-/// The last part. \returns whether everything came back as it should.
-bool PrintVerdict(const standin::Control& device, const Camera& camera);
+/// A row for each request, or for the ten slowest of many, with medians and worst at the bottom.
+void PrintRequests(const Run& run);
+
+/// A line under a short heading, as for a file that was written.
+void PrintFact(const std::string& heading, const std::string& fact);
+
+/// What came true and what did not.
+void PrintOutcome(const Scenario& scenario, const Outcome& outcome);
 
 } // namespace host

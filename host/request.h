@@ -2,97 +2,69 @@
 #pragma once
 
 #include "adapterlayer/oemlayer_host.h"
-#include "host/faults.h"
 #include "host/picture.h"
+#include "host/watch.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 namespace host {
 
 class Camera;
-using Texts = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
 
 /// An output buffer of the framework, in memory of this process.
 class OutputBuffer {
   public:
-    explicit OutputBuffer(const Scene& scene);
+    OutputBuffer(uint32_t width, uint32_t height);
     ~OutputBuffer();
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
 
     buffer_handle_t* Reference() { return &mHandle; }
-    std::span<const uint8_t> Pixels() const { return mPixels; }
+    const std::vector<uint8_t>& Pixels() const { return mPixels; }
 
   private:
-    std::vector<uint8_t> mPixels;
+    std::vector<uint8_t> mPixels; ///< NV12.
     buffer_handle_t mHandle;
 };
 
-/// One thing that came back.
-struct Event {
-    enum Kind { Metadata, Buffer, Release, Completion } kind;
-    double milliseconds;      ///< Since the request was submitted.
-    uint32_t frameNumber = 0; ///< Of the result.
-    uint32_t value = 0;       ///< Partial number, buffer status or completion status.
-    bool isOurs = false;      ///< The output buffer of the request, and no other.
+/// When what happened to a request.
+struct Moments {
+    std::optional<Clock::time_point> submitted, returned, metadata, buffer, released, completed;
 };
-const char* NameOf(Event::Kind kind);
 
-/// Starts with the record that the library gets, so that callbacks find their request.
-///
-/// Until it is submitted it is the host's thread's, then the vendor's threads' until the
-/// completion.
+/// Starts with the record that the library gets, so that callbacks find their request. It is the
+/// host's thread's until it is submitted, then the vendor's threads' until the completion.
 struct Request : OemLayer::RequestPrivData {
-    // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
-    Request(Camera& owner, const Step& what, const Scene& seen)
-        : RequestPrivData{}, camera(owner), step(what), scene(seen), output(seen) {}
+    Request(Camera& owner, std::string name, uint32_t number, uint32_t width, uint32_t height);
 
     Camera& camera;
-    const Step step;
-    const Scene& scene;
-    std::vector<Exposure> frames;
+    const uint32_t index; ///< Among the camera's requests.
+    std::string feature;
+    std::vector<Exposure> frames; ///< That the vendor merges.
     OutputBuffer output;
     std::vector<void*> rawBuffers;
+    std::vector<void*> yuvBuffers;
     std::vector<void*> metadata;
-    uint32_t expectedFrame = 0;
-    uint32_t expectedReports = 1; ///< How often each result is reported.
-    std::string problem;          ///< Why it was not submitted; empty if it was.
-    uint32_t status = 0;          ///< Of the submission.
-    std::chrono::steady_clock::time_point submitted;
-    double returned = 0;      ///< Milliseconds until the submission had returned.
-    uint64_t session = 0;     ///< That the device worked on it in; 0 for none.
-    int32_t offlineFrame = 0; ///< The device's number for it.
+    RequestWatch watch;
 
-    bool IsAccepted() const { return problem.empty() && status == 0; }
-    double Elapsed() const; ///< Milliseconds since the submission.
+    /// Notes the time of an event, once.
+    void Note(std::optional<Clock::time_point> Moments::*event);
+    Moments When() const;
 
-    /// What came back so far. From any thread.
-    void Record(const Event& event);
-    std::vector<Event> Events() const;
-
-    /// \returns false if the completion does not come in time.
-    bool WaitForCompletion();
-
-    std::string Describe(const Event& event) const;
-
-    /// What did not come back as it should, one line each.
-    Texts Findings() const;
+    std::string problem;                ///< Why it was not submitted; empty if it was.
+    std::optional<uint32_t> status;     ///< Of the submission, once it returned.
+    std::optional<uint32_t> completion; ///< Its status, once the request is completed.
+    bool isLost = false;                ///< Its session was closed before its completion.
+    std::optional<Judgement> judgement; ///< Of its picture.
 
   private:
-    std::string DescribePicture() const;
-    const Judgement& Judged() const; ///< Once the picture is there.
-    std::multiset<std::string> Expected() const;
-
     mutable std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::vector<Event> mEvents;
-    mutable std::optional<Judgement> mJudgement;
+    Moments mMoments;
 };
 
 } // namespace host

@@ -1,0 +1,244 @@
+#include "host/run.h"
+
+#include "host/timeline.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+#include <thread>
+#include <unistd.h>
+
+namespace host {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::atomic<bool> g_interrupted = false;
+
+bool IsInterrupted() { return g_interrupted; }
+
+/// A line on standard error that tells how far something is, once it takes more than two seconds. On
+/// a terminal it changes in place, elsewhere there is a new one from time to time.
+class Progress {
+  public:
+    explicit Progress(std::function<std::string()> describe)
+        : mDescribe(std::move(describe)), mThread([this] { Show(); }) {}
+    ~Progress() {
+        {
+            const std::lock_guard lock(mMutex);
+            mIsOver = true;
+        }
+        mWake.notify_all();
+        mThread.join();
+    }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+  private:
+    void Show() {
+        const bool isTerminal = isatty(STDERR_FILENO) != 0;
+        const char* const form = isTerminal ? "\r\033[K%s" : "%s\n";
+        bool wasShown = false;
+        std::unique_lock lock(mMutex);
+        for (Clock::duration pause = 2s; !mWake.wait_for(lock, pause, [this] { return mIsOver; });
+             pause = isTerminal ? 200ms : 5s) {
+            (void)fprintf(stderr, form, mDescribe().c_str());
+            wasShown = true;
+        }
+        if (wasShown && isTerminal) {
+            (void)fprintf(stderr, form, "");
+        }
+    }
+
+    const std::function<std::string()> mDescribe;
+    std::mutex mMutex;
+    std::condition_variable mWake;
+    bool mIsOver = false;
+    std::thread mThread;
+};
+
+/// How many requests of a camera may be in flight.
+uint32_t LimitOf(const CameraPlan& plan) {
+    if (plan.inFlight > 0) {
+        return plan.inFlight;
+    }
+    return plan.rate > 0 ? UINT32_MAX : plan.threads;
+}
+
+std::string Joined(const std::set<std::string>& texts) {
+    std::string joined;
+    for (const std::string& text : texts) {
+        joined += (joined.empty() ? "" : ", ") + text;
+    }
+    return joined.empty() ? "none" : joined;
+}
+
+} // namespace
+
+void Run::Interrupt() { g_interrupted = true; }
+
+Run::Run(const Scenario& scenario, const std::string& library)
+    : mScenario(scenario), mLibrary(library) {
+    standin::Control& device = *StandinControl();
+    device.SetShape(scenario.shape);
+    device.SetOrder(scenario.order, scenario.seed);
+    device.SetDelivery(scenario.delivery);
+    device.SetLatency(std::chrono::milliseconds(scenario.latencyMilliseconds));
+    device.SetAsksForFrameworkBuffers(scenario.frameworkBuffers);
+    device.SetRecording(false);
+    for (const Fault& fault : scenario.faults) {
+        fault.Apply(device);
+    }
+    for (const CameraPlan& plan : scenario.cameras) {
+        mScenes.push_back(scenario.scene.empty() ? Scene(plan.width, plan.height)
+                                                 : Scene(plan.width, plan.height, scenario.scene));
+    }
+}
+
+void Run::Go() {
+    timeline::NameLane("host");
+    mLibrary.Load();
+    uint32_t planned = 0;
+    for (size_t i = 0; i < mScenario.cameras.size(); ++i) {
+        planned += mScenario.cameras[i].requests;
+        mCameras.push_back(
+            std::make_unique<Camera>(mLibrary, mScenario.cameras[i], mScenario, mScenes[i]));
+    }
+    const Progress progress([&] {
+        uint32_t completed = 0;
+        for (const auto& camera : mCameras) {
+            completed += camera->CountCompleted();
+        }
+        return std::to_string(completed) + " of " + std::to_string(planned) + " requests completed";
+    });
+    mStart = Clock::now();
+    std::vector<std::thread> threads;
+    for (const auto& camera : mCameras) {
+        for (uint32_t i = 0; i < camera->Plan().threads; ++i) {
+            threads.emplace_back([this, &camera, i] { Drive(*camera, i); });
+        }
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
+    for (const auto& camera : mCameras) {
+        camera->WaitIdle(until);
+        camera->Close();
+    }
+    StandinControl()->CheckAllReturned();
+}
+
+/// Sends requests of a camera for as long as there are some. The work of one thread.
+void Run::Drive(Camera& camera, uint32_t thread) const {
+    const CameraPlan& plan = camera.Plan();
+    timeline::NameLane("host camera " + std::to_string(plan.id) + ", thread " +
+                       std::to_string(thread));
+    const auto patience = std::chrono::seconds(mScenario.patienceSeconds);
+    while (Request* const request = IsInterrupted() ? nullptr : camera.Prepare()) {
+        if (!request->problem.empty()) {
+            continue;
+        }
+        if (plan.rate > 0) {
+            std::this_thread::sleep_until(mStart + request->index * 1'000'000us / plan.rate);
+        }
+        if (!camera.TakeRoom(LimitOf(plan), Clock::now() + patience, IsInterrupted)) {
+            camera.Drop(*request, IsInterrupted() ? "interrupted" : "the time is up");
+            return;
+        }
+        camera.Send(*request);
+    }
+}
+
+// --- What came of it ----------------------------------------------------------------------------
+
+Outcome Run::Judge() {
+    Outcome outcome;
+    std::atomic<uint32_t> judged = 0;
+    const Progress progress([&] { return std::to_string(judged) + " pictures looked at"; });
+    for (const auto& camera : mCameras) {
+        for (const auto& request : camera->Requests()) {
+            Count(*request, outcome);
+            ++judged;
+        }
+    }
+    outcome.sessions =
+        static_cast<uint32_t>(StandinControl()->CallCount(standin::Entry::OpenSession));
+    outcome.violations = StandinControl()->Violations();
+    outcome.wasInterrupted = IsInterrupted();
+    Compare(outcome);
+    return outcome;
+}
+
+void Run::Count(Request& request, Outcome& outcome) const {
+    ++outcome.requests;
+    if (request.status.value_or(0) != 0) {
+        ++outcome.refused[*request.status];
+    } else if (request.completion.has_value()) {
+        ++outcome.completed;
+        outcome.errors += *request.completion;
+    } else if (request.status.has_value()) {
+        ++outcome.unanswered;
+    }
+    if (request.completion == 0U && mScenario.expect.pictures && !request.frames.empty()) {
+        request.judgement = host::Judge(SceneOf(request), request.frames, request.output.Pixels());
+        outcome.wrongPictures += request.judgement->IsAsExpected() ? 0 : 1;
+    }
+}
+
+const Scene& Run::SceneOf(const Request& request) const {
+    for (size_t i = 0; i < mCameras.size(); ++i) {
+        if (mCameras[i].get() == &request.camera) {
+            return mScenes[i];
+        }
+    }
+    return mScenes.front();
+}
+
+/// What was expected and did not come true.
+void Run::Compare(Outcome& outcome) const {
+    const Expectation& expect = mScenario.expect;
+    const auto compare = [&](const std::string& what, uint32_t found, uint32_t expected) {
+        if (found != expected) {
+            outcome.unfulfilled.push_back(what + ": " + std::to_string(expected) + " expected, " +
+                                          std::to_string(found) + " found");
+        }
+    };
+    compare("completed requests", outcome.completed, expect.completed.value_or(outcome.requests));
+    for (const uint32_t status : {1U, 4U}) {
+        const auto expected = expect.refused.find(status);
+        compare("submissions refused with status " + std::to_string(status),
+                outcome.refused[status], expected == expect.refused.end() ? 0 : expected->second);
+    }
+    compare("requests that were never completed", outcome.unanswered, expect.unanswered);
+    compare("completions with a failure", outcome.errors, expect.errors);
+    compare("sessions opened", outcome.sessions, expect.sessions.value_or(outcome.sessions));
+    compare("wrong pictures", outcome.wrongPictures, 0);
+    std::set<std::string> broken;
+    for (const std::string& violation : outcome.violations) {
+        broken.insert(violation.substr(0, violation.find(' ')));
+    }
+    const std::set<std::string> allowed(expect.violations.begin(), expect.violations.end());
+    if (broken != allowed) {
+        outcome.unfulfilled.push_back("rules broken: " + Joined(allowed) + " expected, " +
+                                      Joined(broken) + " found");
+    }
+    if (expect.abort) {
+        outcome.unfulfilled.emplace_back("the process should have ended by SIGABRT");
+    }
+}
+
+std::string Run::WritePicture(const std::string& file) const {
+    for (const auto& camera : mCameras) {
+        for (const auto& request : camera->Requests()) {
+            if (request->judgement.has_value()) {
+                WritePng(file, SceneOf(*request), request->frames.front(),
+                         request->output.Pixels());
+                return request->judgement->Describe();
+            }
+        }
+    }
+    return {};
+}
+
+} // namespace host

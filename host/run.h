@@ -1,0 +1,61 @@
+/// A scenario's run: cameras, their threads, and what came of it.
+#pragma once
+
+#include "host/host_camera.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// What came of a run.
+struct Outcome {
+    uint32_t requests = 0;
+    uint32_t completed = 0;
+    uint32_t errors = 0; ///< Completions with a failure.
+    uint32_t unanswered = 0;
+    uint32_t sessions = 0; ///< Attempts to open one.
+    uint32_t wrongPictures = 0;
+    std::map<uint32_t, uint32_t> refused; ///< How many submissions got which status.
+    std::vector<std::string> violations;
+    bool wasInterrupted = false;
+    std::vector<std::string> unfulfilled; ///< What was expected and did not come true.
+};
+
+class Run {
+  public:
+    /// Sets the device up as the scenario wants it. Throws where the scene or the library cannot be
+    /// used. The scenario must outlive the run.
+    Run(const Scenario& scenario, const std::string& library);
+
+    /// From the load to the destruction of the last camera. For the main thread.
+    void Go();
+
+    /// Looks at the pictures of the completed requests, and compares all with what was expected.
+    Outcome Judge();
+
+    /// Writes a frame of the first request with a picture beside that. \returns how good the picture
+    /// is, empty if there is none. Throws where the file cannot be written.
+    std::string WritePicture(const std::string& file) const;
+
+    const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
+    Clock::time_point Start() const { return mStart; }
+
+    /// Ends the current run early: no further request is sent. From a signal handler, too.
+    static void Interrupt();
+
+  private:
+    void Drive(Camera& camera, uint32_t thread) const;
+    void Count(Request& request, Outcome& outcome) const;
+    const Scene& SceneOf(const Request& request) const;
+    void Compare(Outcome& outcome) const;
+
+    const Scenario& mScenario;
+    Library mLibrary;
+    std::vector<Scene> mScenes; ///< One for each camera.
+    std::vector<std::unique_ptr<Camera>> mCameras;
+    Clock::time_point mStart;
+};
+
+} // namespace host

@@ -1,0 +1,84 @@
+/// What a run does, and what is expected of it.
+#pragma once
+
+#include "standin/control.h"
+
+#include <system/graphics-base.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// Something that goes wrong at the device: "fail ENTRY [NTH [TIMES]]", "missing ENTRY",
+/// "refuse PATH" or "variant PATH FILE".
+struct Fault {
+    std::string text;
+
+    /// \returns what is wrong with the text, empty if nothing is. Nothing is done yet.
+    std::string Check() const;
+    void Apply(standin::Control& device) const;
+};
+extern const char* const kFaultForms; ///< For people: the forms of the text.
+
+/// A camera of a run.
+struct CameraPlan {
+    uint32_t id = 0;
+    /// Formats of the input streams; two raw ones are dual RDI.
+    std::vector<int32_t> inputs = {HAL_PIXEL_FORMAT_RAW10};
+    uint32_t width = 1600;
+    uint32_t height = 1200;
+    std::vector<std::string> features = {"Night"}; ///< Requests take them in turn.
+    uint32_t frames = 8;                           ///< Input sets of a request.
+    uint32_t requests = 3;
+    uint32_t rate = 0;     ///< Requests a second; 0 for as fast as `inFlight` lets them.
+    uint32_t inFlight = 0; ///< Most at once; 0 for one, or with a rate for any number.
+    uint32_t threads = 1;
+    bool sendsOutput = true;
+    bool lends = false;         ///< The output's buffer goes to the session when it asks.
+    uint32_t announcedSets = 0; ///< Where a request announces another number than it has.
+    uint32_t flushAfter = 0;    ///< Flush before the request with this index; 0 for never.
+    uint32_t heldAtFlush = 0;   ///< Requests that the vendor still works on at the flush.
+
+    bool IsDualRdi() const;
+};
+
+/// What shall have come true when a run is over.
+struct Expectation {
+    std::optional<uint32_t> completed;    ///< Requests. By default all.
+    std::map<uint32_t, uint32_t> refused; ///< How many submissions got which status.
+    uint32_t unanswered = 0;              ///< Accepted requests that were never completed.
+    uint32_t errors = 0;                  ///< Completions with a failure.
+    std::optional<uint32_t> sessions;     ///< Attempts to open one.
+    bool pictures = true;                 ///< Each completed request has its picture.
+    bool abort = false;                   ///< The process ends by SIGABRT.
+    std::vector<std::string> violations;  ///< Numbers of the rules that are broken.
+};
+
+struct Scenario {
+    std::string name;
+    std::string shows; ///< In a line.
+    std::vector<CameraPlan> cameras;
+    standin::Shape shape = standin::Shape::MetadataFirst;
+    standin::Order order = standin::Order::InOrder;
+    standin::Delivery delivery = standin::Delivery::OnSessionThread;
+    uint32_t latencyMilliseconds = 0;
+    bool frameworkBuffers = false; ///< Sessions ask for their output buffers.
+    std::vector<Fault> faults;
+    uint32_t seed = 1;
+    uint32_t patienceSeconds = 0; ///< For what is in flight at the end.
+    std::string scene; ///< A PNG file to photograph; empty for the one that the host draws.
+    Expectation expect;
+
+    /// Reads a file. Throws InputError, which names file, line, and what was expected.
+    static Scenario Read(const std::string& file);
+
+    /// Whether the cameras' plans can be run. \returns what is wrong, empty if nothing is.
+    std::string Check() const;
+};
+
+const std::map<std::string, standin::Shape>& Shapes(); ///< By their names for people.
+
+} // namespace host

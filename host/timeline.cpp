@@ -1,0 +1,178 @@
+#include "host/timeline.h"
+
+#include <cutils/trace.h>
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+#include <vector>
+
+namespace host::timeline {
+namespace {
+
+constexpr int kProcess = 1;
+constexpr int64_t kNoFrame = -1;
+
+struct Event {
+    char phase; ///< As in the trace event format.
+    double microseconds;
+    std::string name;
+    int64_t value; ///< A frame, the number of an arrow, or a count.
+};
+
+/// Written by its own thread alone.
+struct Lane {
+    std::string name;
+    std::vector<Event> events;
+};
+
+struct Recording {
+    std::mutex mutex; ///< Guards the list, and the count with its lane.
+    std::deque<Lane> lanes;
+    Lane counts;
+    int64_t inFlight = 0;
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+std::atomic<Recording*> g_recording =
+    nullptr; // Never freed: the device's threads may outlive main.
+
+double Now(const Recording& recording) {
+    const auto elapsed = std::chrono::steady_clock::now() - recording.start;
+    return std::chrono::duration<double, std::micro>(elapsed).count();
+}
+
+Lane& OwnLane(Recording& recording) {
+    thread_local Lane* lane = nullptr;
+    if (lane == nullptr) {
+        const std::lock_guard lock(recording.mutex);
+        lane = &recording.lanes.emplace_back();
+        lane->name = "thread " + std::to_string(recording.lanes.size());
+    }
+    return *lane;
+}
+
+void Add(char phase, const char* name, int64_t value) {
+    if (Recording* const recording = g_recording; recording != nullptr) {
+        OwnLane(*recording).events.push_back({phase, Now(*recording), name, value});
+    }
+}
+
+/// What the device does.
+class DeviceObserver : public standin::Observer {
+  public:
+    void NameThread(const std::string& name) override { NameLane(name); }
+    void Begin(const char* what) override { Add('B', what, kNoFrame); }
+    void End() override { Add('E', "", kNoFrame); }
+};
+
+nlohmann::json ToJson(const Event& event, size_t lane) {
+    nlohmann::json json{{"ph", std::string(1, event.phase)},
+                        {"pid", kProcess},
+                        {"tid", lane},
+                        {"ts", event.microseconds},
+                        {"name", event.name}};
+    if (event.phase == 'C') {
+        json["args"] = {{"requests", event.value}};
+    } else if (event.phase != 'B' && event.phase != 'E') {
+        json.update({{"cat", "request"}, {"id", event.value}, {"bp", "e"}});
+    } else if (event.value != kNoFrame) {
+        json["args"] = {{"frame", event.value}};
+    }
+    return json;
+}
+
+void WriteLane(std::ofstream& out, const Lane& lane, size_t number) {
+    const nlohmann::json name{{"ph", "M"},
+                              {"pid", kProcess},
+                              {"tid", number},
+                              {"name", "thread_name"},
+                              {"args", {{"name", lane.name}}}};
+    out << ",\n" << name;
+    std::vector<Event> open; // Some viewers want an end to be called as its beginning.
+    for (Event event : lane.events) {
+        if (event.phase == 'B') {
+            open.push_back(event);
+        } else if (event.phase == 'E') {
+            event.name = open.back().name;
+            event.value = open.back().value;
+            open.pop_back();
+        }
+        out << ",\n" << ToJson(event, number);
+    }
+}
+
+} // namespace
+
+void Start() {
+    static DeviceObserver observer;
+    g_recording = new Recording;
+    StandinControl()->SetObserver(&observer);
+    StandinControl()->SetTracePoints(true);
+}
+
+void NameLane(const std::string& name) {
+    if (Recording* const recording = g_recording; recording != nullptr) {
+        OwnLane(*recording).name = name;
+    }
+}
+
+Slice::Slice(const char* what, int64_t frame) { Add('B', what, frame); }
+Slice::~Slice() { Add('E', "", kNoFrame); }
+
+void Draw(Arrow arrow, uint64_t request) {
+    Add(static_cast<char>(arrow), "request", static_cast<int64_t>(request));
+}
+
+void CountInFlight(int64_t change) {
+    if (Recording* const recording = g_recording; recording != nullptr) {
+        const std::lock_guard lock(recording->mutex);
+        recording->inFlight += change;
+        recording->counts.events.push_back(
+            {'C', Now(*recording), "requests in flight", recording->inFlight});
+    }
+}
+
+void Write(const std::string& file) {
+    Recording* const recording = g_recording;
+    if (recording == nullptr) {
+        return;
+    }
+    const std::lock_guard lock(recording->mutex);
+    const auto folder = std::filesystem::path(file).parent_path();
+    std::error_code ignored; // The open tells.
+    std::filesystem::create_directories(folder, ignored);
+    std::ofstream out(file);
+    out << R"({"traceEvents": [{"ph": "M", "pid": 1, "name": "process_name", )"
+        << R"("args": {"name": "host, adapter and stand-in device"}})";
+    recording->counts.name = "counters";
+    WriteLane(out, recording->counts, 0);
+    for (size_t i = 0; i < recording->lanes.size(); ++i) {
+        WriteLane(out, recording->lanes[i], i + 1);
+    }
+    out << "\n]}\n";
+    out.close();
+    if (!out) {
+        throw std::runtime_error(file + ": the trace cannot be written");
+    }
+}
+
+} // namespace host::timeline
+
+// The library's trace sections. These definitions win over the platform library's.
+extern "C" {
+__attribute__((visibility("default"))) uint64_t atrace_get_enabled_tags();
+__attribute__((visibility("default"))) void atrace_begin_body(const char* name);
+__attribute__((visibility("default"))) void atrace_end_body();
+
+uint64_t atrace_get_enabled_tags() {
+    return host::timeline::g_recording.load() != nullptr ? ATRACE_TAG_CAMERA | ATRACE_TAG_HAL : 0;
+}
+void atrace_begin_body(const char* name) {
+    host::timeline::Add('B', name, host::timeline::kNoFrame);
+}
+void atrace_end_body() { host::timeline::Add('E', "", host::timeline::kNoFrame); }
+}

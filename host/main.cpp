@@ -156,19 +156,19 @@ std::string ChooseLibrary(const Options& options, const Scenario& scenario) {
 }
 
 /// The second Ctrl-C ends the process as usual.
-void OnInterrupt(int /*signal*/) { Run::Interrupt(); }
+void OnInterrupt(int /*signal*/) {
+    Run::Interrupt();
+    (void)std::signal(SIGINT, SIG_DFL);
+}
 
-void OnExpectedAbort(int /*signal*/) {
+[[noreturn]] void OnExpectedAbort(int /*signal*/) {
     constexpr char kText[] = "came true  the process ended by SIGABRT\n";
     (void)!write(STDOUT_FILENO, kText, sizeof kText - 1);
     _exit(kCameTrue);
 }
 
 void HandleSignals(const Scenario& scenario) {
-    struct sigaction action {};
-    action.sa_handler = OnInterrupt;
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-    sigaction(SIGINT, &action, nullptr);
+    (void)std::signal(SIGINT, OnInterrupt);
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }

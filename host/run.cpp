@@ -11,7 +11,11 @@
 namespace host {
 namespace {
 
-using namespace std::chrono_literals;
+constexpr std::chrono::seconds kFirstPause{2}; // Before progress is worth a line.
+constexpr std::chrono::seconds kPause{5};
+constexpr std::chrono::milliseconds kTerminalPause{200};
+
+constexpr uint32_t kMicroseconds = 1'000'000; // In a second.
 
 std::atomic<bool> g_interrupted = false;
 
@@ -40,8 +44,9 @@ class Progress {
         const char* const form = isTerminal ? "\r\033[K%s" : "%s\n";
         bool wasShown = false;
         std::unique_lock lock(mMutex);
-        for (Clock::duration pause = 2s; !mWake.wait_for(lock, pause, [this] { return mIsOver; });
-             pause = isTerminal ? 200ms : 5s) {
+        for (Clock::duration pause = kFirstPause;
+             !mWake.wait_for(lock, pause, [this] { return mIsOver; });
+             pause = isTerminal ? Clock::duration(kTerminalPause) : kPause) {
             (void)fprintf(stderr, form, mDescribe().c_str());
             wasShown = true;
         }
@@ -140,7 +145,8 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
             continue;
         }
         if (plan.rate > 0) {
-            std::this_thread::sleep_until(mStart + request->index * 1'000'000us / plan.rate);
+            std::this_thread::sleep_until(
+                mStart + request->index * std::chrono::microseconds(kMicroseconds) / plan.rate);
         }
         if (!camera.TakeRoom(LimitOf(plan), Clock::now() + patience, IsInterrupted)) {
             camera.Drop(*request, IsInterrupted() ? "interrupted" : "the time is up");

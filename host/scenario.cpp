@@ -36,12 +36,6 @@ const std::map<std::string, int32_t>& Formats() {
     return formats;
 }
 
-const std::map<std::string, Order> kOrders{{"in-order", Order::InOrder},
-                                           {"shuffled", Order::Shuffled}};
-const std::map<std::string, Delivery> kDeliveries{{"session-thread", Delivery::OnSessionThread},
-                                                  {"in-call", Delivery::OnCallerThread},
-                                                  {"never", Delivery::ByHand}};
-
 std::vector<std::string> Words(const std::string& text) {
     std::istringstream stream(text);
     return {std::istream_iterator<std::string>(stream), {}};
@@ -176,8 +170,12 @@ std::vector<Fault> ReadFaults(const Located& json) {
 void ReadVendor(const Located& json, Scenario& scenario) {
     json.AllowKeys({"shape", "order", "delivery", "latency", "frameworkBuffers", "faults"});
     scenario.shape = json.Choice("shape", scenario.shape, Shapes());
-    scenario.order = json.Choice("order", scenario.order, kOrders);
-    scenario.delivery = json.Choice("delivery", scenario.delivery, kDeliveries);
+    scenario.order = json.Choice<Order>(
+        "order", scenario.order, {{"in-order", Order::InOrder}, {"shuffled", Order::Shuffled}});
+    scenario.delivery = json.Choice<Delivery>("delivery", scenario.delivery,
+                                              {{"session-thread", Delivery::OnSessionThread},
+                                               {"in-call", Delivery::OnCallerThread},
+                                               {"never", Delivery::ByHand}});
     scenario.latencyMilliseconds = json.Number("latency", 0, 0, 10'000);
     scenario.frameworkBuffers = json.Flag("frameworkBuffers", false);
     if (json.Has("faults")) {

@@ -62,7 +62,7 @@ void Add(char phase, const char* name, int64_t value) {
 }
 
 /// What the device does.
-class DeviceObserver : public standin::Observer {
+class DeviceObserver final : public standin::Observer {
   public:
     void NameThread(const std::string& name) override { NameLane(name); }
     void Begin(const char* what) override { Add('B', what, kNoFrame); }
@@ -121,6 +121,7 @@ void NameLane(const std::string& name) {
 }
 
 Slice::Slice(const char* what, int64_t frame) { Add('B', what, frame); }
+// NOLINTNEXTLINE(bugprone-exception-escape): without memory the program may end
 Slice::~Slice() { Add('E', "", kNoFrame); }
 
 void Draw(Arrow arrow, uint64_t request) {

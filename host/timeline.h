@@ -19,7 +19,7 @@ void NameLane(const std::string& name);
 class Slice {
   public:
     explicit Slice(const char* what, int64_t frame = -1);
-    ~Slice();
+    ~Slice(); // NOLINT(bugprone-exception-escape): as there
     Slice(const Slice&) = delete;
     Slice& operator=(const Slice&) = delete;
 };

@@ -151,6 +151,8 @@ void Control::State::SetTraceBit(bool on) {
         *pTraceByte = on ? *pTraceByte | kTraceBit : *pTraceByte & ~kTraceBit;
 }
 
+Observer::~Observer() = default;
+
 Control::Control() : mState(std::make_unique<State>()) { mState->deviceRoot = OwnDeviceRoot(); }
 
 Control::~Control() = default;
@@ -202,7 +204,7 @@ void Control::SetShape(Shape shape) { mState->Lock()->script.shape = shape; }
 void Control::SetOrder(Order order, uint32_t seed) {
     const auto state = mState->Lock();
     state->script.order = order;
-    state->script.random.seed(seed);
+    state->script.random = seed;
 }
 
 void Control::SetObserver(Observer* observer) { mState->observer = observer; }

@@ -122,7 +122,8 @@ class Observer {
     virtual void End() = 0; ///< Of what was begun last on this thread.
 
   protected:
-    ~Observer() = default;
+    Observer() = default;
+    virtual ~Observer();
 };
 
 /// A set of buffers as it stood during the execute call, with the format records that it pointed

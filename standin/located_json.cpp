@@ -9,6 +9,8 @@ namespace {
 
 using nlohmann::json;
 
+std::string Quoted(const std::string& text) { return "'" + text + "'"; }
+
 /// Follows a parser, and notes on which line each value starts.
 class LineFinder {
   public:
@@ -28,7 +30,7 @@ class LineFinder {
         if (event == Event::key) {
             mOpen.back().step = parsed.get<std::string>();
             if (lines.contains(Pointer()))
-                throw InputError("'" + mOpen.back().step + "' stands there twice");
+                throw InputError(Quoted(mOpen.back().step) + " stands there twice");
             lines[Pointer()] = Line();
         } else if (event == Event::object_end || event == Event::array_end) {
             mOpen.pop_back();
@@ -115,13 +117,13 @@ void Located::AllowKeys(const std::vector<std::string>& keys) const {
         Fail("must be an object with some of the keys " + names);
     for (const auto& [key, value] : mValue->items()) {
         if (std::find(keys.begin(), keys.end(), key) == keys.end())
-            (*this)[key].Refuse("'" + key + "' is not among the keys that there are: " + names);
+            (*this)[key].Refuse(Quoted(key) + " is not among the keys that there are: " + names);
     }
 }
 
 Located Located::operator[](const std::string& key) const {
     if (!Has(key))
-        Fail("must have the key '" + key + "'");
+        Fail("must have the key " + Quoted(key));
     return {mFile, &mValue->at(key), mPointer + "/" + key};
 }
 

@@ -12,9 +12,7 @@
 namespace standin {
 
 /// What is wrong, as in "night.json:7: 'frames' is 13, and must be a whole number from 1 to 12".
-struct InputError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+using InputError = std::invalid_argument;
 
 /// A value in a file. The members that read throw InputError where the value is not what they want.
 class Located {

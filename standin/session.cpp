@@ -113,7 +113,9 @@ void Session::Run() {
 /// The job whose turn it is. The state's mutex is held.
 Job Session::TakeNext() {
     auto& script = Device().script;
-    const size_t index = script.order == Order::Shuffled ? script.random() % mQueue.size() : 0;
+    script.random = script.random * 1664525 + 1013904223;
+    const size_t index =
+        script.order == Order::Shuffled ? (script.random >> 16) % mQueue.size() : 0;
     const auto place = mQueue.begin() + static_cast<std::ptrdiff_t>(index);
     Job job = std::move(*place);
     mQueue.erase(place);

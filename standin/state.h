@@ -11,7 +11,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <random>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -136,7 +135,7 @@ struct Script {
     Delivery delivery = Delivery::OnSessionThread;
     Shape shape = Shape::MetadataFirst;
     Order order = Order::InOrder;
-    std::minstd_rand random;
+    uint32_t random = 0; ///< The last number of the sequence that shuffles.
     std::chrono::microseconds latency{};
     bool asksForFrameworkBuffers = false;
     bool recording = true;

@@ -103,6 +103,8 @@ TEST(Scenario, ThatCannotBeReadIsNamed) {
     }
 }
 
+namespace {
+
 struct FaultCase {
     const char* fault;
     uint32_t completed;
@@ -112,6 +114,8 @@ struct FaultCase {
 };
 void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.fault; }
 class RunWithFault : public testing::TestWithParam<FaultCase> {};
+
+} // namespace
 
 TEST_P(RunWithFault, FindsWhatItDoes) {
     Outcome outcome = RunText(WithFault(GetParam().fault));
@@ -127,7 +131,7 @@ TEST_P(RunWithFault, FindsWhatItDoes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    , RunWithFault,
+    Each, RunWithFault,
     testing::Values(
         FaultCase{"fail OpenSession", 0, {{4, 3}}, 0, {}},
         FaultCase{"missing OpenSession", 0, {{4, 3}}, 0, {}},

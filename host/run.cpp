@@ -172,7 +172,9 @@ Outcome Run::Judge() {
         static_cast<uint32_t>(StandinControl()->CallCount(standin::Entry::OpenSession));
     outcome.violations = StandinControl()->Violations();
     outcome.wasInterrupted = IsInterrupted();
-    Compare(outcome);
+    if (!outcome.wasInterrupted) {
+        Compare(outcome);
+    }
     return outcome;
 }
 

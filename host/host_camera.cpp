@@ -17,8 +17,9 @@ using OemLayer::RequestPrivData;
 using timeline::Arrow;
 using timeline::Slice;
 
-constexpr uint32_t kFirstFrame = 101; // Far from the vendor's own frame numbers.
-constexpr uint32_t kPartialBase = 2;  // The real-time results' own partial numbers end here.
+constexpr uint32_t kFirstFrame = 101;      // Far from the vendor's own frame numbers.
+constexpr uint32_t kFramesOfCamera = 1000; // So that each camera's pictures are its own.
+constexpr uint32_t kPartialBase = 2;       // The real-time results' own partial numbers end here.
 constexpr uint32_t kMetadataPartial = kPartialBase + 255;
 constexpr int kOverwritten = 0xEE;
 constexpr uint64_t kSessionParameters = 0;       // Opaque to all but the framework.
@@ -100,9 +101,11 @@ Request* Camera::NextRequest() {
     if (index == mPlan.requests) {
         return nullptr;
     }
+    const uint32_t frame = kFirstFrame + kFramesOfCamera * mPlan.id + index;
     const std::string name =
-        "camera " + std::to_string(mPlan.id) + ", frame " + std::to_string(kFirstFrame + index);
+        "camera " + std::to_string(mPlan.id) + ", frame " + std::to_string(frame);
     mRequests.push_back(std::make_unique<Request>(*this, name, index, mPlan.width, mPlan.height));
+    mRequests.back()->rtFrameNumber = frame;
     return mRequests.back().get();
 }
 
@@ -111,7 +114,6 @@ Request* Camera::Prepare() {
     if (request == nullptr) {
         return nullptr;
     }
-    request->rtFrameNumber = kFirstFrame + request->index;
     const Slice slice("prepare", request->rtFrameNumber);
     request->feature = mPlan.features[request->index % mPlan.features.size()];
     for (camera3_stream& stream : mInputStreams) {
@@ -197,7 +199,7 @@ void Camera::TakeMetadata(Request& request) {
 
 void Camera::Send(Request& request) {
     if (mPlan.flushAfter > 0 && request.index == mPlan.flushAfter) {
-        Flush();
+        FlushInBetween();
     }
     const bool isHeld =
         request.index < mPlan.flushAfter && request.index + mPlan.heldAtFlush >= mPlan.flushAfter;
@@ -211,6 +213,10 @@ void Camera::Send(Request& request) {
                           .buffer = request.output.Reference()});
     {
         const std::shared_lock lock(mFlushMutex);
+        {
+            const std::lock_guard countLock(mMutex);
+            ++mInVendor;
+        }
         request.Note(&Moments::submitted);
         request.status = Submit(request);
         request.Note(&Moments::returned);
@@ -261,16 +267,21 @@ camera3_stream_buffer Camera::StreamBuffer(buffer_handle_t* handle) {
 
 // --- Camera: the end of requests that are not completed ------------------------------------------
 
-/// Closes all sessions, when no submission is under way and the vendor has delivered all but what it
-/// holds: that is lost.
-void Camera::Flush() {
+/// When no submission is under way, and the vendor has delivered all but what it shall hold.
+void Camera::FlushInBetween() {
     const std::unique_lock lock(mFlushMutex);
-    StandinControl()->WaitIdle();
+    WaitForVendor(mPlan.heldAtFlush, Clock::now() + std::chrono::seconds(mScenario.patienceSeconds),
+                  [] { return false; });
+    Flush();
+    StandinControl()->SetDelivery(mScenario.delivery);
+}
+
+/// Closes all sessions. What the vendor still works on is lost.
+void Camera::Flush() {
     {
         const Slice slice("flush");
         mTable.Flush(&mTable);
     }
-    StandinControl()->SetDelivery(mScenario.delivery);
     const std::lock_guard listLock(mMutex);
     for (const auto& request : mRequests) {
         const bool isInFlight = request->status == 0U && !request->completion.has_value();
@@ -280,9 +291,16 @@ void Camera::Flush() {
             GiveBack(*request);
             timeline::CountInFlight(-1);
             --mInFlight;
+            --mInVendor;
         }
     }
     mChanged.notify_all();
+}
+
+/// Where the vendor did not close a session, it may go on with what was given up.
+bool Camera::IsLost(const Request& request) {
+    const std::lock_guard lock(mMutex);
+    return request.isLost;
 }
 
 void Camera::Close() {
@@ -309,15 +327,19 @@ bool Camera::TakeRoom(uint32_t limit, Clock::time_point until,
     return true;
 }
 
-bool Camera::WaitIdle(Clock::time_point until) {
+void Camera::WaitForVendor(uint32_t limit, Clock::time_point until,
+                           const std::function<bool()>& isOver) {
     std::unique_lock lock(mMutex);
-    return mChanged.wait_until(lock, until, [this] { return mInFlight == 0; });
+    while (mInVendor > limit && !isOver() && Clock::now() < until) {
+        mChanged.wait_for(lock, kGlance);
+    }
 }
 
 void Camera::EndInFlight() {
     timeline::CountInFlight(-1);
     const std::lock_guard lock(mMutex);
     --mInFlight;
+    --mInVendor;
     mChanged.notify_all();
 }
 
@@ -375,14 +397,19 @@ int32_t Camera::Lend(const camera3_callback_ops* ops, uint32_t count,
 void Camera::OnRelease(Request& request) {
     const Slice slice("release", request.rtFrameNumber);
     request.watch.OnRelease();
-    request.Note(&Moments::released);
-    GiveBackBuffers(request);
+    if (!IsLost(request)) {
+        request.Note(&Moments::released);
+        GiveBackBuffers(request);
+    }
 }
 
 void Camera::OnCompletion(Request& request, uint32_t status) {
     const Slice slice("completion", request.rtFrameNumber);
     timeline::Draw(Arrow::End, ArrowOf(request));
     request.watch.OnCompletion(status);
+    if (IsLost(request)) {
+        return;
+    }
     request.Note(&Moments::completed);
     GiveBack(request);
     {

@@ -54,8 +54,9 @@ class Camera : private camera3_callback_ops {
     /// Instead of sending a prepared request.
     void Drop(Request& request, const std::string& why);
 
-    /// Waits until no request is in flight. \returns false where `until` comes first.
-    bool WaitIdle(Clock::time_point until);
+    /// Waits until the vendor works on no more than `limit` requests, `until` comes, or `isOver`.
+    void WaitForVendor(uint32_t limit, Clock::time_point until,
+                       const std::function<bool()>& isOver);
 
     /// Ends the camera. Requests that were not completed never will be.
     void Close();
@@ -74,10 +75,12 @@ class Camera : private camera3_callback_ops {
     void FillWrapper(OemLayer::OfflineDataWraper& wrapper, const Request& request);
     uint32_t Submit(Request& request);
     camera3_stream_buffer StreamBuffer(buffer_handle_t* handle);
+    void FlushInBetween();
     void Flush();
     void GiveBack(Request& request);
     void GiveBackBuffers(Request& request);
     void EndInFlight();
+    bool IsLost(const Request& request);
 
     void OnRelease(Request& request);
     void OnCompletion(Request& request, uint32_t status);
@@ -94,10 +97,11 @@ class Camera : private camera3_callback_ops {
     camera3_stream mOutputStream{};
     OemLayer::OffCamApplicationCallbacks mCallbacks{};
 
-    std::mutex mMutex; ///< Guards the list and the number in flight.
+    std::mutex mMutex; ///< Guards the list, its requests' ends, and the numbers.
     std::condition_variable mChanged;
     std::vector<std::unique_ptr<Request>> mRequests;
-    uint32_t mInFlight = 0;
+    uint32_t mInFlight = 0; ///< With those that have room and are not sent yet.
+    uint32_t mInVendor = 0; ///< Without them.
     std::atomic<uint32_t> mCompleted = 0;
     std::atomic<Request*> mLast = nullptr; ///< The one that was submitted last.
     std::mutex mBufferMutex;               ///< The library takes one thread at a time for buffers.

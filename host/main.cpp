@@ -24,7 +24,6 @@ struct Options {
     std::string scenario = "night-burst";
     bool lists = false;
     std::string library;
-    std::string device;
     std::string logLevel;
     std::string trace;
     std::string picture;
@@ -64,18 +63,14 @@ void Declare(CLI::App& app, Options& options) {
         ->check([](const std::string& text) { return Fault{text}.Check(); });
     app.add_option("--shape", options.shape, "How results come back")
         ->check(CLI::IsMember(&Shapes()));
-    app.add_option("--width", options.width, "Width of the pictures, a multiple of 4")
-        ->check(CLI::Range(64U, 16384U));
-    app.add_option("--height", options.height, "Height of the pictures, a multiple of 2")
-        ->check(CLI::Range(64U, 16384U));
+    app.add_option("--width", options.width, "Width of the pictures, a multiple of 4");
+    app.add_option("--height", options.height, "Height of the pictures, a multiple of 2");
     app.add_option("--frames", options.frames, "Frames of a burst")
         ->check(CLI::Range(1U, OemLayer::kMaxInputSets));
     app.add_option("--requests", options.requests, "Requests of each camera")
         ->check(CLI::Range(1U, 1'000'000U));
     app.add_option("--library", options.library, "The adapter library to load")
         ->check(CLI::ExistingFile);
-    app.add_option("--device", options.device, "The folder that stands for / on the device")
-        ->check(CLI::ExistingDirectory);
 }
 
 // --- From the arguments to the run --------------------------------------------------------------
@@ -121,6 +116,7 @@ Scenario ReadScenario(const Options& options) {
     }
     if (!options.scene.empty()) {
         scenario.scene = options.scene;
+        scenario.scenePlace.clear();
     }
     for (CameraPlan& plan : scenario.cameras) {
         plan.width = options.width == 0 ? plan.width : options.width;
@@ -163,8 +159,11 @@ void OnInterrupt(int /*signal*/) {
 
 [[noreturn]] void OnExpectedAbort(int /*signal*/) {
     constexpr char kText[] = "came true  the process ended by SIGABRT\n";
-    (void)!write(STDOUT_FILENO, kText, sizeof kText - 1);
-    _exit(kCameTrue);
+    if (Run::IsLoading()) {
+        (void)!write(STDOUT_FILENO, kText, sizeof kText - 1);
+        _exit(kCameTrue);
+    }
+    _exit(kFailed); // Something else than the library, which only does so while it loads.
 }
 
 void HandleSignals(const Scenario& scenario) {
@@ -179,8 +178,9 @@ std::string OutputFile(const std::string& file) {
     return file.find('/') == std::string::npos ? kOut + file : file;
 }
 
-/// Writes the files that are wanted, and tells of them.
-void WriteFiles(const Options& options, const Run& run) {
+/// Writes the files that are wanted, and tells of them. \returns false, with a line on standard
+/// error, if one cannot be written.
+bool WriteFiles(const Options& options, const Run& run) try {
     if (!options.picture.empty()) {
         const std::string file = OutputFile(options.picture);
         const std::string quality = run.WritePicture(file);
@@ -194,12 +194,15 @@ void WriteFiles(const Options& options, const Run& run) {
         timeline::Write(file);
         PrintFact("trace", file + ", for ui.perfetto.dev or chrome://tracing");
     }
+    return true;
+} catch (const std::runtime_error& error) {
+    (void)fprintf(stderr, "%s\n", error.what());
+    return false;
 }
 
 int RunScenario(const Options& options) {
     const Scenario scenario = ReadScenario(options);
     const std::string library = ChooseLibrary(options, scenario);
-    StandinControl()->SetDeviceRoot(options.device.empty() ? Beside("../device") : options.device);
     HandleSignals(scenario);
     PrintScenario(scenario, std::filesystem::proximate(library).string());
     if (!options.trace.empty()) {
@@ -209,17 +212,19 @@ int RunScenario(const Options& options) {
     run.Go();
     const Outcome outcome = run.Judge();
     PrintRequests(run);
-    WriteFiles(options, run);
+    const bool areWritten = WriteFiles(options, run);
     PrintOutcome(scenario, outcome);
     if (outcome.wasInterrupted) {
         return kInterrupted;
     }
-    return outcome.unfulfilled.empty() ? kCameTrue : kFailed;
+    const bool isPrinted = fflush(stdout) == 0 && ferror(stdout) == 0;
+    return outcome.unfulfilled.empty() && areWritten && isPrinted ? kCameTrue : kFailed;
 }
 
 int ParseAndRun(int argc, char** argv) {
     Options options;
-    CLI::App app{"Drives camera.oemlayer.adapter.so on the stand-in device, as a scenario says."};
+    CLI::App app{"Drives camera.oemlayer.adapter.so on the stand-in device, as a scenario says.",
+                 "./dev host"};
     Declare(app, options);
     try {
         app.parse(argc, argv);

@@ -14,7 +14,9 @@ constexpr size_t kWorstRows = 10;
 enum class Colour { Plain = 0, Strong = 1, Bad = 31, Good = 32 };
 
 std::string Painted(Colour colour, const std::string& text) {
-    static const bool colours = isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr;
+    static const char* const noColour = getenv("NO_COLOR");
+    static const bool colours =
+        isatty(STDOUT_FILENO) != 0 && std::string_view(noColour == nullptr ? "" : noColour).empty();
     return colours && colour != Colour::Plain
                ? "\033[" + std::to_string(static_cast<int>(colour)) + "m" + text + "\033[0m"
                : text;
@@ -134,6 +136,23 @@ void PrintSummary(const char* name, const std::vector<Row>& rows, double share) 
     PrintCells(name, "", "", times, "");
 }
 
+/// The rate that a camera reached, where it was to have one.
+void PrintRate(const Camera& camera) {
+    std::vector<Clock::time_point> submitted;
+    for (const auto& request : camera.Requests()) {
+        if (const auto moment = request->When().submitted; moment.has_value()) {
+            submitted.push_back(*moment);
+        }
+    }
+    if (camera.Plan().rate == 0 || submitted.size() < 2) {
+        return;
+    }
+    const auto [first, last] = std::minmax_element(submitted.begin(), submitted.end());
+    const double seconds = std::chrono::duration<double>(*last - *first).count();
+    printf("  camera %u sent %s of %u requests a second\n", camera.Plan().id,
+           Number(static_cast<double>(submitted.size() - 1) / seconds).c_str(), camera.Plan().rate);
+}
+
 /// The slower it was completed, the further in front; what was not completed comes first.
 bool IsSlower(const Row& one, const Row& other) {
     return one.Time(kLast).value_or(1e12) > other.Time(kLast).value_or(1e12);
@@ -183,11 +202,14 @@ void PrintRequests(const Run& run) {
         PrintSummary("median", rows, 0.5);
         PrintSummary("worst", rows, 1);
     }
+    for (const auto& camera : run.Cameras()) {
+        PrintRate(*camera);
+    }
     printf("\n");
 }
 
 void PrintOutcome(const Scenario& scenario, const Outcome& outcome) {
-    PrintFact("sessions", std::to_string(outcome.sessions) + " opened");
+    PrintFact("sessions", Count(outcome.sessions, "attempt") + " to open one");
     for (const std::string& violation : outcome.violations) {
         const auto& expected = scenario.expect.violations;
         const std::string rule = violation.substr(0, violation.find(' '));

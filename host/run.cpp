@@ -1,6 +1,7 @@
 #include "host/run.h"
 
 #include "host/timeline.h"
+#include "standin/located_json.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -9,17 +10,31 @@
 #include <unistd.h>
 
 namespace host {
+
+using standin::InputError;
+
 namespace {
 
 constexpr std::chrono::seconds kFirstPause{2}; // Before progress is worth a line.
 constexpr std::chrono::seconds kPause{5};
 constexpr std::chrono::milliseconds kTerminalPause{200};
+constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
+constexpr std::chrono::seconds kGrace{1};        // For what is in flight at an interruption.
 
 constexpr uint32_t kMicroseconds = 1'000'000; // In a second.
 
 std::atomic<bool> g_interrupted = false;
 
+std::atomic<bool> g_loading = false;
+
 bool IsInterrupted() { return g_interrupted; }
+
+/// Waits, but not beyond an interruption.
+void WaitUntil(Clock::time_point due) {
+    for (auto now = Clock::now(); now < due && !IsInterrupted(); now = Clock::now()) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(due - now, kGlance));
+    }
+}
 
 /// A line on standard error that tells how far something is, once it takes more than two seconds. On
 /// a terminal it changes in place, elsewhere there is a new one from time to time.
@@ -82,8 +97,11 @@ std::string Joined(const std::set<std::string>& texts) {
 
 void Run::Interrupt() { g_interrupted = true; }
 
+bool Run::IsLoading() { return g_loading; }
+
 Run::Run(const Scenario& scenario, const std::string& library)
     : mScenario(scenario), mLibrary(library) {
+    g_interrupted = false;
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetOrder(scenario.order, scenario.seed);
@@ -94,15 +112,25 @@ Run::Run(const Scenario& scenario, const std::string& library)
     for (const Fault& fault : scenario.faults) {
         fault.Apply(device);
     }
-    for (const CameraPlan& plan : scenario.cameras) {
-        mScenes.push_back(scenario.scene.empty() ? Scene(plan.width, plan.height)
-                                                 : Scene(plan.width, plan.height, scenario.scene));
+    DrawScenes();
+}
+
+void Run::DrawScenes() {
+    const Progress progress([] { return std::string("drawing what the cameras see"); });
+    for (const CameraPlan& plan : mScenario.cameras) {
+        try {
+            mScenes.emplace_back(plan.width, plan.height, mScenario.scene);
+        } catch (const std::runtime_error& error) {
+            throw InputError(mScenario.scenePlace + error.what());
+        }
     }
 }
 
 void Run::Go() {
     timeline::NameLane("host");
+    g_loading = true;
     mLibrary.Load();
+    g_loading = false;
     uint32_t planned = 0;
     for (size_t i = 0; i < mScenario.cameras.size(); ++i) {
         planned += mScenario.cameras[i].requests;
@@ -116,6 +144,23 @@ void Run::Go() {
         }
         return std::to_string(completed) + " of " + std::to_string(planned) + " requests completed";
     });
+    SendAll();
+    const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
+    for (const auto& camera : mCameras) {
+        camera->WaitForVendor(0, until, IsInterrupted);
+    }
+    const auto grace = Clock::now() + kGrace;
+    for (const auto& camera : mCameras) {
+        if (IsInterrupted()) {
+            camera->WaitForVendor(0, grace, [] { return false; });
+        }
+        camera->Close();
+    }
+    StandinControl()->CheckAllReturned();
+}
+
+/// Has each camera's threads send its requests.
+void Run::SendAll() {
     mStart = Clock::now();
     std::vector<std::thread> threads;
     for (const auto& camera : mCameras) {
@@ -126,12 +171,6 @@ void Run::Go() {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
-    for (const auto& camera : mCameras) {
-        camera->WaitIdle(until);
-        camera->Close();
-    }
-    StandinControl()->CheckAllReturned();
 }
 
 /// Sends requests of a camera for as long as there are some. The work of one thread.
@@ -145,8 +184,8 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
             continue;
         }
         if (plan.rate > 0) {
-            std::this_thread::sleep_until(
-                mStart + request->index * std::chrono::microseconds(kMicroseconds) / plan.rate);
+            WaitUntil(mStart +
+                      request->index * std::chrono::microseconds(kMicroseconds) / plan.rate);
         }
         if (!camera.TakeRoom(LimitOf(plan), Clock::now() + patience, IsInterrupted)) {
             camera.Drop(*request, IsInterrupted() ? "interrupted" : "the time is up");
@@ -163,6 +202,7 @@ Outcome Run::Judge() {
     std::atomic<uint32_t> judged = 0;
     const Progress progress([&] { return std::to_string(judged) + " pictures looked at"; });
     for (const auto& camera : mCameras) {
+        outcome.requests += camera->Plan().requests;
         for (const auto& request : camera->Requests()) {
             Count(*request, outcome);
             ++judged;
@@ -179,7 +219,7 @@ Outcome Run::Judge() {
 }
 
 void Run::Count(Request& request, Outcome& outcome) const {
-    ++outcome.requests;
+    outcome.sent += request.status.has_value() ? 1 : 0;
     if (request.status.value_or(0) != 0) {
         ++outcome.refused[*request.status];
     } else if (request.completion.has_value()) {
@@ -188,9 +228,13 @@ void Run::Count(Request& request, Outcome& outcome) const {
     } else if (request.status.has_value()) {
         ++outcome.unanswered;
     }
-    if (request.completion == 0U && mScenario.expect.pictures && !request.frames.empty()) {
-        request.judgement = host::Judge(SceneOf(request), request.frames, request.output.Pixels());
-        outcome.wrongPictures += request.judgement->IsAsExpected() ? 0 : 1;
+    if (request.completion == 0U && mScenario.expect.pictures) {
+        if (!request.frames.empty()) {
+            request.judgement =
+                host::Judge(SceneOf(request), request.frames, request.output.Pixels());
+        }
+        const bool isRight = request.judgement.has_value() && request.judgement->IsAsExpected();
+        outcome.wrongPictures += isRight ? 0 : 1;
     }
 }
 
@@ -218,6 +262,7 @@ void Run::Compare(Outcome& outcome) const {
         compare("submissions refused with status " + std::to_string(status),
                 outcome.refused[status], expected == expect.refused.end() ? 0 : expected->second);
     }
+    compare("requests that were not sent", outcome.requests - outcome.sent, expect.notSent);
     compare("requests that were never completed", outcome.unanswered, expect.unanswered);
     compare("completions with a failure", outcome.errors, expect.errors);
     compare("sessions opened", outcome.sessions, expect.sessions.value_or(outcome.sessions));
@@ -231,12 +276,18 @@ void Run::Compare(Outcome& outcome) const {
         outcome.unfulfilled.push_back("rules broken: " + Joined(allowed) + " expected, " +
                                       Joined(broken) + " found");
     }
+    for (const Fault& fault : mScenario.faults) {
+        if (!fault.WasReached(*StandinControl())) {
+            outcome.unfulfilled.push_back("a call that was to " + fault.text + " never came");
+        }
+    }
     if (expect.abort) {
         outcome.unfulfilled.emplace_back("the process should have ended by SIGABRT");
     }
 }
 
 std::string Run::WritePicture(const std::string& file) const {
+    const Progress progress([&] { return "writing " + file; });
     for (const auto& camera : mCameras) {
         for (const auto& request : camera->Requests()) {
             if (request->judgement.has_value()) {

@@ -11,7 +11,8 @@ namespace host {
 
 /// What came of a run.
 struct Outcome {
-    uint32_t requests = 0;
+    uint32_t requests = 0; ///< That were planned.
+    uint32_t sent = 0;
     uint32_t completed = 0;
     uint32_t errors = 0; ///< Completions with a failure.
     uint32_t unanswered = 0;
@@ -25,8 +26,8 @@ struct Outcome {
 
 class Run {
   public:
-    /// Sets the device up as the scenario wants it. Throws where the scene or the library cannot be
-    /// used. The scenario must outlive the run.
+    /// Sets the device up as the scenario wants it. Throws InputError where the scene, or
+    /// std::runtime_error where the library cannot be used. The scenario must outlive the run.
     Run(const Scenario& scenario, const std::string& library);
 
     /// From the load to the destruction of the last camera. For the main thread.
@@ -42,10 +43,16 @@ class Run {
     const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
     Clock::time_point Start() const { return mStart; }
 
-    /// Ends the current run early: no further request is sent. From a signal handler, too.
+    /// Ends the current run early: no further request is sent, and what is in flight has a second.
+    /// From a signal handler, too.
     static void Interrupt();
 
+    /// Whether the library is binding its platform, which may end the process.
+    static bool IsLoading();
+
   private:
+    void DrawScenes();
+    void SendAll();
     void Drive(Camera& camera, uint32_t thread) const;
     void Count(Request& request, Outcome& outcome) const;
     const Scene& SceneOf(const Request& request) const;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <sstream>
 
 namespace host {
@@ -19,7 +20,10 @@ using standin::Order;
 using standin::Shape;
 
 constexpr uint32_t kMostCameras = 16;
+constexpr uint32_t kLeastWidth = 128, kLeastHeight = 96; // Smaller pictures are judged by chance.
+constexpr uint32_t kMostOfSmall = 12;   // Frames; for more of them twice the size is needed.
 constexpr uint32_t kMostPixels = 16384; // In a row or a column.
+constexpr uint64_t kMostBytes = uint64_t{4} << 30; // Of all pictures.
 constexpr uint32_t kMost = 1'000'000;
 constexpr uint32_t kMostDualSets = 6; // More would read past the wrapper's 13 raw handles.
 
@@ -50,8 +54,8 @@ std::optional<Entry> FindEntry(const std::string& name) {
     return std::nullopt;
 }
 
-bool IsNumber(const std::string& text) {
-    return !text.empty() && text.size() < 8 &&
+bool IsCount(const std::string& text) {
+    return text.size() < 8 && text[0] != '0' &&
            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
@@ -87,11 +91,30 @@ std::string Fault::Check() const {
         if (isMissing && (*entry < Entry::OpenSession || *entry > Entry::GetCPUAddress)) {
             return words[1] + " is in no table, so that it cannot be missing there";
         }
-        return std::all_of(words.begin() + 2, words.end(), IsNumber) ? "" : "a count is no number";
+        const bool areCounts = std::all_of(words.begin() + 2, words.end(), IsCount);
+        return areCounts ? "" : "a count must be a number from 1 on";
     }
     const bool isLibrary =
         (form == "refuse" && words.size() == 2) || (form == "variant" && words.size() == 3);
-    return isLibrary ? "" : std::string("must be ") + kFaultForms;
+    if (!isLibrary) {
+        return std::string("must be ") + kFaultForms;
+    }
+    const std::string root = StandinControl()->DeviceRoot();
+    if (!std::filesystem::is_regular_file(root + words[1])) {
+        return "there is no library " + words[1] + " on the device";
+    }
+    const bool isThere =
+        form == "refuse" || std::filesystem::is_regular_file(root + "/variants/" + words[2]);
+    return isThere ? "" : "there is no variant " + words[2];
+}
+
+bool Fault::WasReached(const standin::Control& device) const {
+    const std::vector<std::string> words = Words(text);
+    if (words[0] != "fail") {
+        return true;
+    }
+    const auto nth = words.size() > 2 ? std::stoul(words[2]) : 1;
+    return device.CallCount(*FindEntry(words[1])) >= nth;
 }
 
 void Fault::Apply(standin::Control& device) const {
@@ -140,8 +163,8 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
     if (json.Has("features")) {
         plan.features = ReadTexts(json, "features");
     }
-    plan.width = json.Number("width", plan.width, 64, kMostPixels, 4);
-    plan.height = json.Number("height", plan.height, 64, kMostPixels, 2);
+    plan.width = json.Number("width", plan.width, kLeastWidth, kMostPixels, 4);
+    plan.height = json.Number("height", plan.height, kLeastHeight, kMostPixels, 2);
     plan.frames = json.Number("frames", plan.frames, 1, OemLayer::kMaxInputSets);
     plan.requests = json.Number("requests", plan.requests, 1, kMost);
     plan.rate = json.Number("rate", plan.rate, 0, 1000);
@@ -158,13 +181,30 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
 
 std::vector<Fault> ReadFaults(const Located& json) {
     std::vector<Fault> faults;
+    std::set<std::string> targets;
     for (const Located& item : json.Items()) {
         faults.push_back({item.Text()});
         if (const std::string problem = faults.back().Check(); !problem.empty()) {
             item.Fail(problem);
         }
+        if (!targets.insert(Words(faults.back().text)[1]).second) {
+            item.Fail("is the second fault at the same place");
+        }
     }
     return faults;
+}
+
+/// Numbers of rules.
+std::vector<std::string> ReadRules(const Located& json) {
+    std::vector<std::string> numbers;
+    for (const Located& item : json.Items()) {
+        numbers.push_back(item.Text());
+        if (std::none_of(standin::kRules.begin(), standin::kRules.end(),
+                         [&](const auto& rule) { return rule.number == numbers.back(); })) {
+            item.Fail("must be the number of a rule, as in docs/contract.md");
+        }
+    }
+    return numbers;
 }
 
 void ReadVendor(const Located& json, Scenario& scenario) {
@@ -189,8 +229,8 @@ std::map<uint32_t, uint32_t> ReadRefused(const Located& json) {
 }
 
 Expectation ReadExpectation(const Located& json) {
-    json.AllowKeys({"completed", "refused", "unanswered", "errors", "sessions", "pictures", "abort",
-                    "violations"});
+    json.AllowKeys({"completed", "refused", "notSent", "unanswered", "errors", "sessions",
+                    "pictures", "abort", "violations"});
     Expectation expect;
     if (json.Has("completed")) {
         expect.completed = json.Number("completed", 0, 0, kMost);
@@ -198,6 +238,7 @@ Expectation ReadExpectation(const Located& json) {
     if (json.Has("refused")) {
         expect.refused = ReadRefused(json["refused"]);
     }
+    expect.notSent = json.Number("notSent", 0, 0, kMost);
     expect.unanswered = json.Number("unanswered", 0, 0, kMost);
     expect.errors = json.Number("errors", 0, 0, kMost);
     if (json.Has("sessions")) {
@@ -206,17 +247,35 @@ Expectation ReadExpectation(const Located& json) {
     expect.pictures = json.Flag("pictures", true);
     expect.abort = json.Flag("abort", false);
     if (json.Has("violations")) {
-        expect.violations = ReadTexts(json, "violations");
+        expect.violations = ReadRules(json["violations"]);
     }
     return expect;
 }
 
-const CameraPlan* FindTwin(const CameraPlan& plan, const Scenario& scenario) {
-    const auto& all = scenario.cameras;
-    const auto found = std::find_if(all.begin(), all.end(), [&](const CameraPlan& other) {
-        return &other != &plan && other.id == plan.id;
-    });
-    return found == all.end() ? nullptr : &*found;
+/// Whether a camera of the list before this one has its id.
+bool IsTwin(const CameraPlan& plan, const Scenario& scenario) {
+    const auto first = std::find_if(scenario.cameras.begin(), scenario.cameras.end(),
+                                    [&](const CameraPlan& other) { return other.id == plan.id; });
+    return &*first != &plan;
+}
+
+std::string CheckSize(const CameraPlan& plan) {
+    const bool isLarge = plan.frames * plan.inputs.size() > kMostOfSmall;
+    const uint32_t leastWidth = isLarge ? 2 * kLeastWidth : kLeastWidth;
+    const uint32_t leastHeight = isLarge ? 2 * kLeastHeight : kLeastHeight;
+    if (plan.width < leastWidth || plan.height < leastHeight ||
+        std::max(plan.width, plan.height) > kMostPixels) {
+        return "the size must be from " + std::to_string(leastWidth) + " x " +
+               std::to_string(leastHeight) + " for so many frames to " +
+               std::to_string(kMostPixels) + " x " + std::to_string(kMostPixels);
+    }
+    if (plan.width % 4 != 0 || plan.height % 2 != 0) {
+        return "the width must be a multiple of 4, the height one of 2";
+    }
+    if (uint64_t{plan.requests} * plan.width * plan.height * 3 / 2 > kMostBytes) {
+        return "the pictures of so many requests take more than 4 GiB";
+    }
+    return {};
 }
 
 std::string CheckCamera(const CameraPlan& plan, const Scenario& scenario) {
@@ -224,11 +283,17 @@ std::string CheckCamera(const CameraPlan& plan, const Scenario& scenario) {
     const auto raws = std::count_if(plan.inputs.begin(), plan.inputs.end(), [](int32_t format) {
         return format != HAL_PIXEL_FORMAT_YCBCR_420_888;
     });
-    if (plan.width % 4 != 0 || plan.height % 2 != 0) {
-        return who + "the width must be a multiple of 4, the height one of 2";
+    if (const std::string problem = CheckSize(plan); !problem.empty()) {
+        return who + problem;
     }
     if (plan.inputs.empty() || raws > 2 || plan.inputs.size() - static_cast<size_t>(raws) > 1) {
         return who + "inputs must be one or two raw streams, or a YUV one, or both";
+    }
+    if (raws > 0 && plan.inputs[0] == HAL_PIXEL_FORMAT_YCBCR_420_888) {
+        return who + "a YUV input must be the last";
+    }
+    if (raws == 2 && plan.inputs[1] == HAL_PIXEL_FORMAT_YCBCR_420_888) {
+        return who + "a YUV input must be the last";
     }
     if (plan.IsDualRdi() && plan.inputs[0] != plan.inputs[1]) {
         return who + "the two raw inputs must come first and have one format";
@@ -246,12 +311,16 @@ std::string CheckCamera(const CameraPlan& plan, const Scenario& scenario) {
     if (plan.lends && (plan.threads > 1 || plan.rate > 0 || plan.inFlight > 1)) {
         return who + "requests whose output is lent must go one at a time";
     }
-    if (plan.heldAtFlush > 0 && (plan.heldAtFlush > plan.flushAfter || plan.threads > 1 ||
-                                 scenario.cameras.size() > 1 || plan.inFlight == 0)) {
-        return who + "heldAtFlush must be flushAfter at most, on one camera with one thread, and "
-                     "inFlight must be given";
+    if (plan.flushAfter >= plan.requests) {
+        return who + "flushAfter must be less than requests";
     }
-    return FindTwin(plan, scenario) != nullptr ? who + "there are two of this id" : std::string{};
+    if (plan.heldAtFlush > 0 &&
+        (plan.heldAtFlush > plan.flushAfter || plan.threads > 1 || scenario.cameras.size() > 1 ||
+         plan.inFlight <= plan.heldAtFlush)) {
+        return who + "heldAtFlush must be flushAfter at most and less than inFlight, on one camera "
+                     "with one thread";
+    }
+    return IsTwin(plan, scenario) ? who + "there are two of this id" : std::string{};
 }
 
 void ReadCameras(const Located& json, Scenario& scenario) {
@@ -301,7 +370,11 @@ Scenario Scenario::Read(const std::string& file) {
     scenario.shows = json.Text("shows", "");
     scenario.seed = json.Number("seed", scenario.seed, 0, kMost);
     scenario.patienceSeconds = json.Number("patience", kPatience, 1, 3600);
-    scenario.scene = json.Text("scene", "");
+    if (json.Has("scene")) {
+        const auto folder = std::filesystem::path(file).parent_path();
+        scenario.scene = (folder / json["scene"].Text()).string();
+        scenario.scenePlace = json["scene"].Where() + ": ";
+    }
     if (json.Has("vendor")) {
         ReadVendor(json["vendor"], scenario);
     }

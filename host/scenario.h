@@ -20,6 +20,9 @@ struct Fault {
     /// \returns what is wrong with the text, empty if nothing is. Nothing is done yet.
     std::string Check() const;
     void Apply(standin::Control& device) const;
+
+    /// Whether the device was called so often that it failed. True for the other forms.
+    bool WasReached(const standin::Control& device) const;
 };
 extern const char* const kFaultForms; ///< For people: the forms of the text.
 
@@ -49,6 +52,7 @@ struct CameraPlan {
 struct Expectation {
     std::optional<uint32_t> completed;    ///< Requests. By default all.
     std::map<uint32_t, uint32_t> refused; ///< How many submissions got which status.
+    uint32_t notSent = 0;                 ///< Requests for which there were no buffers or time.
     uint32_t unanswered = 0;              ///< Accepted requests that were never completed.
     uint32_t errors = 0;                  ///< Completions with a failure.
     std::optional<uint32_t> sessions;     ///< Attempts to open one.
@@ -69,7 +73,8 @@ struct Scenario {
     std::vector<Fault> faults;
     uint32_t seed = 1;
     uint32_t patienceSeconds = 0; ///< For what is in flight at the end.
-    std::string scene; ///< A PNG file to photograph; empty for the one that the host draws.
+    std::string scene;      ///< A PNG file to photograph; empty for the one that the host draws.
+    std::string scenePlace; ///< Where the file is named, as in "night.json:3: ".
     Expectation expect;
 
     /// Reads a file. Throws InputError, which names file, line, and what was expected.

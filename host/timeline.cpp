@@ -138,7 +138,8 @@ void CountInFlight(int64_t change) {
 }
 
 void Write(const std::string& file) {
-    Recording* const recording = g_recording;
+    static Recording* recording = nullptr; // Kept, as a late thread may still write to its lane.
+    recording = g_recording.exchange(nullptr);
     if (recording == nullptr) {
         return;
     }

@@ -31,8 +31,8 @@ void Draw(Arrow arrow, uint64_t request);
 /// The number of requests in flight, from now on.
 void CountInFlight(int64_t change);
 
-/// Writes what was recorded, in the trace event format that Perfetto's viewer opens. All other
-/// threads are done. Throws std::runtime_error, which names the file, if it cannot be written.
+/// Ends the recording and writes it, in the trace event format that Perfetto's viewer opens. The
+/// threads that record are done, but for those of sessions that were never closed. Throws std::runtime_error, which names the file, if it cannot be written.
 void Write(const std::string& file);
 
 } // namespace host::timeline

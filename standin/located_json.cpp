@@ -1,6 +1,7 @@
 #include "standin/located_json.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -79,9 +80,9 @@ std::string MessageOf(const json::parse_error& error) {
 
 Located Located::Read(const std::string& file) {
     std::ifstream in(file);
-    const std::string text(std::istreambuf_iterator<char>(in), {});
-    if (!in.is_open() || in.bad())
+    if (!in.is_open() || std::filesystem::is_directory(file))
         throw InputError(file + ": the file cannot be read");
+    const std::string text(std::istreambuf_iterator<char>(in), {});
     const auto result = std::make_shared<File>(File{file, {}, {}});
     std::istringstream stream(text);
     LineFinder finder(text, stream);
@@ -105,8 +106,11 @@ void Located::Fail(const std::string& wanted) const {
 }
 
 void Located::Refuse(const std::string& problem) const {
-    const size_t line = mFile->lines.at(mPointer);
-    throw InputError(mFile->name + ":" + std::to_string(line) + ": " + problem);
+    throw InputError(Where() + ": " + problem);
+}
+
+std::string Located::Where() const {
+    return mFile->name + ":" + std::to_string(mFile->lines.at(mPointer));
 }
 
 void Located::AllowKeys(const std::vector<std::string>& keys) const {

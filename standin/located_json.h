@@ -20,7 +20,7 @@ class Located {
     /// Parses a file. Throws InputError, also for a key that stands twice.
     static Located Read(const std::string& file);
 
-    const nlohmann::json& Value() const { return *mValue; }
+    std::string Where() const; ///< As in "night.json:7".
     [[noreturn]] void Fail(const std::string& wanted) const;
     [[noreturn]] void Refuse(const std::string& problem) const; ///< The same without the value.
 

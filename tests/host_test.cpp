@@ -41,6 +41,7 @@ std::string ProblemOf(const std::string& text) {
 
 Outcome RunText(const std::string& text) {
     const File file(text);
+    StandinControl()->Reset();
     const Scenario scenario = Scenario::Read(file.path);
     host::Run run(scenario, TEST_ADAPTER_LIBRARY);
     run.Go();
@@ -65,13 +66,13 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
         {"{\n\"cameras\": [\n{\"frames\": 13}]}",
          ":3: cameras/0/frames is 13, and must be a whole number from 1 to 12"},
         {"{\n\"cameras\": [{}, {\n\"width\":\n 130}]}",
-         ":3: cameras/1/width is 130, and must be a multiple of 4 from 64 to 16384"},
+         ":3: cameras/1/width is 130, and must be a multiple of 4 from 128 to 16384"},
         {"{\n\n\"vendor\": {\"shape\": \"round\"}}",
          ":3: vendor/shape is \"round\", and must be one of \"buffers-first\", \"error-buffer\", "
          "\"metadata-first\", \"partials\", \"second-block\", \"together\""},
         {"{\"expect\": {\"complete\": 3}}",
-         ":1: 'complete' is not among the keys that there are: completed, refused, unanswered, "
-         "errors, sessions, pictures, abort, violations"},
+         ":1: 'complete' is not among the keys that there are: completed, refused, notSent, "
+         "unanswered, errors, sessions, pictures, abort, violations"},
         {"{\"seed\": 1,\n\"seed\": 2}", ":2: 'seed' stands there twice"},
         {"{\"vendor\": {\"faults\": [\n\"fail OpenDoor\"]}}",
          ":2: vendor/faults/0 is \"fail OpenDoor\", and there is no entry OpenDoor at the device"},
@@ -79,9 +80,32 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
          ":1: vendor/faults/0 is \"missing GetKeyCount\", and GetKeyCount is in no table, so that "
          "it "
          "cannot be missing there"},
-        {"{\"cameras\": [{},\n{\"id\": 0}]}", ":1: camera 0: there are two of this id"},
+        {"{\"cameras\": [{},\n{\"id\": 0}]}", ":2: camera 0: there are two of this id"},
         {"{\"cameras\": [{\"inputs\": [\"RAW10\", \"RAW10\"]}]}",
          ":1: camera 0: two raw inputs can have 6 frames at most"},
+        {"{\"cameras\": [{\"inputs\": [\"YUV\", \"RAW10\"]}]}",
+         ":1: camera 0: a YUV input must be the last"},
+        {"{\"cameras\": [{\"width\": 128, \"height\": 96, \"frames\": 7,\n"
+         "\"inputs\": [\"RAW10\", \"YUV\"]}]}",
+         ":1: camera 0: the size must be from 256 x 192 for so many frames to 16384 x 16384"},
+        {"{\"cameras\": [{\"requests\": 1000000}]}",
+         ":1: camera 0: the pictures of so many requests take more than 4 GiB"},
+        {"{\"cameras\": [{\"flushAfter\": 3}]}",
+         ":1: camera 0: flushAfter must be less than requests"},
+        {"{\"cameras\": [{\"flushAfter\": 2, \"heldAtFlush\": 2, \"inFlight\": 2}]}",
+         ":1: camera 0: heldAtFlush must be flushAfter at most and less than inFlight, on one "
+         "camera with one thread"},
+        {"{\"vendor\": {\"faults\": [\"fail CloseSession 0\"]}}",
+         ":1: vendor/faults/0 is \"fail CloseSession 0\", and a count must be a number from 1 on"},
+        {"{\"vendor\": {\"faults\": [\"fail CloseSession 1\", \"missing CloseSession\"]}}",
+         ":1: vendor/faults/1 is \"missing CloseSession\", and is the second fault at the same "
+         "place"},
+        {"{\"vendor\": {\"faults\": [\"refuse /vendor/lib64/none.so\"]}}",
+         ":1: vendor/faults/0 is \"refuse /vendor/lib64/none.so\", and there is no library "
+         "/vendor/lib64/none.so on the device"},
+        {"{\"expect\": {\"violations\": [\"V99\"]}}",
+         ":1: expect/violations/0 is \"V99\", and must be the number of a rule, as in "
+         "docs/contract.md"},
         {"{\"cameras\": []}", ":1: cameras is [], and must not be empty"},
         {"[1]", ":1: the file's content is [1], and must be an object with some of the keys shows, "
                 "cameras, vendor, seed, patience, scene, expect"},
@@ -94,12 +118,23 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
     EXPECT_EQ(ProblemOf("{}"), "");
 }
 
-TEST(Scenario, ThatCannotBeReadIsNamed) {
+TEST(Scenario, ThatCannotBeReadIsNamedAndSoIsItsScene) {
+    for (const std::string name : {"no/such.json", "/proc"}) {
+        try {
+            Scenario::Read(name);
+            ADD_FAILURE() << name;
+        } catch (const InputError& error) {
+            EXPECT_EQ(error.what(), name + ": the file cannot be read");
+        }
+    }
+    const File file("{\n\"scene\": \"none.png\"}");
+    const Scenario scenario = Scenario::Read(file.path);
     try {
-        Scenario::Read("no/such.json");
+        const host::Run run(scenario, TEST_ADAPTER_LIBRARY);
         ADD_FAILURE();
     } catch (const InputError& error) {
-        EXPECT_STREQ(error.what(), "no/such.json: the file cannot be read");
+        EXPECT_TRUE(std::string(error.what()).starts_with(file.path + ":2: ")) << error.what();
+        EXPECT_NE(std::string(error.what()).find("none.png"), std::string::npos);
     }
 }
 
@@ -159,6 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Run, ComparesWithWhatIsExpected) {
     const Outcome outcome = RunText(R"({
         "cameras": [{"requests": 2, "frames": 1, "width": 128, "height": 96, "announcedSets": 13}],
+        "vendor": {"faults": ["fail ExecuteRequest 5"]},
         "expect": {"completed": 1, "refused": {"1": 1}, "errors": 1, "sessions": 1,
                    "violations": ["V4"], "abort": true}})");
     const std::vector<std::string> expected{
@@ -168,13 +204,43 @@ TEST(Run, ComparesWithWhatIsExpected) {
         "completions with a failure: 1 expected, 0 found",
         "sessions opened: 1 expected, 0 found",
         "rules broken: V4 expected, none found",
+        "a call that was to fail ExecuteRequest 5 never came",
         "the process should have ended by SIGABRT"};
     EXPECT_EQ(outcome.unfulfilled, expected);
+}
+
+TEST(Run, CountsWhatHasNoPictureAndWhatWasNotSent) {
+    const Outcome blind = RunText(WithFault("fail GetCPUAddress"));
+    EXPECT_EQ(blind.completed, 3U);
+    EXPECT_EQ(blind.wrongPictures, 3U);
+    const Outcome none = RunText(WithFault("fail GetImageBuffer"));
+    EXPECT_EQ(none.requests, 3U);
+    EXPECT_EQ(none.sent, 0U);
+    EXPECT_FALSE(none.unfulfilled.empty());
+}
+
+TEST(Run, ThatTheVendorDoesNotEndIsEndedByItsPatienceOrByAnInterruption) {
+    const std::string silent = R"({"cameras": [{"requests": 2, "inFlight": 2, "frames": 1,
+                                                "width": 128, "height": 96}],
+                                   "vendor": {"delivery": "never"}, "patience": )";
+    EXPECT_EQ(RunText(silent + "1}").unanswered, 2U);
+    std::thread other([] {
+        while (StandinControl()->CallCount(standin::Entry::ExecuteRequest) < 2) {
+            std::this_thread::yield();
+        }
+        host::Run::Interrupt();
+    });
+    const auto start = Clock::now();
+    const Outcome outcome = RunText(silent + "3600}");
+    other.join();
+    EXPECT_EQ(outcome.unanswered, 2U);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(60));
 }
 
 TEST(Run, ThatIsInterruptedEndsWithWhatIsInFlight) {
     const File file(R"({"cameras": [{"rate": 100, "requests": 100000, "frames": 1, "width": 128,
                                      "height": 96}], "vendor": {"latency": 20}})");
+    StandinControl()->Reset();
     const Scenario scenario = Scenario::Read(file.path);
     host::Run run(scenario, TEST_ADAPTER_LIBRARY);
     std::thread other([&] {

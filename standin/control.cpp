@@ -62,13 +62,10 @@ uint64_t FailureOf(Entry entry) {
                                          Entry::MetadataCreateAndroid,
                                          Entry::BufferManagerCreate,
                                          Entry::GetImageBuffer,
-                                         Entry::GetCPUAddress};
+                                         Entry::GetCPUAddress,
+                                         Entry::GetKeyCount,
+                                         Entry::GetValuesCount};
     return objects.contains(entry) ? 0 : kFailed;
-}
-
-size_t Alive::Total() const {
-    return sessions + metadata + androidMetadata + bufferManagers + imageBuffers + metadataOps +
-           bufferOps;
 }
 
 void Arguments::Add(const char* argument) {
@@ -254,10 +251,6 @@ std::vector<SessionCopy> Control::Sessions() const {
         copies.back().name = session->pName == nullptr ? "" : session->pName;
     }
     return copies;
-}
-
-std::vector<FrameworkAnswer> Control::FrameworkAnswers() const {
-    return mState->Lock()->records.answers;
 }
 
 ChiBufferManagerHandle Control::ManagerOf(ChiImageBufferHandle imageBuffer) const {

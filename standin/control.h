@@ -63,7 +63,7 @@ enum class Entry : uint32_t {
 /// The entry's name, as in "ExecuteRequest".
 const char* EntryName(Entry entry);
 
-/// What the entry returns when it fails: 0 where it returns an object, else 1.
+/// What the entry returns when it fails: 0 where it returns an object or a count, else 1.
 uint64_t FailureOf(Entry entry);
 
 /// One call that the device received. Integers and pointers are kept as 64-bit words in argument
@@ -156,17 +156,6 @@ struct SessionCopy {
     std::vector<ChiStream*> streamPointers;
 };
 
-/// What a session got when it asked the framework for a buffer of its output stream.
-struct FrameworkAnswer {
-    uint64_t session;
-    uint32_t result;      ///< Of the callback.
-    uint32_t numReturned; ///< Answers. What follows is the first one's, zero where there was none.
-    camera3_stream* pStream;
-    uint32_t status;
-    uint32_t numBuffers;
-    ChiStreamBuffer buffer;
-};
-
 /// What the vendor holds for the adapter and its host.
 struct Alive {
     size_t sessions;
@@ -178,7 +167,6 @@ struct Alive {
     size_t bufferOps;
 
     bool operator==(const Alive&) const = default;
-    size_t Total() const;
 };
 
 class Control {
@@ -235,8 +223,8 @@ class Control {
     /// Each session asks the framework for one output buffer before it delivers a result.
     void SetAsksForFrameworkBuffers(bool asks);
 
-    /// Off for measurements and long runs: calls are then counted, but neither they nor logs,
-    /// executions and framework answers are kept.
+    /// Off for measurements and long runs: calls are then counted, but neither they nor logs
+    /// and executions are kept.
     void SetRecording(bool on);
 
     /// Rows that the configuration store shows instead of its file: a row holds the values of one
@@ -256,7 +244,6 @@ class Control {
     std::vector<LogRecord> Logs() const;
     std::vector<Execution> Executions() const;
     std::vector<SessionCopy> Sessions() const;
-    std::vector<FrameworkAnswer> FrameworkAnswers() const;
 
     /// The buffer manager that owns this image buffer, null for none. On a device the camera layer
     /// knows it, and has to name it with each input buffer of a request.
@@ -267,7 +254,7 @@ class Control {
     std::vector<std::string> Violations() const;
     Alive CountAlive() const;
 
-    /// Forgets calls, logs, answers, violations and executions. The executions stay as long as one
+    /// Forgets calls, logs, violations and executions. The executions stay as long as one
     /// of them waits for `Deliver`, so that its index stays right.
     void ClearRecords();
 

@@ -36,7 +36,4 @@ inline std::span<uint8_t> Memory(const buffer_handle_t* buffer) {
     return {reinterpret_cast<uint8_t*>(location.address), location.size};
 }
 
-inline void* Address(const buffer_handle_t* buffer) { return Memory(buffer).data(); }
-inline uint64_t Size(const buffer_handle_t* buffer) { return Memory(buffer).size(); }
-
 } // namespace standin::gralloc

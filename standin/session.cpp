@@ -181,10 +181,6 @@ void Session::AskFramework(ChiStreamBuffer& output) const {
         data.pCallbacks->GetFrameworkBuffers(data.pCallbacks, 1, &query, &returned, answer.get());
     if (result == 0 && returned == 1 && answer->numBuffers == 1)
         output = *buffer;
-    const auto device = Device().Lock();
-    if (device->script.recording)
-        device->records.answers.push_back({data.handle, result, returned, answer->pStream,
-                                           answer->status, answer->numBuffers, *buffer});
 }
 
 const ChiStream* Session::FindStream(const ChiStream* stream) const {

@@ -146,7 +146,6 @@ struct Records {
     std::map<Entry, size_t> counts;
     std::vector<Call> calls;
     std::vector<LogRecord> logs;
-    std::vector<FrameworkAnswer> answers;
     std::vector<std::string> violations;
     std::vector<std::shared_ptr<const Execution>> executions;
     size_t executionCount = 0; ///< Also those that are not kept.

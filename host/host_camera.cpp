@@ -2,6 +2,7 @@
 
 #include "host/timeline.h"
 #include "standin/pixels.h"
+#include "standin/tags.h"
 
 #include <algorithm>
 #include <cstring>
@@ -193,7 +194,12 @@ void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_
 void Camera::TakeMetadata(Request& request) {
     constexpr uint32_t kTags[] = {1, 2};
     for (uint32_t i = 0; i < mPlan.frames; ++i) {
-        request.metadata.push_back(mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0));
+        void* const metadata = mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0);
+        request.metadata.push_back(metadata);
+        if (metadata != nullptr) {
+            const standin::SetMark mark{mPlan.id, i};
+            mTable.SetTag(&mTable, metadata, standin::kSetMarkTag, &mark, sizeof mark, 0);
+        }
     }
 }
 

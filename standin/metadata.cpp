@@ -8,15 +8,21 @@ constexpr uint32_t kAnyCount = 0xFFFFFFFF;
 
 void Close(ChiOfflineMetadataOps* ops) { Remove<MetadataOps>(ops); }
 
+/// A new object; null where the table is not open.
+ChiMetadataHandle Make(ChiOfflineMetadataOps* ops, const Tags& tags = {}) {
+    const auto table = Require<MetadataOps>(ops);
+    return table ? Adopt(std::make_shared<Metadata>(Metadata{tags, table->cameraId})) : nullptr;
+}
+
 ChiMetadataHandle Create(ChiOfflineMetadataOps* ops, void* source, uint32_t kind) {
     Expect<void*>(Rule::MetadataWords, "the source", source, nullptr);
     Expect(Rule::MetadataWords, "the last word", kind, 0U);
-    return Require<MetadataOps>(ops) ? Adopt(std::make_shared<Metadata>()) : nullptr;
+    return Make(ops);
 }
 
 ChiMetadataHandle CreateWithUsage(ChiOfflineMetadataOps* ops, const uint32_t* /*tags*/,
                                   uint32_t /*tagCount*/, int32_t /*usage*/) {
-    return Require<MetadataOps>(ops) ? Adopt(std::make_shared<Metadata>()) : nullptr;
+    return Make(ops);
 }
 
 uint32_t Destroy(ChiMetadataHandle metadata) { return Remove<Metadata>(metadata) ? kOk : kFailed; }
@@ -26,12 +32,8 @@ ChiMetadataHandle CreateFromAndroid(ChiOfflineMetadataOps* ops, const void* andr
                                     uint32_t second, uint32_t count) {
     Check(Rule::MetadataWords, first == 0 && second == 0 && count == kAnyCount, "the words are ",
           first, ", ", second, ", ", count, " and must be 0, 0, ", kAnyCount);
-    if (!Require<MetadataOps>(ops))
-        return nullptr;
-    auto metadata = std::make_shared<Metadata>();
-    if (const auto source = Find<AndroidMetadata>(android))
-        metadata->tags = source->tags;
-    return Adopt(std::move(metadata));
+    const auto source = Find<AndroidMetadata>(android);
+    return Make(ops, source ? source->tags : Tags{});
 }
 
 void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32_t first,
@@ -108,7 +110,9 @@ ChiOfflineMetadataOps* OpenMetadataOps(ChiOfflineInterface* /*interface*/,
     Check(Rule::MetadataWords,
           info != nullptr && info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
           "the words behind the camera id must be 1, 0, 1");
-    return OpenTable(Fill);
+    auto* const ops = OpenTable(Fill);
+    Find<MetadataOps>(ops)->cameraId = info == nullptr ? 0 : info->cameraId;
+    return ops;
 }
 
 } // namespace standin

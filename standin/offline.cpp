@@ -3,7 +3,9 @@
 
 #include "standin/pixels.h"
 #include "standin/session.h"
+#include "standin/tags.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -67,6 +69,25 @@ uint32_t CameraOf(const ChiOfflineSessionConfigInfo& config) {
     return number;
 }
 
+/// Whether this device was not told to do without such metadata.
+bool Makes(Entry metadata) {
+    const auto device = Device().Lock();
+    const auto works = [&](Entry entry) {
+        return !device->script.faults.contains(entry) && !device->script.missing.contains(entry);
+    };
+    return works(Entry::OpenMetadataOps) && works(metadata);
+}
+
+/// A session that is configured once more has its settings from the first time.
+void CheckSettings(const Session& session, ChiMetadataHandle settings) {
+    if (settings != nullptr)
+        Require<Metadata>(settings);
+    else
+        Check(Rule::SessionSettings,
+              session.data.configured || !Makes(Entry::MetadataCreateFromAndroid),
+              "the session settings are null");
+}
+
 /// Takes a stream of the list in, and writes the sensor's filter pattern into raw inputs.
 ChiStream Configure(ChiStream& stream, uint32_t cameraId, bool isOutput) {
     Expect(Rule::StreamTypes, "a stream's type", stream.streamType,
@@ -84,11 +105,10 @@ int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
     if (!session ||
         !Check(Rule::Configuration, config != nullptr, "the configuration record is null"))
         return kFailed;
-    if (config->pSessionSettings != nullptr)
-        Require<Metadata>(config->pSessionSettings);
     const size_t count = config->ppChiStreams == nullptr ? 0 : config->numStreams;
     const std::vector<ChiStream*> pointers(config->ppChiStreams, config->ppChiStreams + count);
     const uint32_t cameraId = CameraOf(*config);
+    CheckSettings(*session, config->pSessionSettings);
     std::vector<ChiStream> streams;
     for (ChiStream* stream : pointers) {
         if (!Check(Rule::Configuration, stream != nullptr, "stream ", streams.size(), " is null"))
@@ -172,21 +192,52 @@ void CheckOutput(const Session& session, const BufferSetCopy& output) {
         Expect(Rule::Output, "the output's stream", buffer.pStream, session.OutputStream());
 }
 
+void CheckSetMetadata(ChiMetadataHandle handle, uint32_t index) {
+    const auto metadata = Require<Metadata>(handle);
+    if (!metadata || !metadata->tags.contains(kSetMarkTag))
+        return;
+    SetMark mark{};
+    const auto& bytes = metadata->tags.at(kSetMarkTag);
+    std::memcpy(&mark, bytes.data(), std::min(bytes.size(), sizeof mark));
+    Expect(Rule::SetMetadata, "the set of a set's metadata", mark.index, index);
+    Expect(Rule::SetMetadata, "the camera of a set's metadata", metadata->cameraId, mark.cameraId);
+}
+
+void CheckMetadata(const Execution& execution) {
+    std::set<ChiMetadataHandle> seen;
+    uint32_t index = 0;
+    for (const BufferSetCopy& input : execution.inputs) {
+        const ChiMetadataHandle handle = input.set.pMetadata;
+        if (handle == nullptr)
+            Check(Rule::SetMetadata, !Makes(Entry::MetadataCreateWithUsage), "set ", index,
+                  " has no metadata");
+        else if (Check(Rule::SetMetadata, seen.insert(handle).second, "set ", index,
+                       " has the metadata of another set"))
+            CheckSetMetadata(handle, index);
+        ++index;
+    }
+    const ChiMetadataHandle output = execution.output.set.pMetadata;
+    if (output != nullptr &&
+        Check(Rule::SetMetadata, !seen.contains(output), "the output has the metadata of a set"))
+        Require<Metadata>(output);
+}
+
 void CheckRequest(const Session& session, const Execution& execution) {
     Expect(Rule::RequestSession, "a session's being configured", session.data.configured, true);
     Expect(Rule::RequestRecord, "the number of input sets", execution.inputs.size(),
            size_t{execution.request.numInputs});
     Expect(Rule::RequestRecord, "the last word", execution.request.reserved48, uint64_t{0});
     for (const BufferSetCopy& set : execution.inputs) {
-        if (set.set.pMetadata != nullptr)
-            Require<Metadata>(set.set.pMetadata);
         Expect(Rule::RequestRecord, "the number of inputs", set.buffers.size(),
                size_t{set.set.numBuffers});
-        for (size_t i = 0; i < set.buffers.size(); ++i)
+        std::set<const ChiStream*> fed;
+        for (size_t i = 0; i < set.buffers.size(); ++i) {
             CheckInput(session, set.buffers[i], set.formats[i]);
+            Check(Rule::InputStream, fed.insert(set.buffers[i].pStream).second, "input stream ",
+                  set.buffers[i].pStream, " is fed twice by one set");
+        }
     }
-    if (execution.output.set.pMetadata != nullptr)
-        Require<Metadata>(execution.output.set.pMetadata);
+    CheckMetadata(execution);
     CheckOutput(session, execution.output);
 }
 

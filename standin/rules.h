@@ -39,6 +39,8 @@
     RULE(ImageAlive, V28, "image buffer alive") \
     RULE(ImageReleased, V29, "image buffer released exactly once, before its manager") \
     RULE(TableOpen, V30, "operation table open, and closed exactly once") \
+    RULE(SetMetadata, V31, "metadata of its own for each set, in order, and for the output") \
+    RULE(SessionSettings, V32, "session settings there") \
     RULE(ResultFrame, H1, "result's frame number the request's") \
     RULE(ResultPartial, H2, "result's partial number that of its metadata") \
     RULE(ResultContent, H3, "result with metadata, one buffer, or both") \

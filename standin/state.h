@@ -56,19 +56,22 @@ struct Arguments {
 // that a stale one is always caught. It points nowhere. A kind names two rules: that of the
 // object's use, and that of its return.
 
+using Tags = std::map<uint32_t, std::vector<uint8_t>>;
+
 struct Metadata {
     static constexpr char kMark = 'M';
     static constexpr const char* kName = "metadata object";
     static constexpr Rule kAlive = Rule::MetadataAlive;
     static constexpr Rule kReturned = Rule::MetadataDestroyed;
-    std::map<uint32_t, std::vector<uint8_t>> tags;
+    Tags tags;
+    uint32_t cameraId = 0; ///< Of the table that made it.
 };
 
 struct AndroidMetadata {
     static constexpr char kMark = 'A';
     static constexpr const char* kName = "Android metadata object";
     static constexpr Rule kReturned = Rule::AndroidMetadataReleased;
-    std::map<uint32_t, std::vector<uint8_t>> tags;
+    Tags tags;
 };
 
 struct BufferManager {
@@ -108,6 +111,7 @@ template <class Record> struct Table {
     static constexpr Rule kAlive = Rule::TableOpen;
     static constexpr Rule kReturned = Rule::TableOpen;
     Record record{};
+    uint32_t cameraId = 0; ///< Of metadata operations.
 
     explicit Table(void (*fill)(SlotList&, Record&));
     ~Table();

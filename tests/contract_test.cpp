@@ -3,6 +3,7 @@
 #include "host/watch.h"
 #include "platform/maker/zlog.h"
 #include "standin/gralloc.h"
+#include "standin/tags.h"
 #include "tests/support/device.h"
 
 #include <dlfcn.h>
@@ -65,7 +66,7 @@ struct Client {
                                             .pPrivateCallbackData = this};
     ChiOfflineSessionCreateInfo createInfo = {"Night", 0, &callbacks};
     ChiOfflineSessionConfigInfo config = {
-        .pCameraText = "0", .numStreams = 2, .ppChiStreams = streams};
+        .pCameraText = "0", .numStreams = 2, .ppChiStreams = streams, .pSessionSettings = metadata};
     uint64_t session = pInterface->pOpenSession(pInterface, &createInfo);
 
     ChiInputFormat format = {.bufferFormat = ChiFormatRaw10};
@@ -77,7 +78,7 @@ struct Client {
                              .pInputFormat = &format};
     ChiStreamBuffer output = {.size = sizeof output, .pStream = &yuv};
     ChiOfflineBufferSet inputSet = {.numBuffers = 1, .pBuffers = &input, .pMetadata = metadata};
-    ChiOfflineBufferSet outputSet = {.numBuffers = 1, .pBuffers = &output, .pMetadata = metadata};
+    ChiOfflineBufferSet outputSet = {.numBuffers = 1, .pBuffers = &output};
     int32_t frame = -1;
     uint32_t lastFrame = 0;
     ChiOfflineExecuteRequest request = {.numInputs = 1,
@@ -109,6 +110,10 @@ struct Client {
 
     void Configure() { pInterface->pConfigureStreams(session, &config); }
     void Execute() { pInterface->pExecuteRequest(session, &request); }
+    /// As the host marks the metadata of a set.
+    void Mark(const standin::SetMark& mark) const {
+        pMetadataOps->pSetTag(metadata, standin::kSetMarkTag, &mark, sizeof mark, 0);
+    }
     void CloseSession() { pInterface->pCloseSession(session); }
 
     /// Closes and destroys all, and says so to the vendor.
@@ -246,6 +251,14 @@ constexpr Row<Client> kSessionRows[]{
          client.Configure();
          return "ConfigureStreams: the camera's text is 'front' and must be a number";
      }},
+    {Rule::SessionSettings,
+     [](Client& client) -> std::string {
+         client.CloseSession();
+         client.session = client.pInterface->pOpenSession(client.pInterface, &client.createInfo);
+         client.config.pSessionSettings = nullptr;
+         client.Configure();
+         return "ConfigureStreams: the session settings are null";
+     }},
     {Rule::StreamTypes,
      [](Client& client) -> std::string {
          client.yuv.streamType = ChiStreamTypeInput;
@@ -322,6 +335,46 @@ constexpr Row<Client> kRequestRows[]{
          client.raw.streamType = ChiStreamTypeOutput;
          client.Execute();
          return "ExecuteRequest: an input stream's type is 0 and must be 1";
+     }},
+    {Rule::InputStream,
+     [](Client& client) -> std::string {
+         ChiStreamBuffer twice[] = {client.input, client.input};
+         client.inputSet.numBuffers = 2;
+         client.inputSet.pBuffers = twice;
+         client.Execute();
+         return "ExecuteRequest: input stream " + Named(&client.raw) + " is fed twice by one set";
+     }},
+    {Rule::SetMetadata,
+     [](Client& client) -> std::string {
+         client.inputSet.pMetadata = nullptr;
+         client.Execute();
+         return "ExecuteRequest: set 0 has no metadata";
+     }},
+    {Rule::SetMetadata,
+     [](Client& client) -> std::string {
+         ChiOfflineBufferSet two[] = {client.inputSet, client.inputSet};
+         client.request.numInputs = 2;
+         client.request.pInputs = two;
+         client.Execute();
+         return "ExecuteRequest: set 1 has the metadata of another set";
+     }},
+    {Rule::SetMetadata,
+     [](Client& client) -> std::string {
+         client.Mark({.cameraId = 0, .index = 1});
+         client.Execute();
+         return "ExecuteRequest: the set of a set's metadata is 1 and must be 0";
+     }},
+    {Rule::SetMetadata,
+     [](Client& client) -> std::string {
+         client.Mark({.cameraId = 1, .index = 0});
+         client.Execute();
+         return "ExecuteRequest: the camera of a set's metadata is 0 and must be 1";
+     }},
+    {Rule::SetMetadata,
+     [](Client& client) -> std::string {
+         client.outputSet.pMetadata = client.metadata;
+         client.Execute();
+         return "ExecuteRequest: the output has the metadata of a set";
      }},
     {Rule::InputManager,
      [](Client& client) -> std::string {
@@ -421,7 +474,6 @@ constexpr Row<Client> kObjectRows[]{
     {Rule::MetadataAlive,
      [](Client& client) -> std::string {
          client.pMetadataOps->pDestroy(client.metadata);
-         client.outputSet.pMetadata = nullptr;
          client.Execute();
          return "ExecuteRequest: " + NotLive(Named(std::exchange(client.metadata, nullptr)),
                                              "metadata object", "destroyed");

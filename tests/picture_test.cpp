@@ -82,6 +82,9 @@ class Take {
             mStreams.push_back(MakeStream(static_cast<int32_t>(format), kWidth, kHeight));
             mRequest.privData.inputStreams.push_back(&mStreams.back());
         }
+        for (uint32_t i = 0; i < feed.sets; ++i) {
+            mRequest.wrapper.pChiMetadataHandles[i] = mRequest.TakeMetadata(mCamera);
+        }
         TakeFrames(feed, scene);
     }
     ~Take() { mRequest.GiveBack(mCamera); }

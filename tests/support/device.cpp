@@ -251,12 +251,15 @@ void* Request::TakeBuffer(Camera& camera, camera3_stream& stream) {
     return mImageBuffers.emplace_back(camera->GetImageBuffer(camera.Table(), &stream));
 }
 
+void* Request::TakeMetadata(Camera& camera) {
+    return mMetadata.emplace_back(camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
+}
+
 void Request::UseVendorBuffers(Camera& camera, uint32_t sets) {
     wrapper.numBuffers = sets;
     for (uint32_t i = 0; i < sets; ++i) {
         wrapper.pRDIBufferHandles[i] = TakeBuffer(camera, *mRaw);
-        mMetadata.push_back(camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
-        wrapper.pChiMetadataHandles[i] = mMetadata.back();
+        wrapper.pChiMetadataHandles[i] = TakeMetadata(camera);
     }
     if (!mImageBuffers.empty()) {
         privData.pBufferManager = StandinControl()->ManagerOf(mImageBuffers.front());

@@ -164,6 +164,8 @@ class Request {
     void GiveBack(Camera& camera);
     /// Takes one input buffer of a stream, and gives it back with the others.
     void* TakeBuffer(Camera& camera, camera3_stream& stream);
+    /// Takes metadata for an input set, likewise.
+    void* TakeMetadata(Camera& camera);
     /// The memory of the output buffer that `UseVendorBuffers` made.
     std::span<const uint8_t> OutputPixels() const { return mOutputMemory; }
 

@@ -101,7 +101,6 @@ bool Run::IsLoading() { return g_loading; }
 
 Run::Run(const Scenario& scenario, const std::string& library)
     : mScenario(scenario), mLibrary(library) {
-    g_interrupted = false;
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetOrder(scenario.order, scenario.seed);
@@ -211,7 +210,7 @@ Outcome Run::Judge() {
     outcome.sessions =
         static_cast<uint32_t>(StandinControl()->CallCount(standin::Entry::OpenSession));
     outcome.violations = StandinControl()->Violations();
-    outcome.wasInterrupted = IsInterrupted();
+    outcome.wasInterrupted = g_interrupted.exchange(false); // The next run is another one.
     if (!outcome.wasInterrupted) {
         Compare(outcome);
     }

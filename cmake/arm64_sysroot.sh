@@ -15,8 +15,11 @@ packages=(
     libyuv0 libyuv-dev libjpeg62-turbo libpng16-16 libpng-dev zlib1g
 )
 
-complete="$folder/complete"
-if [ "$(cat "$complete" 2>/dev/null)" = "${packages[*]}" ]; then
+# One at a time: a second run waits for the first, and finds its sysroot.
+mkdir -p "$folder"
+exec {lock}>"$folder.lock"
+flock "$lock"
+if [ -d "$folder/root/usr/lib/llvm-14" ] && [ "$(cat "$folder/complete" 2>/dev/null)" = "${packages[*]}" ]; then
     exit 0
 fi
 printf 'Making a sysroot for arm64 from %d packages\n' "${#packages[@]}" >&2

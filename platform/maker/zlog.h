@@ -2,6 +2,8 @@
 /// logger.
 #pragma once
 
+#include "platform/abi.h"
+
 #include <cstdint>
 
 /// Logger operations that the vendor's utilities fill in and the maker's logging library calls.
@@ -11,6 +13,7 @@
 struct ZOfflineLogOps {
     void* reserved0[32];
 };
+ABI_SIZE(ZOfflineLogOps, 256);
 
 /// Declared as a class of static functions on the device; the linker sees the same names either
 /// way.

@@ -32,9 +32,12 @@ add_library(project_warnings INTERFACE)
 target_compile_options(project_warnings INTERFACE
     -Wall -Wextra -Wshadow -Wmissing-declarations -Wextra-semi -Wthread-safety -Werror)
 
-# No path of the building machine gets into a binary.
-add_compile_options(
+# No path of the building machine gets into a binary. A debugger finds the sources from their folder.
+add_compile_options(-fdebug-compilation-dir=.
     "-ffile-prefix-map=${CMAKE_BINARY_DIR}=build" "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+if(CMAKE_SYSROOT)
+    add_compile_options("-ffile-prefix-map=${CMAKE_SYSROOT}=")
+endif()
 
 if(OEMLAYER_SANITIZE)
     add_compile_options(-fsanitize=${OEMLAYER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

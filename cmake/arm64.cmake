@@ -17,11 +17,11 @@ set(CMAKE_CXX_COMPILER_TARGET aarch64-linux-gnu)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 set(CMAKE_SYSROOT "${OEMLAYER_SYSROOT}")
 
-# libc++ of the target, not the one that lies beside the compiler.
+# libc++ of the target, not the one that lies beside the compiler; found from the sysroot, whatever its name has.
 set(CMAKE_CXX_FLAGS_INIT
-    "-nostdinc++ -isystem ${OEMLAYER_SYSROOT}/usr/lib/llvm-14/include/c++/v1 -Wno-unused-command-line-argument")
+    "-nostdinc++ -iwithsysroot /usr/lib/llvm-14/include/c++/v1 -Wno-unused-command-line-argument")
 foreach(kind EXE SHARED MODULE)
-    set(CMAKE_${kind}_LINKER_FLAGS_INIT "-stdlib=libc++ -fuse-ld=lld -L${OEMLAYER_SYSROOT}/usr/lib/llvm-14/lib")
+    set(CMAKE_${kind}_LINKER_FLAGS_INIT "-stdlib=libc++ -fuse-ld=lld -L=/usr/lib/llvm-14/lib")
 endforeach()
 
 set(CMAKE_FIND_ROOT_PATH "${OEMLAYER_SYSROOT}")

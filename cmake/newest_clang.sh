@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# newest_clang.sh BUILD_FOLDER: every warning of the newest clang and its libc++, over all code of a configured build.
+# newest_clang.sh BUILD_FOLDER: every warning of the newest clang that the project builds with, and of its libc++, over
+# all code of a configured build.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 database=$1/compile_commands.json

@@ -8,7 +8,8 @@ shift 2
 readelf=$(command -v llvm-readelf-14 || command -v llvm-readelf)
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
-"$cmake" --install "$build" --prefix "$tree" >/dev/null
+# Whatever the umask is.
+(umask 077 && "$cmake" --install "$build" --prefix "$tree" >/dev/null)
 
 wanted="644 include/adapterlayer/oemlayer_host.h
 644 include/platform/abi.h
@@ -16,6 +17,7 @@ wanted="644 include/adapterlayer/oemlayer_host.h
 644 symbols/vendor/lib64/camera.oemlayer.adapter.so.debug
 644 vendor/lib64/camera.oemlayer.adapter.so"
 diff <(printf '%s\n' "$wanted") <(find "$tree" -type f -printf '%m %P\n' | LC_ALL=C sort -k 2)
+diff <(echo 755) <(find "$tree" -mindepth 1 -type d -printf '%m\n' | sort -u)
 printf 'ok    files and modes\n'
 
 library=$tree/vendor/lib64/camera.oemlayer.adapter.so

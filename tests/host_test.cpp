@@ -224,6 +224,7 @@ TEST(Run, ThatTheVendorDoesNotEndIsEndedByItsPatienceOrByAnInterruption) {
                                                 "width": 128, "height": 96}],
                                    "vendor": {"delivery": "never"}, "patience": )";
     EXPECT_EQ(RunText(silent + "1}").unanswered, 2U);
+    StandinControl()->Reset(); // Otherwise the first run's calls are taken for the second's.
     std::thread other([] {
         while (StandinControl()->CallCount(standin::Entry::ExecuteRequest) < 2) {
             std::this_thread::yield();
@@ -323,7 +324,8 @@ struct Trace {
 TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToCompletion) {
     const File scenarioFile(R"({
         "cameras": [{"requests": 6, "threads": 2, "features": ["Night", "Hdr"], "frames": 1,
-                     "width": 128, "height": 96}]})");
+                     "width": 128, "height": 96}],
+        "vendor": {"latency": 20}})"); // Long enough for both threads to get something to do.
     const File traceFile;
     const Scenario scenario = Scenario::Read(scenarioFile.path);
     timeline::Start();

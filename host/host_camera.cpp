@@ -168,7 +168,8 @@ bool Camera::TakeBuffers(Request& request) {
     return isGood;
 }
 
-/// Takes a buffer of an input stream, and, where it is mapped, writes what the sensor sees. Null if there is none.
+/// Takes a buffer of an input stream, and, where it is mapped, writes what the sensor sees. Null if
+/// there is none.
 void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
                         uint32_t weight) {
     camera3_stream& stream = mInputStreams[input];

@@ -12,12 +12,15 @@
 
 namespace OemLayer {
 
+/// Of this library alone: a site reads its flag without asking the dynamic linker's table.
+#define OEM_INTERNAL __attribute__((visibility("hidden")))
+
 /// The level flags. OEMLAYER_LOG_LEVEL sets them when the library is built; nothing in it writes
 /// them later. Read by every thread without synchronisation.
-extern uint32_t g_logErrorEnabled;
-extern uint32_t g_logWarnEnabled;
-extern uint32_t g_logInfoEnabled;
-extern uint32_t g_logVerboseEnabled;
+extern OEM_INTERNAL uint32_t g_logErrorEnabled;
+extern OEM_INTERNAL uint32_t g_logWarnEnabled;
+extern OEM_INTERNAL uint32_t g_logInfoEnabled;
+extern OEM_INTERNAL uint32_t g_logVerboseEnabled;
 
 inline constexpr const char kLogModuleMark[] = "[OEM_LYR]";
 

@@ -6,9 +6,9 @@
 /// the host and Android streams are never owned.
 ///
 /// Locks: the registry's mutex is held for the whole of `GetSessHandle`, so that sessions are
-/// opened, prepared and configured one at a time. `mLock` is held while a submission reads a
-/// session's configuration. `mSessInfoLock` is innermost and only ever held for one access to
-/// `mSessInfoMap`. None is held while a host callback or the vendor's execute entry runs; only a
+/// opened, prepared and configured one at a time, and so that none is filed in the adaptee's maps
+/// while another one is looked up. `mLock` is held while a submission reads a session's
+/// configuration. None is held while a host callback or the vendor's execute entry runs; only a
 /// vendor that asks for framework buffers while it opens or configures a session does so under the
 /// registry's mutex. The host keeps load, `Create`, `Destroy`, `TearDownResource` and `Flush` apart
 /// from everything else of the same camera.
@@ -29,7 +29,7 @@
 
 namespace OemLayer {
 
-class QcomAdaptee;
+class SessionManagers;
 
 /// What an operation returns where its contract names a status.
 inline constexpr uint32_t kStatusOk = 0;
@@ -43,76 +43,6 @@ struct OfflineMapInfo {
     std::string featureName;
     uint32_t featureFlags = 0;
     int32_t featureValue = 0;
-};
-
-/// One session chain: one opened session for one identity. It never closes its session; whoever
-/// deletes it does that before. All calls come from SessionManagers, under its lock but for
-/// `Flush`.
-class SessionObjects {
-  public:
-    explicit SessionObjects(OfflineSessionIdentitys identity);
-
-    /// By reference: finding a session copies no name.
-    const OfflineSessionIdentitys& GetIdentity() const { return m_identity; }
-    uint64_t GetSessionHandle() const { return m_Sesshdle; }
-
-    /// Opens the session for `cameraId` and `pStream`, which replace those of the identity.
-    /// \returns kStatusOk, or kStatusFailure when the handle is 0. `pAdaptee` is never null.
-    uint32_t GenerateOfflineSession(unsigned int cameraId, QcomAdaptee* pAdaptee,
-                                    camera3_stream* pStream);
-
-    /// Prepares and configures the session's streams, also for handle 0 and with missing arguments,
-    /// which are only logged. \returns the status of the configuration; kStatusOk without an
-    /// adaptee.
-    uint32_t Initialize(QcomAdaptee* pAdaptee, const std::vector<camera3_stream*>& pInStreams,
-                        const camera_metadata* pConfiguration);
-
-  private:
-    uint64_t m_Sesshdle = 0; ///< 0: no session.
-    OfflineSessionIdentitys m_identity;
-};
-
-/// The sessions of one adaptee, by output stream. A session is made by the first request of its
-/// identity and found by the later ones; a stream's chains stay in creation order.
-class SessionManagers {
-  public:
-    explicit SessionManagers(QcomAdaptee* pAdaptee);
-
-    /// Finds or makes the session of `identity`. A found session costs no allocation.
-    /// A generation that fails for a stream seen for the first time is retried once in the same
-    /// call. \param pInStreams the session's inputs, read where one is made. \returns the session's
-    /// handle; 0 where none could be made, and for a chain that holds none. Concurrent; one caller
-    /// at a time gets through.
-    uint64_t GetSessHandle(unsigned int cameraId, const OfflineSessionIdentitys& identity,
-                           const std::vector<camera3_stream*>& pInStreams,
-                           unsigned int registryWord) OEM_EXCLUDES(m_mutex);
-
-    /// Closes the session of every chain and deletes the chains. Takes no lock: the host keeps it
-    /// apart from submissions. \returns the status of the last close, kStatusOk where there was
-    /// none.
-    uint32_t Flush() OEM_NO_LOCK_CHECK;
-
-  private:
-    using SessionList = std::list<SessionObjects*>;
-
-    uint32_t GenerateOfflineSessions(unsigned int cameraId, const OfflineSessionIdentitys& identity,
-                                     const std::vector<camera3_stream*>& pInStreams,
-                                     unsigned int registryWord) OEM_REQUIRES(m_mutex);
-    uint32_t GenerateOfflineSession(unsigned int cameraId, camera3_stream* pOutStream,
-                                    const std::vector<camera3_stream*>& pInStreams,
-                                    SessionObjects* pSession) OEM_REQUIRES(m_mutex);
-    uint32_t DropChain(SessionObjects* pSession);
-    void AppendChain(const OfflineSessionIdentitys& identity,
-                     const std::vector<camera3_stream*>& pInStreams, SessionObjects* pSession,
-                     SessionList& sessions) OEM_REQUIRES(m_mutex);
-    const SessionObjects* FindChain(const SessionList& sessions,
-                                    const OfflineSessionIdentitys& identity) const
-        OEM_REQUIRES(m_mutex);
-    void LogSessions() const OEM_REQUIRES(m_mutex);
-
-    QcomAdaptee* m_pAdaptee; ///< Owns this registry.
-    std::map<camera3_stream*, SessionList> m_pStream2SuppSessMap OEM_GUARDED_BY(m_mutex);
-    std::mutex m_mutex;
 };
 
 /// One camera's side of the vendor's offline interface.
@@ -254,6 +184,10 @@ class QcomAdaptee {
     uint32_t ProcessOfflineCaptureResultCb(void* pRtPvtData,
                                            const ChiOfflineCaptureResultInfo* pResult);
 
+    /// The record of a session, null where the handle is not known. Under the registry's mutex or
+    /// camera-serial.
+    PrivateSessionInfo* FindSessionInfo(uint64_t sessHdl) const;
+
     /// Closes the sessions of all chains. Camera-serial.
     void Flush();
     /// Closes one session and frees all that is kept under its handle. Handle 0 is not closed in the
@@ -276,8 +210,7 @@ class QcomAdaptee {
     bool CanOpenSessions() const;
     PrivateSessionInfo* NewSessionInfo(const std::string& cameraText,
                                        const std::string& featureName, camera_info* pCameraInfo);
-    void FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) OEM_EXCLUDES(mSessInfoLock);
-    PrivateSessionInfo* FindSessionInfo(uint64_t sessHdl) OEM_EXCLUDES(mSessInfoLock);
+    void FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo);
 
     void AddSessionStream(uint64_t sessHdl, camera3_stream* pHalStream, ChiStream* pStream);
     ChiMetadataHandle CreateSessionSettings(const camera_metadata* pSessionParams);
@@ -313,13 +246,13 @@ class QcomAdaptee {
 
     uint32_t CloseInVendor(unsigned long handle);
     void FreeInputStreams(unsigned long handle);
-    void ForgetSessionInfo(unsigned long handle) OEM_EXCLUDES(mSessInfoLock);
+    void ForgetSessionInfo(unsigned long handle);
     void FreeSessionInfo(PrivateSessionInfo* pInfo);
     void FreeInputStreamPointers(unsigned long handle);
     void FreeStreamPrivateInfos(unsigned long handle);
 
     std::mutex mLock;
-    std::map<uint64_t, PrivateSessionInfo*> mSessInfoMap OEM_GUARDED_BY(mSessInfoLock);
+    std::map<uint64_t, PrivateSessionInfo*> mSessInfoMap;
     /// Never filled: results find their request through the vendor's private data.
     std::map<uint64_t, std::queue<OfflineRequest*>> mSessRequestQueueMap;
     std::map<OfflineSessionIdentitys, uint64_t> mRtLinkSessHdlMap;
@@ -340,8 +273,132 @@ class QcomAdaptee {
     std::map<uint64_t, std::vector<StreamPrivateInfo*>> mSessStreamPrivMap;
     [[maybe_unused]] uint64_t mReserved = 0;
     const OffCamApplicationCallbacks* mpOffCamAppCbs = nullptr; ///< Not owned; atomic.
-    /// Innermost: a submission may look a session up while another one files a new one.
-    std::mutex mSessInfoLock;
+};
+
+/// One session chain: one opened session for one identity. It never closes its session; whoever
+/// deletes it does that before. All calls come from SessionManagers, under its lock but for
+/// `Flush`.
+class SessionObjects {
+  public:
+    explicit SessionObjects(OfflineSessionIdentitys identity);
+
+    /// By reference: finding a session copies no name.
+    const OfflineSessionIdentitys& GetIdentity() const { return m_identity; }
+    uint64_t GetSessionHandle() const { return m_Sesshdle; }
+
+    /// Opens the session for `cameraId` and `pStream`, which replace those of the identity.
+    /// \returns kStatusOk, or kStatusFailure when the handle is 0. `pAdaptee` is never null.
+    uint32_t GenerateOfflineSession(unsigned int cameraId, QcomAdaptee* pAdaptee,
+                                    camera3_stream* pStream);
+
+    /// Prepares and configures the session's streams, also for handle 0 and with missing arguments,
+    /// which are only logged. \returns the status of the configuration; kStatusOk without an
+    /// adaptee.
+    uint32_t Initialize(QcomAdaptee* pAdaptee, const std::vector<camera3_stream*>& pInStreams,
+                        const camera_metadata* pConfiguration);
+
+  private:
+    uint64_t m_Sesshdle = 0; ///< 0: no session.
+    OfflineSessionIdentitys m_identity;
+};
+
+/// The sessions that requests were found to belong to, by identity: the short way for all but the
+/// first request of one. Which chain serves an identity is up to the registry's map and lists. Under
+/// the registry's lock.
+class FoundSessions {
+  public:
+    struct Session {
+        uint64_t handle = 0; ///< 0: a free place.
+        QcomAdaptee::PrivateSessionInfo* pInfo = nullptr;
+    };
+
+    /// \returns null where the identity is not listed.
+    const Session* Find(const OfflineSessionIdentitys& identity) const;
+    /// Lists a session that is not listed yet. The chain's identity stays as long as it is listed.
+    void Add(const OfflineSessionIdentitys& chainIdentity, const Session& session);
+    /// Forgets all sessions, and gives the memory back.
+    void Clear();
+
+  private:
+    /// An identity in words. They hold the name's whole text where that is not longer than two.
+    struct Key {
+        const camera3_stream* pOutStream = nullptr;
+        uint64_t nameHead = 0;
+        uint64_t nameTail = 0;
+        uint32_t nameSize = 0;
+        uint32_t cameraId = 0;
+
+        bool operator==(const Key&) const = default;
+    };
+    struct Entry {
+        Key key;
+        Session session;
+        const OfflineSessionIdentitys* pIdentity = nullptr;
+    };
+
+    static Key KeyOf(const OfflineSessionIdentitys& identity);
+    size_t PlaceOf(const Key& key) const;
+    void Grow();
+    void Place(const Entry& entry);
+
+    std::vector<Entry> mEntries; ///< Open addressing: a power of two, at most half of it in use.
+    size_t mCount = 0;
+    uint32_t mShift = 0; ///< What is left of a hash is a place.
+};
+
+/// The sessions of one adaptee, by output stream. A session is made by the first request of its
+/// identity and found by the later ones; a stream's chains stay in creation order.
+class SessionManagers {
+  public:
+    explicit SessionManagers(QcomAdaptee* pAdaptee);
+
+    /// Finds or makes the session of `identity`. A session that was found before costs no search and
+    /// no allocation.
+    /// A generation that fails for a stream seen for the first time is retried once in the same
+    /// call. \param pInStreams the session's inputs, read where one is made. \param pInfo becomes
+    /// the session's record; null with handle 0, and where the record is not known. \returns the
+    /// session's handle; 0 where none could be made, and for a chain that holds none. Concurrent;
+    /// one caller at a time gets through.
+    uint64_t GetSessHandle(unsigned int cameraId, const OfflineSessionIdentitys& identity,
+                           const std::vector<camera3_stream*>& pInStreams,
+                           unsigned int registryWord, QcomAdaptee::PrivateSessionInfo*& pInfo)
+        OEM_EXCLUDES(m_mutex);
+
+    /// Closes the session of every chain and deletes the chains. Takes no lock: the host keeps it
+    /// apart from submissions. \returns the status of the last close, kStatusOk where there was
+    /// none.
+    uint32_t Flush() OEM_NO_LOCK_CHECK;
+
+    /// Has sessions searched for anew, where the record of one was replaced. For the adaptee, while
+    /// it opens a session, so that the caller has the lock.
+    void ForgetFound() OEM_NO_LOCK_CHECK { m_found.Clear(); }
+
+  private:
+    using SessionList = std::list<SessionObjects*>;
+
+    const SessionObjects* FindOrMakeChain(unsigned int cameraId,
+                                          const OfflineSessionIdentitys& identity,
+                                          const std::vector<camera3_stream*>& pInStreams,
+                                          unsigned int registryWord) OEM_REQUIRES(m_mutex);
+    uint32_t GenerateOfflineSessions(unsigned int cameraId, const OfflineSessionIdentitys& identity,
+                                     const std::vector<camera3_stream*>& pInStreams,
+                                     unsigned int registryWord) OEM_REQUIRES(m_mutex);
+    uint32_t GenerateOfflineSession(unsigned int cameraId, camera3_stream* pOutStream,
+                                    const std::vector<camera3_stream*>& pInStreams,
+                                    SessionObjects* pSession) OEM_REQUIRES(m_mutex);
+    uint32_t DropChain(SessionObjects* pSession);
+    void AppendChain(const OfflineSessionIdentitys& identity,
+                     const std::vector<camera3_stream*>& pInStreams, SessionObjects* pSession,
+                     SessionList& sessions) OEM_REQUIRES(m_mutex);
+    const SessionObjects* FindChain(const SessionList& sessions,
+                                    const OfflineSessionIdentitys& identity) const
+        OEM_REQUIRES(m_mutex);
+    void LogSessions() const OEM_REQUIRES(m_mutex);
+
+    QcomAdaptee* m_pAdaptee; ///< Owns this registry.
+    std::map<camera3_stream*, SessionList> m_pStream2SuppSessMap OEM_GUARDED_BY(m_mutex);
+    std::mutex m_mutex;
+    FoundSessions m_found OEM_GUARDED_BY(m_mutex);
 };
 
 } // namespace OemLayer

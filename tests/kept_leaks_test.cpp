@@ -173,6 +173,11 @@ TEST(KeptLeaks, AHandleThatTheVendorGivesTwiceTakesBothIdentitiesAlong) {
     scene.device->Fail(Entry::OpenSession, scene.Session().handle, 1, 1);
     scene.request.wrapper.identity.featureName = "Hdr";
     EXPECT_EQ(scene.Submit(), 0U);
+    scene.request.wrapper.identity.featureName = "Night";
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.Executed(2).request.pOfflineFrameNumber,
+              scene.Executed(1).request.pOfflineFrameNumber)
+        << "of the handle's later record";
     scene.camera.Flush();
     for (const char* feature : {"Night", "Hdr"}) {
         scene.request.wrapper.identity.featureName = feature;

@@ -2,6 +2,9 @@
 
 #include "tests/support/scene.h"
 
+#include <algorithm>
+#include <set>
+
 namespace {
 
 using namespace test;
@@ -163,6 +166,29 @@ constexpr NoSession kNoSessions[] = {
     {[](Request& r) { r.outputStream.height = 0; }, kNoStream, 0},
     {[](Request& r) { r.privData.inputStreams.clear(); }, "E Cannot match any session!!!", 4},
 };
+
+TEST(Session, IsFoundAgainByEachLetterOfItsName) {
+    Scene scene;
+    scene.UseWords({37});
+    Texts names = {"",     "a",    "b",     "ab",    "bb",        "abc",       "abcd",
+                   "abce", "bbcd", "abcde", "abcdf", "abcdefghi", "abcdefghj", "bbcdefghi"};
+    for (const char* middle : {"", "-", "+", "--", "-+", "+-"}) {
+        names.push_back(std::string("sixteen-letters.") + middle);
+        names.push_back("an-eight" + std::string(middle) + "and-more");
+    }
+    std::vector<uint64_t> sessions;
+    for (int round = 0; round < 2; ++round) {
+        for (const std::string& name : names) {
+            scene.request.wrapper.identity.featureName = name;
+            EXPECT_EQ(scene.Submit(), 0U);
+            sessions.push_back(scene.device->Executions().back().session);
+        }
+    }
+    const std::set<uint64_t> different(sessions.begin(), sessions.end());
+    EXPECT_EQ(different.size(), names.size());
+    EXPECT_TRUE(std::equal(sessions.begin(), sessions.begin() + sessions.size() / 2,
+                           sessions.begin() + sessions.size() / 2));
+}
 
 TEST(Session, IsNotMadeForAStreamThatCannotHaveOneOrWithoutInputs) {
     for (const NoSession& row : kNoSessions) {

@@ -197,13 +197,13 @@ struct QcomAdaptee::Submission {
                const SessionStreams& sessionStreams, OfflineRequest* pOwnRequest)
         : wrapper(dataWraper), privData(hostData), streams(sessionStreams), pRequest(pOwnRequest) {}
 
-    void FillInputSet(uint32_t setIndex);
-    void ClearBeyond(const ChiOfflineBufferSet& set);
-    void AddRawInput(uint32_t setIndex, uint32_t streamIndex);
-    void AddYuvInput(uint32_t setIndex, uint32_t streamIndex);
-    static ChiInputFormat* NewInputFormat(const ChiStream& stream);
-    void AddInput(uint32_t setIndex, ChiStream* pStream, void* bufferHandle,
-                  ChiBufferManagerHandle pBufferManager, ChiInputFormat* pFormat);
+    OEM_STEP void FillInputSet(uint32_t setIndex);
+    OEM_STEP void AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex);
+    OEM_STEP void AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex);
+    OEM_STEP static ChiInputFormat* NewInputFormat(const ChiStream& stream);
+    OEM_STEP void AddInput(ChiOfflineBufferSet& set, ChiStream* pStream, void* bufferHandle,
+                           ChiBufferManagerHandle pBufferManager, ChiInputFormat* pFormat);
+    OEM_STEP void ClearBeyond(const ChiOfflineBufferSet& set);
 };
 
 namespace {
@@ -336,7 +336,7 @@ const FoundSessions::Session* FoundSessions::Find(const OfflineSessionIdentitys&
 }
 
 void FoundSessions::Add(const OfflineSessionIdentitys& chainIdentity, const Session& session) {
-    if (2 * (mCount + 1) > mEntries.size()) {
+    if (4 * (mCount + 1) > 3 * mEntries.size()) {
         Grow();
     }
     Place({KeyOf(chainIdentity), session, &chainIdentity});
@@ -525,6 +525,9 @@ uint32_t SessionManagers::GenerateOfflineSession(unsigned int cameraId, camera3_
 }
 
 void SessionManagers::LogSessions() const {
+    if (g_logInfoEnabled == 0) {
+        return;
+    }
     for (const auto& [pStream, sessions] : m_pStream2SuppSessMap) {
         int index = 0;
         for (const SessionObjects* pSession : sessions) {
@@ -1002,9 +1005,7 @@ QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(const OfflineDataWra
 
 /// Feeds one set of real-time outputs to the session's input streams.
 void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
-    ChiOfflineBufferSet& set = sets[setIndex];
-    set = {};
-    set.pMetadata = wrapper.pChiMetadataHandles[setIndex];
+    ChiOfflineBufferSet set = {0, 0, nullptr, 0, wrapper.pChiMetadataHandles[setIndex]};
     pRequest->pRtMetadata = set.pMetadata;
     pRequest->pInputMetadata = set.pMetadata;
     OEM_LOG_INFO_IN(kSubmit,
@@ -1022,26 +1023,21 @@ void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
             continue;
         }
         if (IsRawFormat(stream.format)) {
-            AddRawInput(setIndex, j);
+            AddRawInput(set, setIndex, j);
         }
         if (IsFedYuvFormat(stream.format, wrapper)) {
-            AddYuvInput(setIndex, j);
+            AddYuvInput(set, setIndex, j);
         }
     }
     // The set's own count times its index, not the running number of buffers, on purpose: right
     // where all sets have the same number of inputs.
     set.pBuffers = &buffers[size_t{set.numBuffers} * setIndex];
     ClearBeyond(set);
+    sets[setIndex] = set;
 }
 
-/// A set with more inputs than the ones before it reaches past the records that were written.
-void QcomAdaptee::Submission::ClearBeyond(const ChiOfflineBufferSet& set) {
-    for (ChiStreamBuffer* at = &buffers[numBuffers]; at < set.pBuffers + set.numBuffers; ++at) {
-        *at = {};
-    }
-}
-
-void QcomAdaptee::Submission::AddRawInput(uint32_t setIndex, uint32_t streamIndex) {
+void QcomAdaptee::Submission::AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex,
+                                          uint32_t streamIndex) {
     ChiStream* pStream = streams.ppStreams[streamIndex];
     ChiBufferManagerHandle pBufferManager = privData.pBufferManager;
     uint32_t handleIndex = setIndex;
@@ -1050,16 +1046,16 @@ void QcomAdaptee::Submission::AddRawInput(uint32_t setIndex, uint32_t streamInde
         pBufferManager = privData.pSecondRawBufferManager;
         handleIndex = 2 * setIndex + 1;
     }
-    AddInput(setIndex, pStream, wrapper.RdiBufferHandle(handleIndex), pBufferManager,
+    AddInput(set, pStream, wrapper.RdiBufferHandle(handleIndex), pBufferManager,
              NewInputFormat(*pStream));
 }
 
-void QcomAdaptee::Submission::AddYuvInput(uint32_t setIndex, uint32_t streamIndex) {
+void QcomAdaptee::Submission::AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex,
+                                          uint32_t streamIndex) {
     // A record's format is not written here: where an earlier set had a raw input at this place, it
     // is still that one's.
-    AddInput(setIndex, streams.ppStreams[streamIndex], wrapper.yuvBufferHandles[setIndex],
-             privData.pYuvBufferManager,
-             pRequest->pInputBuffers[sets[setIndex].numBuffers].pInputFormat);
+    AddInput(set, streams.ppStreams[streamIndex], wrapper.yuvBufferHandles[setIndex],
+             privData.pYuvBufferManager, pRequest->pInputBuffers[set.numBuffers].pInputFormat);
 }
 
 /// Freed by the completion as far as the request's input array still refers to it.
@@ -1076,13 +1072,13 @@ ChiInputFormat* QcomAdaptee::Submission::NewInputFormat(const ChiStream& stream)
 /// reading back. The array's index restarts with every set, so that a set overwrites the records of
 /// the one before, and of a burst's format records only the last set's can be freed by the
 /// completion. On purpose.
-void QcomAdaptee::Submission::AddInput(uint32_t setIndex, ChiStream* pStream, void* bufferHandle,
-                                       ChiBufferManagerHandle pBufferManager,
+void QcomAdaptee::Submission::AddInput(ChiOfflineBufferSet& set, ChiStream* pStream,
+                                       void* bufferHandle, ChiBufferManagerHandle pBufferManager,
                                        ChiInputFormat* pFormat) {
     buffers[numBuffers] = {};
     // Of the array's, which was cleared, the rest stays zero.
     for (ChiStreamBuffer* pRecord :
-         {&pRequest->pInputBuffers[sets[setIndex].numBuffers], &buffers[numBuffers]}) {
+         {&pRequest->pInputBuffers[set.numBuffers], &buffers[numBuffers]}) {
         pRecord->size = sizeof(ChiStreamBuffer);
         pRecord->pStream = pStream;
         pRecord->bufferType = kChiInputBufferType;
@@ -1091,9 +1087,15 @@ void QcomAdaptee::Submission::AddInput(uint32_t setIndex, ChiStream* pStream, vo
         pRecord->pInputFormat = pFormat;
         pRecord->bufferStatus = 0;
     }
-    StoreRelaxed(pStream->streamType, ChiStreamTypeInput);
     ++numBuffers;
-    ++sets[setIndex].numBuffers;
+    ++set.numBuffers;
+}
+
+/// A set with more inputs than the ones before it reaches past the records that were written.
+void QcomAdaptee::Submission::ClearBeyond(const ChiOfflineBufferSet& set) {
+    for (ChiStreamBuffer* at = &buffers[numBuffers]; at < set.pBuffers + set.numBuffers; ++at) {
+        *at = {};
+    }
 }
 
 void QcomAdaptee::CreateOutputMetadata(Submission& submission) {

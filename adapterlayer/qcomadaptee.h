@@ -27,6 +27,10 @@
 #include <string>
 #include <vector>
 
+/// A step that every request takes: a function of its own for the reader, and inlined into its one
+/// caller, since a request is short enough for its calls to show.
+#define OEM_STEP __attribute__((always_inline))
+
 namespace OemLayer {
 
 class SessionManagers;
@@ -46,7 +50,7 @@ struct OfflineMapInfo {
 };
 
 /// One camera's side of the vendor's offline interface.
-class QcomAdaptee {
+class alignas(kCacheLine) QcomAdaptee {
   public:
     /// One opened session. Allocated zeroed; freed when the session is closed.
     struct PrivateSessionInfo {
@@ -71,6 +75,10 @@ class QcomAdaptee {
         /// The text that the vendor got as the session's name. `sessionName` is rewritten after the
         /// opening, while the vendor may read the name as long as the session lives.
         std::string vendorSessionName;
+        /// Keeps what lies behind this record off the cache line of the two frame fields, which
+        /// requests write to. Aligning the record would do so, too, and costs more where there are
+        /// very many sessions.
+        char unused[40] = {};
     };
 
     /// Hung on each input stream of a session.
@@ -205,7 +213,7 @@ class QcomAdaptee {
     void OpenMetadataOps(unsigned int cameraId);
     void OpenBufferOps();
 
-    ChiStreamBuffer* NewOutputBuffer(const camera3_stream_buffer* pOfflineOutputBuffer);
+    OEM_STEP ChiStreamBuffer* NewOutputBuffer(const camera3_stream_buffer* pOfflineOutputBuffer);
 
     bool CanOpenSessions() const;
     PrivateSessionInfo* NewSessionInfo(const std::string& cameraText,
@@ -220,29 +228,36 @@ class QcomAdaptee {
                                          unsigned int numInputs, ChiStream** ppList);
     void DestroyMetadata(ChiMetadataHandle metadata);
 
-    uint32_t SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& session,
-                             const OfflineDataWraper& wrapper, RequestPrivData& privData,
-                             ChiStreamBuffer* pOutputBuffer);
-    SessionStreams ReadSessionStreams(const PrivateSessionInfo& session,
-                                      const OfflineDataWraper& wrapper) OEM_EXCLUDES(mLock);
-    OfflineRequest* NewOfflineRequest(const OfflineDataWraper& wrapper,
-                                      const SessionStreams& streams, RequestPrivData& privData,
+    OEM_STEP uint32_t SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& session,
+                                      const OfflineDataWraper& wrapper, RequestPrivData& privData,
                                       ChiStreamBuffer* pOutputBuffer);
-    void CreateOutputMetadata(Submission& submission);
-    uint32_t ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& session, Submission& submission);
+    OEM_STEP SessionStreams ReadSessionStreams(const PrivateSessionInfo& session,
+                                               const OfflineDataWraper& wrapper)
+        OEM_EXCLUDES(mLock);
+    OEM_STEP OfflineRequest* NewOfflineRequest(const OfflineDataWraper& wrapper,
+                                               const SessionStreams& streams,
+                                               RequestPrivData& privData,
+                                               ChiStreamBuffer* pOutputBuffer);
+    OEM_STEP void CreateOutputMetadata(Submission& submission);
+    OEM_STEP uint32_t ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& session,
+                                     Submission& submission);
 
-    static void CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result,
-                                     const PrivateSessionInfo& session, OfflineRequest* pRequest);
-    static void ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
-                                OfflineRequest* pRequest);
-    static void CompleteRequest(const ChiOfflineResultBlock& block, OfflineRequest* pRequest);
-    static void FreeRequestBuffers(OfflineRequest* pRequest);
+    OEM_STEP static void CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result,
+                                              const PrivateSessionInfo& session,
+                                              OfflineRequest* pRequest);
+    OEM_STEP static void ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
+                                         OfflineRequest* pRequest);
+    OEM_STEP static void CompleteRequest(const ChiOfflineResultBlock& block,
+                                         OfflineRequest* pRequest);
+    OEM_STEP static void FreeRequestBuffers(OfflineRequest* pRequest);
     const OffCamApplicationCallbacks* HostCallbacks() const { return LoadAcquire(mpOffCamAppCbs); }
 
-    void TranslateOutputBuffers(const ChiOfflineResultBlock& block, camera3_stream_buffer* pBuffers,
-                                camera3_capture_result& result);
-    bool TranslateOutputMetadata(ChiMetadataHandle metadata, const RequestPrivData& privData,
-                                 camera3_capture_result& result);
+    OEM_STEP void TranslateOutputBuffers(const ChiOfflineResultBlock& block,
+                                         camera3_stream_buffer* pBuffers,
+                                         camera3_capture_result& result);
+    OEM_STEP bool TranslateOutputMetadata(ChiMetadataHandle metadata,
+                                          const RequestPrivData& privData,
+                                          camera3_capture_result& result);
 
     uint32_t CloseInVendor(unsigned long handle);
     void FreeInputStreams(unsigned long handle);
@@ -313,7 +328,7 @@ class FoundSessions {
     };
 
     /// \returns null where the identity is not listed.
-    const Session* Find(const OfflineSessionIdentitys& identity) const;
+    OEM_STEP const Session* Find(const OfflineSessionIdentitys& identity) const;
     /// Lists a session that is not listed yet. The chain's identity stays as long as it is listed.
     void Add(const OfflineSessionIdentitys& chainIdentity, const Session& session);
     /// Forgets all sessions, and gives the memory back.
@@ -336,25 +351,25 @@ class FoundSessions {
         const OfflineSessionIdentitys* pIdentity = nullptr;
     };
 
-    static Key KeyOf(const OfflineSessionIdentitys& identity);
-    size_t PlaceOf(const Key& key) const;
+    OEM_STEP static Key KeyOf(const OfflineSessionIdentitys& identity);
+    OEM_STEP size_t PlaceOf(const Key& key) const;
     void Grow();
     void Place(const Entry& entry);
 
-    std::vector<Entry> mEntries; ///< Open addressing: a power of two, at most half of it in use.
+    /// Open addressing: a power of two of places, at most three quarters of them in use.
+    std::vector<Entry> mEntries;
     size_t mCount = 0;
-    uint32_t mShift = 0; ///< What is left of a hash is a place.
+    uint32_t mShift = 0; ///< Leaves as many bits of a hash as there are of a place.
 };
 
 /// The sessions of one adaptee, by output stream. A session is made by the first request of its
 /// identity and found by the later ones; a stream's chains stay in creation order.
-class SessionManagers {
+class alignas(kCacheLine) SessionManagers {
   public:
     explicit SessionManagers(QcomAdaptee* pAdaptee);
 
-    /// Finds or makes the session of `identity`. A session that was found before costs no search and
-    /// no allocation.
-    /// A generation that fails for a stream seen for the first time is retried once in the same
+    /// Finds or makes the session of `identity`. One that was found before costs no allocation. A
+    /// generation that fails for a stream seen for the first time is retried once in the same
     /// call. \param pInStreams the session's inputs, read where one is made. \param pInfo becomes
     /// the session's record; null with handle 0, and where the record is not known. \returns the
     /// session's handle; 0 where none could be made, and for a chain that holds none. Concurrent;

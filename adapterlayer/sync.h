@@ -2,6 +2,7 @@
 /// clang's thread-safety annotations.
 #pragma once
 
+#include <cstddef>
 #include <type_traits>
 
 /// The member may be touched only with `mutex` held.
@@ -14,6 +15,10 @@
 #define OEM_NO_LOCK_CHECK __attribute__((no_thread_safety_analysis))
 
 namespace OemLayer {
+
+/// What the memory of two processors is kept apart by. A record that requests write to is aligned to
+/// it, so that no two cameras write to the same piece.
+inline constexpr std::size_t kCacheLine = 64;
 
 /// Atomic access to members whose type is part of a record or that vendor code writes through a
 /// pointer, and so cannot be std::atomic.

@@ -10,7 +10,7 @@ suppressed=(
     'returnDanglingLifetime:*adapterlayer/platformadapter.cpp'
 )
 # This version does not define the name by which code can tell it.
-cppcheck --project="$1/compile_commands.json" -i/usr/src -D__cppcheck__ \
+cppcheck --project="$1/compile_commands.json" -i/usr/src -ibuild/benchmark -D__cppcheck__ \
     -j "$(nproc)" --quiet --error-exitcode=1 --template=gcc \
     --enable=warning,performance,portability --inline-suppr --library=googletest \
     "${suppressed[@]/#/--suppress=}"

@@ -58,9 +58,9 @@ tests=(
     -Wno-missing-noreturn
 )
 
-# The commands of the build but GoogleTest's, without their libc++ and object file.
+# The commands of the build but those of the frameworks for tests and benchmarks, without their libc++ and object file.
 commands() {
-    sed -nE 's/^  "command": "(.*)",?$/\1/p' "$database" | grep -v ' /usr/src/googletest/[^ ]*$' |
+    sed -nE 's/^  "command": "(.*)",?$/\1/p' "$database" | grep -v -e ' /usr/src/googletest/[^ ]*$' -e '/build/benchmark/source/[^ ]*$' |
         sed -E 's/\\(["\\])/\1/g; s/^[^ ]+ //; s/ -stdlib=[^ ]+//; s/ -o [^ ]+ -c / -fsyntax-only /' | sort -u
 }
 

@@ -27,14 +27,21 @@ inline SessionInfo& InfoOf(const standin::SessionCopy& session) {
 }
 
 /// What a host was told about a request, in order: M and B for a result's metadata and each of its
-/// buffers, - for an empty result, R for the release, C with the status for the completion.
-inline std::string Story(const Request& request) {
+/// buffers, b for one that was not translated, - for an empty result, R for the release, C with the
+/// status for the completion. The first `skipped` events are left out.
+inline std::string Story(const Request& request, size_t skipped = 0) {
     std::string story;
     for (const Event& event : request.Events()) {
+        if (skipped > 0) {
+            --skipped;
+            continue;
+        }
         story += story.empty() ? "" : " ";
         if (event.kind == Event::Result) {
-            const std::string metadata = event.result.result != nullptr ? "M" : "";
-            const std::string brought = metadata + std::string(event.buffers.size(), 'B');
+            std::string brought = event.result.result != nullptr ? "M" : "";
+            for (const camera3_stream_buffer& buffer : event.buffers) {
+                brought += buffer.stream != nullptr ? 'B' : 'b';
+            }
             story += brought.empty() ? "-" : brought;
         } else {
             story += event.kind == Event::Release ? "R" : "C" + std::to_string(event.status);

@@ -21,34 +21,6 @@ TEST(Creation, OpensMetadataThenBufferOperations) {
     EXPECT_EQ(calls.back().args, Words{metadata[0]});
 }
 
-TEST(Creation, GoesOnWithoutWhatCannotBeOpened) {
-    struct Case {
-        Entry entry;
-        bool missing; ///< Else its call fails.
-        const char* line;
-    };
-    const Case cases[] = {
-        {Entry::OpenMetadataOps, false, "E Metadata Ops initialization failed"},
-        {Entry::OpenMetadataOps, true,
-         "E mpChiOfflineIntfOps->pOpenMetadataOps is not implemented"},
-        {Entry::OpenBufferOps, false, "I mpOfflineBufferOps:(nil)"},
-        {Entry::OpenBufferOps, true, "E mpChiOfflineIntfOps->pOpenBufferOps is not implemented"},
-    };
-    for (const Case& wanted : cases) {
-        SCOPED_TRACE(wanted.line);
-        Device device;
-        wanted.missing ? device->SetMissing(wanted.entry) : device->Fail(wanted.entry, 0);
-        Camera camera{device};
-        const Texts lines = LogLines("Create");
-        EXPECT_EQ(std::count(lines.begin(), lines.end(), wanted.line), 1);
-        EXPECT_EQ(CountLogged("E"), *wanted.line == 'E' ? 1U : 0U);
-        camera.Destroy();
-        const size_t metadata = wanted.entry == Entry::OpenMetadataOps ? 0 : 1;
-        EXPECT_EQ(device->CallCount(Entry::MetadataOpsClose), metadata);
-        EXPECT_EQ(device->CallCount(Entry::BufferOpsClose), 1 - metadata);
-    }
-}
-
 TEST(Creation, WithoutAnInterfaceOpensNothingAndIsStillACamera) {
     Device device;
     device->RefuseLibrary("/vendor/lib64/hw/com.qti.chi.offline.so");
@@ -89,18 +61,6 @@ I Destroy: Destroy X)";
     EXPECT_EQ(Log(), Printed(kLife, context, context->pName, context->pOpenSession,
                              context->pOpenMetadataOps, context->pOpenBufferOps, buffers, metadata,
                              buffers));
-}
-
-TEST(Camera, DestructionSkipsACloseEntryThatIsMissing) {
-    for (const Entry missing : {Entry::MetadataOpsClose, Entry::BufferOpsClose}) {
-        Device device;
-        device.ExpectLeftovers();
-        device->SetMissing(missing);
-        Camera camera{device};
-        camera.Destroy();
-        EXPECT_EQ(device->CountAlive().metadataOps + device->CountAlive().bufferOps, 1U);
-        EXPECT_EQ(LogLines().back(), "I Destroy: Destroy X");
-    }
 }
 
 // --- The feature map

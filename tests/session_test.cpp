@@ -219,13 +219,4 @@ TEST(Session, WhoseOpeningFailedIsListedWithHandleZeroUntilFlush) {
     EXPECT_EQ(scene.Submit(), 0U);
 }
 
-TEST(Session, CannotBeOpenedWithoutAnOpenEntry) {
-    Scene scene;
-    scene.device->SetMissing(Entry::OpenSession);
-    EXPECT_EQ(scene.Submit(), 4U);
-    EXPECT_EQ(LogLines("FindOfflineInfo").size(), 1U);
-    EXPECT_EQ(Log("DoOpenOfflineSession"), "I Shared session handle: 0");
-    EXPECT_EQ(LastLog("SubmitRequestFromRT"), kNoSession);
-}
-
 } // namespace

@@ -231,12 +231,9 @@ struct Lacking {
 constexpr const char kNoOutput[] = "E pOfflineOutputBuffer is NULL";
 constexpr const char kNoMetadata[] = "create offline output metadata:(nil)";
 constexpr Lacking kLacking[] = {
-    {[](Scene& s) { s.request.outputArgument = nullptr; }, "MB R C0", kNoOutput, false},
-    {[](Scene& s) { s.device->SetMissing(Entry::TranslateToChiBuffer); }, "MB R C0", "", false},
-    {[](Scene& s) { s.device->Fail(Entry::TranslateToChiBuffer, 1); }, "MB R C0", "", false},
+    {[](Scene& s) { s.request.outputArgument = nullptr; }, "Mb R C0", kNoOutput, false},
+    {[](Scene& s) { s.device->Fail(Entry::TranslateToChiBuffer, 1); }, "Mb R C0", "", false},
     {[](Scene& s) { s.device->Fail(Entry::MetadataCreate, 0); }, "B R C0", kNoMetadata},
-    {[](Scene& s) { s.device->SetMissing(Entry::MetadataCreate); }, "B R C0", kNoMetadata},
-    {[](Scene& s) { s.device->SetMissing(Entry::MetadataCreateFromAndroid); }, "MB R C0"},
     {[](Scene& s) { s.request.callbacks.releaseRtBuffers = nullptr; }, "MB C0"},
     {[](Scene& s) { s.request.callbacks.requestComplete = nullptr; }, "MB R"},
 };

@@ -73,10 +73,7 @@ struct Scene {
         request.UseVendorBuffers(camera);
         device->ClearRecords();
     }
-    ~Scene() {
-        device->SetMissing(Entry::MetadataCreateFromAndroid, false);
-        request.GiveBack(camera);
-    }
+    ~Scene() { request.GiveBack(camera); }
 
     /// Inputs of these formats, and handles that tell which one they are: 1000 and up for raw
     /// buffers, 2000 for metadata, 3000 for YUV buffers; a0, a1 and a2 for their managers.
@@ -167,46 +164,6 @@ struct Scene {
             name(event.result.result, "<android metadata>");
         }
         return log;
-    }
-};
-
-/// A camera and requests for three features, each to a stream of its own.
-struct ThreeFeatures {
-    Device device;
-    Camera camera{device};
-    Request requests[3];
-
-    ThreeFeatures() {
-        device->SetDelivery(Delivery::OnCallerThread);
-        device->SetShape(Shape::Together);
-        const char* const features[] = {"Night", "Portrait", "Hdr"};
-        for (size_t i = 0; i < 3; ++i) {
-            requests[i].UseVendorBuffers(camera);
-            requests[i].wrapper.identity.featureName = features[i];
-        }
-    }
-    ~ThreeFeatures() {
-        for (Request& request : requests) {
-            request.GiveBack(camera);
-        }
-    }
-
-    /// Submits all, in order. \returns status and story of each, as in "0 MB R C0".
-    Texts Submit() {
-        Texts outcomes;
-        for (Request& request : requests) {
-            outcomes.push_back(std::to_string(request.Submit(camera)) + " ");
-            outcomes.back() += Story(request);
-        }
-        return outcomes;
-    }
-    /// What `Submit` returns where the `nth` request fails, and all succeed where there is none.
-    static Texts AllBut(uint32_t nth, const char* failure) {
-        Texts outcomes(3, "0 MB R C0");
-        if (nth <= 3) {
-            outcomes[nth - 1] = failure;
-        }
-        return outcomes;
     }
 };
 

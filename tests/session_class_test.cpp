@@ -3,7 +3,6 @@
 
 #include "tests/support/scene.h"
 
-#include <cstdlib>
 #include <dlfcn.h>
 #include <new>
 
@@ -15,11 +14,10 @@ int g_arraysUntilFailure = -1; ///< Of those that may fail; negative for no fail
 
 } // namespace
 
-void* operator new[](size_t size) { return std::malloc(size); }
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return g_arraysUntilFailure >= 0 && g_arraysUntilFailure-- == 0 ? nullptr : std::malloc(size);
+    return g_arraysUntilFailure >= 0 && g_arraysUntilFailure-- == 0 ? nullptr
+                                                                    : ::operator new[](size);
 }
-void operator delete[](void* block) noexcept { std::free(block); }
 
 namespace {
 
@@ -142,17 +140,12 @@ TEST(BufferFormat, FollowsTheStreamFormatAndIsYuvForTheUnknown) {
 }
 
 TEST(Preparation, FailsWithFiveWhereAListFindsNoMemory) {
-    const char* const last[] = {
-        "E Unable to initialize ppChiStreams",
-        "E [oemlayer_stream] Unable to prepare configure session for Night for camera 3"};
-    for (int nth = 0; nth < 2; ++nth) {
+    for (const int nth : {0, 1}) {
         AdapteeScene scene;
         const unsigned long handle = scene.Open();
         g_arraysUntilFailure = nth;
         EXPECT_EQ(scene.Prepare(handle), 5U);
-        g_arraysUntilFailure = -1;
-        EXPECT_EQ(LastLog("PrepareOfflineConfig"), last[nth]);
-        EXPECT_EQ(CountLogged("E", "[oemlayer_stream] Unable to initialize ppChiStreams"), nth);
+        EXPECT_EQ(std::exchange(g_arraysUntilFailure, -1), -1);
         EXPECT_EQ(scene.adaptee->CloseOfflineSessions(handle), 0U);
     }
 }

@@ -100,7 +100,7 @@ struct Row {
     std::optional<Effect> missing = {}; ///< Where it is another one.
 };
 
-const Row& RowOf(Entry entry) {
+const std::map<Entry, Row>& Rows() {
     constexpr const char kNoOps[] = "mpChiOfflineIntfOps->pOpenMetadataOps is not implemented";
     constexpr const char kNoBufferOps[] = "mpChiOfflineIntfOps->pOpenBufferOps is not implemented";
     static const std::map<Entry, Row> rows = {
@@ -144,7 +144,7 @@ const Row& RowOf(Entry entry) {
         {MetadataOpsClose, {{{}, {}, "m"}}},
         {BufferOpsClose, {{{}, {}, "b"}}},
     };
-    return rows.at(entry);
+    return rows;
 }
 
 struct Expected {
@@ -309,12 +309,13 @@ TEST(FailNth, ACallThatFailsCostsWhatItsEntryIsFor) {
         Expected expected;
         // The first translation of a request is that of its output, which the framework's replaces.
         if (call.entry != TranslateToChiBuffer || nth % 2 == 0) {
-            expected.Apply(call.point, RowOf(call.entry).fails);
+            expected.Apply(call.point, Rows().at(call.entry).fails);
         }
         Life life;
         life.device->Fail(call.entry, standin::FailureOf(call.entry), nth, 1);
         life.Run(expected);
     }
+    EXPECT_EQ(made.size(), Rows().size());
 }
 
 /// What it costs that the entry of one of the calls is missing from that call on.
@@ -329,7 +330,8 @@ Expected WithoutEntry(const std::vector<Call>& calls, size_t from) {
         // Where the last request had no session, there is none to configure or to close.
         const size_t request = point == Flushed || point == Last ? point - 1 : point;
         if (meets && (i == from || expected.told.at(request) != kRefused.told)) {
-            expected.Apply(point, RowOf(entry).missing.value_or(RowOf(entry).fails));
+            const Row& row = Rows().at(entry);
+            expected.Apply(point, row.missing.value_or(row.fails));
         }
     }
     return expected;

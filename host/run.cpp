@@ -1,13 +1,12 @@
 #include "host/run.h"
 
+#include "host/progress.h"
 #include "host/timeline.h"
 #include "standin/located_json.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <set>
 #include <thread>
-#include <unistd.h>
 
 namespace host {
 
@@ -15,9 +14,6 @@ using standin::InputError;
 
 namespace {
 
-constexpr std::chrono::seconds kFirstPause{2}; // Before progress is worth a line.
-constexpr std::chrono::seconds kPause{5};
-constexpr std::chrono::milliseconds kTerminalPause{200};
 constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
 constexpr std::chrono::seconds kGrace{1};        // For what is in flight at an interruption.
 
@@ -35,47 +31,6 @@ void WaitUntil(Clock::time_point due) {
         std::this_thread::sleep_for(std::min<Clock::duration>(due - now, kGlance));
     }
 }
-
-/// A line on standard error that tells how far something is, once it takes more than two seconds. On
-/// a terminal it changes in place, elsewhere there is a new one from time to time.
-class Progress {
-  public:
-    explicit Progress(std::function<std::string()> describe)
-        : mDescribe(std::move(describe)), mThread([this] { Show(); }) {}
-    ~Progress() {
-        {
-            const std::lock_guard lock(mMutex);
-            mIsOver = true;
-        }
-        mWake.notify_all();
-        mThread.join();
-    }
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
-
-  private:
-    void Show() {
-        const bool isTerminal = isatty(STDERR_FILENO) != 0;
-        const char* const form = isTerminal ? "\r\033[K%s" : "%s\n";
-        bool wasShown = false;
-        std::unique_lock lock(mMutex);
-        for (Clock::duration pause = kFirstPause;
-             !mWake.wait_for(lock, pause, [this] { return mIsOver; });
-             pause = isTerminal ? Clock::duration(kTerminalPause) : kPause) {
-            (void)fprintf(stderr, form, mDescribe().c_str());
-            wasShown = true;
-        }
-        if (wasShown && isTerminal) {
-            (void)fprintf(stderr, form, "");
-        }
-    }
-
-    const std::function<std::string()> mDescribe;
-    std::mutex mMutex;
-    std::condition_variable mWake;
-    bool mIsOver = false;
-    std::thread mThread;
-};
 
 /// How many requests of a camera may be in flight.
 uint32_t LimitOf(const CameraPlan& plan) {

@@ -1,0 +1,154 @@
+/// The program's allocation functions, which win over the C++ and the C library's in all of the
+/// process.
+///
+/// Memory is the library's where the call comes from its code. The C++ library's own code, such as a
+/// string that grows, asks for somebody: for the caller that is next on the stack. That is rare, so
+/// that a look at the stack may take its time. A block has its size and its owner in front of it,
+/// and is no longer counted when it is freed, by whomever.
+#include "soak/heap.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <malloc.h>
+#include <new>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SOAK_COUNTS_C 0
+#else
+#define SOAK_COUNTS_C 1
+#endif
+
+namespace soak::heap {
+namespace {
+
+/// The addresses of a loaded module.
+struct Range {
+    const void* begin = nullptr;
+    const void* end = nullptr;
+
+    bool Has(const void* address) const { return address >= begin && address < end; }
+};
+
+Range g_library;
+Range g_runtime; ///< The C++ library.
+std::atomic<int64_t> g_libraryBytes = 0;
+std::atomic<int64_t> g_libraryBytesC = 0;
+std::atomic<int64_t> g_processBytes = 0;
+
+struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) Header {
+    size_t size;
+    bool isLibrarys;
+};
+
+#if SOAK_COUNTS_C
+extern "C" {
+void* CallocInC(size_t count, size_t size) __asm__("__libc_calloc");
+void FreeInC(void* memory) __asm__("__libc_free");
+}
+#else
+void FreeInC(void* memory) { std::free(memory); }
+#endif
+
+/// Whether the code that the C++ library works for is the library's.
+bool RuntimeWorksForLibrary() {
+    constexpr int kMostFrames = 32;
+    void* frames[kMostFrames];
+    const std::span stack(frames, static_cast<size_t>(backtrace(frames, kMostFrames)));
+    const auto isRuntimes = [](const void* frame) { return g_runtime.Has(frame); };
+    const auto first = std::find_if(stack.begin(), stack.end(), isRuntimes);
+    const auto caller = std::find_if_not(first, stack.end(), isRuntimes);
+    return caller != stack.end() && g_library.Has(*caller);
+}
+
+/// Nothing here goes on with a full heap.
+void* Allocate(size_t size, const void* caller) {
+    auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + size));
+    if (header == nullptr) {
+        std::abort();
+    }
+    const bool isLibrarys =
+        g_library.Has(caller) || (g_runtime.Has(caller) && RuntimeWorksForLibrary());
+    *header = {size, isLibrarys};
+    const auto bytes = static_cast<int64_t>(size);
+    g_libraryBytes.fetch_add(isLibrarys ? bytes : 0, std::memory_order_relaxed);
+    g_processBytes.fetch_add(bytes, std::memory_order_relaxed);
+    return header + 1;
+}
+
+void Free(void* memory) {
+    if (memory == nullptr) {
+        return;
+    }
+    auto* const header = static_cast<Header*>(memory) - 1;
+    const auto bytes = static_cast<int64_t>(header->size);
+    g_libraryBytes.fetch_sub(header->isLibrarys ? bytes : 0, std::memory_order_relaxed);
+    g_processBytes.fetch_sub(bytes, std::memory_order_relaxed);
+    FreeInC(header);
+}
+
+/// Of the module that an address is in.
+Range RangeAround(void* address) {
+    dl_find_object module{};
+    if (_dl_find_object(address, &module) != 0) {
+        throw std::runtime_error("memory cannot be told apart: no module has the address");
+    }
+    return {module.dlfo_map_start, module.dlfo_map_end};
+}
+
+} // namespace
+
+void Watch(void* inLibrary) {
+    const Range library = RangeAround(inLibrary);
+    g_runtime =
+        RangeAround(std::bit_cast<void*>(static_cast<std::string (*)(int)>(std::to_string)));
+    (void)RuntimeWorksForLibrary(); // The first look at a stack allocates.
+    g_library = library;
+}
+
+Live Count() { return {g_libraryBytes, g_libraryBytesC, g_processBytes}; }
+
+bool CountsC() { return SOAK_COUNTS_C != 0; }
+
+} // namespace soak::heap
+
+void* operator new(size_t size) { return soak::heap::Allocate(size, __builtin_return_address(0)); }
+void* operator new[](size_t size) {
+    return soak::heap::Allocate(size, __builtin_return_address(0));
+}
+void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return soak::heap::Allocate(size, __builtin_return_address(0));
+}
+void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return soak::heap::Allocate(size, __builtin_return_address(0));
+}
+void operator delete(void* memory) noexcept { soak::heap::Free(memory); }
+void operator delete[](void* memory) noexcept { soak::heap::Free(memory); }
+void operator delete(void* memory, size_t /*size*/) noexcept { soak::heap::Free(memory); }
+void operator delete[](void* memory, size_t /*size*/) noexcept { soak::heap::Free(memory); }
+
+// The library frees in C what it allocated there itself, and nothing else.
+#if SOAK_COUNTS_C
+extern "C" {
+__attribute__((visibility("default"))) void* calloc(size_t count, size_t size) noexcept {
+    void* const memory = soak::heap::CallocInC(count, size);
+    if (soak::heap::g_library.Has(__builtin_return_address(0))) {
+        soak::heap::g_libraryBytesC += static_cast<int64_t>(malloc_usable_size(memory));
+    }
+    return memory;
+}
+
+__attribute__((visibility("default"))) void free(void* memory) noexcept {
+    if (soak::heap::g_library.Has(__builtin_return_address(0))) {
+        soak::heap::g_libraryBytesC -= static_cast<int64_t>(malloc_usable_size(memory));
+    }
+    soak::heap::FreeInC(memory);
+}
+}
+#endif

@@ -1,0 +1,297 @@
+/// Endurance: four cameras, many requests, and at the end an account of each request and each byte.
+#include "host/progress.h"
+#include "soak/camera.h"
+#include "soak/heap.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cinttypes>
+#include <csignal>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using soak::Camera;
+using soak::Round;
+using soak::Tally;
+using standin::Entry;
+using standin::Order;
+using standin::Shape;
+using Clock = std::chrono::steady_clock;
+
+enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
+
+constexpr uint32_t kCameras = 4;
+constexpr int64_t kFormatRecord = 96;
+constexpr std::chrono::microseconds kLate{50};
+constexpr size_t kMostShown = 10; // Problems of a kind.
+constexpr auto kShapes = static_cast<uint32_t>(Shape::Count);
+constexpr uint32_t kRounds = 2 * kShapes * 2 * 2; // All that a round can be.
+constexpr std::array<const char*, kShapes> kShapeNames{
+    "metadata first", "buffers first", "together", "partials", "error buffer", "second block"};
+
+struct Options {
+    uint64_t requests = 1'000'000;
+    uint64_t seconds = 0; ///< 0 for no limit.
+};
+
+// What the signal handlers reach.
+Tally g_tally;
+std::atomic<bool> g_isInterrupted = false;
+
+/// Kinds of inputs alternate, so that what is left grows in every other round.
+Round RoundAt(uint32_t number) {
+    return {.isMixed = number % 2 == 1,
+            .shape = static_cast<Shape>(number / 2 % kShapes),
+            .order = number / (2 * kShapes) % 2 == 0 ? Order::Shuffled : Order::InOrder,
+            .lends = number / (4 * kShapes) % 2 == 1,
+            .isLate = number % 3 == 2};
+}
+
+std::string NameOf(uint32_t number) {
+    const Round round = RoundAt(number);
+    return "round " + std::to_string(number + 1) + (round.isMixed ? ": bursts, " : ": plain, ") +
+           kShapeNames.at(static_cast<size_t>(round.shape)) +
+           (round.order == Order::Shuffled ? ", shuffled" : "") + (round.lends ? ", lent" : "") +
+           (round.isLate ? ", late" : "");
+}
+
+/// The account at a moment when nothing is under way.
+struct Account {
+    std::string when;
+    uint64_t requests;
+    soak::heap::Live live;
+    int64_t expected; ///< Bytes of the library.
+
+    bool IsRight() const { return live.library == expected && live.libraryC == 0; }
+};
+
+class Soak {
+  public:
+    /// Loads the library. Throws std::runtime_error where it cannot be used.
+    explicit Soak(const Options& options);
+
+    void Go();
+    /// Prints what was done. \returns whether all of it was right.
+    bool Judge() const;
+
+  private:
+    void GoRound(uint32_t number);
+    void OnAllCameras(const std::function<void(uint32_t, Camera&)>& act);
+    void Keep(const std::string& when, int64_t idle);
+    std::string Describe() const;
+    std::vector<std::string> Problems() const;
+
+    const Options mOptions;
+    const Clock::time_point mStart = Clock::now();
+    std::vector<Account> mAccounts;
+    std::deque<Camera> mCameras;
+    std::atomic<uint32_t> mRound = 0;
+};
+
+/// A file of the build tree, from where this program lies in it.
+std::string Beside(const std::string& path) {
+    const auto self = std::filesystem::read_symlink("/proc/self/exe");
+    return (self.parent_path() / path).lexically_normal().string();
+}
+
+Soak::Soak(const Options& options) : mOptions(options) {
+    StandinControl()->SetRecording(false);
+    const host::Library library(Beside("../adapterlayer/camera.oemlayer.adapter.so"));
+    soak::heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
+    library.Load();
+    for (uint32_t id = 0; id < kCameras; ++id) {
+        mCameras.emplace_back(library, id, g_tally);
+    }
+}
+
+void Soak::Go() {
+    Keep("loaded", 0);
+    OnAllCameras([](uint32_t /*index*/, Camera& camera) {
+        camera.Create();
+        camera.Drive({}, 0);
+    });
+    // What idle cameras have, before any request: the rounds' accounts start from here.
+    const int64_t idle = soak::heap::Count().library;
+    Keep("created", idle);
+    {
+        const host::Progress progress([this] { return Describe(); });
+        for (uint32_t i = 0; !g_tally.isOver && (i < kRounds || mOptions.seconds > 0); ++i) {
+            GoRound(i);
+            Keep(NameOf(i), idle);
+        }
+    }
+    OnAllCameras([](uint32_t /*index*/, Camera& camera) { camera.Destroy(); });
+    Keep("destroyed", 0);
+    StandinControl()->CheckAllReturned();
+}
+
+/// The script is changed while nothing is in flight, and the requests are spread evenly.
+void Soak::GoRound(uint32_t number) {
+    mRound = number;
+    const Round round = RoundAt(number);
+    StandinControl()->SetShape(round.shape);
+    StandinControl()->SetOrder(round.order, number);
+    StandinControl()->SetAsksForFrameworkBuffers(round.lends);
+    StandinControl()->SetLatency(round.isLate ? kLate : std::chrono::microseconds(0));
+    OnAllCameras([&](uint32_t index, Camera& camera) {
+        constexpr uint64_t kShares = uint64_t{kRounds} * kCameras;
+        const uint64_t share = number % kRounds * kCameras + index;
+        camera.Drive(round, mOptions.requests * (share + 1) / kShares -
+                                mOptions.requests * share / kShares);
+    });
+}
+
+/// On a thread for each, and waits for them.
+void Soak::OnAllCameras(const std::function<void(uint32_t, Camera&)>& act) {
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < kCameras; ++i) {
+        threads.emplace_back([&act, i, this] { act(i, mCameras[i]); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+/// \param idle what the library has but for the format records that it leaves.
+void Soak::Keep(const std::string& when, int64_t idle) {
+    StandinControl()->WaitIdle();
+    const int64_t expected = idle + kFormatRecord * g_tally.formatsLeft;
+    mAccounts.push_back({when, g_tally.completed, soak::heap::Count(), expected});
+    if (!mAccounts.back().IsRight() || !StandinControl()->Violations().empty()) {
+        g_tally.isOver = true; // What comes would only repeat it.
+    }
+}
+
+std::string Soak::Describe() const {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - mStart);
+    const bool isTimed = mOptions.seconds > 0;
+    return "round " + std::to_string(mRound + 1) +
+           (isTimed ? "" : " of " + std::to_string(kRounds)) + ", " +
+           std::to_string(g_tally.completed) +
+           (isTimed ? "" : " of " + std::to_string(mOptions.requests)) + " requests completed, " +
+           std::to_string(seconds.count()) + " s";
+}
+
+// --- What came of it ----------------------------------------------------------------------------
+
+/// What did not hold, a line each.
+std::vector<std::string> Soak::Problems() const {
+    std::vector<std::string> problems;
+    const auto compare = [&](const char* what, uint64_t found, uint64_t expected) {
+        if (found != expected) {
+            problems.push_back(std::string(what) + ": " + std::to_string(expected) + " expected, " +
+                               std::to_string(found) + " found");
+        }
+    };
+    const auto& device = *StandinControl();
+    compare("requests executed", device.CallCount(Entry::ExecuteRequest), g_tally.accepted);
+    compare("requests released", g_tally.released, g_tally.accepted);
+    compare("requests completed", g_tally.completed, g_tally.accepted);
+    compare("sessions opened", device.CallCount(Entry::OpenSession), g_tally.sessions);
+    compare("sessions closed", device.CallCount(Entry::CloseSession), g_tally.sessions);
+    for (const Account& account : mAccounts) {
+        const auto& [library, libraryC, process] = account.live;
+        if (!account.IsRight()) {
+            problems.push_back("memory, " + account.when + ": " + std::to_string(account.expected) +
+                               " bytes expected, " + std::to_string(library) + " found, and " +
+                               std::to_string(libraryC) + " of the C allocator");
+        }
+    }
+    const std::vector<std::string> violations = device.Violations();
+    problems.insert(problems.end(), violations.begin(), violations.end());
+    return problems;
+}
+
+void PrintAccounts(const std::vector<Account>& accounts) {
+    std::printf("%-46s %9s %12s %12s %10s %12s\n", "live bytes of the heap", "requests", "library",
+                "expected", "difference", "process");
+    for (const auto& [when, requests, live, expected] : accounts) {
+        std::printf("%-46s %9" PRIu64 " %12" PRId64 " %12" PRId64 " %10" PRId64 " %12" PRId64 "\n",
+                    when.c_str(), requests, live.library, expected, live.library - expected,
+                    live.process);
+    }
+}
+
+bool Soak::Judge() const {
+    PrintAccounts(mAccounts);
+    const std::chrono::duration<double> time = Clock::now() - mStart;
+    std::printf("\nrequests   %" PRIu64 " accepted, %" PRIu64 " released, %" PRIu64
+                " completed, %" PRIu64 " of them with a failure as they were to be\n",
+                g_tally.accepted.load(), g_tally.released.load(), g_tally.completed.load(),
+                g_tally.failed.load());
+    std::printf("sessions   %" PRIu64 " in %" PRIu64 " bursts and %.1f s; cameras created %" PRIu64
+                " times\n",
+                g_tally.sessions.load(), g_tally.bursts.load(), time.count(),
+                g_tally.creations.load());
+    std::printf("memory     %" PRId64 " format records of %" PRId64 " bytes to stay; %s\n",
+                g_tally.formatsLeft.load(), kFormatRecord,
+                soak::heap::CountsC() ? "what the C allocator gives is counted, too"
+                                      : "the C allocator is a sanitizer's, and not counted");
+    const std::vector<std::string> problems = Problems();
+    for (size_t i = 0; i < std::min(problems.size(), kMostShown); ++i) {
+        std::printf("%s%s\n", i == 0 ? "failed     " : "           ", problems[i].c_str());
+    }
+    if (problems.size() > kMostShown) {
+        std::printf("           and %zu more\n", problems.size() - kMostShown);
+    }
+    if (problems.empty()) {
+        std::printf("came true  all of the above, and nothing is alive in the vendor\n");
+    }
+    return problems.empty();
+}
+
+// --- The program --------------------------------------------------------------------------------
+
+void OnTimeUp(int /*signal*/) { g_tally.isOver = true; }
+
+/// The second Ctrl-C ends the process as usual.
+void OnInterrupt(int signal) {
+    g_isInterrupted = true;
+    OnTimeUp(signal);
+    (void)std::signal(SIGINT, SIG_DFL);
+}
+
+int ParseAndRun(int argc, char** argv) {
+    Options options;
+    CLI::App app{"Sends requests to four cameras of camera.oemlayer.adapter.so for as long as is "
+                 "wanted, and accounts for each request and each byte.",
+                 "./dev soak"};
+    app.add_option("--requests", options.requests, "How many requests [1000000], over 48 rounds")
+        ->check(CLI::Range(uint64_t{1}, uint64_t{1'000'000'000}));
+    app.add_option("--seconds", options.seconds,
+                   "Go on for so long instead, in rounds of the same size")
+        ->check(CLI::Range(1U, 1'000'000U));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kCameTrue : kWrongInput;
+    }
+    (void)std::signal(SIGINT, OnInterrupt);
+    (void)std::signal(SIGALRM, OnTimeUp);
+    alarm(static_cast<unsigned>(options.seconds));
+    Soak soak(options);
+    soak.Go();
+    if (!soak.Judge()) {
+        return kFailed;
+    }
+    return g_isInterrupted ? kInterrupted : kCameTrue;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return ParseAndRun(argc, argv);
+    } catch (const std::exception& error) {
+        (void)fprintf(stderr, "%s\n", error.what());
+        return kFailed;
+    }
+}

@@ -67,12 +67,17 @@ bool RuntimeWorksForLibrary() {
     return caller != stack.end() && g_library.Has(*caller);
 }
 
+/// What lies before a block. Its header is the end of it.
+constexpr size_t Before(size_t alignment) { return std::max(alignment, sizeof(Header)); }
+
 /// Nothing here goes on with a full heap.
-void* Allocate(size_t size, const void* caller) {
-    auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + size));
-    if (header == nullptr) {
+void* Allocate(size_t size, const void* caller, size_t alignment = alignof(Header)) {
+    const size_t whole = (Before(alignment) + size + alignment - 1) / alignment * alignment;
+    auto* const base = static_cast<char*>(std::aligned_alloc(alignment, whole));
+    if (base == nullptr) {
         std::abort();
     }
+    auto* const header = reinterpret_cast<Header*>(base + Before(alignment)) - 1;
     const bool isLibrarys =
         g_library.Has(caller) || (g_runtime.Has(caller) && RuntimeWorksForLibrary());
     *header = {size, isLibrarys};
@@ -82,7 +87,7 @@ void* Allocate(size_t size, const void* caller) {
     return header + 1;
 }
 
-void Free(void* memory) {
+void Free(void* memory, size_t alignment = alignof(Header)) {
     if (memory == nullptr) {
         return;
     }
@@ -90,7 +95,7 @@ void Free(void* memory) {
     const auto bytes = static_cast<int64_t>(header->size);
     g_libraryBytes.fetch_sub(header->isLibrarys ? bytes : 0, std::memory_order_relaxed);
     g_processBytes.fetch_sub(bytes, std::memory_order_relaxed);
-    FreeInC(header);
+    FreeInC(static_cast<char*>(memory) - Before(alignment));
 }
 
 /// Of the module that an address is in.
@@ -127,6 +132,15 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return soak::heap::Allocate(size, __builtin_return_address(0));
+}
+void* operator new(size_t size, std::align_val_t alignment) {
+    return soak::heap::Allocate(size, __builtin_return_address(0), static_cast<size_t>(alignment));
+}
+void operator delete(void* memory, std::align_val_t alignment) noexcept {
+    soak::heap::Free(memory, static_cast<size_t>(alignment));
+}
+void operator delete(void* memory, size_t /*size*/, std::align_val_t alignment) noexcept {
+    soak::heap::Free(memory, static_cast<size_t>(alignment));
 }
 void operator delete(void* memory) noexcept { soak::heap::Free(memory); }
 void operator delete[](void* memory) noexcept { soak::heap::Free(memory); }

@@ -600,11 +600,16 @@ long QcomAdaptee::OpenOfflineSession(const std::string& cameraText,
                       featureName.c_str(), identity.pOutStream);
         return 0;
     }
-    if (!mRtLinkSessHdlMap.emplace(identity, static_cast<uint64_t>(sessHdl)).second) {
+    const auto [link, isNew] = mRtLinkSessHdlMap.emplace(identity, static_cast<uint64_t>(sessHdl));
+    if (!isNew) {
         // The new session stays open and filed; only the identity keeps its earlier one.
         OEM_LOG_WARN("identity{%d, %p} already exist in  mRtLinkSessHdlMap,", identity.cameraId,
                      identity.pOutStream);
         return 0;
+    }
+    if (PrivateSessionInfo* pInfo = FindSessionInfo(static_cast<uint64_t>(sessHdl))) {
+        pInfo->link = link;
+        pInfo->isLinked = true;
     }
     OEM_LOG_INFO("[oemlayer_stream] offline session %s for cameraId:%d stream:%p sessHdl:%li",
                  featureName.c_str(), identity.cameraId, identity.pOutStream, sessHdl);
@@ -665,6 +670,7 @@ void QcomAdaptee::FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) {
     if (pReplaced == nullptr) {
         return;
     }
+    pInfo->isHandlesFirst = false;
     mpSessionManagers->ForgetFound();
     if (sessHdl == 0) {
         FreeSessionInfo(pReplaced);
@@ -1532,7 +1538,6 @@ uint32_t QcomAdaptee::CloseOfflineSessions(unsigned long handle) {
     ForgetSessionInfo(handle);
     FreeInputStreamPointers(handle);
     FreeStreamPrivateInfos(handle);
-    std::erase_if(mRtLinkSessHdlMap, [handle](const auto& link) { return link.second == handle; });
     // For the whole camera, although other sessions may have requests in flight. On purpose.
     StoreRelaxed(mTotalCounter, 0);
     return kStatusOk;
@@ -1561,8 +1566,19 @@ void QcomAdaptee::FreeInputStreams(unsigned long handle) {
 void QcomAdaptee::ForgetSessionInfo(unsigned long handle) {
     PrivateSessionInfo* pInfo = mSessInfoMap[handle];
     mSessInfoMap.erase(handle);
+    ForgetLinks(handle, pInfo);
     if (pInfo != nullptr) {
         FreeSessionInfo(pInfo);
+    }
+}
+
+/// Forgets the identities that point at a handle: one, but for a vendor that gave a handle twice.
+void QcomAdaptee::ForgetLinks(unsigned long handle, const PrivateSessionInfo* pInfo) {
+    if (pInfo == nullptr || !pInfo->isHandlesFirst) {
+        std::erase_if(mRtLinkSessHdlMap,
+                      [handle](const auto& link) { return link.second == handle; });
+    } else if (pInfo->isLinked) {
+        mRtLinkSessHdlMap.erase(pInfo->link);
     }
 }
 

@@ -52,6 +52,8 @@ struct OfflineMapInfo {
 /// One camera's side of the vendor's offline interface.
 class alignas(kCacheLine) QcomAdaptee {
   public:
+    using SessionLinks = std::map<OfflineSessionIdentitys, uint64_t>;
+
     /// One opened session. Allocated zeroed; freed when the session is closed.
     struct PrivateSessionInfo {
         std::string sessionName; ///< Named after the camera at opening, after the feature later.
@@ -75,10 +77,13 @@ class alignas(kCacheLine) QcomAdaptee {
         /// The text that the vendor got as the session's name. `sessionName` is rewritten after the
         /// opening, while the vendor may read the name as long as the session lives.
         std::string vendorSessionName;
+        SessionLinks::iterator link; ///< The identity that was linked to this session.
+        bool isLinked = false;       ///< Whether there is one.
+        bool isHandlesFirst = true;  ///< No earlier session was filed under the same handle.
         /// Keeps what lies behind this record off the cache line of the two frame fields, which
         /// requests write to. Aligning the record would do so, too, and costs more where there are
         /// very many sessions.
-        char unused[40] = {};
+        char unused[24] = {};
     };
 
     /// Hung on each input stream of a session.
@@ -262,6 +267,7 @@ class alignas(kCacheLine) QcomAdaptee {
     uint32_t CloseInVendor(unsigned long handle);
     void FreeInputStreams(unsigned long handle);
     void ForgetSessionInfo(unsigned long handle);
+    void ForgetLinks(unsigned long handle, const PrivateSessionInfo* pInfo);
     void FreeSessionInfo(PrivateSessionInfo* pInfo);
     void FreeInputStreamPointers(unsigned long handle);
     void FreeStreamPrivateInfos(unsigned long handle);
@@ -270,7 +276,7 @@ class alignas(kCacheLine) QcomAdaptee {
     std::map<uint64_t, PrivateSessionInfo*> mSessInfoMap;
     /// Never filled: results find their request through the vendor's private data.
     std::map<uint64_t, std::queue<OfflineRequest*>> mSessRequestQueueMap;
-    std::map<OfflineSessionIdentitys, uint64_t> mRtLinkSessHdlMap;
+    SessionLinks mRtLinkSessHdlMap;
     std::vector<OfflineMapInfo> mOfflineMapInfos; ///< Constant after construction.
     ChiOfflineBufferManagerOps* mpOfflineBufferOps = nullptr;
     ChiOfflineMetadataOps* mpOfflineMetadataOps = nullptr;

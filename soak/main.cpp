@@ -211,10 +211,10 @@ std::vector<std::string> Soak::Problems() const {
 }
 
 void PrintAccounts(const std::vector<Account>& accounts) {
-    std::printf("%-46s %9s %12s %12s %10s %12s\n", "live bytes of the heap", "requests", "library",
+    std::printf("%-52s %9s %12s %12s %10s %12s\n", "live bytes of the heap", "requests", "library",
                 "expected", "difference", "process");
     for (const auto& [when, requests, live, expected] : accounts) {
-        std::printf("%-46s %9" PRIu64 " %12" PRId64 " %12" PRId64 " %10" PRId64 " %12" PRId64 "\n",
+        std::printf("%-52s %9" PRIu64 " %12" PRId64 " %12" PRId64 " %10" PRId64 " %12" PRId64 "\n",
                     when.c_str(), requests, live.library, expected, live.library - expected,
                     live.process);
     }

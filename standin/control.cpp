@@ -155,12 +155,14 @@ Control::Control() : mState(std::make_unique<State>()) { mState->deviceRoot = Ow
 Control::~Control() = default;
 
 void Control::Reset() {
-    const auto dropped = std::exchange(mState->Lock()->objects, {});
+    auto dropped = std::exchange(mState->Lock()->objects, {});
     for (const auto& [handle, session] : std::get<Objects<Session>>(dropped))
         session->Stop();
+    dropped = {};
     const auto state = mState->Lock();
     for (const Entry entry : std::set(state->script.missing))
         state->SetMissing(entry, false);
+    std::erase_if(state->slots, [](const auto& table) { return table.second.empty(); });
     state->script = {};
     state->records = {};
     state->nextFrame = 1;

@@ -42,11 +42,8 @@ uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreate
     session->data.name = info->pSessionName;
     session->pName = info->pSessionName;
     const uint64_t handle = Word(Adopt(session));
-    {
-        const auto device = Device().Lock();
-        session->data.handle = handle;
-    }
-    session->Start();
+    const auto device = Device().Lock();
+    session->data.handle = handle;
     return handle;
 }
 

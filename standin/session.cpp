@@ -61,8 +61,6 @@ void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& executio
 
 } // namespace
 
-void Session::Start() { mThread = std::thread(&Session::Run, this); }
-
 void Session::Stop() {
     {
         const auto device = Device().Lock();
@@ -74,11 +72,11 @@ void Session::Stop() {
         mWake.notify_all();
         device->idle.notify_all();
     }
-    if (Check(Rule::SessionCloser, mThread.get_id() != std::this_thread::get_id(),
-              "a session's own thread closes it"))
-        mThread.join();
-    else
+    if (!Check(Rule::SessionCloser, mThread.get_id() != std::this_thread::get_id(),
+               "a session's own thread closes it"))
         mThread.detach();
+    else if (mThread.joinable())
+        mThread.join();
 }
 
 void Session::Run() {
@@ -136,6 +134,8 @@ void Session::Accept(const std::shared_ptr<const Execution>& execution) {
     } else if (device.script.delivery == Delivery::ByHand && !mClosing) {
         device.waiting.emplace(index, job);
     } else if (!mClosing) {
+        if (!mThread.joinable())
+            mThread = std::thread(&Session::Run, this);
         mQueue.push_back(job);
         ++device.inFlight;
         mWake.notify_all();

@@ -20,10 +20,7 @@ struct Session : std::enable_shared_from_this<Session> {
     int32_t lastFrame = 0;       ///< The offline frame that was assigned last, and on which thread.
     std::thread::id lastThread;
 
-    /// Starts the session's thread.
-    void Start();
-
-    /// Ends the thread after the delivery that it is in, and drops what is queued or waits.
+    /// Ends the session's thread after the delivery that it is in, and drops what is queued or waits.
     void Stop();
 
     /// Hands a request to whom the script wants it delivered by.
@@ -50,7 +47,7 @@ struct Session : std::enable_shared_from_this<Session> {
     std::condition_variable mWake;
     bool mClosing = false;
     std::atomic<bool> mNotified = false; ///< Not guarded.
-    std::thread mThread;                 ///< For the threads that open and close.
+    std::thread mThread;                 ///< Started by the first request that it delivers.
 };
 
 } // namespace standin

@@ -1,0 +1,157 @@
+/// The formatting functions of the library, against the C library's own.
+///
+/// An input is: the size of the buffer (two bytes), the flags, width and precision of the three
+/// conversions, the text's and the literal's lengths (two bytes each), a number, then the literal's
+/// bytes over and over.
+
+#include "adapterlayer/oemlog.h"
+#include "adapterlayer/platformadapter.h"
+#include "fuzz/check.h"
+#include "fuzz/heap.h"
+
+#include <android/log.h>
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+// The formats are made at run time, each for its arguments: a text, a number and a long one.
+#pragma clang diagnostic ignored "-Wformat-nonliteral"
+#pragma clang diagnostic ignored "-Wformat-security"
+
+namespace {
+
+constexpr size_t kLine = 511; ///< Most characters of a line of the Android log.
+
+/// A conversion such as "%-8.3s".
+std::string Conversion(fuzz::Input& input, const char* kind) {
+    static constexpr const char* kFlags[] = {"", "-", "0", "+", " "};
+    std::string text = "%";
+    const uint32_t flag = input.Below(kind[0] == 's' ? 2 : 5);
+    text += kFlags[flag];
+    if (input.Flag()) {
+        text += std::to_string(1 + input.Below(256) * (input.Flag() ? 4 : 1));
+    }
+    if (input.Flag()) {
+        text += "." + std::to_string(input.Below(256) * (input.Flag() ? 4 : 1));
+    }
+    return text + kind;
+}
+
+std::string Repeat(const std::string& part, size_t length) {
+    std::string text;
+    while (text.size() < length) {
+        text += part;
+    }
+    return text.substr(0, length);
+}
+
+struct Case {
+    size_t size;
+    std::string format, text;
+    int number;
+    long longNumber;
+};
+
+Case ReadCase(fuzz::Input& input) {
+    Case read{};
+    read.size = input.Byte() | (input.Below(5) << 8U);
+    const std::string conversions[] = {Conversion(input, "s"), Conversion(input, "d"),
+                                       Conversion(input, "lx")};
+    const size_t textLength = input.Byte() | (input.Below(5) << 8U);
+    const size_t literalLength = input.Byte() | (input.Below(4) << 8U);
+    read.number = static_cast<int>(input.Word());
+    read.longNumber = static_cast<long>(uint64_t{input.Word()} << 32 | input.Word());
+    std::string part = input.Text(600);
+    part += part.empty() ? "x" : "";
+    read.text = Repeat(part, textLength);
+    for (const char byte : Repeat(part, literalLength)) {
+        read.format += byte == '%' ? "%%" : std::string(1, byte);
+    }
+    for (const std::string& conversion : conversions) {
+        read.format += conversion;
+    }
+    return read;
+}
+
+/// All that the format yields.
+std::string Whole(const Case& wanted) {
+    char* text = nullptr;
+    const int length = asprintf(&text, wanted.format.c_str(), wanted.text.c_str(), wanted.number,
+                                wanted.longNumber);
+    fuzz::Check(length >= 0, "the C library cannot format this");
+    std::string whole(text, static_cast<size_t>(length));
+    std::free(text);
+    return whole;
+}
+
+int Print(char* buffer, size_t size, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = CdkUtils::VSNPrintF(buffer, size, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+/// The buffer is as large as it is said to be, so that AddressSanitizer sees what is written past it.
+template <class Function>
+void CheckPrint(Function print, const Case& wanted, const std::string& whole) {
+    const std::unique_ptr<char[]> buffer(new char[wanted.size]);
+    const int result = print(buffer.get(), wanted.size, wanted.format.c_str(), wanted.text.c_str(),
+                             wanted.number, wanted.longNumber);
+    const bool isCut = wanted.size != 0 && whole.size() >= wanted.size;
+    fuzz::Expect("the result", result, isCut ? -1 : static_cast<int>(whole.size()));
+    if (wanted.size != 0) {
+        fuzz::Check(buffer.get() == whole.substr(0, wanted.size - 1), "another text");
+    }
+    // A size that no int holds counts as too small, although the text fits.
+    const std::unique_ptr<char[]> large(new char[whole.size() + 1]);
+    fuzz::Expect("the result of a huge size",
+                 print(large.get(), size_t{INT_MAX} + 1, wanted.format.c_str(), wanted.text.c_str(),
+                       wanted.number, wanted.longNumber),
+                 -1);
+    fuzz::Check(large.get() == whole, "another text of a huge size");
+}
+
+void CheckLine(void (*write)(const char*, ...), int priority, const Case& wanted,
+               const std::string& whole) {
+    write(wanted.format.c_str(), wanted.text.c_str(), wanted.number, wanted.longNumber);
+    const fuzz::Platform& platform = fuzz::ThePlatform();
+    fuzz::Expect("the priority", platform.priority, priority);
+    fuzz::Check(std::strcmp(platform.tag, "CamZ") == 0, "another tag");
+    fuzz::Check(platform.line == whole.substr(0, kLine), "another line");
+}
+
+void CheckFileName(const std::string& path) {
+    const std::unique_ptr<char[]> copy(new char[path.size() + 1]);
+    std::memcpy(copy.get(), path.c_str(), path.size() + 1);
+    const size_t slash = path.rfind('/');
+    const size_t start = slash == std::string::npos ? 0 : slash + 1;
+    fuzz::Check(OemLayer::ZGetFileName(copy.get()) == copy.get() + start, "another file name");
+}
+
+void Run(fuzz::Input input) {
+    const Case wanted = ReadCase(input);
+    const std::string whole = Whole(wanted);
+    CheckPrint(CdkUtils::SNPrintF, wanted, whole);
+    CheckPrint(Print, wanted, whole);
+    CheckLine(OemLayer::ZLogE, ANDROID_LOG_ERROR, wanted, whole);
+    CheckLine(OemLayer::ZLogW, ANDROID_LOG_WARN, wanted, whole);
+    CheckLine(OemLayer::ZLogI, ANDROID_LOG_INFO, wanted, whole);
+    CheckLine(OemLayer::ZLogV, ANDROID_LOG_VERBOSE, wanted, whole);
+    CheckFileName(wanted.text);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz::HeapWatch heap;
+    Run({data, size});
+    heap.EndEmpty();
+    return 0;
+}

@@ -1,0 +1,564 @@
+#include "fuzz/model.h"
+
+#include "adapterlayer/qcomadaptee.h"
+#include "fuzz/check.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace fuzz {
+
+std::optional<uint32_t> Model::Call(Entry entry) {
+    ++calls[static_cast<size_t>(entry)];
+    Fault& fault = faults[entry];
+    if (fault.times == 0) {
+        return std::nullopt;
+    }
+    const bool fails = fault.wait == 0;
+    --(fails ? fault.times : fault.wait);
+    return fails ? std::optional(fault.result) : std::nullopt;
+}
+
+Answered Model::Pass(Entry entry) {
+    const auto fault = Call(entry);
+    return {true, !fault.has_value(), fault.value_or(0)};
+}
+
+// --- Cameras
+
+void Model::Create(Camera& camera) {
+    camera = {.id = camera.id, .exists = true};
+    const size_t rows = Works(Entry::GetKeyCount) ? kConfigRows : 0;
+    Call(Entry::GetValuesCount);
+    for (size_t i = 0; i < rows && Works(Entry::GetList); ++i) {
+    }
+    camera.hasMetadata = Interface(Entry::OpenMetadataOps);
+    camera.hasBuffers = Interface(Entry::OpenBufferOps);
+    alive.metadataOps += camera.hasMetadata ? 1 : 0;
+    alive.bufferOps += camera.hasBuffers ? 1 : 0;
+}
+
+void Model::Destroy(Camera& camera) {
+    TearDown(camera);
+    Flush(camera);
+    alive.metadataOps -= Metadata(camera, Entry::MetadataOpsClose) ? 1 : 0;
+    alive.bufferOps -= Buffers(camera, Entry::BufferOpsClose) ? 1 : 0;
+    Lose(nullptr, &camera);
+    left.sessions += camera.hasZeroRecord ? 1 : 0;
+    camera.exists = false;
+}
+
+/// Requests that are never heard of again: those of a session, or those of a camera.
+void Model::Lose(const Session* session, const Camera* camera) {
+    for (Request& request : requests) {
+        if (request.state == Request::InFlight &&
+            (session != nullptr ? request.session == session : request.camera == camera)) {
+            request.state = Request::Free;
+        }
+    }
+}
+
+void Model::Flush(Camera& camera) {
+    for (const auto& [stream, chains] : camera.chains) {
+        for (const Camera::Chain& chain : chains) {
+            Close(camera, chain.session);
+        }
+    }
+    camera.chains.clear();
+}
+
+void Model::Close(Camera& camera, Session* session) {
+    if (!HasInterface(Entry::CloseSession)) {
+        return;
+    }
+    if (session == nullptr) {
+        camera.hasZeroRecord = false;
+    } else if (Works(Entry::CloseSession)) {
+        session->isOpen = false;
+        --alive.sessions;
+        --left.sessions;
+        Lose(session, nullptr);
+        std::erase_if(camera.links, [session](const auto& link) { return link.second == session; });
+    }
+}
+
+bool Model::IsAnyInFlight() const {
+    return std::any_of(requests.begin(), requests.end(),
+                       [](const Request& request) { return request.state == Request::InFlight; });
+}
+
+void Model::TearDown(Camera& camera) {
+    if (IsAnyInFlight()) {
+        broken.insert(Rule::ImageAlive);
+    }
+    if (!camera.hasBuffers) {
+        return;
+    }
+    for (const auto& [stream, manager] : camera.managers) {
+        if (!Buffers(camera, Entry::BufferManagerDestroy) || !manager.isThere) {
+            continue;
+        }
+        --alive.bufferManagers;
+        alive.imageBuffers -= manager.images;
+        if (manager.images != 0) {
+            broken.insert(Rule::ImageReleased);
+        }
+    }
+    camera.managers.clear();
+}
+
+bool Model::GetImage(Camera& camera, const camera3_stream& stream, bool isImage) {
+    if (!camera.hasBuffers) {
+        return false;
+    }
+    auto known = camera.managers.find(&stream);
+    if (known == camera.managers.end() && Has(Entry::BufferManagerCreate)) {
+        known = camera.managers.emplace(&stream, Camera::Manager{}).first;
+        known->second.isThere = Works(Entry::BufferManagerCreate);
+        alive.bufferManagers += known->second.isThere ? 1 : 0;
+    }
+    if (!Has(Entry::GetImageBuffer) || !Works(Entry::GetImageBuffer) || !isImage ||
+        known == camera.managers.end() || !known->second.isThere) {
+        return false;
+    }
+    ++alive.imageBuffers;
+    ++known->second.images;
+    return true;
+}
+
+void Model::ReleaseImage(Camera& camera, const camera3_stream& stream) {
+    if (IsAnyInFlight()) {
+        broken.insert(Rule::ImageAlive);
+    }
+    if (Buffers(camera, Entry::ReleaseImageBuffer)) {
+        --alive.imageBuffers;
+        --camera.managers.at(&stream).images;
+    }
+}
+
+// --- Sessions
+
+Camera::Chain* Model::FindChain(Camera& camera, const Request& request) {
+    const auto& identity = request.wrapper.identity;
+    for (Camera::Chain& chain : camera.chains[identity.pOutStream]) {
+        if (chain.cameraId == identity.cameraId && chain.feature == identity.featureName) {
+            return &chain;
+        }
+    }
+    return nullptr;
+}
+
+Session* Model::FindSession(Camera& camera, const Request& request) {
+    camera3_stream* const stream = request.wrapper.identity.pOutStream;
+    if (stream == nullptr) {
+        return nullptr;
+    }
+    if (!camera.chains.contains(stream)) {
+        Generate(camera, request);
+        if (!camera.chains.contains(stream)) {
+            return nullptr;
+        }
+    }
+    // A new stream has two attempts.
+    if (FindChain(camera, request) == nullptr) {
+        Generate(camera, request);
+    }
+    const Camera::Chain* const chain = FindChain(camera, request);
+    return chain != nullptr ? chain->session : nullptr;
+}
+
+void Model::Generate(Camera& camera, const Request& request) {
+    const auto& identity = request.wrapper.identity;
+    const camera3_stream& output = *identity.pOutStream;
+    if (output.stream_type == CAMERA3_STREAM_INPUT || output.width == 0 || output.height == 0) {
+        return;
+    }
+    auto& chains = camera.chains[identity.pOutStream];
+    if (!request.hasPrivData || request.privData.inputStreams.empty()) {
+        return;
+    }
+    Session* const session = Open(camera, request);
+    if (Configure(camera, session, request)) {
+        chains.push_back({identity.cameraId, identity.featureName, session});
+    } else {
+        ++left.chains;
+    }
+}
+
+/// \returns null for handle 0.
+Session* Model::Open(Camera& camera, const Request& request) {
+    if (!HasInterface(Entry::OpenSession)) {
+        return nullptr;
+    }
+    if (!Works(Entry::OpenSession)) {
+        camera.hasZeroRecord = true;
+        return nullptr;
+    }
+    ++alive.sessions;
+    ++left.sessions;
+    Session& session = mSessions.emplace_back();
+    const auto& identity = request.wrapper.identity;
+    const bool isNew =
+        camera.links
+            .try_emplace({identity.pOutStream, identity.cameraId, identity.featureName}, &session)
+            .second;
+    return isNew ? &session : nullptr;
+}
+
+bool Model::Configure(Camera& camera, Session* session, const Request& request) {
+    bool hasSettings = false;
+    if (session != nullptr) {
+        for (const camera3_stream* stream : request.privData.inputStreams) {
+            session->inputs.push_back(*stream);
+        }
+        session->pOutput = request.wrapper.identity.pOutStream;
+        session->isListed =
+            std::all_of(session->inputs.begin(), session->inputs.end(), [](const auto& stream) {
+                return stream.stream_type == CAMERA3_STREAM_OUTPUT;
+            });
+        hasSettings = Metadata(camera, Entry::MetadataCreateFromAndroid);
+        alive.metadata += hasSettings ? 1 : 0;
+        if (!hasSettings) {
+            broken.insert(Rule::SessionSettings);
+        }
+        if (session->isListed && session->pOutput->stream_type != CAMERA3_STREAM_OUTPUT) {
+            broken.insert(Rule::StreamTypes);
+        }
+    }
+    if (!HasInterface(Entry::ConfigureStreams)) {
+        return false;
+    }
+    if (session == nullptr) {
+        return true;
+    }
+    const bool succeeds = Works(Entry::ConfigureStreams);
+    // Else they are kept until a close that never comes.
+    if (succeeds && hasSettings && Metadata(camera, Entry::MetadataDestroy)) {
+        --alive.metadata;
+    }
+    return succeeds;
+}
+
+// --- Submission
+
+Request* Model::NewRequest(Camera& camera) {
+    for (Request& request : requests) {
+        if (request.state == Request::Free) {
+            request = Request();
+            request.state = Request::Reserved;
+            request.camera = &camera;
+            request.privData.owner = &request;
+            return &request;
+        }
+    }
+    return nullptr;
+}
+
+uint32_t Model::Submit(Request& request) {
+    request.status = Start(request);
+    if (request.status != 0) {
+        request.state = Request::Free;
+    }
+    return request.status;
+}
+
+uint32_t Model::Start(Request& request) {
+    Camera& camera = *request.camera;
+    if (!request.hasWrapper) {
+        return 4;
+    }
+    camera.table = request.table;
+    camera.framework = request.framework;
+    if (request.wrapper.numBuffers > OemLayer::kMaxInputSets) {
+        return 4;
+    }
+    request.buffer = {};
+    if (request.hasOutput && Interface(Entry::TranslateToChiBuffer)) {
+        request.buffer = {static_cast<uint32_t>(request.output.status),
+                          request.output.stream != nullptr};
+    }
+    Session* const session = FindSession(camera, request);
+    if (!request.hasPrivData) {
+        ++left.buffers;
+        return 4;
+    }
+    if (session == nullptr || !Feed(*session, request)) {
+        return 4;
+    }
+    request.frame = request.wrapper.rtFrameNumber;
+    request.metadata =
+        Metadata(camera, Entry::MetadataCreate) ? Request::Alive : Request::NoMetadata;
+    alive.metadata += request.metadata == Request::Alive ? 1 : 0;
+    if (!Interface(Entry::ExecuteRequest)) {
+        return 1;
+    }
+    Tolerate(*session, request);
+    request.session = session;
+    request.received = 0;
+    request.wasTouched = false;
+    request.state = Request::InFlight;
+    request.execution = mExecutions++;
+    request.asks = asks;
+    request.waits = delivery == standin::Delivery::ByHand;
+    if (!request.waits) {
+        Deliver(request, shape);
+    }
+    return 0;
+}
+
+namespace {
+
+enum Feeding { NotFed, Raw, Yuv };
+
+Feeding HowFed(const camera3_stream& stream, const Request& request) {
+    switch (stream.format) {
+    case HAL_PIXEL_FORMAT_RAW10:
+    case HAL_PIXEL_FORMAT_RAW16:
+        return Raw;
+    case HAL_PIXEL_FORMAT_YCBCR_420_888:
+        return request.wrapper.yuvInput == 1 ? Yuv : NotFed;
+    default:
+        return NotFed;
+    }
+}
+
+/// What a request to the session feeds in each set. The output's record is the host's own, and is
+/// fed, too, where the host has made an input of it.
+std::vector<const camera3_stream*> FedStreams(const Session& session, const Request& request) {
+    std::vector<const camera3_stream*> fed;
+    if (!session.isListed) {
+        return fed;
+    }
+    for (const camera3_stream& input : session.inputs) {
+        fed.push_back(&input);
+    }
+    if (session.pOutput->stream_type == CAMERA3_STREAM_INPUT) {
+        fed.push_back(session.pOutput);
+    }
+    std::erase_if(fed, [&](const auto* stream) { return HowFed(*stream, request) == NotFed; });
+    return fed;
+}
+
+} // namespace
+
+/// Takes the request's records from the heap. \returns false where it has too many inputs.
+bool Model::Feed(const Session& session, Request& request) {
+    const auto fed = FedStreams(session, request);
+    const uint32_t sets = request.wrapper.numBuffers;
+    if (fed.size() * sets > OemLayer::kMaxInputBuffers) {
+        return false;
+    }
+    const auto isRaw = [&](const auto* stream) { return HowFed(*stream, request) == Raw; };
+    request.firstIsRaw = sets != 0 && !fed.empty() && isRaw(fed[0]) ? 1 : 0;
+    request.capacity = std::max(2 * sets, static_cast<uint32_t>(fed.size()));
+    ++left.requests;
+    left.buffers += 1 + request.capacity;
+    left.formats += static_cast<size_t>(std::count_if(fed.begin(), fed.end(), isRaw)) * sets;
+    return true;
+}
+
+/// What the vendor may object to in a request that is as the host made it.
+void Model::Tolerate(const Session& session, const Request& request) {
+    for (uint32_t i = 0; i < request.wrapper.numBuffers; ++i) {
+        if (request.wrapper.pChiMetadataHandles[i] == nullptr) {
+            broken.insert(Rule::SetMetadata);
+        }
+    }
+    for (const camera3_stream* stream : FedStreams(session, request)) {
+        if (!request.hasImages) {
+            broken.insert(Rule::ImageAlive);
+        }
+        if (!request.ownManagers) {
+            broken.insert(Rule::InputManager);
+        }
+        const camera3_stream& image = *request.pRawImage;
+        if (HowFed(*stream, request) == Raw &&
+            (stream->format != image.format || stream->width != image.width ||
+             stream->height != image.height)) {
+            broken.insert(Rule::Memory);
+        }
+        if (stream == session.pOutput) {
+            broken.insert(
+                {Rule::InputStream, Rule::InputFormat, Rule::FilterPattern, Rule::Memory});
+        }
+    }
+    if (request.buffer.hasStream ? request.output.stream != session.pOutput
+                                 : request.hasOutput && request.output.stream == nullptr) {
+        broken.insert(Rule::Output);
+    }
+}
+
+// --- Results
+
+void Model::Deliver(Request& request, Shape withShape) {
+    request.waits = false;
+    if (request.asks && request.session->isListed) {
+        AskFramework(request);
+    }
+    const std::vector<Buffer> one{request.buffer};
+    const std::vector<Buffer> bad{{CAMERA3_BUFFER_STATUS_ERROR, request.buffer.hasStream}};
+    using D = Delivered;
+    const std::vector<Delivered> results[] = {
+        {{.metadata = D::Output}, {.buffers = one}},
+        {{.buffers = one, .partials = 1}, {.metadata = D::Output}},
+        {{.buffers = one, .metadata = D::Output}},
+        {{.metadata = D::Output, .partials = 2}, {.buffers = one, .partials = 1}, {}},
+        {{.buffers = bad, .metadata = D::Output}},
+        {{.buffers = one, .metadata = D::Output, .hasSecond = true}},
+    };
+    for (const Delivered& result : results[static_cast<size_t>(withShape)]) {
+        Receive(request, result);
+    }
+}
+
+void Model::Receive(Request& request, const Delivered& result) {
+    Delivered seen = result;
+    if (seen.metadata == Delivered::Output && request.metadata == Request::NoMetadata) {
+        seen.metadata = Delivered::None;
+    }
+    if (!seen.hasMain) {
+        return;
+    }
+    if (seen.hasSecond) {
+        Report(request, seen);
+    }
+    request.received += static_cast<uint32_t>(seen.buffers.size());
+    if (!seen.buffers.empty() || seen.metadata != Delivered::None) {
+        Report(request, seen);
+    }
+    // The request's own is destroyed by the first result with any.
+    if (seen.metadata != Delivered::None && request.metadata == Request::Alive) {
+        request.metadata = Request::Forgotten;
+        if (Metadata(*request.camera, Entry::MetadataDestroy)) {
+            request.metadata = Request::Destroyed;
+            --alive.metadata;
+        }
+    }
+    if (request.received == 1 && seen.partials == 0) {
+        Complete(request, seen);
+    }
+}
+
+void Model::Report(Request& request, const Delivered& result) {
+    Event event{Event::Result, All, request.frame};
+    event.numBuffers = static_cast<uint32_t>(std::min<size_t>(result.buffers.size(), 8));
+    for (uint32_t i = 0; i < event.numBuffers; ++i) {
+        const bool translated = result.hasArray && Interface(Entry::TranslateFromChiBuffer);
+        const Buffer buffer = translated ? result.buffers[i] : Buffer{};
+        event.Add(buffer);
+    }
+    if (result.metadata != Delivered::None) {
+        event.hasMetadata = Metadata(*request.camera, Entry::MetadataCreateAndroid);
+        if (result.metadata == Delivered::Output && request.metadata == Request::Destroyed) {
+            broken.insert(Rule::MetadataAlive);
+            event.hasMetadata = false;
+        }
+        alive.androidMetadata += event.hasMetadata ? 1 : 0;
+    }
+    event.partial = event.hasMetadata ? request.privData.partialResultBase + 255 : 0;
+    if (event.numBuffers != 0 || event.hasMetadata) {
+        Emit(request, event);
+    }
+}
+
+void Model::Complete(Request& request, const Delivered& result) {
+    const bool isBad = !result.buffers.empty() && result.hasArray && result.buffers[0].status != 0;
+    Emit(request, {Event::Release, All});
+    // As many format records are freed as buffers came: one.
+    left.formats -= request.firstIsRaw;
+    left.buffers -= 1 + request.capacity;
+    --left.requests;
+    Emit(request, {Event::Complete, All, isBad ? 1U : 0U});
+    request.state = Request::Free;
+}
+
+/// The host is told by the table that its last submission brought.
+void Model::Emit(Request& request, const Event& event) {
+    if (!HasCallback(request.camera->table, event.kind)) {
+        return;
+    }
+    request.expected.push_back(event);
+    request.expected.back().table = request.camera->table;
+    if (request.nested != nullptr && request.nestedAt == event.kind) {
+        Submit(*std::exchange(request.nested, nullptr));
+    }
+}
+
+/// One buffer of the framework's takes the place of the output, where there is one.
+void Model::AskFramework(Request& request) {
+    if (request.camera->framework != Framework::Answers || answer.result != 0 ||
+        answer.returned == 0 || answer.count == 0) {
+        return;
+    }
+    request.buffer = Interface(Entry::TranslateToChiBuffer)
+                         ? Buffer{static_cast<uint32_t>(answer.status), true}
+                         : Buffer{};
+}
+
+// --- The checks
+
+void Model::CheckRequests() {
+    for (Request& request : requests) {
+        const auto [seen, expected] =
+            std::mismatch(request.seen.begin(), request.seen.end(), request.expected.begin(),
+                          request.expected.end());
+        if (seen != request.seen.end() || expected != request.expected.end()) {
+            Fail("the host was told of %zu events, and must be of %zu; number %td differs",
+                 request.seen.size(), request.expected.size(), seen - request.seen.begin());
+        }
+        if (request.returned.has_value()) {
+            Expect("a submission's status", *request.returned, request.status);
+            request.returned.reset();
+        }
+        // One whose parent is over can no longer be submitted.
+        if (request.state == Request::Free && request.nested != nullptr) {
+            std::exchange(request.nested, nullptr)->state = Request::Free;
+        }
+    }
+}
+
+void Model::CheckDevice() const {
+    for (uint32_t i = 0; i < calls.size(); ++i) {
+        const auto entry = static_cast<Entry>(i);
+        Expect(standin::EntryName(entry), StandinControl()->CallCount(entry), calls[i]);
+    }
+    const standin::Alive now = StandinControl()->CountAlive();
+    if (now != alive) {
+        Fail("alive are %zu sessions, %zu + %zu metadata, %zu managers, %zu images, %zu + %zu "
+             "tables, "
+             "and must be %zu, %zu + %zu, %zu, %zu, %zu + %zu",
+             now.sessions, now.metadata, now.androidMetadata, now.bufferManagers, now.imageBuffers,
+             now.metadataOps, now.bufferOps, alive.sessions, alive.metadata, alive.androidMetadata,
+             alive.bufferManagers, alive.imageBuffers, alive.metadataOps, alive.bufferOps);
+    }
+    for (const std::string& violation : StandinControl()->Violations()) {
+        const bool isExpected = std::any_of(broken.begin(), broken.end(), [&](Rule rule) {
+            return violation.starts_with(standin::TextOf(rule).number + std::string(" "));
+        });
+        Check(isExpected, violation.c_str());
+    }
+}
+
+void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left) {
+    using OemLayer::QcomAdaptee;
+    Left actual{};
+    for (const auto& [size, count] : blocks) {
+        if (size == sizeof(QcomAdaptee::OfflineRequest)) {
+            actual.requests = count;
+        } else if (size == sizeof(ChiInputFormat)) {
+            actual.formats = count;
+        } else if (size % sizeof(ChiStreamBuffer) == 0) {
+            actual.buffers += count * size / sizeof(ChiStreamBuffer);
+        } else if (size == sizeof(QcomAdaptee::PrivateSessionInfo)) {
+            actual.sessions = count;
+        } else if (left.sessions == 0 && left.chains == 0) {
+            Fail("%zu blocks of %zu bytes stay", count, size);
+        }
+    }
+    Expect("the number of requests that stay", actual.requests, left.requests);
+    Expect("the number of format records that stay", actual.formats, left.formats);
+    Expect("the number of buffer records that stay", actual.buffers, left.buffers);
+    Expect("the number of session records that stay", actual.sessions, left.sessions);
+}
+
+} // namespace fuzz

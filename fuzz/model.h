@@ -1,0 +1,249 @@
+/// What must happen: the library's documented behaviour over the stand-in device, in small.
+///
+/// The model is told of each call before the library is, and follows it through every call to the
+/// vendor, so that the faults that the device was told of hit both alike. Afterwards both must agree
+/// in the statuses, in what the host was told, in how often each entry was called, in what is alive
+/// in the vendor, and in what stays on the heap.
+#pragma once
+
+#include "adapterlayer/oemlayer_host.h"
+#include "standin/control.h"
+
+#include <array>
+#include <list>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+
+namespace fuzz {
+
+using standin::Entry;
+using standin::Rule;
+using standin::Shape;
+
+/// A buffer as host and vendor see it.
+struct Buffer {
+    uint32_t status = 0;
+    bool hasStream = false;
+    bool operator==(const Buffer&) const = default;
+};
+
+/// One call of the host's callbacks.
+struct Event {
+    enum Kind : uint8_t { Result, Release, Complete } kind;
+    uint32_t table;       ///< Which of the host's tables was called.
+    uint32_t number = 0;  ///< The frame of a result, the status of a completion.
+    uint32_t partial = 0; ///< Of a result, as is the rest.
+    uint32_t numBuffers = 0;
+    uint32_t checksum = 0; ///< Of the buffers.
+    bool hasMetadata = false;
+
+    void Add(const Buffer& buffer) {
+        checksum = checksum * 31 + buffer.status * 2 + (buffer.hasStream ? 1 : 0) + 1;
+    }
+    bool operator==(const Event&) const = default;
+};
+
+/// The host's tables of callbacks: all entries, another with all, each with one left out, none.
+enum Table : uint32_t { All, Other, NoRelease, NoComplete, NoResult, NoTable, NumTables };
+inline constexpr bool HasCallback(uint32_t table, Event::Kind kind) {
+    return table != NoTable && table != (kind == Event::Result    ? NoResult
+                                         : kind == Event::Release ? NoRelease
+                                                                  : NoComplete);
+}
+
+/// What the framework answers when it is asked for buffers.
+struct Framework {
+    enum Kind : uint32_t { NoOps, NoEntry, Answers } kind = NoOps;
+    int32_t result = 0;
+    uint32_t returned = 1; ///< Answers; the next two are of each.
+    uint32_t count = 1;
+    int32_t status = 0;
+};
+
+/// One session of the vendor's.
+struct Session {
+    bool isOpen = true;
+    bool isListed = false;              ///< It was prepared, and so has its streams.
+    std::vector<camera3_stream> inputs; ///< As they were then.
+    camera3_stream* pOutput = nullptr;
+};
+
+struct Camera;
+
+/// One request of the host's, in all its states.
+struct Request {
+    OemLayer::OfflineDataWraper wrapper{};
+    struct PrivData : OemLayer::RequestPrivData {
+        Request* owner;
+    } privData{};
+    camera3_stream_buffer output{};
+    bool hasWrapper = true, hasPrivData = true, hasOutput = true;
+    uint32_t table = All;
+    Framework::Kind framework = Framework::NoOps;
+    Camera* camera = nullptr;
+    /// Submitted from within the first callback of this kind; the host has a pointer of its own.
+    Request* nested = nullptr;
+    Request* hostsNested = nullptr;
+    Event::Kind nestedAt = Event::Release;
+    const camera3_stream* pRawImage = nullptr; ///< The stream whose images are fed as raw buffers.
+    bool hasImages = true, ownManagers = true;
+
+    // The model's part.
+    enum { Free, Reserved, InFlight } state = Free;
+    uint32_t status = 0; ///< Of the submission.
+    Session* session = nullptr;
+    size_t execution = 0;    ///< Its index in the device.
+    bool waits = false;      ///< For `Deliver`.
+    bool asks = false;       ///< Its session asks the framework.
+    bool wasTouched = false; ///< It got results made by hand.
+    enum { NoMetadata, Alive, Destroyed, Forgotten } metadata = NoMetadata; ///< Of its output.
+    uint32_t received = 0, frame = 0, capacity = 0, firstIsRaw = 0;
+    Buffer buffer;
+    std::vector<Event> expected, seen;
+    std::optional<uint32_t> returned; ///< What the library returned.
+};
+
+/// A result that a session delivers.
+struct Delivered {
+    std::vector<Buffer> buffers = {};
+    bool hasArray = true;
+    enum Metadata : uint32_t { None, Output, Own } metadata = None; ///< The last is a set's.
+    uint32_t partials = 0;
+    bool hasMain = true;
+    bool hasSecond = false; ///< A second block with something in it.
+};
+
+struct Camera {
+    uint32_t id = 0;
+    bool exists = false;
+    bool hasMetadata = false, hasBuffers = false; ///< Operations.
+    uint32_t table = NoTable;                     ///< Of the last submission, as the next one.
+    Framework::Kind framework = Framework::NoOps;
+    struct Chain {
+        uint32_t cameraId;
+        std::string feature;
+        Session* session; ///< Null for handle 0.
+    };
+    std::map<camera3_stream*, std::list<Chain>> chains;
+    std::map<std::tuple<camera3_stream*, uint32_t, std::string>, Session*> links;
+    bool hasZeroRecord = false; ///< The record of a failed opening.
+    struct Manager {
+        bool isThere;
+        size_t images;
+    };
+    std::map<const camera3_stream*, Manager> managers;
+};
+
+/// What stays on the heap: records of requests, of their formats, of their buffers, of sessions,
+/// and chains.
+struct Left {
+    size_t requests, formats, buffers, sessions, chains;
+};
+
+struct Fault {
+    uint32_t result = 0;
+    uint32_t wait = 0; ///< Calls that still succeed.
+    uint32_t times = 0;
+};
+
+/// What comes of an operation that the library passes on: status 0 also where there is none.
+struct Answered {
+    bool isAsked = false, works = false;
+    uint32_t status = 0;
+};
+
+inline constexpr size_t kConfigRows = 2;
+
+class Model {
+  public:
+    explicit Model(bool hasInterface) : mHasInterface(hasInterface) {}
+
+    // --- The device's script; whoever changes it tells the device the same
+
+    std::map<Entry, Fault> faults;
+    std::set<Entry> missing;
+    standin::Delivery delivery = standin::Delivery::ByHand;
+    Shape shape = Shape::MetadataFirst;
+    bool asks = false;
+    Framework answer;
+
+    // --- What must be seen at the end
+
+    standin::Alive alive{};
+    std::array<size_t, static_cast<size_t>(Entry::Count)> calls{};
+    std::set<Rule> broken; ///< Rules that the input itself breaks, or has the vendor break.
+    Left left{};
+
+    // --- The library
+
+    /// One call of an entry. Has a value if it fails: its result.
+    std::optional<uint32_t> Call(Entry entry);
+    bool Works(Entry entry) { return !Call(entry).has_value(); }
+    /// The same where the operations may be missing.
+    bool Interface(Entry entry) { return HasInterface(entry) && Works(entry); }
+    bool Metadata(const Camera& camera, Entry entry) {
+        return camera.hasMetadata && Has(entry) && Works(entry);
+    }
+    bool Buffers(const Camera& camera, Entry entry) {
+        return camera.hasBuffers && Has(entry) && Works(entry);
+    }
+    Answered Ask(const Camera& camera, Entry entry) {
+        return camera.hasMetadata && Has(entry) ? Pass(entry) : Answered{};
+    }
+    Answered AskInterface(Entry entry) { return HasInterface(entry) ? Pass(entry) : Answered{}; }
+    bool Has(Entry entry) const { return !missing.contains(entry); }
+    bool HasInterface(Entry entry) const { return mHasInterface && Has(entry); }
+
+    void Create(Camera& camera);
+    void Destroy(Camera& camera);
+    void Flush(Camera& camera);
+    void TearDown(Camera& camera);
+    /// \returns whether a buffer must come; it may only if the stream is one of images.
+    bool GetImage(Camera& camera, const camera3_stream& stream, bool isImage);
+    void ReleaseImage(Camera& camera, const camera3_stream& stream);
+    /// A record for a request to the camera, null if all are in use.
+    Request* NewRequest(Camera& camera);
+    /// \returns the status, after all that comes back during the call.
+    uint32_t Submit(Request& request);
+    void Deliver(Request& request, Shape withShape);
+    void Receive(Request& request, const Delivered& result);
+
+    std::array<Request, 6> requests{};
+
+    // --- The checks
+
+    /// After each step all requests have been told what they must, and no more.
+    void CheckRequests();
+    /// At the end the device has seen what it must, and has what it must.
+    void CheckDevice() const;
+
+  private:
+    Answered Pass(Entry entry);
+    Session* FindSession(Camera& camera, const Request& request);
+    static Camera::Chain* FindChain(Camera& camera, const Request& request);
+    void Generate(Camera& camera, const Request& request);
+    Session* Open(Camera& camera, const Request& request);
+    bool Configure(Camera& camera, Session* session, const Request& request);
+    void Close(Camera& camera, Session* session);
+    uint32_t Start(Request& request);
+    bool Feed(const Session& session, Request& request);
+    void Tolerate(const Session& session, const Request& request);
+    void AskFramework(Request& request);
+    void Report(Request& request, const Delivered& result);
+    void Complete(Request& request, const Delivered& result);
+    void Emit(Request& request, const Event& event);
+    bool IsAnyInFlight() const;
+    void Lose(const Session* session, const Camera* camera);
+
+    bool mHasInterface;
+    size_t mExecutions = 0;
+    std::list<Session> mSessions;
+};
+
+/// The library's records that stay, by their sizes. Where a session or a chain stays, what else
+/// belongs to them is not counted.
+void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left);
+
+} // namespace fuzz

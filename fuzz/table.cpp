@@ -100,6 +100,7 @@ struct Scene {
     Model model;
     HostCamera cameras[kCameras];
     std::vector<void*> metadata, android; ///< Objects that the host has.
+    uint32_t lastTag = 0;
 
     // --- Cameras
 
@@ -543,22 +544,24 @@ struct Scene {
         PlatFormIntCallbacks* const table = &camera.slots;
         void* const object = Take(metadata);
         const std::vector<uint8_t> value(1 + input.Below(8), input.Byte());
+        // A new one each time: an object made from Android metadata has the tags that were left in it.
+        const uint32_t tag = ++lastTag;
         Answered answered = model.Ask(camera, Entry::MetadataSetTag);
         const bool isSet = answered.works;
         Expect("the status of writing a tag",
-               table->SetTag(table, object, 5, value.data(), uint32_t(value.size()), 0),
+               table->SetTag(table, object, tag, value.data(), uint32_t(value.size()), 0),
                answered.status);
         answered = model.Ask(camera, Entry::MetadataCopy);
         Expect("the status of a copy", table->Copy(table, object, object, 0), answered.status);
         answered = model.Ask(camera, Entry::MetadataGetTag);
         uint32_t size = 0;
         const bool isThere = isSet && answered.works;
-        const void* const data = table->GetTag(table, object, 5, &size, input.Byte());
+        const void* const data = table->GetTag(table, object, tag, &size, input.Byte());
         Expect("a tag's size", size, isThere ? value.size() : 0);
         Check(isThere ? std::memcmp(data, value.data(), size) == 0 : data == nullptr,
               "a tag has another value");
         answered = model.Ask(camera, Entry::MetadataDeleteTag);
-        Expect("the status of removing a tag", table->DeleteTag(table, object, 5),
+        Expect("the status of removing a tag", table->DeleteTag(table, object, tag),
                answered.works && !isSet ? 1 : answered.status);
         const bool comes = model.Metadata(camera, Entry::MetadataCreateAndroid);
         void* const made = table->CreateAndroidMetadata(table, object, input.Byte(), nullptr);

@@ -29,6 +29,32 @@ TEST(Completion, TellsTheHostInOrderWhateverTheShapeOfTheResults) {
     }
 }
 
+TEST(Completion, GoesToTheTableOfASubmissionFromWithinTheRelease) {
+    static int completions;
+    completions = 0;
+    Scene scene;
+    auto other = scene.request.callbacks;
+    other.requestComplete = [](OemLayer::RequestPrivData*, uint32_t) { ++completions; };
+    scene.request.onRelease = [&] {
+        scene.request.onRelease = nullptr;
+        scene.request.callbacksArgument = &other;
+        EXPECT_EQ(scene.Submit(), 0U);
+    };
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(Story(scene.request), "MB R MB R");
+    EXPECT_EQ(completions, 2);
+}
+
+TEST(Completion, ReadsTheStatusOfTheRequestsOwnBufferBeforeItIsFreed) {
+    Submitted scene;
+    OfflineRequest& request = scene.Pending();
+    request.pOutputBuffer->bufferStatus = 1;
+    ChiOfflineResultBlock block = {1, request.pOutputBuffer, 0, request.pOutputMetadata};
+    ChiOfflineCaptureResultInfo info = {1, &block, nullptr, &request};
+    scene.Receive(&info);
+    EXPECT_EQ(Story(scene.request), "MB R C1");
+}
+
 TEST(Completion, LogsItsStepsInOrder) {
     Scene scene(Delivery::ByHand);
     scene.UseWords({37}, 3);

@@ -18,8 +18,8 @@ struct Feeding {
     const char* fed; ///< "stream:handle@manager" of each buffer, with a bar between the sets.
 };
 
-std::string Fed(const Scene& scene) {
-    const Execution execution = scene.Executed();
+std::string Fed(const Scene& scene, size_t index = 0) {
+    const Execution execution = scene.Executed(index);
     const std::vector<ChiStream*> list = scene.Session().streamPointers;
     std::string text;
     for (size_t i = 0; i < execution.inputs.size(); ++i) {
@@ -81,6 +81,52 @@ TEST(Submission, PointsEachSetAtItsCountTimesItsIndex) {
             EXPECT_EQ(At(set, 8), At(execution.inputs[0].set, 8) + 208UL * count * i);
             EXPECT_EQ(At(set, 24), 0x2000 + i);
         }
+    }
+}
+
+struct Changing {
+    std::vector<int32_t> formats;
+    const char* types[3];      ///< Of the inputs when they are counted, and in each of two sets.
+    const char* fed;           ///< As above; stream 3 is no stream.
+    bool sharesFormat = false; ///< Of the first records of both sets.
+};
+
+// Nothing of the library changes a configured stream's type, but nothing keeps others from it.
+TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
+    const Changing changings[] = {
+        // The second set points where its own count says, behind which nothing was written.
+        {{37, 37}, {"11", "10", "11"}, " 0:1000@a0 | 1:1001@a0 3:0@0"},
+        // No more of a set than was counted.
+        {{37, 37}, {"10", "11", "11"}, " 0:1000@a0 | 0:1001@a0"},
+        // A YUV input writes no format, so that the one at its place in the array stays.
+        {{37, 35}, {"10", "10", "01"}, " 0:1000@a0 | 1:3001@a2", true},
+    };
+    for (const Changing& row : changings) {
+        SCOPED_TRACE(row.fed);
+        Scene scene;
+        scene.UseWords(row.formats, 2);
+        scene.request.wrapper.yuvInput = 1;
+        scene.Submit();
+        const std::vector<ChiStream*> streams = scene.Session().streamPointers;
+        const auto setTypes = [&](const char* types) {
+            for (size_t j = 0; types[j] != '\0'; ++j) {
+                streams[j]->streamType = types[j] - '0';
+            }
+        };
+        setTypes(row.types[0]);
+        OnAndroidLine([&](const std::string& line) {
+            for (int i = 0; i < 2; ++i) {
+                if (line.find(Printed("bufferIndex:%d/", i)) != line.npos) {
+                    setTypes(row.types[1 + i]);
+                }
+            }
+        });
+        scene.Submit();
+        OnAndroidLine(nullptr);
+        EXPECT_EQ(Fed(scene, 1), row.fed);
+        const auto& inputs = scene.Executed(1).inputs;
+        EXPECT_EQ(inputs[0].buffers[0].pInputFormat == inputs[1].buffers[0].pInputFormat,
+                  row.sharesFormat);
     }
 }
 

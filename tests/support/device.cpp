@@ -16,6 +16,7 @@ std::vector<AndroidLine> g_lines;
 Texts g_traceCalls;
 uint64_t g_traceTags = 0;
 std::function<void(const std::string&)> g_onTraceCall;
+std::function<void(const std::string&)> g_onAndroidLine;
 
 void AddTraceCall(const std::string& call) {
     g_traceCalls.push_back(call);
@@ -31,6 +32,9 @@ void AddTraceCall(const std::string& call) {
 extern "C" {
 __attribute__((visibility("default"))) int __android_log_write(int priority, const char* tag,
                                                                const char* text) {
+    if (test::g_onAndroidLine) {
+        test::g_onAndroidLine(text);
+    }
     const std::lock_guard lock(test::g_mutex);
     test::g_lines.push_back({priority, tag, text});
     return 1;
@@ -57,6 +61,10 @@ Texts TraceCalls() { return g_traceCalls; }
 void SetEnabledTraceTags(uint64_t tags) { g_traceTags = tags; }
 
 void OnTraceCall(std::function<void(const std::string&)> act) { g_onTraceCall = std::move(act); }
+
+void OnAndroidLine(std::function<void(const std::string&)> act) {
+    g_onAndroidLine = std::move(act);
+}
 
 size_t CountLogged(const std::string& letter, const std::string& start) {
     size_t count = 0;
@@ -110,6 +118,7 @@ Device::Device(std::string library)
     g_traceCalls.clear();
     g_traceTags = 0;
     g_onTraceCall = nullptr;
+    g_onAndroidLine = nullptr;
 }
 
 Device::~Device() {

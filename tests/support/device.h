@@ -44,6 +44,9 @@ void SetEnabledTraceTags(uint64_t tags);
 /// Is called with each trace call from now on, until the next `Device`.
 void OnTraceCall(std::function<void(const std::string& call)> act);
 
+/// Is called with each line of the Android log from now on, until the next `Device`.
+void OnAndroidLine(std::function<void(const std::string& line)> act);
+
 /// All records of one function as "E message", or of all functions as "E function: message". The
 /// letter is one of E, W, I and V.
 Texts LogLines(const std::string& function = "");

@@ -193,6 +193,7 @@ struct QcomAdaptee::Submission {
     ChiOfflineBufferSet output;
     ChiOfflineExecuteRequest execute;
 
+    // cppcheck-suppress uninitMemberVar ; see above
     Submission(const OfflineDataWraper& dataWraper, RequestPrivData& hostData,
                const SessionStreams& sessionStreams, OfflineRequest* pOwnRequest)
         : wrapper(dataWraper), privData(hostData), streams(sessionStreams), pRequest(pOwnRequest) {}
@@ -1054,6 +1055,7 @@ void QcomAdaptee::Submission::AddRawInput(ChiOfflineBufferSet& set, uint32_t set
     }
     AddInput(set, pStream, wrapper.RdiBufferHandle(handleIndex), pBufferManager,
              NewInputFormat(*pStream));
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the request's array refers to it
 }
 
 void QcomAdaptee::Submission::AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex,

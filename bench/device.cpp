@@ -160,8 +160,10 @@ camera3_stream MakeStream(int32_t format) {
 HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::string& featureName,
                          camera3_stream* pOutStream) {
     for (const int32_t format : inputs.formats) {
-        mStreams.push_back(MakeStream(format));
-        privData.inputStreams.push_back(&mStreams.back());
+        if (format != 0) {
+            mStreams.push_back(MakeStream(format));
+            privData.inputStreams.push_back(&mStreams.back());
+        }
     }
     privData.pBufferManager = Something();
     privData.pYuvBufferManager = Something();

@@ -53,8 +53,8 @@ struct PrivData : OemLayer::RequestPrivData {
 
 /// What an identity's requests look like.
 struct Inputs {
-    std::vector<int32_t> formats; ///< Of the session's input streams.
-    uint32_t sets = 1;
+    int32_t formats[2]; ///< Of the session's input streams; 0 for none.
+    uint32_t sets;
 };
 
 /// All records that a host has for the requests of one identity. They are submitted again and again.

@@ -111,6 +111,20 @@ TEST(Threaded, AHostMaySubmitAgainFromWithinTheCompletion) {
     ExpectAll(requests, camera, "M B R C0");
 }
 
+TEST(Threaded, AnOutputMayBecomeAnInputAndBackWhileRequestsAreSubmitted) {
+    Scene scene;
+    EXPECT_EQ(scene.Submit(), 0U); // Makes the session.
+    std::thread owner([type = &scene.request.outputStream.stream_type] {
+        for (int32_t i = 0; i < 1000; ++i) {
+            __atomic_store_n(type, i % 2, __ATOMIC_RELAXED);
+        }
+    });
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(scene.Submit(), 0U);
+    }
+    owner.join();
+}
+
 TEST(Threaded, AWatchTakesResultsOfSeveralThreadsWhileTheSubmissionReturns) {
     constexpr uint32_t kThreads = 4;
     constexpr uint32_t kResults = 200;

@@ -11,8 +11,9 @@ void Close(ChiOfflineBufferManagerOps* ops) { Remove<BufferOps>(ops); }
 ChiBufferManagerHandle Create(ChiOfflineBufferManagerOps* ops, const char* name,
                               const ChiBufferManagerCreateData* data) {
     if (!Require<BufferOps>(ops) || !Check(Rule::ManagerRecord, name != nullptr && data != nullptr,
-                                           "the name or the create record is null"))
+                                           "the name or the create record is null")) {
         return nullptr;
+    }
     Expect(Rule::ManagerRecord, "the word at 16", data->reserved16, uint64_t{0x40002});
     Expect(Rule::ManagerRecord, "the word at 24", data->reserved24, uint64_t{0x20022});
     Expect(Rule::ManagerRecord, "the word at 40", data->reserved40, 32U);
@@ -25,8 +26,9 @@ ChiBufferManagerHandle Create(ChiOfflineBufferManagerOps* ops, const char* name,
 
 /// Image buffers that outlive their manager are freed with it, against the contract.
 void Destroy(ChiBufferManagerHandle manager) {
-    if (manager == nullptr)
+    if (manager == nullptr) {
         return;
+    }
     Remove<BufferManager>(manager);
     const size_t left =
         std::erase_if(Device().Lock()->Of<ImageBuffer>(), [manager](const auto& image) {
@@ -38,12 +40,14 @@ void Destroy(ChiBufferManagerHandle manager) {
 /// Null also for an image that is too large for this device.
 ChiImageBufferHandle GetImageBuffer(ChiBufferManagerHandle manager) {
     const auto owner = manager == nullptr ? nullptr : Require<BufferManager>(manager);
-    if (!owner)
+    if (!owner) {
         return nullptr;
+    }
     const auto& data = owner->data;
     const uint64_t size = ImageSize(data.format, data.width, data.height);
-    if (size == 0)
+    if (size == 0) {
         return nullptr;
+    }
     return Adopt(std::make_shared<ImageBuffer>(ImageBuffer{
         Word(manager), data.format, data.width, data.height, std::vector<uint8_t>(size)}));
 }

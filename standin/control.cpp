@@ -29,8 +29,9 @@ constexpr unsigned char kTraceBit = 1U << 6;
 /// The device root of which this library is a part: it lies in system/lib64.
 std::string OwnDeviceRoot() {
     Dl_info info{};
-    if (dladdr(std::bit_cast<void*>(&StandinControl), &info) == 0)
+    if (dladdr(std::bit_cast<void*>(&StandinControl), &info) == 0) {
         return {};
+    }
     const auto folder = std::filesystem::absolute(info.dli_fname).lexically_normal().parent_path();
     return folder.parent_path().parent_path().string();
 }
@@ -41,8 +42,9 @@ template <class T> std::string Left(const Objects<T>& objects) {
     const auto& [handle, object] = *objects.begin();
     text << "at the end: " << objects.size() << ' ' << T::kName << (objects.size() == 1 ? "" : "s")
          << " left, such as " << Handle{handle};
-    if constexpr (std::is_same_v<T, Session>)
+    if constexpr (std::is_same_v<T, Session>) {
         text << " \"" << object->data.name << '"';
+    }
     return text.str();
 }
 
@@ -75,14 +77,16 @@ void Arguments::Add(const char* argument) {
 
 void Arguments::Add(ChiMetadataOpsOpenInfo* info) {
     Add<const void*>(info);
-    if (info != nullptr)
+    if (info != nullptr) {
         (Add(info->cameraId), Add(info->reserved4), Add(info->reserved8), Add(info->reserved12));
+    }
 }
 
 void Arguments::Add(const ChiBufferManagerCreateData* data) {
     Add<const void*>(data);
-    if (data != nullptr)
+    if (data != nullptr) {
         (Add(data->width), Add(data->height), Add(data->format), Add(data->pStream));
+    }
 }
 
 Entry& CurrentEntry() {
@@ -109,8 +113,9 @@ std::optional<uint64_t> Control::State::Enter(Entry entry, const Arguments& argu
         records.calls.back().thread = std::this_thread::get_id();
     }
     const auto found = script.faults.find(entry);
-    if (found == script.faults.end() || found->second.times == 0)
+    if (found == script.faults.end() || found->second.times == 0) {
         return std::nullopt;
+    }
     Fault& fault = found->second;
     const bool fails = fault.wait == 0;
     --(fails ? fault.times : fault.wait);
@@ -119,8 +124,9 @@ std::optional<uint64_t> Control::State::Enter(Entry entry, const Arguments& argu
 
 std::string Control::State::FileOf(const std::string& devicePath) {
     const auto state = Lock();
-    if (script.refused.contains(devicePath))
+    if (script.refused.contains(devicePath)) {
         return deviceRoot + "/refused" + devicePath;
+    }
     const auto variant = script.variants.find(devicePath);
     return deviceRoot +
            (variant == script.variants.end() ? devicePath : "/variants/" + variant->second);
@@ -133,19 +139,22 @@ void Slot::Set(bool missing) const {
 
 void Control::State::SetMissing(Entry entry, bool missing) {
     script.missing.erase(entry);
-    if (missing)
+    if (missing) {
         script.missing.insert(entry);
+    }
     for (const auto& [record, list] : slots) {
         for (const Slot& slot : list) {
-            if (slot.entry == entry)
+            if (slot.entry == entry) {
                 slot.Set(missing);
+            }
         }
     }
 }
 
 void Control::State::SetTraceBit(bool on) {
-    if (pTraceByte != nullptr)
+    if (pTraceByte != nullptr) {
         *pTraceByte = on ? *pTraceByte | kTraceBit : *pTraceByte & ~kTraceBit;
+    }
 }
 
 Observer::~Observer() = default;
@@ -156,12 +165,14 @@ Control::~Control() = default;
 
 void Control::Reset() {
     auto dropped = std::exchange(mState->Lock()->objects, {});
-    for (const auto& [handle, session] : std::get<Objects<Session>>(dropped))
+    for (const auto& [handle, session] : std::get<Objects<Session>>(dropped)) {
         session->Stop();
+    }
     dropped = {};
     const auto state = mState->Lock();
-    for (const Entry entry : std::set(state->script.missing))
+    for (const Entry entry : std::set(state->script.missing)) {
         state->SetMissing(entry, false);
+    }
     std::erase_if(state->slots, [](const auto& table) { return table.second.empty(); });
     state->script = {};
     state->records = {};
@@ -183,8 +194,9 @@ void Control::Fail(Entry entry, uint64_t result, uint32_t nth, uint32_t times) {
 }
 
 void Control::SetMissing(Entry entry, bool missing) {
-    if (entry < Entry::OpenSession || entry > Entry::GetCPUAddress)
+    if (entry < Entry::OpenSession || entry > Entry::GetCPUAddress) {
         throw std::logic_error(std::string("SetMissing: no table has ") + EntryName(entry));
+    }
     mState->Lock()->SetMissing(entry, missing);
 }
 
@@ -239,8 +251,9 @@ std::vector<LogRecord> Control::Logs() const { return mState->Lock()->records.lo
 std::vector<Execution> Control::Executions() const {
     std::vector<Execution> executions;
     const auto state = mState->Lock();
-    for (const auto& execution : state->records.executions)
+    for (const auto& execution : state->records.executions) {
         executions.push_back(*execution);
+    }
     return executions;
 }
 
@@ -285,9 +298,10 @@ void Control::ClearRecords() {
 
 void Control::Deliver(size_t executionIndex, Shape shape) {
     auto waiting = mState->Lock()->waiting.extract(executionIndex);
-    if (waiting.empty())
+    if (waiting.empty()) {
         throw std::logic_error("Deliver: no execution " + std::to_string(executionIndex) +
                                " waits");
+    }
     waiting.mapped().shape = shape;
     waiting.mapped().session->Deliver(waiting.mapped());
 }
@@ -300,16 +314,18 @@ void Control::WaitIdle() {
 void Control::Report(Rule rule, const std::string& text) {
     const RuleText& about = TextOf(rule);
     const auto state = mState->Lock();
-    if (state->records.violations.size() < kMostViolations)
+    if (state->records.violations.size() < kMostViolations) {
         state->records.violations.push_back(about.number + (' ' + (about.name + (": " + text))));
+    }
 }
 
 void Control::CheckAllReturned() {
     const auto objects = mState->Lock()->objects;
     const auto check = [this](const auto& kind) {
         using Object = typename std::decay_t<decltype(kind)>::mapped_type::element_type;
-        if (!kind.empty())
+        if (!kind.empty()) {
             Report(Object::kReturned, Left(kind));
+        }
     };
     std::apply([check](const auto&... kinds) { (check(kinds), ...); }, objects);
 }

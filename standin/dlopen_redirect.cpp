@@ -26,9 +26,11 @@ void* OpenNext(const char* path, int flags) {
 extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
                                                                int flags) noexcept {
     using namespace standin;
-    if (path == nullptr || !IsDevicePath(path))
+    if (path == nullptr || !IsDevicePath(path)) {
         return OpenNext(path, flags);
-    if (const auto fault = Device().Enter(Entry::LibraryOpen, Arguments(path, flags)))
+    }
+    if (const auto fault = Device().Enter(Entry::LibraryOpen, Arguments(path, flags))) {
         return As<void*>(*fault);
+    }
     return OpenNext(Device().FileOf(path).c_str(), flags);
 }

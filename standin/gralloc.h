@@ -21,16 +21,18 @@ inline constexpr int kInts = sizeof(Location) / sizeof(int);
 inline native_handle_t* Wrap(void* memory, uint64_t size) {
     native_handle_t* handle = native_handle_create(0, kInts);
     const Location location{reinterpret_cast<uintptr_t>(memory), size};
-    if (handle != nullptr)
+    if (handle != nullptr) {
         std::memcpy(handle->data, &location, sizeof location);
+    }
     return handle;
 }
 
 /// The memory behind a buffer; empty if the buffer is none of this device's.
 inline std::span<uint8_t> Memory(const buffer_handle_t* buffer) {
     const native_handle_t* handle = buffer == nullptr ? nullptr : *buffer;
-    if (handle == nullptr || handle->numFds != 0 || handle->numInts != kInts)
+    if (handle == nullptr || handle->numFds != 0 || handle->numInts != kInts) {
         return {};
+    }
     Location location{};
     std::memcpy(&location, handle->data, sizeof location);
     return {reinterpret_cast<uint8_t*>(location.address), location.size};

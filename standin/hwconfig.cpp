@@ -23,8 +23,9 @@ std::vector<std::vector<std::string>> Load(const std::string& path) {
     try {
         for (const standin::Located& row : standin::Located::Read(path)[kTable].Items()) {
             rows.emplace_back();
-            for (const standin::Located& value : row[kList].Items())
+            for (const standin::Located& value : row[kList].Items()) {
                 rows.back().push_back(value.Text());
+            }
         }
     } catch (const standin::InputError& error) {
         (void)fprintf(stderr, "%s; %s\n", error.what(), kExpected);
@@ -39,17 +40,20 @@ std::vector<Row> Rows(std::string_view table) {
     static std::vector<Row> fileRows;
     static unsigned generation = UINT32_MAX;
     const auto device = standin::Device().Lock();
-    if (table != kTable)
+    if (table != kTable) {
         return {};
-    if (device->script.configRows.has_value())
+    }
+    if (device->script.configRows.has_value()) {
         return *device->script.configRows;
+    }
     if (std::exchange(generation, device->configGeneration) != device->configGeneration) {
         content = Load(device->deviceRoot + kFile);
         fileRows.clear();
         for (const auto& row : content) {
             auto& values = fileRows.emplace_back().values;
-            for (const std::string& value : row)
+            for (const std::string& value : row) {
                 values.push_back(value.c_str());
+            }
         }
     }
     return fileRows;
@@ -61,8 +65,9 @@ uint32_t KeyCount(const char* table) { return static_cast<uint32_t>(Rows(table).
 uint32_t ValuesCount(const char* table, const char* list) {
     const auto rows = Rows(table);
     for (size_t i = 0; i < rows.size(); ++i) {
-        if (list == kList + ("[" + std::to_string(i)) + "]")
+        if (list == kList + ("[" + std::to_string(i)) + "]") {
             return static_cast<uint32_t>(rows[i].values.size());
+        }
     }
     return 0;
 }
@@ -71,8 +76,9 @@ int32_t FillList(const char* table, const char* list, const char* key, const cha
                  uint32_t count) {
     const auto rows = Rows(table);
     for (size_t i = 0; i < rows.size() && std::string_view(list) == kList; ++i) {
-        if (key != std::to_string(i) || rows[i].fails)
+        if (key != std::to_string(i) || rows[i].fails) {
             continue;
+        }
         std::copy_n(rows[i].values.begin(), std::min<size_t>(count, rows[i].values.size()), values);
         return standin::kOk;
     }

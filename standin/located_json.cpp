@@ -30,8 +30,9 @@ class LineFinder {
         using Event = json::parse_event_t;
         if (event == Event::key) {
             mOpen.back().step = parsed.get<std::string>();
-            if (lines.contains(Pointer()))
+            if (lines.contains(Pointer())) {
                 throw InputError(Quoted(mOpen.back().step) + " stands there twice");
+            }
             lines[Pointer()] = Line();
         } else if (event == Event::object_end || event == Event::array_end) {
             mOpen.pop_back();
@@ -54,13 +55,15 @@ class LineFinder {
     };
 
     void Advance() {
-        if (!mOpen.empty() && mOpen.back().isArray)
+        if (!mOpen.empty() && mOpen.back().isArray) {
             mOpen.back().step = std::to_string(++mOpen.back().index);
+        }
     }
     std::string Pointer() const {
         std::string pointer;
-        for (const Level& level : mOpen)
+        for (const Level& level : mOpen) {
             pointer += "/" + level.step;
+        }
         return pointer;
     }
 
@@ -80,8 +83,9 @@ std::string MessageOf(const json::parse_error& error) {
 
 Located Located::Read(const std::string& file) {
     std::ifstream in(file);
-    if (!in.is_open() || std::filesystem::is_directory(file))
+    if (!in.is_open() || std::filesystem::is_directory(file)) {
         throw InputError(file + ": the file cannot be read");
+    }
     const std::string text(std::istreambuf_iterator<char>(in), {});
     const auto result = std::make_shared<File>(File{file, {}, {}});
     std::istringstream stream(text);
@@ -115,25 +119,30 @@ std::string Located::Where() const {
 
 void Located::AllowKeys(const std::vector<std::string>& keys) const {
     std::string names;
-    for (const std::string& key : keys)
+    for (const std::string& key : keys) {
         names += (names.empty() ? "" : ", ") + key;
-    if (!mValue->is_object())
+    }
+    if (!mValue->is_object()) {
         Fail("must be an object with some of the keys " + names);
+    }
     for (const auto& [key, value] : mValue->items()) {
-        if (std::find(keys.begin(), keys.end(), key) == keys.end())
+        if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
             (*this)[key].Refuse(Quoted(key) + " is not among the keys that there are: " + names);
+        }
     }
 }
 
 Located Located::operator[](const std::string& key) const {
-    if (!Has(key))
+    if (!Has(key)) {
         Fail("must have the key " + Quoted(key));
+    }
     return {mFile, &mValue->at(key), mPointer + "/" + key};
 }
 
 std::vector<Located> Located::Items() const {
-    if (!mValue->is_array())
+    if (!mValue->is_array()) {
         Fail("must be an array");
+    }
     std::vector<Located> items;
     for (const json& item : *mValue) {
         items.push_back({mFile, &item, mPointer + "/" + std::to_string(items.size())});
@@ -143,8 +152,9 @@ std::vector<Located> Located::Items() const {
 
 uint32_t Located::Number(const std::string& key, uint32_t fallback, uint32_t from, uint32_t to,
                          uint32_t unit) const {
-    if (!Has(key))
+    if (!Has(key)) {
         return fallback;
+    }
     const json& value = mValue->at(key);
     const bool isNumber = value.is_number_unsigned();
     const auto number = isNumber ? value.get<uint64_t>() : 0;
@@ -157,8 +167,9 @@ uint32_t Located::Number(const std::string& key, uint32_t fallback, uint32_t fro
 }
 
 bool Located::Flag(const std::string& key, bool fallback) const {
-    if (Has(key) && !mValue->at(key).is_boolean())
+    if (Has(key) && !mValue->at(key).is_boolean()) {
         (*this)[key].Fail("must be true or false");
+    }
     return Has(key) ? mValue->at(key).get<bool>() : fallback;
 }
 
@@ -167,8 +178,9 @@ std::string Located::Text(const std::string& key, const std::string& fallback) c
 }
 
 std::string Located::Text() const {
-    if (!mValue->is_string())
+    if (!mValue->is_string()) {
         Fail("must be a text in quotes");
+    }
     return mValue->get<std::string>();
 }
 

@@ -40,8 +40,9 @@ void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32
                     uint32_t /*second*/, uint32_t /*count*/, uint32_t* /*out*/) {
     Expect(Rule::MetadataWords, "the first word", first, 1U);
     const auto source = Require<Metadata>(handle);
-    if (!Require<MetadataOps>(ops) || !source)
+    if (!Require<MetadataOps>(ops) || !source) {
         return nullptr;
+    }
     auto android = std::make_shared<AndroidMetadata>();
     android->tags = source->tags;
     return Adopt(std::move(android));
@@ -54,8 +55,9 @@ uint32_t ReleaseAndroid(ChiOfflineMetadataOps* ops, void* android) {
 uint32_t GetTag(ChiMetadataHandle handle, uint32_t tagId, uint8_t /*typeId*/,
                 ChiMetadataTagEntry* entry) {
     const auto metadata = Require<Metadata>(handle);
-    if (!metadata || !metadata->tags.contains(tagId))
+    if (!metadata || !metadata->tags.contains(tagId)) {
         return kFailed;
+    }
     auto& value = metadata->tags[tagId];
     entry->pData = value.data();
     entry->size = static_cast<uint32_t>(value.size());
@@ -66,8 +68,9 @@ uint32_t GetTag(ChiMetadataHandle handle, uint32_t tagId, uint8_t /*typeId*/,
 uint32_t SetTag(ChiMetadataHandle handle, uint32_t tagId, const void* data, uint32_t count,
                 uint32_t /*extra*/) {
     const auto metadata = Require<Metadata>(handle);
-    if (!metadata || (data == nullptr && count > 0))
+    if (!metadata || (data == nullptr && count > 0)) {
         return kFailed;
+    }
     const auto* bytes = static_cast<const uint8_t*>(data);
     metadata->tags[tagId].assign(bytes, bytes + count);
     return kOk;
@@ -82,10 +85,12 @@ uint32_t DeleteTag(ChiMetadataHandle handle, uint32_t tagId) {
 uint32_t Copy(ChiMetadataHandle first, ChiMetadataHandle second, uint8_t /*flag*/) {
     const auto target = Require<Metadata>(first);
     const auto source = Require<Metadata>(second);
-    if (!target || !source)
+    if (!target || !source) {
         return kFailed;
-    for (const auto& [tagId, value] : source->tags)
+    }
+    for (const auto& [tagId, value] : source->tags) {
         target->tags[tagId] = value;
+    }
     return kOk;
 }
 

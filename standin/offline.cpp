@@ -26,14 +26,16 @@ bool IsRaw(const ChiStream& stream) {
 uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreateInfo* info) {
     if (!Check(Rule::SessionRecord,
                info != nullptr && info->pSessionName != nullptr && info->pCallbacks != nullptr,
-               "the create record, its name or its callbacks are null"))
+               "the create record, its name or its callbacks are null")) {
         return 0;
+    }
     const auto& callbacks = *info->pCallbacks;
     if (!Check(Rule::SessionRecord,
                callbacks.ProcessCaptureResultCb != nullptr &&
                    callbacks.ProcessNotifyCb != nullptr && callbacks.GetFrameworkBuffers != nullptr,
-               "a callback is null"))
+               "a callback is null")) {
         return 0;
+    }
     Expect(Rule::SessionRecord, "the shared handle", info->sharedSessionHandle, uint64_t{0});
     Expect<void*>(Rule::SessionRecord, "the callbacks' fourth word", callbacks.reserved24, nullptr);
     const auto session = std::make_shared<Session>();
@@ -49,8 +51,9 @@ uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreate
 
 int32_t CloseSession(uint64_t handle) {
     const auto session = Remove<Session>(handle);
-    if (!session)
+    if (!session) {
         return kFailed;
+    }
     session->Stop();
     return kOk;
 }
@@ -77,12 +80,13 @@ bool Makes(Entry metadata) {
 
 /// A session that is configured once more has its settings from the first time.
 void CheckSettings(const Session& session, ChiMetadataHandle settings) {
-    if (settings != nullptr)
+    if (settings != nullptr) {
         Require<Metadata>(settings);
-    else
+    } else {
         Check(Rule::SessionSettings,
               session.data.configured || !Makes(Entry::MetadataCreateFromAndroid),
               "the session settings are null");
+    }
 }
 
 /// Takes a stream of the list in, and writes the sensor's filter pattern into raw inputs.
@@ -91,8 +95,9 @@ ChiStream Configure(ChiStream& stream, uint32_t cameraId, bool isOutput) {
            uint32_t{isOutput ? ChiStreamTypeOutput : ChiStreamTypeInput});
     Expect(Rule::StreamWords, "a stream's word at 148", stream.reserved148, 0U);
     Expect(Rule::StreamWords, "a stream's word at 152", stream.reserved152, -1);
-    if (!isOutput && IsRaw(stream))
+    if (!isOutput && IsRaw(stream)) {
         stream.cfaPattern = CfaPatternOf(cameraId);
+    }
     return stream;
 }
 
@@ -100,16 +105,18 @@ ChiStream Configure(ChiStream& stream, uint32_t cameraId, bool isOutput) {
 int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
     const auto session = Require<Session>(handle);
     if (!session ||
-        !Check(Rule::Configuration, config != nullptr, "the configuration record is null"))
+        !Check(Rule::Configuration, config != nullptr, "the configuration record is null")) {
         return kFailed;
+    }
     const size_t count = config->ppChiStreams == nullptr ? 0 : config->numStreams;
     const std::vector<ChiStream*> pointers(config->ppChiStreams, config->ppChiStreams + count);
     const uint32_t cameraId = CameraOf(*config);
     CheckSettings(*session, config->pSessionSettings);
     std::vector<ChiStream> streams;
     for (ChiStream* stream : pointers) {
-        if (!Check(Rule::Configuration, stream != nullptr, "stream ", streams.size(), " is null"))
+        if (!Check(Rule::Configuration, stream != nullptr, "stream ", streams.size(), " is null")) {
             return kFailed;
+        }
         streams.push_back(Configure(*stream, cameraId, streams.size() + 1 == count));
     }
     const auto device = Device().Lock();
@@ -124,15 +131,18 @@ int32_t ConfigureStreams(uint64_t handle, ChiOfflineSessionConfigInfo* config) {
 
 /// The record is copied as bytes, so that comparing it word by word is possible.
 void CopySet(BufferSetCopy& copy, const ChiOfflineBufferSet* set, bool isInput) {
-    if (set == nullptr)
+    if (set == nullptr) {
         return;
+    }
     std::memcpy(&copy.set, set, sizeof *set);
-    if (set->pBuffers != nullptr)
+    if (set->pBuffers != nullptr) {
         copy.buffers.assign(set->pBuffers, set->pBuffers + set->numBuffers);
+    }
     for (const ChiStreamBuffer& buffer : copy.buffers) {
         auto& format = copy.formats.emplace_back();
-        if (isInput && buffer.pInputFormat != nullptr)
+        if (isInput && buffer.pInputFormat != nullptr) {
             format = *buffer.pInputFormat;
+        }
     }
 }
 
@@ -140,8 +150,9 @@ std::shared_ptr<Execution> CopyRequest(uint64_t session, const ChiOfflineExecute
     auto execution = std::make_shared<Execution>();
     execution->session = session;
     std::memcpy(&execution->request, &request, sizeof request);
-    for (uint32_t i = 0; i < request.numInputs && request.pInputs != nullptr; ++i)
+    for (uint32_t i = 0; i < request.numInputs && request.pInputs != nullptr; ++i) {
         CopySet(execution->inputs.emplace_back(), &request.pInputs[i], true);
+    }
     CopySet(execution->output, request.pOutput, false);
     return execution;
 }
@@ -150,8 +161,9 @@ void CheckFormat(const ChiStream& stream, const ChiStreamBuffer& buffer,
                  const ChiInputFormat& format) {
     Expect(Rule::InputFormat, "the presence of a format record", buffer.pInputFormat != nullptr,
            IsRaw(stream));
-    if (buffer.pInputFormat == nullptr || !IsRaw(stream))
+    if (buffer.pInputFormat == nullptr || !IsRaw(stream)) {
         return;
+    }
     const bool isRaw10 = stream.format == ChiStreamFormatRaw10;
     Expect(Rule::InputFormat, "an input's format", format.bufferFormat,
            uint32_t{isRaw10 ? ChiFormatRaw10 : ChiFormatRaw16});
@@ -164,13 +176,15 @@ void CheckInput(const Session& session, const ChiStreamBuffer& buffer,
     Expect(Rule::InputRecord, "an input's size", buffer.size, uint32_t{sizeof buffer});
     Expect(Rule::InputRecord, "an input's type", buffer.bufferType, kChiInputBufferType);
     Expect(Rule::InputRecord, "an input's status", buffer.bufferStatus, 0U);
-    if (const auto image = Require<ImageBuffer>(buffer.bufferHandle))
+    if (const auto image = Require<ImageBuffer>(buffer.bufferHandle)) {
         Expect(Rule::InputManager, "an input's manager", Handle{Word(buffer.pBufferManager)},
                Handle{image->manager});
+    }
     const ChiStream* stream = session.FindStream(buffer.pStream);
     if (!Check(Rule::InputStream, stream != nullptr, "input stream ", buffer.pStream,
-               " is not in the session's list"))
+               " is not in the session's list")) {
         return;
+    }
     Expect(Rule::InputStream, "an input stream's type",
            __atomic_load_n(&buffer.pStream->streamType, __ATOMIC_RELAXED),
            uint32_t{ChiStreamTypeInput});
@@ -179,20 +193,24 @@ void CheckInput(const Session& session, const ChiStreamBuffer& buffer,
 
 /// An output without size and stream is one that could not be translated; the adapter goes on.
 void CheckOutput(const Session& session, const BufferSetCopy& output) {
-    if (!Expect(Rule::Output, "the number of outputs", output.buffers.size(), size_t{1}))
+    if (!Expect(Rule::Output, "the number of outputs", output.buffers.size(), size_t{1})) {
         return;
+    }
     const ChiStreamBuffer& buffer = output.buffers[0];
-    if (buffer.size == 0 && buffer.pStream == nullptr)
+    if (buffer.size == 0 && buffer.pStream == nullptr) {
         return;
+    }
     Expect(Rule::Output, "the output's size", buffer.size, uint32_t{sizeof buffer});
-    if (session.OutputStream() != nullptr)
+    if (session.OutputStream() != nullptr) {
         Expect(Rule::Output, "the output's stream", buffer.pStream, session.OutputStream());
+    }
 }
 
 void CheckSetMetadata(ChiMetadataHandle handle, uint32_t index) {
     const auto metadata = Require<Metadata>(handle);
-    if (!metadata || !metadata->tags.contains(kSetMarkTag))
+    if (!metadata || !metadata->tags.contains(kSetMarkTag)) {
         return;
+    }
     SetMark mark{};
     const auto& bytes = metadata->tags.at(kSetMarkTag);
     std::memcpy(&mark, bytes.data(), std::min(bytes.size(), sizeof mark));
@@ -205,18 +223,20 @@ void CheckMetadata(const Execution& execution) {
     uint32_t index = 0;
     for (const BufferSetCopy& input : execution.inputs) {
         const ChiMetadataHandle handle = input.set.pMetadata;
-        if (handle == nullptr)
+        if (handle == nullptr) {
             Check(Rule::SetMetadata, !Makes(Entry::MetadataCreateWithUsage), "set ", index,
                   " has no metadata");
-        else if (Check(Rule::SetMetadata, seen.insert(handle).second, "set ", index,
-                       " has the metadata of another set"))
+        } else if (Check(Rule::SetMetadata, seen.insert(handle).second, "set ", index,
+                         " has the metadata of another set")) {
             CheckSetMetadata(handle, index);
+        }
         ++index;
     }
     const ChiMetadataHandle output = execution.output.set.pMetadata;
     if (output != nullptr &&
-        Check(Rule::SetMetadata, !seen.contains(output), "the output has the metadata of a set"))
+        Check(Rule::SetMetadata, !seen.contains(output), "the output has the metadata of a set")) {
         Require<Metadata>(output);
+    }
 }
 
 void CheckRequest(const Session& session, const Execution& execution) {
@@ -254,21 +274,25 @@ void AssignFrame(Session& session, Execution& execution) {
     session.lastFrame = execution.offlineFrame;
     session.lastThread = self;
     device.Unlock();
-    if (!isOthers)
+    if (!isOthers) {
         Expect(Rule::FramePreset, "the preset of the offline frame", preset, kUnsetFrame);
+    }
 }
 
 /// Spoils what was lent for the call alone, so that whoever reads it afterwards is found out.
 void Poison(ChiOfflineExecuteRequest& request, const Execution& execution) {
     for (const BufferSetCopy& input : execution.inputs) {
-        if (!input.buffers.empty())
+        if (!input.buffers.empty()) {
             std::memset(input.set.pBuffers, kPoison,
                         sizeof(ChiStreamBuffer) * input.buffers.size());
+        }
     }
-    if (!execution.inputs.empty())
+    if (!execution.inputs.empty()) {
         std::memset(request.pInputs, kPoison, sizeof(ChiOfflineBufferSet) * request.numInputs);
-    if (request.pOutput != nullptr)
+    }
+    if (request.pOutput != nullptr) {
         std::memset(request.pOutput, kPoison, sizeof(ChiOfflineBufferSet));
+    }
     std::memset(&request, kPoison, sizeof request);
 }
 
@@ -277,8 +301,9 @@ int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
     if (!session || !Check(Rule::RequestRecord,
                            request != nullptr && request->pOfflineFrameNumber != nullptr &&
                                request->pLastFrameField != nullptr,
-                           "the request or one of its frame fields is null"))
+                           "the request or one of its frame fields is null")) {
         return kFailed;
+    }
     const auto execution = CopyRequest(handle, *request);
     CheckRequest(*session, *execution);
     AssignFrame(*session, *execution);
@@ -290,8 +315,9 @@ int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
 // --- Buffer translation
 
 uint32_t TranslateToChi(const camera3_stream_buffer* source, ChiStreamBuffer* target) {
-    if (!Check(Rule::Translation, source != nullptr && target != nullptr, "a buffer is null"))
+    if (!Check(Rule::Translation, source != nullptr && target != nullptr, "a buffer is null")) {
         return kFailed;
+    }
     *target = {.size = sizeof(ChiStreamBuffer),
                .pStream = std::bit_cast<ChiStream*>(source->stream),
                .bufferType = kFrameworkBuffer,
@@ -301,8 +327,9 @@ uint32_t TranslateToChi(const camera3_stream_buffer* source, ChiStreamBuffer* ta
 }
 
 uint32_t TranslateFromChi(const ChiStreamBuffer* source, camera3_stream_buffer* target) {
-    if (!Check(Rule::Translation, source != nullptr && target != nullptr, "a buffer is null"))
+    if (!Check(Rule::Translation, source != nullptr && target != nullptr, "a buffer is null")) {
         return kFailed;
+    }
     *target = {.stream = std::bit_cast<camera3_stream*>(source->pStream),
                .buffer = static_cast<buffer_handle_t*>(source->bufferHandle),
                .status = static_cast<int32_t>(source->bufferStatus),

@@ -16,8 +16,9 @@ constexpr uint32_t kScaleBits = 22;
 
 /// Bytes of one row; of the luma plane for YUV.
 uint64_t Stride(uint32_t format, uint64_t width) {
-    if (format == ChiStreamFormatRaw10)
+    if (format == ChiStreamFormatRaw10) {
         return width * 5 / 4;
+    }
     const bool isBytes = format == ChiStreamFormatYCbCr420_888 || format == ChiStreamFormatBlob;
     return isBytes ? width : width * 2;
 }
@@ -46,14 +47,17 @@ class Mosaic {
 
 /// Four pixels have their upper bits in a byte each, and share a fifth.
 void AddRaw10(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
-    for (uint32_t x = 0; x + 4 <= width; x += 4, bytes += 5)
-        for (uint32_t i = 0; i < 4; ++i)
+    for (uint32_t x = 0; x + 4 <= width; x += 4, bytes += 5) {
+        for (uint32_t i = 0; i < 4; ++i) {
             sums[x + i] += static_cast<uint16_t>(bytes[i] << 2 | (bytes[4] >> 2 * i & 3));
+        }
+    }
 }
 
 void AddRaw16(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
-    for (uint32_t x = 0; x < width; ++x, bytes += 2)
+    for (uint32_t x = 0; x < width; ++x, bytes += 2) {
         sums[x] += static_cast<uint16_t>(bytes[0] | bytes[1] << 8) & kWhite;
+    }
 }
 
 void Mosaic::Add(const Frame& frame) {
@@ -61,8 +65,9 @@ void Mosaic::Add(const Frame& frame) {
     const bool isRaw10 = frame.format == ChiFormatRaw10;
     const size_t stride = Stride(isRaw10 ? ChiStreamFormatRaw10 : ChiStreamFormatRaw16, mWidth);
     const size_t rows = std::min<size_t>(mHeight, frame.memory.size() / stride);
-    for (uint32_t y = 0; y < rows; ++y)
+    for (uint32_t y = 0; y < rows; ++y) {
         (isRaw10 ? AddRaw10 : AddRaw16)(frame.memory.data() + stride * y, mWidth, Row(y));
+    }
 }
 
 /// Continues the rows beyond both ends with the pixels that have the same filters.
@@ -116,8 +121,9 @@ using Sums = std::vector<uint16_t>;
 
 void AddTimes(uint32_t times, std::span<const uint8_t> picture, Sums& sums) {
     const size_t size = std::min(sums.size(), picture.size());
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         sums[i] += static_cast<uint16_t>(times * picture[i]);
+    }
 }
 
 /// Adds the merged raw frames of a pattern, once for each.
@@ -127,11 +133,13 @@ void AddRawFrames(std::span<const Frame> frames, uint32_t cfaPattern, uint32_t w
     std::copy_if(frames.begin(), frames.end(), std::back_inserter(mosaics), [&](const auto& frame) {
         return frame.format != ChiFormatYUV420NV12 && frame.cfaPattern % 4 == cfaPattern;
     });
-    if (mosaics.empty())
+    if (mosaics.empty()) {
         return;
+    }
     Mosaic mosaic(width, height);
-    for (const Frame& frame : mosaics)
+    for (const Frame& frame : mosaics) {
         mosaic.Add(frame);
+    }
     std::vector<uint8_t> picture(sums.size());
     mosaic.Demosaic(cfaPattern, picture);
     AddTimes(static_cast<uint32_t>(mosaics.size()), picture, sums);
@@ -161,10 +169,13 @@ std::vector<Frame> InputFrames(const Session& session, const Execution& executio
             const ChiStreamBuffer& buffer = set.buffers[i];
             const auto image = Require<ImageBuffer>(buffer.bufferHandle);
             const ChiStream* stream = session.FindStream(buffer.pStream);
-            if (image != nullptr && stream != nullptr && !Fits(*image, *stream))
+            if (image != nullptr && stream != nullptr && !Fits(*image, *stream)) {
                 return {};
-            if (image == nullptr || image->width != output.width || image->height != output.height)
+            }
+            if (image == nullptr || image->width != output.width ||
+                image->height != output.height) {
                 continue;
+            }
             images.push_back(image);
             frames.push_back(
                 {buffer.pInputFormat == nullptr ? ChiFormatYUV420NV12 : set.formats[i].bufferFormat,
@@ -177,8 +188,9 @@ std::vector<Frame> InputFrames(const Session& session, const Execution& executio
 } // namespace
 
 uint64_t ImageSize(uint32_t format, uint32_t width, uint32_t height) {
-    if (uint64_t{width} * height > kLargestImage)
+    if (uint64_t{width} * height > kLargestImage) {
         return 0;
+    }
     const uint64_t size = Stride(format, width) * height;
     return format == ChiStreamFormatYCbCr420_888 ? size * 3 / 2 : size;
 }
@@ -186,11 +198,14 @@ uint64_t ImageSize(uint32_t format, uint32_t width, uint32_t height) {
 void DevelopFrames(std::span<const Frame> frames, uint32_t width, uint32_t height,
                    std::span<uint8_t> nv12) {
     Sums sums(ImageSize(ChiStreamFormatYCbCr420_888, width, height));
-    for (const Frame& frame : frames)
-        if (frame.format == ChiFormatYUV420NV12)
+    for (const Frame& frame : frames) {
+        if (frame.format == ChiFormatYUV420NV12) {
             AddTimes(1, frame.memory, sums);
-    for (uint32_t cfaPattern = CfaRGGB; cfaPattern <= CfaBGGR; ++cfaPattern)
+        }
+    }
+    for (uint32_t cfaPattern = CfaRGGB; cfaPattern <= CfaBGGR; ++cfaPattern) {
         AddRawFrames(frames, cfaPattern, width, height, sums);
+    }
     const auto count = static_cast<uint32_t>(frames.size());
     std::transform(sums.begin(), sums.end(), nv12.begin(), [count](uint16_t sum) {
         return static_cast<uint8_t>((sum + count / 2) / count);
@@ -200,18 +215,21 @@ void DevelopFrames(std::span<const Frame> frames, uint32_t width, uint32_t heigh
 void Develop(const Session& session, const Execution& execution, const ChiStreamBuffer& output) {
     const ChiStream* stream = session.FindStream(output.pStream);
     if (stream == nullptr || stream->format != ChiStreamFormatYCbCr420_888 ||
-        stream->width % 2 != 0 || stream->height % 2 != 0)
+        stream->width % 2 != 0 || stream->height % 2 != 0) {
         return;
+    }
     Images images;
     const std::vector<Frame> frames = InputFrames(session, execution, *stream, images);
-    if (frames.empty())
+    if (frames.empty()) {
         return;
+    }
     const auto target = gralloc::Memory(static_cast<const buffer_handle_t*>(output.bufferHandle));
     const uint64_t size = ImageSize(stream->format, stream->width, stream->height);
     if (!target.empty() &&
         Check(Rule::Memory, target.size() >= size, "the output buffer's memory is ", target.size(),
-              " bytes and must be ", size))
+              " bytes and must be ", size)) {
         DevelopFrames(frames, stream->width, stream->height, target.first(size));
+    }
 }
 
 } // namespace standin

@@ -44,12 +44,15 @@ void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& executio
           const ChiStreamBuffer& output, const Result& result) {
     const auto records = std::make_unique<ResultRecords>();
     records->buffer = output;
-    if (result.bufferStatus != CAMERA3_BUFFER_STATUS_OK)
+    if (result.bufferStatus != CAMERA3_BUFFER_STATUS_OK) {
         records->buffer.bufferStatus = result.bufferStatus;
-    if (result.buffer)
+    }
+    if (result.buffer) {
         records->block = {.numBuffers = 1, .pBuffers = &records->buffer};
-    if (result.secondBlock)
+    }
+    if (result.secondBlock) {
         records->second = records->block;
+    }
     records->block.numPartialMetadata = result.partials;
     records->block.pMetadata = result.metadata ? execution.output.set.pMetadata : nullptr;
     records->info = {.frameNumber = static_cast<uint32_t>(execution.offlineFrame),
@@ -73,31 +76,36 @@ void Session::Stop() {
         device->idle.notify_all();
     }
     if (!Check(Rule::SessionCloser, mThread.get_id() != std::this_thread::get_id(),
-               "a session's own thread closes it"))
+               "a session's own thread closes it")) {
         mThread.detach();
-    else if (mThread.joinable())
+    } else if (mThread.joinable()) {
         mThread.join();
+    }
 }
 
 void Session::Run() {
     const auto self = shared_from_this();
     auto& device = Device();
-    if (Observer* const observer = device.observer)
+    if (Observer* const observer = device.observer) {
         observer->NameThread("vendor session " + std::to_string(data.handle & UINT32_MAX) + ", " +
                              pName);
+    }
     std::unique_lock lock(device.mutex);
     for (;;) {
         mWake.wait(lock, [this] { return mClosing || !mQueue.empty(); });
-        if (device.script.latency.count() > 0)
+        if (device.script.latency.count() > 0) {
             mWake.wait_for(lock, device.script.latency, [this] { return mClosing; });
-        if (mClosing)
+        }
+        if (mClosing) {
             return;
+        }
         Job job = TakeNext();
         const bool isShuffled = device.script.order == Order::Shuffled;
         lock.unlock();
         bool isDone = DeliverNext(job);
-        while (!isDone && !isShuffled)
+        while (!isDone && !isShuffled) {
             isDone = DeliverNext(job);
+        }
         lock.lock();
         if (!isDone && !mClosing) {
             mQueue.push_back(std::move(job));
@@ -126,16 +134,18 @@ void Session::Accept(const std::shared_ptr<const Execution>& execution) {
     Job job{shared_from_this(), execution, device.script.shape,
             device.script.asksForFrameworkBuffers};
     const size_t index = device.records.executionCount++;
-    if (device.script.recording)
+    if (device.script.recording) {
         device.records.executions.push_back(execution);
+    }
     if (device.script.delivery == Delivery::OnCallerThread) {
         lock.unlock();
         Deliver(job);
     } else if (device.script.delivery == Delivery::ByHand && !mClosing) {
         device.waiting.emplace(index, job);
     } else if (!mClosing) {
-        if (!mThread.joinable())
+        if (!mThread.joinable()) {
             mThread = std::thread(&Session::Run, this);
+        }
         mQueue.push_back(job);
         ++device.inFlight;
         mWake.notify_all();
@@ -150,20 +160,24 @@ void Session::Deliver(Job& job) {
 /// Everything before the first result.
 void Session::Prepare(Job& job) {
     const Execution& execution = *job.execution;
-    if (!mNotified.exchange(true))
+    if (!mNotified.exchange(true)) {
         data.pCallbacks->ProcessNotifyCb(data.pCallbacks, 0, nullptr);
-    if (!execution.output.buffers.empty())
+    }
+    if (!execution.output.buffers.empty()) {
         job.output = execution.output.buffers[0];
-    if (job.asksForFrameworkBuffers && OutputStream() != nullptr)
+    }
+    if (job.asksForFrameworkBuffers && OutputStream() != nullptr) {
         AskFramework(job.output);
+    }
     const Activity activity("develop");
     Develop(*this, execution, job.output);
 }
 
 /// Delivers the next result of a request. \returns whether it was the last one.
 bool Session::DeliverNext(Job& job) {
-    if (job.delivered == 0)
+    if (job.delivered == 0) {
         Prepare(job);
+    }
     const Results& results = kResults.at(static_cast<size_t>(job.shape));
     const Activity activity("deliver");
     Send(data.pCallbacks, *job.execution, job.output, results.list.at(job.delivered));
@@ -179,14 +193,16 @@ void Session::AskFramework(ChiStreamBuffer& output) const {
     unsigned int returned = 0;
     const uint32_t result =
         data.pCallbacks->GetFrameworkBuffers(data.pCallbacks, 1, &query, &returned, answer.get());
-    if (result == 0 && returned == 1 && answer->numBuffers == 1)
+    if (result == 0 && returned == 1 && answer->numBuffers == 1) {
         output = *buffer;
+    }
 }
 
 const ChiStream* Session::FindStream(const ChiStream* stream) const {
     const auto found = std::find(data.streamPointers.begin(), data.streamPointers.end(), stream);
-    if (found == data.streamPointers.end())
+    if (found == data.streamPointers.end()) {
         return nullptr;
+    }
     return &data.streams[static_cast<size_t>(found - data.streamPointers.begin())];
 }
 

@@ -25,16 +25,18 @@ inline constexpr int32_t kFailed = 1;
 
 /// The value of an integer or a pointer as a word, and back.
 template <class T> uint64_t Word(T value) {
-    if constexpr (std::is_pointer_v<T>)
+    if constexpr (std::is_pointer_v<T>) {
         return reinterpret_cast<uint64_t>(value);
-    else
+    } else {
         return static_cast<uint64_t>(value);
+    }
 }
 template <class T> T As([[maybe_unused]] uint64_t word) {
-    if constexpr (std::is_pointer_v<T>)
+    if constexpr (std::is_pointer_v<T>) {
         return std::bit_cast<T>(word);
-    else
+    } else {
         return static_cast<T>(word);
+    }
 }
 
 /// The arguments of one call, as the record keeps them.
@@ -216,12 +218,14 @@ inline Control::State& Device() { return StandinControl()->Internals(); }
 class Activity {
   public:
     explicit Activity(const char* what) : mObserver(Device().observer) {
-        if (mObserver != nullptr)
+        if (mObserver != nullptr) {
             mObserver->Begin(what);
+        }
     }
     ~Activity() {
-        if (mObserver != nullptr)
+        if (mObserver != nullptr) {
             mObserver->End();
+        }
     }
     Activity(const Activity&) = delete;
     Activity& operator=(const Activity&) = delete;
@@ -276,20 +280,22 @@ template <class T> std::shared_ptr<T> Find(auto handle) {
 /// Whether an object once had this handle.
 template <class T> bool WasAlive(uint64_t handle) {
     const auto device = Device().Lock();
-    if constexpr (requires { T::kMark; })
+    if constexpr (requires { T::kMark; }) {
         return handle > uint64_t{T::kMark} << 56 &&
                handle <= (uint64_t{T::kMark} << 56 | device->lastSerial);
-    else
+    } else {
         return device->slots.contains(As<void*>(handle));
+    }
 }
 
 /// The same where it must be alive. `past` is what is said of a handle that once was.
 template <class T>
 std::shared_ptr<T> Require(auto handle, Rule rule = T::kAlive, const char* past = "destroyed") {
     auto object = Find<T>(handle);
-    if (object == nullptr)
+    if (object == nullptr) {
         Check(rule, false, Handle{Word(handle)}, " is not a live ", T::kName, ": ",
               WasAlive<T>(Word(handle)) ? past : "never existed");
+    }
     return object;
 }
 
@@ -303,8 +309,9 @@ template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
     const auto device = Device().Lock();
     SlotList& slots = device->slots[&record];
     fill(slots, record);
-    for (const Slot& slot : slots)
+    for (const Slot& slot : slots) {
         slot.Set(device->script.missing.contains(slot.entry));
+    }
 }
 
 template <class Record> Table<Record>::~Table() { Device().Lock()->slots[&record].clear(); }
@@ -316,8 +323,9 @@ template <Entry Name, class R, class... Args, R (*Function)(Args...)>
 struct Recorded<Name, Function> {
     static R Call(Args... args) {
         const Activity activity(EntryName(Name));
-        if (const auto fault = Device().Enter(Name, Arguments(args...)))
+        if (const auto fault = Device().Enter(Name, Arguments(args...))) {
             return As<R>(*fault);
+        }
         const struct Scope {
             Entry outer = std::exchange(CurrentEntry(), Name);
             ~Scope() { CurrentEntry() = outer; }

@@ -8,8 +8,9 @@ constexpr uint64_t kFirstOperation = 0x10660000; ///< Recognisable; nothing is c
 
 void FillOperations(ZOfflineLogOps* ops) {
     uint64_t operation = kFirstOperation;
-    for (void*& slot : ops->reserved0)
+    for (void*& slot : ops->reserved0) {
         slot = standin::As<void*>(operation++);
+    }
 }
 
 } // namespace

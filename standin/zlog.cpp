@@ -37,8 +37,9 @@ void ZLog::LogSystem(const char* levelMark, const char* levelLetter, const char*
                               Format(fmt, arguments)};
     va_end(arguments);
     const auto device = standin::Device().Lock();
-    if (device->script.recording)
+    if (device->script.recording) {
         device->records.logs.push_back(std::move(record));
+    }
 }
 
 void ZLog::SetOfflineLoggerOps(ZOfflineLogOps* ops) {

@@ -424,7 +424,8 @@ void ChooseManagerFormat(const ChiStream& stream, ChiBufferManagerCreateData& cr
         createData.format = ChiStreamFormatUBWCTP10;
         break;
     case ChiStreamFormatPD10:
-        // The message promises Raw12; the format becomes UBWCTP10 here as well, on purpose.
+        // The message promises Raw12; the format becomes UBWCTP10 here as well: "Both overridden
+        // stream formats" in docs/kept-behaviours.md.
         OEM_LOG_WARN_IN(kOperation, "Overriding format from ChiStreamFormatPD10 to "
                                     "ChiStreamFormatRaw12 as Gralloc does not support "
                                     "ChiStreamFormatPD10");

@@ -21,13 +21,13 @@
 
 #include "adapterlayer/qcomadaptee.h"
 
+#include "adapterlayer/chistreams.h"
+#include "adapterlayer/featurerow.h"
+#include "adapterlayer/frameworkrequest.h"
 #include "adapterlayer/oemlog.h"
-#include "platform/maker/hwconfig.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -103,43 +103,11 @@ QcomAdaptee::~QcomAdaptee() {
 
 // --- The offline feature map ---------------------------------------------------------------------
 
-namespace {
-
-/// The values of one row as the store hands them out; a value past the row's end counts as absent.
-class RowValues {
-  public:
-    explicit RowValues(uint32_t count) : mTexts(count) {}
-
-    /// Reads the row of `key`. \returns whether the store had it.
-    bool Read(const char* key) {
-        std::fill(mTexts.begin(), mTexts.end(), nullptr);
-        return GetLocaleStringListConfiguration("OemOfflineFeatureInfoMap", "offlineMode", key,
-                                                mTexts.data(),
-                                                static_cast<uint32_t>(mTexts.size())) == 0;
-    }
-
-    const char* Text(size_t index) const {
-        return index < mTexts.size() && mTexts[index] != nullptr ? mTexts[index] : "";
-    }
-
-    /// Both leave `number` alone where the value does not parse.
-    void ParseHex(size_t index, uint32_t& number) const { std::sscanf(Text(index), "%x", &number); }
-    void ParseDecimal(size_t index, int32_t& number) const {
-        std::sscanf(Text(index), "%d", &number);
-    }
-
-  private:
-    std::vector<const char*> mTexts;
-};
-
-} // namespace
-
 std::vector<OfflineMapInfo> QcomAdaptee::GetOfflineMapInfoByConfig() {
     std::vector<OfflineMapInfo> rows;
-    const uint32_t keyCount = GetKeyCount("OemOfflineFeatureInfoMap");
-    RowValues values(GetValuesCount("OemOfflineFeatureInfoMap", "offlineMode[0]"));
-    // One row for all keys, on purpose: a number that does not parse keeps the value of the row
-    // before.
+    const uint32_t keyCount = GetKeyCount(kFeatureTable);
+    FeatureRow values;
+    // One for all keys: a number that does not parse keeps the value of the row before.
     OfflineMapInfo row;
     for (uint32_t i = 0; i < keyCount; ++i) {
         char key[256];
@@ -171,42 +139,6 @@ OfflineMapInfo QcomAdaptee::FindOfflineInfo(const std::string& featureName) cons
 
 // --- Submission: a host thread hands over real-time outputs --------------------------------------
 
-/// The streams of a session as one submission sees them.
-struct QcomAdaptee::SessionStreams {
-    ChiStream** ppStreams = nullptr; ///< The inputs, then the output.
-    uint32_t numStreams = 0;         ///< 0 where the session could not be prepared.
-    uint32_t inputsPerSet = 0;       ///< How many of them the submission feeds.
-};
-
-/// One submission under way. It lives on the stack and holds all that the vendor reads only during
-/// the execute call. The heap is left to what outlives the call: the request, its input array, its
-/// output buffer, and a format record for each raw input.
-struct QcomAdaptee::Submission {
-    const OfflineDataWraper& wrapper;
-    RequestPrivData& privData;
-    const SessionStreams& streams;
-    OfflineRequest* pRequest;
-    uint32_t numBuffers = 0; ///< Used records of `buffers`.
-    // Not cleared: each record is written whole before the vendor can reach it.
-    ChiStreamBuffer buffers[kMaxInputBuffers];
-    ChiOfflineBufferSet sets[kMaxInputSets];
-    ChiOfflineBufferSet output;
-    ChiOfflineExecuteRequest execute;
-
-    // cppcheck-suppress uninitMemberVar ; see above
-    Submission(const OfflineDataWraper& dataWraper, RequestPrivData& hostData,
-               const SessionStreams& sessionStreams, OfflineRequest* pOwnRequest)
-        : wrapper(dataWraper), privData(hostData), streams(sessionStreams), pRequest(pOwnRequest) {}
-
-    OEM_STEP void FillInputSet(uint32_t setIndex);
-    OEM_STEP void AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex);
-    OEM_STEP void AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex);
-    OEM_STEP static ChiInputFormat* NewInputFormat(const ChiStream& stream);
-    OEM_STEP void AddInput(ChiOfflineBufferSet& set, ChiStream* pStream, void* bufferHandle,
-                           ChiBufferManagerHandle pBufferManager, ChiInputFormat* pFormat);
-    OEM_STEP void ClearBeyond(const ChiOfflineBufferSet& set);
-};
-
 namespace {
 
 /// The steps of a submission log under its name.
@@ -232,9 +164,11 @@ uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
                  pDataWraper->pChiMetadataHandles, pDataWraper->pRDIBufferHandles,
                  pDataWraper->pRDIBufferStream, pRealtimePrivateData, pOfflineOutputBuffer,
                  pDataWraper->m_pRealtimeSessionParameters, HostCallbacks());
-    if (pDataWraper->numBuffers > kMaxInputSets) {
-        OEM_LOG_ERROR("Invalid input parameters, %u input sets, at most %u",
-                      pDataWraper->numBuffers, kMaxInputSets);
+    // Once: what the host makes of it while the vendor works changes nothing.
+    const uint32_t numSets = LoadRelaxed(pDataWraper->numBuffers);
+    if (numSets > kMaxInputSets) {
+        OEM_LOG_ERROR("Invalid input parameters, %u input sets, at most %u", numSets,
+                      kMaxInputSets);
         return kStatusInvalid;
     }
     ChiStreamBuffer* pOutputBuffer = NewOutputBuffer(pOfflineOutputBuffer);
@@ -245,8 +179,8 @@ uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
         pRealtimePrivateData != nullptr ? pRealtimePrivateData->inputStreams : noStreams,
         pDataWraper->registryWord, pSession);
     if (pRealtimePrivateData == nullptr) {
-        // Only here: the session is looked up for such a request too, and the output buffer stays
-        // allocated. Both on purpose.
+        // Only here: the session is looked up for such a request too. Its output buffer stays
+        // allocated, as docs/kept-behaviours.md lists.
         // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
         OEM_LOG_ERROR("Invalid input parameters, pRealtimePrivateData is NULL");
         return kStatusInvalid;
@@ -256,7 +190,8 @@ uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
         delete pOutputBuffer;
         return kStatusInvalid;
     }
-    return SubmitToSession(sessHdl, *pSession, *pDataWraper, *pRealtimePrivateData, pOutputBuffer);
+    return SubmitToSession(sessHdl, *pSession, *pDataWraper, numSets, *pRealtimePrivateData,
+                           pOutputBuffer);
 }
 
 void QcomAdaptee::InitParam(const OfflineDataWraper* pDataWraper) {
@@ -284,89 +219,6 @@ ChiStreamBuffer* QcomAdaptee::NewOutputBuffer(const camera3_stream_buffer* pOffl
 
 // --- Session registry: the session of an identity is found or made -------------------------------
 
-namespace {
-
-template <typename Word> uint64_t WordAt(const char* text) {
-    Word word;
-    std::memcpy(&word, text, sizeof(word));
-    return word;
-}
-
-} // namespace
-
-FoundSessions::Key FoundSessions::KeyOf(const OfflineSessionIdentitys& identity) {
-    const char* name = identity.featureName.data();
-    const size_t size = identity.featureName.size();
-    Key key = {identity.pOutStream, 0, 0, static_cast<uint32_t>(size), identity.cameraId};
-    if (size >= sizeof(uint64_t)) {
-        key.nameHead = WordAt<uint64_t>(name);
-        key.nameTail = WordAt<uint64_t>(name + size - sizeof(uint64_t));
-    } else if (size >= sizeof(uint32_t)) {
-        key.nameHead = WordAt<uint32_t>(name);
-        key.nameTail = WordAt<uint32_t>(name + size - sizeof(uint32_t));
-    } else {
-        for (size_t i = 0; i < size; ++i) {
-            key.nameHead = key.nameHead << 8U | static_cast<unsigned char>(name[i]);
-        }
-    }
-    return key;
-}
-
-size_t FoundSessions::PlaceOf(const Key& key) const {
-    // Odd numbers without a pattern: what differs anywhere shows in the topmost bits.
-    const uint64_t sum = reinterpret_cast<uintptr_t>(key.pOutStream) * 0x9E3779B97F4A7C15 +
-                         (key.nameHead + key.cameraId) * 0xC2B2AE3D27D4EB4F +
-                         key.nameTail * 0x165667B19E3779F9;
-    return sum >> mShift;
-}
-
-const FoundSessions::Session* FoundSessions::Find(const OfflineSessionIdentitys& identity) const {
-    if (mEntries.empty()) {
-        return nullptr;
-    }
-    const Key key = KeyOf(identity);
-    const size_t mask = mEntries.size() - 1;
-    for (size_t at = PlaceOf(key); mEntries[at].session.handle != 0; at = (at + 1) & mask) {
-        const Entry& entry = mEntries[at];
-        if (entry.key == key &&
-            (key.nameSize <= 2 * sizeof(uint64_t) || *entry.pIdentity == identity)) {
-            return &entry.session;
-        }
-    }
-    return nullptr;
-}
-
-void FoundSessions::Add(const OfflineSessionIdentitys& chainIdentity, const Session& session) {
-    if (4 * (mCount + 1) > 3 * mEntries.size()) {
-        Grow();
-    }
-    Place({KeyOf(chainIdentity), session, &chainIdentity});
-    ++mCount;
-}
-
-void FoundSessions::Grow() {
-    constexpr size_t kFirstSize = 16;
-    const size_t size = std::max(kFirstSize, 2 * mEntries.size());
-    const std::vector<Entry> smaller = std::exchange(mEntries, std::vector<Entry>(size));
-    mShift = static_cast<uint32_t>(__builtin_clzll(size)) + 1;
-    for (const Entry& entry : smaller) {
-        if (entry.session.handle != 0) {
-            Place(entry);
-        }
-    }
-}
-
-void FoundSessions::Place(const Entry& entry) {
-    const size_t mask = mEntries.size() - 1;
-    size_t at = PlaceOf(entry.key);
-    while (mEntries[at].session.handle != 0) {
-        at = (at + 1) & mask;
-    }
-    mEntries[at] = entry;
-}
-
-void FoundSessions::Clear() { *this = {}; }
-
 SessionManagers::SessionManagers(QcomAdaptee* pAdaptee) : m_pAdaptee(pAdaptee) {}
 
 uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
@@ -374,7 +226,7 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
                                         const std::vector<camera3_stream*>& pInStreams,
                                         unsigned int registryWord,
                                         QcomAdaptee::PrivateSessionInfo*& pInfo) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const RegistryLock lock(m_mutex);
     OEM_LOG_INFO("pOutStream %p cameraId %d featureName %s", identity.pOutStream, identity.cameraId,
                  identity.featureName.c_str());
     pInfo = nullptr;
@@ -382,7 +234,7 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
         OEM_LOG_ERROR("pOutStream is null!!!");
         return 0;
     }
-    if (const FoundSessions::Session* pFound = m_found.Find(identity)) {
+    if (const auto* pFound = m_found.Find(identity)) {
         OEM_LOG_INFO("Session handle %ld matched.", pFound->handle);
         pInfo = pFound->pInfo;
         return pFound->handle;
@@ -397,6 +249,8 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
     OEM_LOG_INFO("Session handle %ld matched.", sessHdl);
     if (sessHdl != 0) {
         pInfo = m_pAdaptee->FindSessionInfo(sessHdl);
+    }
+    if (pInfo != nullptr) {
         m_found.Add(pSession->GetIdentity(), {sessHdl, pInfo});
     }
     return sessHdl;
@@ -436,7 +290,7 @@ SessionManagers::FindOrMakeChain(unsigned int cameraId, const OfflineSessionIden
 
 /// The list is walked where it stands: the caller's lock keeps it as it is.
 const SessionObjects* SessionManagers::FindChain(const SessionList& sessions,
-                                                 const OfflineSessionIdentitys& identity) const {
+                                                 const OfflineSessionIdentitys& identity) {
     for (const SessionObjects* pSession : sessions) {
         if (pSession != nullptr && pSession->GetIdentity() == identity) {
             return pSession;
@@ -446,7 +300,7 @@ const SessionObjects* SessionManagers::FindChain(const SessionList& sessions,
 }
 
 /// Makes a chain for `identity` behind the chains that its stream has already. The camera is the
-/// identity's: `cameraId` and `registryWord` are not used, on purpose.
+/// identity's, which need not be the adaptee's: `cameraId` and `registryWord` are not used.
 uint32_t SessionManagers::GenerateOfflineSessions(unsigned int /*cameraId*/,
                                                   const OfflineSessionIdentitys& identity,
                                                   const std::vector<camera3_stream*>& pInStreams,
@@ -490,7 +344,8 @@ uint32_t SessionManagers::DropChain(SessionObjects* pSession) {
 }
 
 /// Opens and configures a chain and appends it to `sessions`. A chain that fails is neither closed
-/// nor deleted: its session, if it has one, stays registered with the adaptee, on purpose.
+/// nor deleted, and its session, if it has one, stays registered with the adaptee: "a configuration
+/// that failed" in docs/kept-behaviours.md.
 void SessionManagers::AppendChain(const OfflineSessionIdentitys& identity,
                                   const std::vector<camera3_stream*>& pInStreams,
                                   SessionObjects* pSession, SessionList& sessions) {
@@ -601,16 +456,11 @@ long QcomAdaptee::OpenOfflineSession(const std::string& cameraText,
                       featureName.c_str(), identity.pOutStream);
         return 0;
     }
-    const auto [link, isNew] = mRtLinkSessHdlMap.emplace(identity, static_cast<uint64_t>(sessHdl));
-    if (!isNew) {
+    if (!mRtLinkSessHdlMap.emplace(identity, static_cast<uint64_t>(sessHdl)).second) {
         // The new session stays open and filed; only the identity keeps its earlier one.
         OEM_LOG_WARN("identity{%d, %p} already exist in  mRtLinkSessHdlMap,", identity.cameraId,
                      identity.pOutStream);
         return 0;
-    }
-    if (PrivateSessionInfo* pInfo = FindSessionInfo(static_cast<uint64_t>(sessHdl))) {
-        pInfo->link = link;
-        pInfo->isLinked = true;
     }
     OEM_LOG_INFO("[oemlayer_stream] offline session %s for cameraId:%d stream:%p sessHdl:%li",
                  featureName.c_str(), identity.cameraId, identity.pOutStream, sessHdl);
@@ -628,14 +478,14 @@ long QcomAdaptee::DoOpenOfflineSession(const std::string& cameraText,
     OEM_LOG_INFO("Shared session handle: %li", sharedSessionHdl);
     pInfo->pCreateInfo->sharedSessionHandle = sharedSessionHdl;
     if (!CanOpenSessions()) {
-        FreeSessionInfo(pInfo); // Nobody has seen it.
+        delete pInfo; // Nobody has seen it.
         return 0;
     }
     const uint64_t sessHdl =
-        mpChiOfflineIntfOps->pOpenSession(mpChiOfflineIntfOps, pInfo->pCreateInfo);
+        mpChiOfflineIntfOps->pOpenSession(mpChiOfflineIntfOps, pInfo->pCreateInfo.get());
     OEM_LOG_INFO("Opened new session, sessionHdl: %li", sessHdl);
     pInfo->cameraName = cameraText;
-    pInfo->pConfigInfo = new ChiOfflineSessionConfigInfo{};
+    pInfo->pConfigInfo = std::make_unique<ChiOfflineSessionConfigInfo>();
     FileSessionInfo(sessHdl, pInfo);
     return static_cast<long>(sessHdl);
 }
@@ -649,32 +499,27 @@ QcomAdaptee::PrivateSessionInfo* QcomAdaptee::NewSessionInfo(const std::string& 
     pInfo->featureName = featureName;
     pInfo->pCameraInfo = pCameraInfo;
     pInfo->pAdaptee = this;
-    auto* pCallbacks = new ChiOfflineSessionCallbacks{
+    pInfo->pCallbacks.reset(new ChiOfflineSessionCallbacks{
         .ProcessCaptureResultCb = ProcessCaptureResultCb,
         .ProcessNotifyCb = ProcessNotifyCb,
         .GetFrameworkBuffers = GetFrameworkBuffers,
         .reserved24 = nullptr,
         .pPrivateCallbackData = pInfo,
-    };
-    pInfo->pCreateInfo = new ChiOfflineSessionCreateInfo{
+    });
+    pInfo->pCreateInfo.reset(new ChiOfflineSessionCreateInfo{
         .pSessionName = pInfo->vendorSessionName.c_str(),
         .sharedSessionHandle = 0,
-        .pCallbacks = pCallbacks,
-    };
+        .pCallbacks = pInfo->pCallbacks.get(),
+    });
     return pInfo;
 }
 
-/// Files a session's record under its handle, whatever the handle is. Openings that failed share
-/// key 0, where a record replaces the one before, which no session stands for.
+/// Files a session's record under its handle, whatever the handle is: openings that failed share
+/// key 0. A record that is replaced stays allocated, since the vendor was handed it and may call
+/// back with it.
 void QcomAdaptee::FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) {
-    PrivateSessionInfo* pReplaced = std::exchange(mSessInfoMap[sessHdl], pInfo);
-    if (pReplaced == nullptr) {
-        return;
-    }
-    pInfo->isHandlesFirst = false;
-    mpSessionManagers->ForgetFound();
-    if (sessHdl == 0) {
-        FreeSessionInfo(pReplaced);
+    if (std::exchange(mSessInfoMap[sessHdl], pInfo) != nullptr) {
+        mpSessionManagers->ForgetFound();
     }
 }
 
@@ -700,38 +545,6 @@ void QcomAdaptee::InitSessInfo(unsigned long sessHdl, unsigned int opMode,
 
 // --- Configuring a session's streams -------------------------------------------------------------
 
-namespace {
-
-ChiStream MakeInputStream(const camera3_stream& halStream) {
-    ChiStream stream = {};
-    stream.streamType = static_cast<uint32_t>(halStream.stream_type);
-    stream.width = halStream.width;
-    stream.height = halStream.height;
-    stream.format = static_cast<uint32_t>(halStream.format);
-    stream.usage = halStream.usage;
-    stream.maxBuffers = halStream.max_buffers;
-    stream.dataSpace = static_cast<uint32_t>(halStream.data_space);
-    stream.rotation = static_cast<uint32_t>(halStream.rotation);
-    stream.physicalCameraId = halStream.physical_camera_id;
-    stream.reserved48 = halStream.reserved48;
-    stream.reserved52 = halStream.reserved52;
-    stream.reserved56 = halStream.reserved56;
-    stream.reserved64 = halStream.reserved64;
-    stream.reservedText136 = "";
-    return stream;
-}
-
-/// Marks a stream as part of a session's list.
-void MarkListed(ChiStream* pStream) {
-    pStream->reserved148 = 0;
-    pStream->reserved152 = -1;
-}
-
-/// The framework's output stream as the vendor's record: the host allocates its streams as both.
-ChiStream* AsChiStream(camera3_stream* pStream) { return reinterpret_cast<ChiStream*>(pStream); }
-
-} // namespace
-
 uint32_t QcomAdaptee::PrepareOfflineConfig(unsigned int numInStreams,
                                            camera3_stream* const* ppInStreams,
                                            camera3_stream* pOutStream, unsigned long sessHdl,
@@ -746,21 +559,20 @@ uint32_t QcomAdaptee::PrepareOfflineConfig(unsigned int numInStreams,
     OEM_LOG_INFO("[oemlayer_stream] Preparing streams for %s numInStreams %d",
                  pInfo->featureName.c_str(), numInStreams);
     pInfo->totalResult = 1;
-    auto** ppStreams = new (std::nothrow) ChiStream*[numInStreams];
-    if (ppStreams == nullptr) {
+    const std::unique_ptr<ChiStream*[]> pPointers(new (std::nothrow) ChiStream*[numInStreams]);
+    if (pPointers == nullptr) {
         OEM_LOG_ERROR("Unable to initialize ppChiStreams");
         return kStatusNoMemory;
     }
-    auto* pStreams = new ChiStream[numInStreams];
+    pInfo->pInputStreams = std::make_unique<ChiStream[]>(numInStreams);
+    pInfo->pStreamInfos = std::make_unique<StreamPrivateInfo[]>(numInStreams);
     for (unsigned int i = 0; i < numInStreams; ++i) {
-        AddSessionStream(sessHdl, ppInStreams[i], &pStreams[i]);
-        ppStreams[i] = &pStreams[i];
+        pPointers[i] = &pInfo->pInputStreams[i];
+        FillInputStream(ppInStreams[i], &pInfo->pStreamInfos[i], pPointers[i]);
     }
-    const uint32_t status = DoPrepareOfflineConfig(numInStreams, ppStreams, pOutStream,
-                                                   pInfo->pConfigInfo, sessHdl, pSessionParams);
-    // Also after a failure: closing the session frees them.
-    mSessChiStreamsMap[sessHdl] = ppStreams;
-    mSessChiStreamMap[sessHdl] = pStreams;
+    const uint32_t status =
+        DoPrepareOfflineConfig(numInStreams, pPointers.get(), pOutStream, pInfo->pConfigInfo.get(),
+                               sessHdl, pSessionParams);
     if (status != kStatusOk) {
         OEM_LOG_ERROR("[oemlayer_stream] Unable to prepare configure session for %s for camera %s",
                       pInfo->featureName.c_str(), pInfo->cameraName.c_str());
@@ -768,11 +580,10 @@ uint32_t QcomAdaptee::PrepareOfflineConfig(unsigned int numInStreams,
     return status;
 }
 
-/// Makes a session's input stream from the framework's and keeps its private data.
-void QcomAdaptee::AddSessionStream(uint64_t sessHdl, camera3_stream* pHalStream,
-                                   ChiStream* pStream) {
-    auto* pPrivate = new StreamPrivateInfo{0, pHalStream};
-    mSessStreamPrivMap[sessHdl].push_back(pPrivate);
+/// Makes a session's input stream from the framework's, with its private data.
+void QcomAdaptee::FillInputStream(camera3_stream* pHalStream, StreamPrivateInfo* pPrivate,
+                                  ChiStream* pStream) {
+    pPrivate->pHalStream = pHalStream;
     *pStream = MakeInputStream(*pHalStream);
     pStream->pPrivateInfo = pPrivate;
     OEM_LOG_INFO_IN("PrepareOfflineConfig",
@@ -787,36 +598,36 @@ uint32_t QcomAdaptee::DoPrepareOfflineConfig(unsigned int numInStreams, ChiStrea
                                              ChiOfflineSessionConfigInfo* pConfig,
                                              unsigned long sessHdl,
                                              const camera_metadata* pSessionParams) {
-    const PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
+    PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
     if (pInfo == nullptr) {
         return kStatusFailure;
     }
-    pConfig->numStreams = numInStreams + pInfo->totalResult;
+    const uint32_t numListed = numInStreams + pInfo->totalResult;
+    pConfig->numStreams = numListed;
     pConfig->pCameraText = pInfo->cameraName.c_str();
     pConfig->pSessionSettings = CreateSessionSettings(pSessionParams);
     pConfig->opMode = pInfo->opMode;
-    auto** ppList = new (std::nothrow) ChiStream*[pConfig->numStreams];
-    if (ppList == nullptr) {
+    std::unique_ptr<ChiStream*[]> pList(new (std::nothrow) ChiStream*[numListed]);
+    if (pList == nullptr) {
         OEM_LOG_ERROR("[oemlayer_stream] Unable to initialize ppChiStreams");
         return kStatusNoMemory;
     }
-    const unsigned int numInputs = ListInputStreams(numInStreams, ppInStreams, *pInfo, ppList);
+    const unsigned int numInputs = ListInputStreams(numInStreams, ppInStreams, *pInfo, pList.get());
     if (numInputs != numInStreams) {
         OEM_LOG_ERROR(
             "[oemlayer_stream] Incorrect number of input streams. Expected: %d Actual: %d",
             numInStreams, numInputs);
-        delete[] ppList;
         return kStatusFailure;
     }
-    const unsigned int numStreams = ListOutputStream(pOutStream, *pInfo, numInputs, ppList);
-    if (numStreams != pConfig->numStreams) {
+    const unsigned int numStreams = ListOutputStream(pOutStream, *pInfo, numInputs, pList.get());
+    if (numStreams != numListed) {
         OEM_LOG_ERROR(
             "[oemlayer_stream] Incorrect number of total streams. Expected: %d Actual: %d",
-            pConfig->numStreams, numStreams);
-        delete[] ppList;
+            numListed, numStreams);
         return kStatusFailure;
     }
-    pConfig->ppChiStreams = ppList;
+    pInfo->pStreamList = std::move(pList);
+    pConfig->ppChiStreams = pInfo->pStreamList.get();
     return kStatusOk;
 }
 
@@ -910,7 +721,7 @@ uint32_t QcomAdaptee::ConfigStreams(unsigned long sessHdl) {
     if (pInfo == nullptr) {
         return kStatusFailure;
     }
-    ChiOfflineSessionConfigInfo* pConfig = pInfo->pConfigInfo;
+    ChiOfflineSessionConfigInfo* pConfig = pInfo->pConfigInfo.get();
     OEM_LOG_INFO("[oemlayer_stream] configure camera %s with ppChiStreams: %p",
                  PrintableText(pConfig->pCameraText), pConfig->ppChiStreams);
     const int32_t result = mpChiOfflineIntfOps->pConfigureStreams(sessHdl, pConfig);
@@ -936,22 +747,54 @@ void QcomAdaptee::DestroyMetadata(ChiMetadataHandle metadata) {
 
 // --- Submission, continued: the request is built and executed ------------------------------------
 
+/// The streams of a session as one submission sees them.
+struct QcomAdaptee::SessionStreams {
+    ChiStream** ppStreams = nullptr; ///< The inputs, then the output.
+    uint32_t numStreams = 0;         ///< 0 where the session could not be prepared.
+    uint32_t inputsPerSet = 0;       ///< How many of them the submission feeds.
+    bool feedsYuv = false;
+};
+
+/// One submission under way. It lives on the stack and holds all that the vendor reads only during
+/// the execute call, cleared whole before it is filled. The heap is left to what outlives the call:
+/// the request, its input array, its output buffer, and a format record for each raw input.
+struct QcomAdaptee::Submission {
+    const OfflineDataWraper& wrapper;
+    const uint32_t numSets;
+    RequestPrivData& privData;
+    const SessionStreams& streams;
+    OfflineRequest* pRequest;
+    uint32_t numBuffers = 0; ///< Used records of `buffers`.
+    ChiStreamBuffer buffers[kMaxInputBuffers] = {};
+    ChiOfflineBufferSet sets[kMaxInputSets] = {};
+    ChiOfflineBufferSet output = {};
+    ChiOfflineExecuteRequest execute = {};
+
+    OEM_STEP void FillInputSet(uint32_t setIndex);
+    OEM_STEP void AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex,
+                              uint32_t format);
+    OEM_STEP void AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex);
+    OEM_STEP static ChiInputFormat* NewInputFormat(const ChiStream& stream, uint32_t format);
+    OEM_STEP void AddInput(ChiOfflineBufferSet& set, ChiStream* pStream, void* bufferHandle,
+                           ChiBufferManagerHandle pBufferManager, ChiInputFormat* pFormat);
+};
+
 uint32_t QcomAdaptee::SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& session,
-                                      const OfflineDataWraper& wrapper, RequestPrivData& privData,
-                                      ChiStreamBuffer* pOutputBuffer) {
+                                      const OfflineDataWraper& wrapper, uint32_t numSets,
+                                      RequestPrivData& privData, ChiStreamBuffer* pOutputBuffer) {
     StoreRelaxed(session.offlineFrameNumber, -1);
     const SessionStreams streams = ReadSessionStreams(session, wrapper);
-    if (uint64_t{streams.inputsPerSet} * wrapper.numBuffers > kMaxInputBuffers) {
+    if (uint64_t{streams.inputsPerSet} * numSets > kMaxInputBuffers) {
         OEM_LOG_ERROR_IN(kSubmit,
                          "Invalid input parameters, %u input sets of %u buffers, at most %u",
-                         wrapper.numBuffers, streams.inputsPerSet, kMaxInputBuffers);
+                         numSets, streams.inputsPerSet, kMaxInputBuffers);
         delete pOutputBuffer;
         return kStatusInvalid;
     }
-    Submission submission(wrapper, privData, streams,
-                          NewOfflineRequest(wrapper, streams, privData, pOutputBuffer));
+    Submission submission = {wrapper, numSets, privData, streams,
+                             NewOfflineRequest(numSets, streams, privData, pOutputBuffer)};
     privData.rtFrameNumber = wrapper.rtFrameNumber;
-    for (uint32_t i = 0; i < wrapper.numBuffers; ++i) {
+    for (uint32_t i = 0; i < numSets; ++i) {
         submission.FillInputSet(i);
     }
     CreateOutputMetadata(submission);
@@ -961,17 +804,11 @@ uint32_t QcomAdaptee::SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& sess
 
 namespace {
 
-bool IsInputStream(const ChiStream& stream) {
-    return LoadRelaxed(stream.streamType) == ChiStreamTypeInput;
-}
-
 bool IsRawFormat(uint32_t format) {
     return format == ChiStreamFormatRaw10 || format == ChiStreamFormatRaw16;
 }
 
-bool IsFedYuvFormat(uint32_t format, const OfflineDataWraper& wrapper) {
-    return format == ChiStreamFormatYCbCr420_888 && wrapper.yuvInput == 1;
-}
+bool IsYuvFormat(uint32_t format) { return format == ChiStreamFormatYCbCr420_888; }
 
 } // namespace
 
@@ -982,25 +819,26 @@ QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSession
     SessionStreams streams;
     {
         const std::lock_guard<std::mutex> lock(mLock);
-        if (session.pConfigInfo->ppChiStreams != nullptr) {
-            streams.ppStreams = session.pConfigInfo->ppChiStreams;
-            streams.numStreams = session.pConfigInfo->numStreams;
-        }
+        streams.ppStreams = session.pConfigInfo->ppChiStreams;
+        streams.numStreams = streams.ppStreams != nullptr ? session.pConfigInfo->numStreams : 0;
     }
+    streams.feedsYuv = wrapper.yuvInput == 1;
     for (uint32_t j = 0; j < streams.numStreams; ++j) {
         const ChiStream& stream = *streams.ppStreams[j];
-        const bool fed = IsRawFormat(stream.format) || IsFedYuvFormat(stream.format, wrapper);
-        streams.inputsPerSet += IsInputStream(stream) && fed ? 1 : 0;
+        const uint32_t format = LoadRelaxed(stream.format);
+        const bool fed = IsRawFormat(format) || (IsYuvFormat(format) && streams.feedsYuv);
+        const bool isInput = LoadRelaxed(stream.streamType) == ChiStreamTypeInput;
+        streams.inputsPerSet += isInput && fed ? 1 : 0;
     }
     return streams;
 }
 
-QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(const OfflineDataWraper& wrapper,
+QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(uint32_t numSets,
                                                             const SessionStreams& streams,
                                                             RequestPrivData& privData,
                                                             ChiStreamBuffer* pOutputBuffer) {
     auto* pRequest = new OfflineRequest{};
-    pRequest->inputCapacity = std::max(2 * wrapper.numBuffers, streams.inputsPerSet);
+    pRequest->inputCapacity = std::max(2 * numSets, streams.inputsPerSet);
     pRequest->pInputBuffers = new ChiStreamBuffer[pRequest->inputCapacity]();
     pRequest->pRtPrivData = &privData;
     pRequest->pAdaptee = this;
@@ -1010,51 +848,53 @@ QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(const OfflineDataWra
     return pRequest;
 }
 
-/// Feeds one set of real-time outputs to the session's input streams.
+/// Feeds one set of real-time outputs to the session's input streams. What somebody else makes of a
+/// stream meanwhile cannot feed more inputs than were counted: its type and its format are read
+/// once.
 void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
-    ChiOfflineBufferSet set = {0, 0, nullptr, 0, wrapper.pChiMetadataHandles[setIndex]};
+    ChiOfflineBufferSet& set = sets[setIndex];
+    set.pMetadata = wrapper.pChiMetadataHandles[setIndex];
     pRequest->pRtMetadata = set.pMetadata;
     pRequest->pInputMetadata = set.pMetadata;
     OEM_LOG_INFO_IN(kSubmit,
                     "rtFrameNumber:%d, bufferIndex:%d/%d, offline inputmeta:%p outputmeta:%p "
                     "pBufferManager %p",
-                    wrapper.rtFrameNumber, setIndex, wrapper.numBuffers, pRequest->pInputMetadata,
+                    wrapper.rtFrameNumber, setIndex, numSets, pRequest->pInputMetadata,
                     pRequest->pOutputMetadata, privData.pBufferManager);
     for (uint32_t j = 0; j < streams.numStreams; ++j) {
         const ChiStream& stream = *streams.ppStreams[j];
+        const uint32_t type = LoadRelaxed(stream.streamType);
+        const uint32_t format = LoadRelaxed(stream.format);
         OEM_LOG_INFO_IN(kSubmit, "streamId:%u/%u, stream %p, streamType:%d format:%d size:(%d, %d)",
-                        j, streams.numStreams, &stream, LoadRelaxed(stream.streamType),
-                        stream.format, stream.width, stream.height);
-        // A stream that became an input after the inputs were counted is left out.
-        if (!IsInputStream(stream) || set.numBuffers == streams.inputsPerSet) {
+                        j, streams.numStreams, &stream, type, format, stream.width, stream.height);
+        if (type != ChiStreamTypeInput || set.numBuffers == streams.inputsPerSet) {
             continue;
         }
-        if (IsRawFormat(stream.format)) {
-            AddRawInput(set, setIndex, j);
+        if (IsRawFormat(format)) {
+            AddRawInput(set, setIndex, j, format);
         }
-        if (IsFedYuvFormat(stream.format, wrapper)) {
+        if (IsYuvFormat(format) && streams.feedsYuv) {
             AddYuvInput(set, setIndex, j);
         }
     }
-    // The set's own count times its index, not the running number of buffers, on purpose: right
-    // where all sets have the same number of inputs.
+    // The set's own count times its index, not the running number of buffers: "A set points at
+    // record count x index" in docs/kept-behaviours.md.
     set.pBuffers = &buffers[size_t{set.numBuffers} * setIndex];
-    ClearBeyond(set);
-    sets[setIndex] = set;
 }
 
 void QcomAdaptee::Submission::AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex,
-                                          uint32_t streamIndex) {
+                                          uint32_t streamIndex, uint32_t format) {
     ChiStream* pStream = streams.ppStreams[streamIndex];
     ChiBufferManagerHandle pBufferManager = privData.pBufferManager;
     uint32_t handleIndex = setIndex;
     if (wrapper.dualRdi == 1 && streamIndex % 2 == 1) {
-        // Even streams keep index i, so that streams of different sets share handles; on purpose.
+        // Even streams keep index i, so that streams of different sets share handles: "In dual-RDI
+        // mode" in docs/kept-behaviours.md.
         pBufferManager = privData.pSecondRawBufferManager;
         handleIndex = 2 * setIndex + 1;
     }
     AddInput(set, pStream, wrapper.RdiBufferHandle(handleIndex), pBufferManager,
-             NewInputFormat(*pStream));
+             NewInputFormat(*pStream, format));
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the request's array refers to it
 }
 
@@ -1067,24 +907,23 @@ void QcomAdaptee::Submission::AddYuvInput(ChiOfflineBufferSet& set, uint32_t set
 }
 
 /// Freed by the completion as far as the request's input array still refers to it.
-ChiInputFormat* QcomAdaptee::Submission::NewInputFormat(const ChiStream& stream) {
+ChiInputFormat* QcomAdaptee::Submission::NewInputFormat(const ChiStream& stream, uint32_t format) {
     auto* pFormat = new ChiInputFormat{};
     pFormat->cfaPattern = stream.cfaPattern;
-    pFormat->bufferFormat = stream.format == ChiStreamFormatRaw10 ? ChiFormatRaw10 : ChiFormatRaw16;
+    pFormat->bufferFormat = format == ChiStreamFormatRaw10 ? ChiFormatRaw10 : ChiFormatRaw16;
     OEM_LOG_INFO_IN(kSubmit, "Input Stream Buffer Format Info, cfaPattern: %d buffer format: %d",
                     pFormat->cfaPattern, pFormat->bufferFormat);
     return pFormat;
 }
 
-/// Writes the next input of the set for the vendor and into the request's array, whole and without
-/// reading back. The array's index restarts with every set, so that a set overwrites the records of
-/// the one before, and of a burst's format records only the last set's can be freed by the
-/// completion. On purpose.
+/// Writes the next input of the set into the request's array and, the same, for the vendor. The
+/// array's index restarts with every set, so that a set overwrites the records of the one before,
+/// and of a burst's format records only the last set's can be freed by the completion: "The
+/// request's input array" in docs/kept-behaviours.md.
 void QcomAdaptee::Submission::AddInput(ChiOfflineBufferSet& set, ChiStream* pStream,
                                        void* bufferHandle, ChiBufferManagerHandle pBufferManager,
                                        ChiInputFormat* pFormat) {
-    buffers[numBuffers] = {};
-    // Of the array's, which was cleared, the rest stays zero.
+    // Both were cleared. Written twice, since what was just written in words is slow to copy.
     for (ChiStreamBuffer* pRecord :
          {&pRequest->pInputBuffers[set.numBuffers], &buffers[numBuffers]}) {
         pRecord->size = sizeof(ChiStreamBuffer);
@@ -1095,15 +934,9 @@ void QcomAdaptee::Submission::AddInput(ChiOfflineBufferSet& set, ChiStream* pStr
         pRecord->pInputFormat = pFormat;
         pRecord->bufferStatus = 0;
     }
+    StoreRelaxed(pStream->streamType, ChiStreamTypeInput);
     ++numBuffers;
     ++set.numBuffers;
-}
-
-/// A set with more inputs than the ones before it reaches past the records that were written.
-void QcomAdaptee::Submission::ClearBeyond(const ChiOfflineBufferSet& set) {
-    for (ChiStreamBuffer* at = &buffers[numBuffers]; at < set.pBuffers + set.numBuffers; ++at) {
-        *at = {};
-    }
 }
 
 void QcomAdaptee::CreateOutputMetadata(Submission& submission) {
@@ -1121,7 +954,7 @@ uint32_t QcomAdaptee::ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& sessi
                                      Submission& submission) {
     const uint32_t rtFrameNumber = submission.wrapper.rtFrameNumber;
     submission.execute = {
-        .numInputs = submission.wrapper.numBuffers,
+        .numInputs = submission.numSets,
         .reserved4 = 0,
         .pInputs = submission.sets,
         .pOutput = &submission.output,
@@ -1140,7 +973,7 @@ uint32_t QcomAdaptee::ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& sessi
     }
     const int32_t result = mpChiOfflineIntfOps->pExecuteRequest(sessHdl, &submission.execute);
     // From here on the request may be gone. One that the vendor refused stays allocated with all
-    // that it owns, on purpose.
+    // that it owns: "an execute that failed" in docs/kept-behaviours.md.
     const int32_t offlineFrame = LoadRelaxed(session.offlineFrameNumber);
     if (result != 0) {
         OEM_LOG_ERROR_IN(kSubmit, "ExecuteRequest failed for offline frame:%d result:%d ",
@@ -1195,7 +1028,7 @@ namespace {
 
 /// Lowers the counter by a result's frame number, where it is not below it. It was raised by
 /// offline frame numbers and is lowered by result frame numbers, whether or not the two match. Two
-/// threads that change it at once can lose a change, on purpose: it is logged and nothing else.
+/// threads that change it at once can lose a change, which nothing but a log line shows.
 void LowerCounter(uint32_t& counter, uint32_t frameNumber) {
     const uint32_t value = LoadRelaxed(counter);
     if (value >= frameNumber) {
@@ -1249,9 +1082,8 @@ void QcomAdaptee::CompleteRequest(const ChiOfflineResultBlock& block, OfflineReq
     const QcomAdaptee& adaptee = *pRequest->pAdaptee;
     RequestPrivData* pPrivData = pRequest->pRtPrivData;
     // Read before anything is freed: the vendor may report the request's own output buffer. Only
-    // the first buffer counts.
-    const bool hasBuffers = block.numBuffers != 0 && block.pBuffers != nullptr;
-    const uint32_t bufferStatus = hasBuffers ? block.pBuffers[0].bufferStatus : 0;
+    // the first buffer counts, and it does whatever the block's count says.
+    const uint32_t bufferStatus = block.pBuffers != nullptr ? block.pBuffers[0].bufferStatus : 0;
     if (pPrivData == nullptr) {
         // A request fed by another offline session; its buffers are not freed.
         OEM_LOG_INFO_IN(kCaptureResult, "Free up OC->OC metadata and buffers - pending");
@@ -1277,7 +1109,8 @@ void QcomAdaptee::CompleteRequest(const ChiOfflineResultBlock& block, OfflineReq
 }
 
 /// Frees the output buffer, the input array, and as many format records as buffers were received:
-/// the bound is the results', not the inputs'. Format records behind it stay allocated. On purpose.
+/// the bound is the results', not the inputs'. Format records behind it stay allocated: "format
+/// records" in docs/kept-behaviours.md.
 void QcomAdaptee::FreeRequestBuffers(OfflineRequest* pRequest) {
     delete pRequest->pOutputBuffer;
     pRequest->pOutputBuffer = nullptr;
@@ -1299,51 +1132,6 @@ namespace {
 
 constexpr const char kFrameworkBuffers[] = "GetFrameworkBuffers";
 
-/// The records of one request to the framework. The framework's interface is C, and so is the
-/// allocator.
-struct FrameworkRequest {
-    explicit FrameworkRequest(unsigned int requests)
-        : count(requests), pRequests(static_cast<camera3_buffer_request*>(
-                               std::calloc(requests, sizeof(camera3_buffer_request)))),
-          pAnswers(static_cast<camera3_stream_buffer_ret*>(
-              std::calloc(requests, sizeof(camera3_stream_buffer_ret)))) {}
-    FrameworkRequest(const FrameworkRequest&) = delete;
-    FrameworkRequest& operator=(const FrameworkRequest&) = delete;
-
-    /// Frees also the buffer arrays of answers that the framework did not return.
-    ~FrameworkRequest() {
-        for (unsigned int i = 0; pAnswers != nullptr && i < count; ++i) {
-            std::free(pAnswers[i].output_buffers);
-        }
-        std::free(pAnswers);
-        std::free(pRequests);
-    }
-
-    /// Writes what is wanted. \returns whether there was memory for the answers.
-    bool Fill(const ChiOfflineQueryBuffer* pQueries) const {
-        if (pRequests == nullptr || pAnswers == nullptr) {
-            return false;
-        }
-        for (unsigned int i = 0; i < count; ++i) {
-            OEM_LOG_INFO_IN(kFrameworkBuffers, "numOfReqBuffers %d i %d pStream %p",
-                            pQueries[i].numBuffers, i, pQueries[i].pStream);
-            pRequests[i].stream = pQueries[i].pStream;
-            pRequests[i].num_buffers_requested = pQueries[i].numBuffers;
-            pAnswers[i].stream = pQueries[i].pStream;
-            pAnswers[i].output_buffers = static_cast<camera3_stream_buffer*>(
-                std::calloc(pQueries[i].numBuffers, sizeof(camera3_stream_buffer)));
-            if (pAnswers[i].output_buffers == nullptr && pQueries[i].numBuffers != 0) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    unsigned int count;
-    camera3_buffer_request* pRequests;
-    camera3_stream_buffer_ret* pAnswers;
-};
-
 /// The framework's table, as the last submission brought it.
 const camera3_callback_ops* FrameworkOps(const QcomAdaptee* pAdaptee) {
     return pAdaptee != nullptr ? pAdaptee->GetCamera3CbOpsAPI() : nullptr;
@@ -1360,14 +1148,17 @@ unsigned int LimitToWanted(const char* what, unsigned int returned, unsigned int
 
 /// Hands one answer of the framework to the vendor, in the vendor's own storage.
 void TranslateAnswer(const ChiOfflineInterface* pIntf, const camera3_stream_buffer_ret& answer,
-                     const ChiOfflineQueryBuffer& query, ChiOfflineQueryStreamBuffer& returned) {
+                     const ChiOfflineQueryBuffer& query, uint32_t wanted,
+                     ChiOfflineQueryStreamBuffer& returned) {
+    const uint32_t count = LimitToWanted("buffers", LoadRelaxed(answer.num_output_buffers), wanted);
+    ChiStreamBuffer* pBuffers = returned.pBuffers;
     returned.pStream = query.pStream;
     returned.status = static_cast<uint32_t>(answer.status);
-    returned.numBuffers = LimitToWanted("buffers", answer.num_output_buffers, query.numBuffers);
+    returned.numBuffers = count;
     const bool translates =
-        pIntf != nullptr && pIntf->pTranslateToChiBuffer != nullptr && returned.pBuffers != nullptr;
-    for (uint32_t j = 0; translates && j < returned.numBuffers; ++j) {
-        pIntf->pTranslateToChiBuffer(&answer.output_buffers[j], &returned.pBuffers[j]);
+        pIntf != nullptr && pIntf->pTranslateToChiBuffer != nullptr && pBuffers != nullptr;
+    for (uint32_t j = 0; translates && j < count; ++j) {
+        pIntf->pTranslateToChiBuffer(&answer.output_buffers[j], &pBuffers[j]);
     }
 }
 
@@ -1385,23 +1176,31 @@ uint32_t QcomAdaptee::GetFrameworkBuffers(const ChiOfflineSessionCallbacks* pCal
     const auto* pSession = static_cast<PrivateSessionInfo*>(pCallbacks->pPrivateCallbackData);
     const QcomAdaptee* pAdaptee = pSession != nullptr ? pSession->pAdaptee : nullptr;
     const camera3_callback_ops* pOps = FrameworkOps(pAdaptee);
-    if (pOps == nullptr || !request.Fill(pRequests)) {
+    if (pOps == nullptr || !request.IsComplete()) {
         return kStatusFailure;
     }
-    uint32_t numReturned = numRequests;
+    for (unsigned int i = 0; i < numRequests; ++i) {
+        const uint32_t wanted = LoadRelaxed(pRequests[i].numBuffers);
+        OEM_LOG_INFO("numOfReqBuffers %d i %d pStream %p", wanted, i, pRequests[i].pStream);
+        if (!request.Want(i, pRequests[i].pStream, wanted)) {
+            return kStatusFailure;
+        }
+    }
+    uint32_t frameworksCount = numRequests;
     const int32_t result = pOps->request_stream_buffers != nullptr
                                ? pOps->request_stream_buffers(pOps, numRequests, request.pRequests,
-                                                              &numReturned, request.pAnswers)
+                                                              &frameworksCount, request.pAnswers)
                                : 1;
     if (result != 0) {
         OEM_LOG_ERROR("request hal stream buffer failed, non-fatal retval = %d", result);
         return kStatusFailure;
     }
     OEM_LOG_INFO("request hal stream buffer success");
-    numReturned = LimitToWanted("answers", numReturned, numRequests);
+    const uint32_t numReturned =
+        LimitToWanted("answers", LoadRelaxed(frameworksCount), numRequests);
     for (uint32_t k = 0; k < numReturned; ++k) {
         TranslateAnswer(pAdaptee->GetChiOfflineIntfOps(), request.pAnswers[k], pRequests[k],
-                        pReturned[k]);
+                        request.pWanted[k], pReturned[k]);
     }
     if (pNumReturned != nullptr) {
         *pNumReturned = numReturned;
@@ -1432,7 +1231,7 @@ uint32_t QcomAdaptee::ProcessOfflineCaptureResultCb(void* pRtPvtData,
     auto* pPrivData = static_cast<RequestPrivData*>(pRtPvtData);
     const ChiOfflineResultBlock& block = *pResult->pResult;
     camera3_capture_result result = {};
-    camera3_stream_buffer buffers[kMaxResultBuffers]; // Cleared as far as the host sees it.
+    camera3_stream_buffer buffers[kMaxResultBuffers] = {};
     result.frame_number = pPrivData->rtFrameNumber;
     bool send = false;
     if (block.numBuffers != 0) {
@@ -1452,33 +1251,32 @@ uint32_t QcomAdaptee::ProcessOfflineCaptureResultCb(void* pRtPvtData,
     return kStatusOk;
 }
 
-/// Fills the result's buffers, and the array behind them.
+/// Fills the result's buffers, and the array behind them, which was cleared.
 void QcomAdaptee::TranslateOutputBuffers(const ChiOfflineResultBlock& block,
                                          camera3_stream_buffer* pBuffers,
                                          camera3_capture_result& result) {
-    if (block.numBuffers > kMaxResultBuffers) {
+    const uint32_t numBuffers = LoadRelaxed(block.numBuffers);
+    if (numBuffers > kMaxResultBuffers) {
         OEM_LOG_ERROR_IN(kOfflineResult, "%u output buffers, only the first %u are reported",
-                         block.numBuffers, kMaxResultBuffers);
+                         numBuffers, kMaxResultBuffers);
     }
-    const uint32_t count = std::min(block.numBuffers, kMaxResultBuffers);
-    result.num_output_buffers = count;
-    result.output_buffers = pBuffers;
+    const uint32_t count = std::min(numBuffers, kMaxResultBuffers);
     const bool translates = mpChiOfflineIntfOps != nullptr &&
                             mpChiOfflineIntfOps->pTranslateFromChiBuffer != nullptr &&
                             block.pBuffers != nullptr;
+    for (uint32_t i = 0; translates && i < count; ++i) {
+        mpChiOfflineIntfOps->pTranslateFromChiBuffer(&block.pBuffers[i], &pBuffers[i]);
+    }
+    result.num_output_buffers = count;
+    result.output_buffers = pBuffers;
     for (uint32_t i = 0; i < count; ++i) {
-        pBuffers[i] = {};
-        if (translates) {
-            mpChiOfflineIntfOps->pTranslateFromChiBuffer(&block.pBuffers[i], &pBuffers[i]);
-        }
         const camera3_stream* pStream = pBuffers[i].stream;
-        OEM_LOG_INFO_IN(kOfflineResult,
-                        "offline buffer received, frameNumber:%d, buferIndex:%u/%u, stream:%p "
-                        "format:%d size(%d, %d)",
-                        result.frame_number, i, block.numBuffers, pStream,
-                        pStream != nullptr ? pStream->format : 0,
-                        pStream != nullptr ? pStream->width : 0,
-                        pStream != nullptr ? pStream->height : 0);
+        OEM_LOG_INFO_IN(
+            kOfflineResult,
+            "offline buffer received, frameNumber:%d, buferIndex:%u/%u, stream:%p "
+            "format:%d size(%d, %d)",
+            result.frame_number, i, numBuffers, pStream, pStream != nullptr ? pStream->format : 0,
+            pStream != nullptr ? pStream->width : 0, pStream != nullptr ? pStream->height : 0);
     }
 }
 
@@ -1513,6 +1311,7 @@ void QcomAdaptee::Flush() {
 }
 
 uint32_t SessionManagers::Flush() {
+    const CameraSerial serial;
     OEM_LOG_INFO("Start destroy session managers.");
     m_found.Clear();
     uint32_t status = kStatusOk;
@@ -1536,11 +1335,10 @@ uint32_t QcomAdaptee::CloseOfflineSessions(unsigned long handle) {
             return status;
         }
     }
-    FreeInputStreams(handle);
-    ForgetSessionInfo(handle);
-    FreeInputStreamPointers(handle);
-    FreeStreamPrivateInfos(handle);
-    // For the whole camera, although other sessions may have requests in flight. On purpose.
+    FreeSession(handle);
+    std::erase_if(mRtLinkSessHdlMap, [handle](const auto& link) { return link.second == handle; });
+    // For the whole camera, although other sessions may have requests in flight: "Closing any
+    // session" in docs/kept-behaviours.md.
     StoreRelaxed(mTotalCounter, 0);
     return kStatusOk;
 }
@@ -1560,58 +1358,17 @@ uint32_t QcomAdaptee::CloseInVendor(unsigned long handle) {
     return static_cast<uint32_t>(result);
 }
 
-void QcomAdaptee::FreeInputStreams(unsigned long handle) {
-    delete[] mSessChiStreamMap[handle];
-    mSessChiStreamMap.erase(handle);
-}
-
-void QcomAdaptee::ForgetSessionInfo(unsigned long handle) {
-    PrivateSessionInfo* pInfo = mSessInfoMap[handle];
-    mSessInfoMap.erase(handle);
-    ForgetLinks(handle, pInfo);
-    if (pInfo != nullptr) {
-        FreeSessionInfo(pInfo);
-    }
-}
-
-/// Forgets the identities that point at a handle: one, but for a vendor that gave a handle twice.
-void QcomAdaptee::ForgetLinks(unsigned long handle, const PrivateSessionInfo* pInfo) {
-    if (pInfo == nullptr || !pInfo->isHandlesFirst) {
-        std::erase_if(mRtLinkSessHdlMap,
-                      [handle](const auto& link) { return link.second == handle; });
-    } else if (pInfo->isLinked) {
-        mRtLinkSessHdlMap.erase(pInfo->link);
-    }
-}
-
-/// Frees a session's record with all that it owns.
-void QcomAdaptee::FreeSessionInfo(PrivateSessionInfo* pInfo) {
-    if (pInfo->pConfigInfo != nullptr) {
-        if (pInfo->pConfigInfo->pSessionSettings != nullptr) {
-            OEM_LOG_INFO_IN("CloseOfflineSessions", "destroy chimeta: %p",
-                            pInfo->pConfigInfo->pSessionSettings);
-            DestroyMetadata(pInfo->pConfigInfo->pSessionSettings);
-        }
-        delete[] pInfo->pConfigInfo->ppChiStreams;
-        delete pInfo->pConfigInfo;
-    }
-    if (pInfo->pCreateInfo != nullptr) {
-        delete pInfo->pCreateInfo->pCallbacks;
-        delete pInfo->pCreateInfo;
+/// Frees a session's record with all that it owns, and forgets its handle. The settings of one that
+/// was not configured are destroyed first, while handle and identities still stand for it.
+void QcomAdaptee::FreeSession(unsigned long handle) {
+    PrivateSessionInfo* pInfo = FindSessionInfo(handle);
+    if (pInfo != nullptr && pInfo->pConfigInfo->pSessionSettings != nullptr) {
+        OEM_LOG_INFO_IN("CloseOfflineSessions", "destroy chimeta: %p",
+                        pInfo->pConfigInfo->pSessionSettings);
+        DestroyMetadata(pInfo->pConfigInfo->pSessionSettings);
     }
     delete pInfo;
-}
-
-void QcomAdaptee::FreeInputStreamPointers(unsigned long handle) {
-    delete[] mSessChiStreamsMap[handle];
-    mSessChiStreamsMap.erase(handle);
-}
-
-void QcomAdaptee::FreeStreamPrivateInfos(unsigned long handle) {
-    for (const StreamPrivateInfo* pPrivate : mSessStreamPrivMap[handle]) {
-        delete pPrivate;
-    }
-    mSessStreamPrivMap.erase(handle);
+    mSessInfoMap.erase(handle);
 }
 
 } // namespace OemLayer

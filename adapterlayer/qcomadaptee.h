@@ -1,19 +1,23 @@
 /// The per-camera adaptee over the vendor's offline interface, and the registry of its sessions.
 ///
 /// Ownership: PlatformAdapter owns its QcomAdaptee, which owns its SessionManagers, its feature map
-/// and every record in its per-session maps; the registry owns its chains. `CloseOfflineSessions`
-/// frees a session's records; the result that completes a request frees the request's. Records of
-/// the host and Android streams are never owned.
+/// and the records of its sessions; a session's record owns all that belongs to the session; the
+/// registry owns its chains. `CloseOfflineSessions` frees a session's record; the result that
+/// completes a request frees the request's. Records of the host and Android streams are never owned.
 ///
 /// Locks: the registry's mutex is held for the whole of `GetSessHandle`, so that sessions are
 /// opened, prepared and configured one at a time, and so that none is filed in the adaptee's maps
 /// while another one is looked up. `mLock` is held while a submission reads a session's
-/// configuration. None is held while a host callback or the vendor's execute entry runs; only a
-/// vendor that asks for framework buffers while it opens or configures a session does so under the
-/// registry's mutex. The host keeps load, `Create`, `Destroy`, `TearDownResource` and `Flush` apart
-/// from everything else of the same camera.
+/// configuration, which nothing changes by then. None is held while a host callback or the vendor's
+/// execute entry runs; only a vendor that asks for framework buffers while it opens or configures a
+/// session does so under the registry's mutex. The host keeps load, `Create`, `Destroy`,
+/// `TearDownResource` and `Flush` apart from everything else of the same camera.
+///
+/// Four members of the adaptee and the request are written as the contract has them, and nothing
+/// here reads them: `mWrapperContext`, `mWrapperWord`, `pRtMetadata` and `pMetadataOps`.
 #pragma once
 
+#include "adapterlayer/foundsessions.h"
 #include "adapterlayer/oemlayer_host.h"
 #include "adapterlayer/sync.h"
 #include "platform/chi/offline.h"
@@ -21,9 +25,8 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
-#include <queue>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -52,23 +55,29 @@ struct OfflineMapInfo {
 /// One camera's side of the vendor's offline interface.
 class alignas(kCacheLine) QcomAdaptee {
   public:
-    using SessionLinks = std::map<OfflineSessionIdentitys, uint64_t>;
+    /// Hung on each input stream of a session.
+    struct StreamPrivateInfo {
+        uint64_t reserved0;
+        camera3_stream* pHalStream; ///< What the ChiStream was made from.
+    };
+    ABI_SIZE(StreamPrivateInfo, 16);
 
-    /// One opened session. Allocated zeroed; freed when the session is closed.
+    /// One opened session, with all that belongs to it. Freed when the session is closed.
     struct PrivateSessionInfo {
         std::string sessionName; ///< Named after the camera at opening, after the feature later.
         std::string cameraName;
-        ChiOfflineSessionCreateInfo* pCreateInfo = nullptr; ///< Owned, with its callbacks record.
+        std::unique_ptr<ChiOfflineSessionCallbacks> pCallbacks;
+        std::unique_ptr<ChiOfflineSessionCreateInfo> pCreateInfo;
         std::string featureName;
         uint32_t opMode = 0;
         uint32_t featureFlags = 0;
         int32_t featureValue = 0;
         uint32_t totalResult = 0; ///< Output buffers of one request; 1 once prepared.
         camera_info* pCameraInfo = nullptr;
-        std::set<uint32_t> streamIds;                       ///< Unused.
-        ChiOfflineSessionConfigInfo* pConfigInfo = nullptr; ///< Owned, with its stream list.
-        std::map<ChiStream*, void*> bufferMgrMap;           ///< Unused.
-        uint64_t reserved[2] = {};
+        std::unique_ptr<ChiOfflineSessionConfigInfo> pConfigInfo;
+        std::unique_ptr<ChiStream[]> pInputStreams;
+        std::unique_ptr<StreamPrivateInfo[]> pStreamInfos; ///< One for each input stream.
+        std::unique_ptr<ChiStream*[]> pStreamList;         ///< The inputs, then the output.
         uint32_t lastFrameField = 0; ///< Written by the vendor during an execute call.
         /// Preset to -1 and written by the vendor during an execute call. Atomic, since two threads
         /// may submit to one session.
@@ -77,21 +86,11 @@ class alignas(kCacheLine) QcomAdaptee {
         /// The text that the vendor got as the session's name. `sessionName` is rewritten after the
         /// opening, while the vendor may read the name as long as the session lives.
         std::string vendorSessionName;
-        SessionLinks::iterator link; ///< The identity that was linked to this session.
-        bool isLinked = false;       ///< Whether there is one.
-        bool isHandlesFirst = true;  ///< No earlier session was filed under the same handle.
         /// Keeps what lies behind this record off the cache line of the two frame fields, which
-        /// requests write to. Aligning the record would do so, too, and costs more where there are
-        /// very many sessions.
-        char unused[24] = {};
+        /// requests write to, with the two members above. Aligning the record would do so, too, and
+        /// costs more where there are very many sessions.
+        char unused[kCacheLine - sizeof(void*) - sizeof(std::string)] = {};
     };
-
-    /// Hung on each input stream of a session.
-    struct StreamPrivateInfo {
-        uint64_t reserved0;
-        camera3_stream* pHalStream; ///< What the ChiStream was made from.
-    };
-    ABI_SIZE(StreamPrivateInfo, 16);
 
     /// One submitted request. It travels through the vendor as private data and is freed by the
     /// result that completes it. Only the results of the one request touch it after it was
@@ -121,8 +120,8 @@ class alignas(kCacheLine) QcomAdaptee {
     /// cannot be opened is logged and stays null. \returns the adaptee, never null. Camera-serial.
     static QcomAdaptee* Create(void* pOfflineIntf, unsigned int cameraId);
 
-    /// Closes the sessions of all chains, then the metadata operations, then the buffer operations, and frees the
-    /// adaptee itself. Camera-serial.
+    /// Closes the sessions of all chains, then the metadata operations, then the buffer operations,
+    /// and frees the adaptee itself. Camera-serial.
     void Destroy();
 
     ChiOfflineMetadataOps* GetChiOfflineMetadataOps() const { return mpOfflineMetadataOps; }
@@ -144,29 +143,31 @@ class alignas(kCacheLine) QcomAdaptee {
     /// Opens the session of `identity` and files it. \returns its handle; 0 when it was not opened,
     /// and when the identity has a session already (the new one then stays open and filed).
     long OpenOfflineSession(const std::string& cameraText, const OfflineSessionIdentitys& identity,
-                            camera_info* pCameraInfo);
+                            camera_info* pCameraInfo) OEM_REQUIRES(kSessions);
     /// \returns the vendor's handle, which may be 0 and is filed all the same; 0 without an open
     /// entry.
     long DoOpenOfflineSession(const std::string& cameraText, const std::string& featureName,
-                              camera_info* pCameraInfo, unsigned long sharedSessionHdl);
+                              camera_info* pCameraInfo, unsigned long sharedSessionHdl)
+        OEM_REQUIRES(kSessions);
     /// Completes the record of a session from the feature map. `streamText` and `pCameraInfo` are
     /// accepted and not used.
     void InitSessInfo(unsigned long sessHdl, unsigned int opMode, const std::string& streamText,
-                      const std::string& featureName, camera_info* pCameraInfo);
+                      const std::string& featureName, camera_info* pCameraInfo)
+        OEM_REQUIRES(kSessions);
 
     /// Turns the framework's streams into the session's vendor streams and fills its configuration.
     /// \returns kStatusOk, also for handle 0; kStatusFailure when streams do not add up or the
     /// session is not known; kStatusNoMemory.
     uint32_t PrepareOfflineConfig(unsigned int numInStreams, camera3_stream* const* ppInStreams,
                                   camera3_stream* pOutStream, unsigned long sessHdl,
-                                  const camera_metadata* pSessionParams);
+                                  const camera_metadata* pSessionParams) OEM_REQUIRES(kSessions);
     uint32_t DoPrepareOfflineConfig(unsigned int numInStreams, ChiStream** ppInStreams,
                                     camera3_stream* pOutStream,
                                     ChiOfflineSessionConfigInfo* pConfig, unsigned long sessHdl,
-                                    const camera_metadata* pSessionParams);
+                                    const camera_metadata* pSessionParams) OEM_REQUIRES(kSessions);
     /// Hands the configuration to the vendor. \returns the vendor's result; kStatusFailure without
     /// an entry or for an unknown session; kStatusOk for handle 0.
-    uint32_t ConfigStreams(unsigned long sessHdl);
+    uint32_t ConfigStreams(unsigned long sessHdl) OEM_REQUIRES(kSessions);
     /// ChiFormatYUV420NV12, with an error line, for a format that has no counterpart.
     static ChiBufferFormat MapChiStreamFormatToChiBufferFormat(ChiStreamFormat format);
 
@@ -197,16 +198,16 @@ class alignas(kCacheLine) QcomAdaptee {
     uint32_t ProcessOfflineCaptureResultCb(void* pRtPvtData,
                                            const ChiOfflineCaptureResultInfo* pResult);
 
-    /// The record of a session, null where the handle is not known. Under the registry's mutex or
-    /// camera-serial.
-    PrivateSessionInfo* FindSessionInfo(uint64_t sessHdl) const;
+    /// The record of a session, null where the handle is not known.
+    PrivateSessionInfo* FindSessionInfo(uint64_t sessHdl) const OEM_REQUIRES(kSessions);
 
     /// Closes the sessions of all chains. Camera-serial.
     void Flush();
-    /// Closes one session and frees all that is kept under its handle. Handle 0 is not closed in the
-    /// vendor; for a handle that is not known there is nothing to free. \returns kStatusOk; kStatusFailure without a close entry, or the vendor's
-    /// result, and then nothing was torn down. Not while results of the session are delivered.
-    uint32_t CloseOfflineSessions(unsigned long handle);
+    /// Closes one session and frees all that is kept under its handle. Handle 0 is not closed in
+    /// the vendor; for a handle that is not known there is nothing to free. Not while results of the
+    /// session are delivered. \returns kStatusOk; kStatusFailure without a close entry, or the
+    /// vendor's result, and then nothing was torn down.
+    uint32_t CloseOfflineSessions(unsigned long handle) OEM_REQUIRES(kSessions);
 
   private:
     struct SessionStreams;
@@ -223,9 +224,10 @@ class alignas(kCacheLine) QcomAdaptee {
     bool CanOpenSessions() const;
     PrivateSessionInfo* NewSessionInfo(const std::string& cameraText,
                                        const std::string& featureName, camera_info* pCameraInfo);
-    void FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo);
+    void FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) OEM_REQUIRES(kSessions);
 
-    void AddSessionStream(uint64_t sessHdl, camera3_stream* pHalStream, ChiStream* pStream);
+    static void FillInputStream(camera3_stream* pHalStream, StreamPrivateInfo* pPrivate,
+                                ChiStream* pStream);
     ChiMetadataHandle CreateSessionSettings(const camera_metadata* pSessionParams);
     static unsigned int ListInputStreams(unsigned int numInStreams, ChiStream** ppInStreams,
                                          const PrivateSessionInfo& info, ChiStream** ppList);
@@ -234,13 +236,11 @@ class alignas(kCacheLine) QcomAdaptee {
     void DestroyMetadata(ChiMetadataHandle metadata);
 
     OEM_STEP uint32_t SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& session,
-                                      const OfflineDataWraper& wrapper, RequestPrivData& privData,
-                                      ChiStreamBuffer* pOutputBuffer);
+                                      const OfflineDataWraper& wrapper, uint32_t numSets,
+                                      RequestPrivData& privData, ChiStreamBuffer* pOutputBuffer);
     OEM_STEP SessionStreams ReadSessionStreams(const PrivateSessionInfo& session,
-                                               const OfflineDataWraper& wrapper)
-        OEM_EXCLUDES(mLock);
-    OEM_STEP OfflineRequest* NewOfflineRequest(const OfflineDataWraper& wrapper,
-                                               const SessionStreams& streams,
+                                               const OfflineDataWraper& wrapper);
+    OEM_STEP OfflineRequest* NewOfflineRequest(uint32_t numSets, const SessionStreams& streams,
                                                RequestPrivData& privData,
                                                ChiStreamBuffer* pOutputBuffer);
     OEM_STEP void CreateOutputMetadata(Submission& submission);
@@ -264,19 +264,13 @@ class alignas(kCacheLine) QcomAdaptee {
                                           const RequestPrivData& privData,
                                           camera3_capture_result& result);
 
-    uint32_t CloseInVendor(unsigned long handle);
-    void FreeInputStreams(unsigned long handle);
-    void ForgetSessionInfo(unsigned long handle);
-    void ForgetLinks(unsigned long handle, const PrivateSessionInfo* pInfo);
-    void FreeSessionInfo(PrivateSessionInfo* pInfo);
-    void FreeInputStreamPointers(unsigned long handle);
-    void FreeStreamPrivateInfos(unsigned long handle);
+    uint32_t CloseInVendor(unsigned long handle) OEM_REQUIRES(kSessions);
+    void FreeSession(unsigned long handle) OEM_REQUIRES(kSessions);
 
-    std::mutex mLock;
-    std::map<uint64_t, PrivateSessionInfo*> mSessInfoMap;
-    /// Never filled: results find their request through the vendor's private data.
-    std::map<uint64_t, std::queue<OfflineRequest*>> mSessRequestQueueMap;
-    SessionLinks mRtLinkSessHdlMap;
+    std::mutex mLock; ///< Taken where a session's configuration is read; guards nothing alone.
+    /// Owned, and freed by a close alone: a session that the vendor did not close still delivers.
+    std::map<uint64_t, PrivateSessionInfo*> mSessInfoMap OEM_GUARDED_BY(kSessions);
+    std::map<OfflineSessionIdentitys, uint64_t> mRtLinkSessHdlMap OEM_GUARDED_BY(kSessions);
     std::vector<OfflineMapInfo> mOfflineMapInfos; ///< Constant after construction.
     ChiOfflineBufferManagerOps* mpOfflineBufferOps = nullptr;
     ChiOfflineMetadataOps* mpOfflineMetadataOps = nullptr;
@@ -289,10 +283,6 @@ class alignas(kCacheLine) QcomAdaptee {
     camera3_callback_ops* mpCamera3CbOps = nullptr;
     SessionManagers* mpSessionManagers;
     const camera_metadata* mpConfigurationSessionParameters = nullptr;
-    std::map<uint64_t, ChiStream**> mSessChiStreamsMap; ///< Pointers to a session's input streams.
-    std::map<uint64_t, ChiStream*> mSessChiStreamMap;   ///< The block that those point into.
-    std::map<uint64_t, std::vector<StreamPrivateInfo*>> mSessStreamPrivMap;
-    [[maybe_unused]] uint64_t mReserved = 0;
     const OffCamApplicationCallbacks* mpOffCamAppCbs = nullptr; ///< Not owned; atomic.
 };
 
@@ -310,62 +300,17 @@ class SessionObjects {
     /// Opens the session for `cameraId` and `pStream`, which replace those of the identity.
     /// \returns kStatusOk, or kStatusFailure when the handle is 0. `pAdaptee` is never null.
     uint32_t GenerateOfflineSession(unsigned int cameraId, QcomAdaptee* pAdaptee,
-                                    camera3_stream* pStream);
+                                    camera3_stream* pStream) OEM_REQUIRES(kSessions);
 
     /// Prepares and configures the session's streams, also for handle 0 and with missing arguments,
     /// which are only logged. \returns the status of the configuration; kStatusOk without an
     /// adaptee.
     uint32_t Initialize(QcomAdaptee* pAdaptee, const std::vector<camera3_stream*>& pInStreams,
-                        const camera_metadata* pConfiguration);
+                        const camera_metadata* pConfiguration) OEM_REQUIRES(kSessions);
 
   private:
     uint64_t m_Sesshdle = 0; ///< 0: no session.
     OfflineSessionIdentitys m_identity;
-};
-
-/// The sessions that requests were found to belong to, by identity: the short way for all but the
-/// first request of one. Which chain serves an identity is up to the registry's map and lists. Under
-/// the registry's lock.
-class FoundSessions {
-  public:
-    struct Session {
-        uint64_t handle = 0; ///< 0: a free place.
-        QcomAdaptee::PrivateSessionInfo* pInfo = nullptr;
-    };
-
-    /// \returns null where the identity is not listed.
-    OEM_STEP const Session* Find(const OfflineSessionIdentitys& identity) const;
-    /// Lists a session that is not listed yet. The chain's identity stays as long as it is listed.
-    void Add(const OfflineSessionIdentitys& chainIdentity, const Session& session);
-    /// Forgets all sessions, and gives the memory back.
-    void Clear();
-
-  private:
-    /// An identity in words. They hold the name's whole text where that is not longer than two.
-    struct Key {
-        const camera3_stream* pOutStream = nullptr;
-        uint64_t nameHead = 0;
-        uint64_t nameTail = 0;
-        uint32_t nameSize = 0;
-        uint32_t cameraId = 0;
-
-        bool operator==(const Key&) const = default;
-    };
-    struct Entry {
-        Key key;
-        Session session;
-        const OfflineSessionIdentitys* pIdentity = nullptr;
-    };
-
-    OEM_STEP static Key KeyOf(const OfflineSessionIdentitys& identity);
-    OEM_STEP size_t PlaceOf(const Key& key) const;
-    void Grow();
-    void Place(const Entry& entry);
-
-    /// Open addressing: a power of two of places, at most three quarters of them in use.
-    std::vector<Entry> mEntries;
-    size_t mCount = 0;
-    uint32_t mShift = 0; ///< Leaves as many bits of a hash as there are of a place.
 };
 
 /// The sessions of one adaptee, by output stream. A session is made by the first request of its
@@ -383,16 +328,16 @@ class alignas(kCacheLine) SessionManagers {
     uint64_t GetSessHandle(unsigned int cameraId, const OfflineSessionIdentitys& identity,
                            const std::vector<camera3_stream*>& pInStreams,
                            unsigned int registryWord, QcomAdaptee::PrivateSessionInfo*& pInfo)
-        OEM_EXCLUDES(m_mutex);
+        OEM_EXCLUDES(kSessions);
 
     /// Closes the session of every chain and deletes the chains. Takes no lock: the host keeps it
     /// apart from submissions. \returns the status of the last close, kStatusOk where there was
     /// none.
-    uint32_t Flush() OEM_NO_LOCK_CHECK;
+    uint32_t Flush() OEM_EXCLUDES(kSessions);
 
     /// Has sessions searched for anew, where the record of one was replaced. For the adaptee, while
-    /// it opens a session, so that the caller has the lock.
-    void ForgetFound() OEM_NO_LOCK_CHECK { m_found.Clear(); }
+    /// it opens a session.
+    void ForgetFound() OEM_REQUIRES(kSessions) { m_found.Clear(); }
 
   private:
     using SessionList = std::list<SessionObjects*>;
@@ -400,26 +345,25 @@ class alignas(kCacheLine) SessionManagers {
     const SessionObjects* FindOrMakeChain(unsigned int cameraId,
                                           const OfflineSessionIdentitys& identity,
                                           const std::vector<camera3_stream*>& pInStreams,
-                                          unsigned int registryWord) OEM_REQUIRES(m_mutex);
+                                          unsigned int registryWord) OEM_REQUIRES(kSessions);
     uint32_t GenerateOfflineSessions(unsigned int cameraId, const OfflineSessionIdentitys& identity,
                                      const std::vector<camera3_stream*>& pInStreams,
-                                     unsigned int registryWord) OEM_REQUIRES(m_mutex);
+                                     unsigned int registryWord) OEM_REQUIRES(kSessions);
     uint32_t GenerateOfflineSession(unsigned int cameraId, camera3_stream* pOutStream,
                                     const std::vector<camera3_stream*>& pInStreams,
-                                    SessionObjects* pSession) OEM_REQUIRES(m_mutex);
-    uint32_t DropChain(SessionObjects* pSession);
+                                    SessionObjects* pSession) OEM_REQUIRES(kSessions);
+    uint32_t DropChain(SessionObjects* pSession) OEM_REQUIRES(kSessions);
     void AppendChain(const OfflineSessionIdentitys& identity,
                      const std::vector<camera3_stream*>& pInStreams, SessionObjects* pSession,
-                     SessionList& sessions) OEM_REQUIRES(m_mutex);
-    const SessionObjects* FindChain(const SessionList& sessions,
-                                    const OfflineSessionIdentitys& identity) const
-        OEM_REQUIRES(m_mutex);
-    void LogSessions() const OEM_REQUIRES(m_mutex);
+                     SessionList& sessions) OEM_REQUIRES(kSessions);
+    static const SessionObjects* FindChain(const SessionList& sessions,
+                                           const OfflineSessionIdentitys& identity);
+    void LogSessions() const OEM_REQUIRES(kSessions);
 
     QcomAdaptee* m_pAdaptee; ///< Owns this registry.
-    std::map<camera3_stream*, SessionList> m_pStream2SuppSessMap OEM_GUARDED_BY(m_mutex);
+    std::map<camera3_stream*, SessionList> m_pStream2SuppSessMap OEM_GUARDED_BY(kSessions);
     std::mutex m_mutex;
-    FoundSessions m_found OEM_GUARDED_BY(m_mutex);
+    FoundSessions<QcomAdaptee::PrivateSessionInfo> m_found OEM_GUARDED_BY(kSessions);
 };
 
 } // namespace OemLayer

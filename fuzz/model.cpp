@@ -191,6 +191,7 @@ Session* Model::Open(Camera& camera, const Request& request) {
         return nullptr;
     }
     if (!Works(Entry::OpenSession)) {
+        left.sessions += camera.hasZeroRecord ? 1 : 0; // Replaced, and the vendor has it.
         camera.hasZeroRecord = true;
         return nullptr;
     }

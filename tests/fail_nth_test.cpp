@@ -361,7 +361,7 @@ TEST(FailNth, AnAllocationThatYieldsNothingCostsTheStreamsOrAFrameworkBuffer) {
     const Effect noBuffer = {{}, {kNoFramework}};
     size_t nth = 0;
     for (const Point point : {First, Second, Third}) {
-        std::vector<Effect> allocations(3, noBuffer);
+        std::vector<Effect> allocations(4, noBuffer);
         if (point != Second) {
             allocations.insert(allocations.begin(), {noArray, noList});
         }

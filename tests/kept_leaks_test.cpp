@@ -109,6 +109,23 @@ TEST(KeptLeaks, ConfigurationThatFailsIsTriedAgainOnceAndEndsWithHandleZero) {
     EXPECT_EQ(scene.device->CallCount(Entry::ConfigureStreams), 1U);
 }
 
+TEST(KeptLeaks, ASessionThatFailedToOpenCanStillCallBackAfterALaterOneFailed) {
+    Scene scene;
+    scene.device->Fail(Entry::OpenSession, 0);
+    scene.Submit();
+    scene.request.wrapper.identity.featureName = "Hdr";
+    scene.Submit();
+    const auto opened = scene.device->Calls(Entry::OpenSession);
+    ASSERT_EQ(opened.size(), 2U);
+    const auto* create = static_cast<ChiOfflineSessionCreateInfo*>(MadeUp(opened[0].args.at(1)));
+    const ChiOfflineQueryBuffer query = {&scene.request.outputStream, 1};
+    ChiOfflineQueryStreamBuffer answer = {};
+    const auto* callbacks = create->pCallbacks;
+    EXPECT_EQ(callbacks->GetFrameworkBuffers(callbacks, 1, &query, nullptr, &answer), 1U);
+    EXPECT_STREQ(create->pSessionName, "session_of_camera_0");
+    EXPECT_EQ(CountLogged("E", "request hal stream buffer failed"), 1U) << "it has its camera";
+}
+
 TEST(KeptLeaks, ACloseThatFailsLeavesOneSessionAndItsIdentity) {
     for (uint32_t nth = 1; nth <= 3; ++nth) {
         SCOPED_TRACE(nth);

@@ -6,6 +6,9 @@
 #include <dlfcn.h>
 #include <new>
 
+// One thread: there is nobody to keep apart.
+#pragma clang diagnostic ignored "-Wthread-safety-analysis"
+
 // --- The heap of this program
 
 namespace {
@@ -217,6 +220,22 @@ TEST(Closing, DestroysTheSettingsOfASessionThatWasNotConfigured) {
     EXPECT_EQ(Log("CloseOfflineSessions"),
               Printed("I close sessionHdl: %lu\nI destroy chimeta: %p", handle, settings));
     EXPECT_EQ(scene.device->CallCount(Entry::MetadataDestroy), 1U);
+}
+
+TEST(Closing, DestroysTheSettingsWhileHandleAndIdentityStandForTheSession) {
+    AdapteeScene scene;
+    const unsigned long handle = scene.Open();
+    scene.Prepare(handle);
+    OnAndroidLine([&](const std::string& line) {
+        if (line.find("destroy chimeta") != line.npos) {
+            OnAndroidLine(nullptr);
+            EXPECT_NE(scene.adaptee->FindSessionInfo(handle), nullptr);
+            EXPECT_EQ(scene.Open(), 0U) << "the identity is there";
+        }
+    });
+    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(handle), 0U);
+    EXPECT_EQ(CountLogged("W", "identity{3, "), 1U);
+    scene.adaptee->CloseOfflineSessions(scene.device->Sessions().at(0).handle);
 }
 
 TEST(Closing, OfAnUnknownHandleThatTheVendorRefusesReturnsItsStatus) {

@@ -1,0 +1,58 @@
+/// The records of one request for buffers to the framework.
+#pragma once
+
+#include "platform/android/camera3.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace OemLayer {
+
+/// Owns all that it holds. The framework's interface is C, and so is the allocator.
+struct FrameworkRequest {
+    explicit FrameworkRequest(unsigned int requests)
+        : count(requests), pRequests(Allocate<camera3_buffer_request>(requests)),
+          pAnswers(Allocate<camera3_stream_buffer_ret>(requests)),
+          pWanted(Allocate<uint32_t>(requests)) {}
+    FrameworkRequest(const FrameworkRequest&) = delete;
+    FrameworkRequest& operator=(const FrameworkRequest&) = delete;
+
+    /// Frees also the buffer arrays of answers that the framework did not return.
+    ~FrameworkRequest() {
+        for (unsigned int i = 0; pAnswers != nullptr && i < count; ++i) {
+            std::free(pAnswers[i].output_buffers);
+        }
+        std::free(pWanted);
+        std::free(pAnswers);
+        std::free(pRequests);
+    }
+
+    /// Whether there was memory for the records.
+    bool IsComplete() const {
+        return pRequests != nullptr && pAnswers != nullptr && pWanted != nullptr;
+    }
+
+    /// Asks for `wanted` buffers of a stream. \returns whether there was memory for the answer.
+    bool Want(unsigned int index, camera3_stream* pStream, uint32_t wanted) const {
+        pWanted[index] = wanted;
+        pRequests[index].stream = pStream;
+        pRequests[index].num_buffers_requested = wanted;
+        pAnswers[index].stream = pStream;
+        pAnswers[index].output_buffers = Allocate<camera3_stream_buffer>(wanted);
+        return pAnswers[index].output_buffers != nullptr || wanted == 0;
+    }
+
+    unsigned int count;
+    camera3_buffer_request* pRequests;
+    camera3_stream_buffer_ret* pAnswers;
+    /// What each answer has room for. The framework and the vendor cannot change it, as they can
+    /// the request and the query.
+    uint32_t* pWanted;
+
+  private:
+    template <typename Record> static Record* Allocate(unsigned int records) {
+        return static_cast<Record*>(std::calloc(records, sizeof(Record)));
+    }
+};
+
+} // namespace OemLayer

@@ -1,0 +1,177 @@
+/// A host and a vendor that change words, or look where they should not, while the library works.
+///
+/// Where a test needs to act in the middle of a call, it does so on a line of the library's log.
+
+#include "tests/support/scene.h"
+
+#include <algorithm>
+
+namespace {
+
+using namespace test;
+
+/// Acts on the next line of the library's log that has this text.
+void OnceOnLine(const std::string& text, const std::function<void()>& act) {
+    OnAndroidLine([=](const std::string& line) {
+        if (line.find(text) != line.npos) {
+            const auto once = act; // What follows ends this function's own.
+            OnAndroidLine(nullptr);
+            once();
+        }
+    });
+}
+
+/// The vendor's table, which is the device's own: an entry that is replaced stays so in the test.
+ChiOfflineInterface& Vendor(const Scene& scene) {
+    return *scene.Info().pAdaptee->GetChiOfflineIntfOps();
+}
+
+template <typename Record> bool IsClear(const Record& record) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
+    return std::all_of(bytes, bytes + sizeof record, [](unsigned char byte) { return byte == 0; });
+}
+
+// --- What bounds a write is read once
+
+TEST(Misbehaving, HostThatChangesTheNumberOfSetsDuringTheCallChangesNothing) {
+    for (const uint32_t sets : {0U, 24U, 300U}) {
+        Scene scene;
+        scene.UseWords({37}, 2);
+        OnceOnLine("configure camera", [&] { scene.request.wrapper.numBuffers = sets; });
+        EXPECT_EQ(scene.Submit(), 0U);
+        EXPECT_EQ(scene.Executed().request.numInputs, 2U);
+        EXPECT_EQ(scene.Executed().inputs.at(1).set.pMetadata, MadeUp(0x2001));
+    }
+}
+
+TEST(Misbehaving, VendorThatChangesAStreamWhileItIsFedFeedsItOnce) {
+    Scene scene;
+    scene.UseWords({37, 37});
+    scene.request.wrapper.yuvInput = 1;
+    scene.Submit();
+    ChiStream* stream = scene.Session().streamPointers.at(0);
+    OnceOnLine("Input Stream Buffer Format Info", [stream] {
+        stream->format = ChiStreamFormatYCbCr420_888;
+        stream->streamType = ChiStreamTypeOutput;
+    });
+    EXPECT_EQ(scene.Submit(), 0U);
+    const standin::BufferSetCopy set = scene.Executed(1).inputs.at(0);
+    ASSERT_EQ(set.buffers.size(), 2U);
+    EXPECT_EQ(set.buffers[0].bufferHandle, MadeUp(0x1000));
+    EXPECT_NE(set.buffers[1].pStream, stream);
+    EXPECT_EQ(stream->streamType, ChiStreamTypeInput) << "it is written for each input";
+}
+
+/// A session that asks the framework for one buffer, and raises the numbers meanwhile.
+struct RaisedQuery : Scene {
+    static inline RaisedQuery* current;
+    camera3_stream stream = MakeStream(35);
+    ChiOfflineQueryBuffer query = {&stream, 1};
+    ChiStreamBuffer storage[4] = {};
+    ChiOfflineQueryStreamBuffer answer = {nullptr, 9, 9, &storage[0]};
+
+    RaisedQuery() : Scene(Delivery::ByHand) {
+        current = this;
+        request.frameworkOps.request_stream_buffers = [](const camera3_callback_ops*, uint32_t,
+                                                         const camera3_buffer_request*, uint32_t*,
+                                                         camera3_stream_buffer_ret* answers) {
+            answers[0].num_output_buffers = current->query.numBuffers = 4;
+            return 0;
+        };
+        Submit();
+        Vendor(*this).pTranslateToChiBuffer = [](const camera3_stream_buffer*,
+                                                 ChiStreamBuffer* buffer) {
+            current->answer.numBuffers = 4;
+            ++buffer->bufferStatus;
+            return 0U;
+        };
+    }
+    ~RaisedQuery() { Finish(); }
+};
+
+TEST(Misbehaving, VendorThatRaisesItsQueryGetsAsManyBuffersAsItAskedFor) {
+    RaisedQuery scene;
+    ChiOfflineSessionCallbacks* callbacks = scene.Session().pCallbacks;
+    unsigned int count = 0;
+    EXPECT_EQ(callbacks->GetFrameworkBuffers(callbacks, 1, &scene.query, &count, &scene.answer),
+              0U);
+    EXPECT_EQ(scene.storage[0].bufferStatus, 1U);
+    EXPECT_TRUE(IsClear(scene.storage[1]));
+    EXPECT_EQ(LastLog("GetFrameworkBuffers"), "E 4 buffers returned, 1 wanted, surplus ignored");
+}
+
+// --- What is not used is clear
+
+TEST(Misbehaving, VendorThatReadsPastItsInputsFindsNothingOfEarlierRequests) {
+    Scene scene;
+    scene.UseWords({37, 32}, 12);
+    scene.Submit();
+    static size_t clear;
+    clear = 0;
+    static decltype(ChiOfflineInterface::pExecuteRequest) execute;
+    execute = Vendor(scene).pExecuteRequest;
+    Vendor(scene).pExecuteRequest = [](uint64_t session, ChiOfflineExecuteRequest* request) {
+        const ChiOfflineBufferSet* sets = request->pInputs;
+        for (size_t i = 1; i < OemLayer::kMaxInputSets; ++i) {
+            clear += IsClear(sets[i]) ? 1 : 0;
+        }
+        for (size_t i = 2; i < OemLayer::kMaxInputBuffers; ++i) {
+            clear += IsClear(sets[0].pBuffers[i]) ? 1 : 0;
+        }
+        return execute(session, request);
+    };
+    scene.request.wrapper.numBuffers = 1;
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(clear, 11U + 22U);
+}
+
+TEST(Misbehaving, HostThatReadsPastAResultsBuffersFindsNothingOfEarlierResults) {
+    Scene scene(Delivery::ByHand);
+    static size_t clear;
+    clear = 0;
+    static decltype(scene.request.callbacks.captureResult) report;
+    report = scene.request.callbacks.captureResult;
+    OemLayer::OffCamApplicationCallbacks callbacks = scene.request.callbacks;
+    callbacks.captureResult = [](OemLayer::RequestPrivData* data, camera3_capture_result* result) {
+        for (size_t i = result->num_output_buffers; i < 8; ++i) {
+            clear += IsClear(result->output_buffers[i]) ? 1 : 0;
+        }
+        report(data, result);
+    };
+    scene.request.callbacksArgument = &callbacks;
+    scene.Submit();
+    scene.Info().totalResult = 9;
+    scene.Send({.statuses = std::vector<uint32_t>(8, 1)});
+    EXPECT_EQ(clear, 0U);
+    scene.Send({.statuses = {1}, .metadata = scene.Pending().pOutputMetadata});
+    EXPECT_EQ(clear, 7U);
+}
+
+// --- Orders that a vendor can tell
+
+TEST(Misbehaving, VendorThatReportsNoBufferAndABadArrayFailsTheRequest) {
+    Scene scene(Delivery::ByHand);
+    scene.Submit();
+    scene.Send({.statuses = {0}, .metadata = scene.Pending().pOutputMetadata, .partials = 1});
+    ChiStreamBuffer bad = {};
+    bad.bufferStatus = 3;
+    ChiOfflineResultBlock block = {0, &bad, 0, nullptr};
+    ChiOfflineCaptureResultInfo info = {1, &block, nullptr, &scene.Pending()};
+    scene.Receive(&info);
+    EXPECT_EQ(Story(scene.request), "MB R C1");
+    EXPECT_EQ(CountLogged("E", "ERROR BUFFER status 3"), 1U);
+}
+
+TEST(Misbehaving, VendorHasTranslatedAllBuffersOfAResultBeforeTheFirstIsLogged) {
+    Scene scene(Delivery::ByHand);
+    scene.Submit();
+    scene.Info().totalResult = 3;
+    size_t translated = 0;
+    OnceOnLine("offline buffer received",
+               [&] { translated = scene.device->CallCount(Entry::TranslateFromChiBuffer); });
+    scene.Send({.statuses = {0, 0, 0}, .metadata = scene.Pending().pOutputMetadata});
+    EXPECT_EQ(translated, 3U);
+    EXPECT_EQ(Story(scene.request), "MBBB R C0");
+}
+
+} // namespace

@@ -87,10 +87,10 @@ ABI_OFFSET(RequestPrivData, rtFrameNumber, 100);
 ABI_OFFSET(RequestPrivData, partialResultBase, 104);
 
 /// What the library calls back for each request: on the vendor's threads, or on the submitting
-/// thread where the vendor delivers during the submission. The library's locks are not held, so that
-/// a callback may submit again. The table must live until the last request completed. The table of
-/// the camera's last submission, be it refused or not, serves all of its requests. A null entry is
-/// skipped; without `captureResult` the results' metadata is lost.
+/// thread where the vendor delivers during the submission. The library's locks are not held, so
+/// that a callback may submit again. The table must live until the last request completed. The
+/// table of the camera's last submission, be it refused or not, serves all of its requests. A null
+/// entry is skipped; without `captureResult` the results' metadata is lost.
 struct OffCamApplicationCallbacks {
     /// The real-time buffers of the request are free again. Once, right before completion.
     void (*releaseRtBuffers)(RequestPrivData*);
@@ -229,8 +229,8 @@ struct PlatFormIntCallbacks {
     /// Thread:    camera-serial.
     /// Returns:   nothing.
     /// Failure:   a session that the vendor does not close (logged) or has no entry to close (not
-    ///            logged) stays open. So does a session whose configuration had failed. Its identity
-    ///            keeps pointing at it, and its requests get status 4 until `Destroy`.
+    ///            logged) stays open. So does a session whose configuration had failed. Its
+    ///            identity keeps pointing at it, and its requests get status 4 until `Destroy`.
     /// Then:      every callback of the id.
     void (*Flush)(PlatFormIntCallbacks*);
 
@@ -371,8 +371,8 @@ struct PlatFormIntCallbacks {
     /// which the first request of an identity opens.
     ///
     /// When:      after `Create`, also from within the host's own callbacks. Not from within the
-    ///            framework's buffer request where the vendor makes that while it opens or configures
-    ///            a session: the session registry is locked then.
+    ///            framework's buffer request where the vendor makes that while it opens or
+    ///            configures a session: the session registry is locked then.
     /// Ownership: the wrapper (OfflineDataWraper) and the output buffer record
     ///            (camera3_stream_buffer) are the host's again on return. `privData`
     ///            (RequestPrivData) and the input buffers and metadata that the wrapper names are

@@ -27,10 +27,10 @@ namespace OemLayer {
 
 class QcomAdaptee;
 
-/// One camera, as the host sees it: forwards the table's callbacks to the vendor's operation records
-/// and to the adaptee. Each method is the callback of the same name; PlatFormIntCallbacks documents
-/// results, ownership and threads. The object is read before any argument, so that a callback for a
-/// camera that does not exist faults instead of returning something.
+/// One camera, as the host sees it: forwards the table's callbacks to the vendor's operation
+/// records and to the adaptee. Each method is the callback of the same name; PlatFormIntCallbacks
+/// documents results, ownership and threads. The object is read before any argument, so that a
+/// callback for a camera that does not exist faults instead of returning something.
 class PlatformAdapter {
   public:
     explicit PlatformAdapter(uint32_t cameraId);

@@ -3,7 +3,8 @@
 /// Ownership: PlatformAdapter owns its QcomAdaptee, which owns its SessionManagers, its feature map
 /// and the records of its sessions; a session's record owns all that belongs to the session; the
 /// registry owns its chains. `CloseOfflineSessions` frees a session's record; the result that
-/// completes a request frees the request's. Records of the host and Android streams are never owned.
+/// completes a request frees the request's. Records of the host and Android streams are never
+/// owned.
 ///
 /// Locks: the registry's mutex is held for the whole of `GetSessHandle`, so that sessions are
 /// opened, prepared and configured one at a time, and so that none is filed in the adaptee's maps
@@ -204,8 +205,8 @@ class alignas(kCacheLine) QcomAdaptee {
     /// Closes the sessions of all chains. Camera-serial.
     void Flush();
     /// Closes one session and frees all that is kept under its handle. Handle 0 is not closed in
-    /// the vendor; for a handle that is not known there is nothing to free. Not while results of the
-    /// session are delivered. \returns kStatusOk; kStatusFailure without a close entry, or the
+    /// the vendor; for a handle that is not known there is nothing to free. Not while results of
+    /// the session are delivered. \returns kStatusOk; kStatusFailure without a close entry, or the
     /// vendor's result, and then nothing was torn down.
     uint32_t CloseOfflineSessions(unsigned long handle) OEM_REQUIRES(kSessions);
 

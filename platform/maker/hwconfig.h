@@ -14,7 +14,7 @@ uint32_t GetKeyCount(const char* table);
 /// "offlineMode[0]".
 uint32_t GetValuesCount(const char* table, const char* list);
 
-/// Fills `values` with up to `count` texts of `list` under `key`. Returns 0 on success.
+/// Fills `values` with up to `count` texts of `list` under `key`. \returns 0 on success.
 int32_t GetLocaleStringListConfiguration(const char* table, const char* list, const char* key,
                                          const char** values, uint32_t count);
 }

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <vector>
+#include <memory>
 
 namespace OemLayer {
 
@@ -17,17 +17,19 @@ inline constexpr const char kFeatureTable[] = "OemOfflineFeatureInfoMap";
 class FeatureRow {
   public:
     /// All rows have as many values as the first one.
-    FeatureRow() : mTexts(GetValuesCount(kFeatureTable, "offlineMode[0]")) {}
+    FeatureRow()
+        : mCount(GetValuesCount(kFeatureTable, "offlineMode[0]")), mTexts(new const char*[mCount]) {
+    }
 
     /// Reads the row of `key`. \returns whether the store had it.
     bool Read(const char* key) {
-        std::fill(mTexts.begin(), mTexts.end(), nullptr);
-        return GetLocaleStringListConfiguration(kFeatureTable, "offlineMode", key, mTexts.data(),
-                                                static_cast<uint32_t>(mTexts.size())) == 0;
+        std::fill_n(mTexts.get(), mCount, nullptr);
+        return GetLocaleStringListConfiguration(kFeatureTable, "offlineMode", key, mTexts.get(),
+                                                mCount) == 0;
     }
 
     const char* Text(size_t index) const {
-        return index < mTexts.size() && mTexts[index] != nullptr ? mTexts[index] : "";
+        return index < mCount && mTexts[index] != nullptr ? mTexts[index] : "";
     }
 
     /// Both leave `number` alone where the value does not parse.
@@ -37,7 +39,8 @@ class FeatureRow {
     }
 
   private:
-    std::vector<const char*> mTexts;
+    uint32_t mCount;
+    std::unique_ptr<const char*[]> mTexts; ///< Never null, also where there are no values.
 };
 
 } // namespace OemLayer

@@ -13,41 +13,46 @@ struct FrameworkRequest {
     explicit FrameworkRequest(unsigned int requests)
         : count(requests), pRequests(Allocate<camera3_buffer_request>(requests)),
           pAnswers(Allocate<camera3_stream_buffer_ret>(requests)),
-          pWanted(Allocate<uint32_t>(requests)) {}
+          pHanded(Allocate<Handed>(requests)) {}
     FrameworkRequest(const FrameworkRequest&) = delete;
     FrameworkRequest& operator=(const FrameworkRequest&) = delete;
 
     /// Frees also the buffer arrays of answers that the framework did not return.
     ~FrameworkRequest() {
-        for (unsigned int i = 0; pAnswers != nullptr && i < count; ++i) {
-            std::free(pAnswers[i].output_buffers);
+        for (unsigned int i = 0; pHanded != nullptr && i < count; ++i) {
+            std::free(pHanded[i].pBuffers);
         }
-        std::free(pWanted);
+        std::free(pHanded);
         std::free(pAnswers);
         std::free(pRequests);
     }
 
     /// Whether there was memory for the records.
     bool IsComplete() const {
-        return pRequests != nullptr && pAnswers != nullptr && pWanted != nullptr;
+        return pRequests != nullptr && pAnswers != nullptr && pHanded != nullptr;
     }
 
     /// Asks for `wanted` buffers of a stream. \returns whether there was memory for the answer.
     bool Want(unsigned int index, camera3_stream* pStream, uint32_t wanted) const {
-        pWanted[index] = wanted;
+        pHanded[index] = {Allocate<camera3_stream_buffer>(wanted), wanted};
         pRequests[index].stream = pStream;
         pRequests[index].num_buffers_requested = wanted;
         pAnswers[index].stream = pStream;
-        pAnswers[index].output_buffers = Allocate<camera3_stream_buffer>(wanted);
-        return pAnswers[index].output_buffers != nullptr || wanted == 0;
+        pAnswers[index].output_buffers = pHanded[index].pBuffers;
+        return pHanded[index].pBuffers != nullptr || wanted == 0;
     }
+
+    /// The buffer array of an answer as it was handed to the framework. The framework and the
+    /// vendor can change the answer and the query meanwhile, and not this.
+    struct Handed {
+        camera3_stream_buffer* pBuffers;
+        uint32_t wanted;
+    };
 
     unsigned int count;
     camera3_buffer_request* pRequests;
     camera3_stream_buffer_ret* pAnswers;
-    /// What each answer has room for. The framework and the vendor cannot change it, as they can
-    /// the request and the query.
-    uint32_t* pWanted;
+    Handed* pHanded;
 
   private:
     template <typename Record> static Record* Allocate(unsigned int records) {

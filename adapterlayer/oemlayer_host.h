@@ -88,14 +88,16 @@ ABI_OFFSET(RequestPrivData, partialResultBase, 104);
 
 /// What the library calls back for each request: on the vendor's threads, or on the submitting
 /// thread where the vendor delivers during the submission. The library's locks are not held, so
-/// that a callback may submit again. The table must live until the last request completed. The
+/// that a callback may submit again; only what a vendor delivers while it opens or configures a
+/// session comes with that camera's session registry locked. The table must live until the last request completed. The
 /// table of the camera's last submission, be it refused or not, serves all of its requests. A null
 /// entry is skipped; without `captureResult` the results' metadata is lost.
 struct OffCamApplicationCallbacks {
     /// The real-time buffers of the request are free again. Once, right before completion.
     void (*releaseRtBuffers)(RequestPrivData*);
     /// The request is over; the library holds nothing of it any more. Once, as the last call.
-    /// \param status 0, or 1 when the first buffer of the last result carried an error status.
+    /// \param status 0, or 1 when the first buffer in the last result's array carried an error
+    ///        status, also where that result counts no buffer.
     void (*requestComplete)(RequestPrivData*, uint32_t status);
     /// A result. The record and its buffer array live during the call; `result` becomes the host's
     /// and goes back through `ReleaseAndroidMetadata`.
@@ -172,7 +174,8 @@ struct PlatformLoadFunctions {
     /// When:      once, before the first `Create`; a later call binds the same libraries again.
     /// Ownership: nothing changes hands; library handles are never closed.
     /// Thread:    load-serial.
-    /// Returns:   the address of the bound result-metadata extension; the host need not use it.
+    /// Returns:   the address of the bound result-metadata extension; the host need not use it. 1
+    ///            without it, where the process ignores SIGABRT.
     /// Failure:   without the camera module, the extension library or one of their required
     ///            functions the process is ended with SIGABRT, after an error line. Without the
     ///            offline library it returns as usual, and cameras exist but cannot process
@@ -214,17 +217,21 @@ struct PlatFormIntCallbacks {
     /// Ends a camera: destroys its buffer managers, closes its sessions and operations, frees it.
     ///
     /// When:      after `Create`, when no request of the camera is in flight: requests that the
-    ///            vendor still has are neither completed nor freed. Never twice for one `Create`,
-    ///            since the registry keeps the stale pointer.
+    ///            vendor still has are neither completed nor freed. Not from within a callback of
+    ///            the library. Never twice for one `Create`, since the registry keeps the stale
+    ///            pointer.
     /// Ownership: vendor metadata and image buffers that the host still holds become unusable.
     /// Thread:    camera-serial.
     /// Returns:   always 0.
+    /// Failure:   sessions that `Flush` leaves open stay open here, too, and the vendor must not
+    ///            ask for framework buffers through them any more.
     /// Then:      `Create`, and the callbacks that need no camera.
     int64_t (*Destroy)(PlatFormIntCallbacks*);
 
     /// Closes the camera's offline sessions; the next request of each identity opens a new one.
     ///
-    /// When:      after `Create`, when no request of the camera is in flight.
+    /// When:      after `Create`, when no request of the camera is in flight, and not from within a
+    ///            callback of the library.
     /// Ownership: output streams are no longer referred to, except those of the identities below.
     /// Thread:    camera-serial.
     /// Returns:   nothing.
@@ -271,7 +278,9 @@ struct PlatFormIntCallbacks {
     /// When:      after `Create`, once for each object.
     /// Ownership: the object is gone.
     /// Thread:    concurrent, as far as the vendor's metadata operations are.
-    /// Returns:   the vendor's status; 0 for a null argument or a missing operation, too.
+    /// Returns:   the vendor's status; 0 for a null argument or a missing operation, too, and
+    ///            where the operation behind `CreateByAndroidMetadata` is missing: nothing is
+    ///            released then.
     /// Then:      everything but using the object.
     uint32_t (*ReleaseAndroidMetadata)(PlatFormIntCallbacks*, void* metadata);
 
@@ -343,7 +352,8 @@ struct PlatFormIntCallbacks {
     ///            format changes.
     /// Ownership: the buffer is the host's until `ReleaseImageBuffer`; the manager is the
     ///            library's.
-    /// Thread:    camera-serial.
+    /// Thread:    one call at a time for each camera, and not with `TearDownResource` and
+    ///            `Destroy`; else concurrent.
     /// Returns:   the buffer, null when the operations are missing or fail. A manager that could
     ///            not be made is not tried again before `TearDownResource`.
     /// Then:      everything.
@@ -379,7 +389,8 @@ struct PlatFormIntCallbacks {
     ///            lent until the completion callback, or until the return of a refused submission.
     ///            The callbacks (OffCamApplicationCallbacks), the framework's table, the session
     ///            parameters, the camera info and the streams stay referred to until `Flush` or
-    ///            `Destroy`.
+    ///            `Destroy`. Streams are records of 160 bytes; opening a session writes the words
+    ///            at 148 and 152 of its output stream.
     /// Thread:    concurrent, but not with `Flush`, `TearDownResource` and `Destroy`.
     /// Returns:   0: accepted, and the host is called back, possibly before this call returns.
     ///            1: the vendor refused, or cannot execute. 4: a null wrapper or `privData`, more
@@ -387,8 +398,9 @@ struct PlatFormIntCallbacks {
     ///            After 1 and 4 nothing is called back. Each is logged at error level. A null
     ///            `outputBuffer` is logged and submitted all the same.
     /// Then:      everything. After 4 for want of a session, the next request of the identity tries
-    ///            again to open one, except where the vendor opened with handle 0 (none until
-    ///            `Flush`) or refused a configuration (none until `Destroy`).
+    ///            again to open one, except where the vendor opened with handle 0 or has no entry
+    ///            to open with (none until `Flush`) or refused a configuration (none until
+    ///            `Destroy`).
     uint32_t (*SubmitRequestFromRT)(PlatFormIntCallbacks*, void* request, void* privData,
                                     void* outputBuffer, void* appCallbacks);
 

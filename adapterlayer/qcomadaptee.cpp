@@ -1148,9 +1148,10 @@ unsigned int LimitToWanted(const char* what, unsigned int returned, unsigned int
 
 /// Hands one answer of the framework to the vendor, in the vendor's own storage.
 void TranslateAnswer(const ChiOfflineInterface* pIntf, const camera3_stream_buffer_ret& answer,
-                     const ChiOfflineQueryBuffer& query, uint32_t wanted,
+                     const FrameworkRequest::Handed& handed, const ChiOfflineQueryBuffer& query,
                      ChiOfflineQueryStreamBuffer& returned) {
-    const uint32_t count = LimitToWanted("buffers", LoadRelaxed(answer.num_output_buffers), wanted);
+    const uint32_t count =
+        LimitToWanted("buffers", LoadRelaxed(answer.num_output_buffers), handed.wanted);
     ChiStreamBuffer* pBuffers = returned.pBuffers;
     returned.pStream = query.pStream;
     returned.status = static_cast<uint32_t>(answer.status);
@@ -1158,7 +1159,7 @@ void TranslateAnswer(const ChiOfflineInterface* pIntf, const camera3_stream_buff
     const bool translates =
         pIntf != nullptr && pIntf->pTranslateToChiBuffer != nullptr && pBuffers != nullptr;
     for (uint32_t j = 0; translates && j < count; ++j) {
-        pIntf->pTranslateToChiBuffer(&answer.output_buffers[j], &pBuffers[j]);
+        pIntf->pTranslateToChiBuffer(&handed.pBuffers[j], &pBuffers[j]);
     }
 }
 
@@ -1199,8 +1200,8 @@ uint32_t QcomAdaptee::GetFrameworkBuffers(const ChiOfflineSessionCallbacks* pCal
     const uint32_t numReturned =
         LimitToWanted("answers", LoadRelaxed(frameworksCount), numRequests);
     for (uint32_t k = 0; k < numReturned; ++k) {
-        TranslateAnswer(pAdaptee->GetChiOfflineIntfOps(), request.pAnswers[k], pRequests[k],
-                        request.pWanted[k], pReturned[k]);
+        TranslateAnswer(pAdaptee->GetChiOfflineIntfOps(), request.pAnswers[k], request.pHanded[k],
+                        pRequests[k], pReturned[k]);
     }
     if (pNumReturned != nullptr) {
         *pNumReturned = numReturned;

@@ -10,12 +10,13 @@
 /// opened, prepared and configured one at a time, and so that none is filed in the adaptee's maps
 /// while another one is looked up. `mLock` is held while a submission reads a session's
 /// configuration, which nothing changes by then. None is held while a host callback or the vendor's
-/// execute entry runs; only a vendor that asks for framework buffers while it opens or configures a
-/// session does so under the registry's mutex. The host keeps load, `Create`, `Destroy`,
+/// execute entry runs; only what a vendor calls while it opens or configures a session is called
+/// under the registry's mutex. The host keeps load, `Create`, `Destroy`,
 /// `TearDownResource` and `Flush` apart from everything else of the same camera.
 ///
-/// Four members of the adaptee and the request are written as the contract has them, and nothing
-/// here reads them: `mWrapperContext`, `mWrapperWord`, `pRtMetadata` and `pMetadataOps`.
+/// Some members are written as the contract has them, and nothing here reads them: the adaptee's
+/// `mWrapperContext` and `mWrapperWord`; a session's `featureFlags`, `featureValue` and
+/// `pCameraInfo`; a request's `pRtMetadata` and `pMetadataOps`.
 #pragma once
 
 #include "adapterlayer/foundsessions.h"
@@ -276,15 +277,17 @@ class alignas(kCacheLine) QcomAdaptee {
     ChiOfflineBufferManagerOps* mpOfflineBufferOps = nullptr;
     ChiOfflineMetadataOps* mpOfflineMetadataOps = nullptr;
     ChiOfflineInterface* mpChiOfflineIntfOps; ///< Not owned.
-    uint64_t mWrapperContext = 0;
-    uint32_t mTotalCounter = 0; ///< Atomic. Raised and lowered by offline frame numbers.
     uint32_t mCameraId = 0;
-    camera_info* mpCameraInfo = nullptr; ///< Not owned; atomic, as are the next three.
+    SessionManagers* mpSessionManagers; ///< Owned.
+    // All below are atomic: the last submission writes them, and callbacks read them. What they
+    // point at is the host's.
+    uint32_t mTotalCounter = 0; ///< Raised by offline frame numbers, lowered by those of results.
     uint32_t mWrapperWord = 0;
+    uint64_t mWrapperContext = 0;
+    camera_info* mpCameraInfo = nullptr;
     camera3_callback_ops* mpCamera3CbOps = nullptr;
-    SessionManagers* mpSessionManagers;
     const camera_metadata* mpConfigurationSessionParameters = nullptr;
-    const OffCamApplicationCallbacks* mpOffCamAppCbs = nullptr; ///< Not owned; atomic.
+    const OffCamApplicationCallbacks* mpOffCamAppCbs = nullptr;
 };
 
 /// One session chain: one opened session for one identity. It never closes its session; whoever

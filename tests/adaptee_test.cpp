@@ -131,6 +131,16 @@ TEST(FeatureMap, IsReadKeyByKeyWhenACameraIsMade) {
     EXPECT_EQ(reads[10].args.at(1), 5U) << "the number of values of the first key";
 }
 
+TEST(FeatureMap, IsReadIntoAnArrayAlsoWhereRowsHaveNoValues) {
+    Device device;
+    device->SetConfigRows(Rows(1));
+    Camera camera{device};
+    const auto reads = device->Calls(Entry::GetList);
+    ASSERT_EQ(reads.size(), 1U);
+    EXPECT_NE(reads[0].args.at(0), 0U);
+    ExpectFeature(device, camera, "", 0, 0, 0);
+}
+
 TEST(FeatureMap, EndsAtARowThatCannotBeRead) {
     Device device;
     device->SetConfigRows({{{"A", "1", "2", "3"}}, {.fails = true}, {{"C", "4", "5", "6"}}});

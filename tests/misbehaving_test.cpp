@@ -62,7 +62,7 @@ TEST(Misbehaving, VendorThatChangesAStreamWhileItIsFedFeedsItOnce) {
     EXPECT_EQ(stream->streamType, ChiStreamTypeInput) << "it is written for each input";
 }
 
-/// A session that asks the framework for one buffer, and raises the numbers meanwhile.
+/// A session that asks the framework for one buffer, and both change their records meanwhile.
 struct RaisedQuery : Scene {
     static inline RaisedQuery* current;
     camera3_stream stream = MakeStream(35);
@@ -89,7 +89,7 @@ struct RaisedQuery : Scene {
     ~RaisedQuery() { Finish(); }
 };
 
-TEST(Misbehaving, VendorThatRaisesItsQueryGetsAsManyBuffersAsItAskedFor) {
+TEST(Misbehaving, VendorAndFrameworkThatChangeAQueryExchangeAsManyBuffersAsWereAskedFor) {
     RaisedQuery scene;
     ChiOfflineSessionCallbacks* callbacks = scene.Session().pCallbacks;
     unsigned int count = 0;

@@ -28,7 +28,8 @@ enum camera3_buffer_status : int32_t {
     CAMERA3_BUFFER_STATUS_ERROR = 1,
 };
 
-/// A stream of the framework. The words from 48 on are the host's; the library copies some of them.
+/// A stream of the framework. The words from 48 on are the host's; the library copies some of them,
+/// and writes those at 148 and 152 of an output stream.
 struct camera3_stream {
     int32_t stream_type; ///< One of camera3_stream_type.
     uint32_t width;

@@ -1,7 +1,8 @@
 /// The chip vendor's offline-processing interface: its records and operation tables.
 ///
 /// Metadata objects, buffer managers, image buffers and buffer handles are opaque to the adapter.
-/// Every table entry may be null, and is then treated by the adapter as a call that failed.
+/// Every table entry may be null. The adapter then takes the call as one that failed, or leaves it
+/// out where it translates, closes or destroys something.
 #pragma once
 
 #include "platform/abi.h"

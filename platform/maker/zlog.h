@@ -8,8 +8,8 @@
 
 /// Logger operations that the vendor's utilities fill in and the maker's logging library calls.
 ///
-/// Only the two libraries on either side know the entries; the adapter carries the record. It is
-/// kept larger than any record seen so far, since the vendor writes it without being told its size.
+/// Only the two libraries on either side know the entries, and so its real size; the adapter
+/// carries the record. The room is generous, since the vendor writes it without being told a size.
 struct ZOfflineLogOps {
     void* reserved0[32];
 };

@@ -55,6 +55,17 @@ TEST(Completion, ReadsTheStatusOfTheRequestsOwnBufferBeforeItIsFreed) {
     EXPECT_EQ(Story(scene.request), "MB R C1");
 }
 
+TEST(Completion, ReadsNoStatusWhereThereIsNoArray) {
+    for (const uint32_t count : {0U, 1U}) {
+        Submitted scene;
+        scene.Info().totalResult = count;
+        ChiOfflineResultBlock block = {count, nullptr, 0, scene.Pending().pOutputMetadata};
+        ChiOfflineCaptureResultInfo info = {1, &block, nullptr, &scene.Pending()};
+        scene.Receive(&info);
+        EXPECT_EQ(Story(scene.request), count == 0 ? "M R C0" : "Mb R C0");
+    }
+}
+
 TEST(Completion, LogsItsStepsInOrder) {
     Scene scene(Delivery::ByHand);
     scene.UseWords({37}, 3);
@@ -253,14 +264,20 @@ TEST(CaptureResult, GoesWithoutMetadataThatCannotBeTranslated) {
 }
 
 TEST(CaptureResult, ReportsTheFirstEightOfMoreBuffers) {
-    Submitted scene;
-    scene.device->ClearRecords();
-    scene.Info().totalResult = 9;
-    scene.Send(
-        {.statuses = {0, 1, 2, 3, 4, 5, 6, 7, 8}, .metadata = scene.Pending().pOutputMetadata});
-    EXPECT_EQ(Story(scene.request), "MBBBBBBBB R C0");
-    EXPECT_EQ(scene.request.Events().at(0).buffers.at(7).status, 7);
-    EXPECT_EQ(CountLogged("E"), 1U);
+    for (const uint32_t count : {8U, 9U}) {
+        Submitted scene;
+        scene.device->ClearRecords();
+        scene.Info().totalResult = count;
+        Result result = {.statuses = {0, 1, 2, 3, 4, 5, 6, 7, 8},
+                         .metadata = scene.Pending().pOutputMetadata};
+        result.statuses.resize(count);
+        scene.Send(result);
+        EXPECT_EQ(Story(scene.request), "MBBBBBBBB R C0");
+        EXPECT_EQ(scene.request.Events().at(0).buffers.at(7).status, 7);
+        EXPECT_EQ(CountLogged("E"), count - 8);
+        const std::string last = Printed("buferIndex:7/%u,", count);
+        EXPECT_NE(Log("ProcessOfflineCaptureResultCb").find(last), std::string::npos);
+    }
 }
 
 // --- Framework buffers
@@ -311,6 +328,7 @@ struct Framework : Submitted {
             EXPECT_EQ(requests[i].stream, &self.streams[i]);
             EXPECT_EQ(requests[i].num_buffers_requested, i + 1);
             EXPECT_EQ(answers[i].stream, requests[i].stream);
+            answers[i].stream = &self.streams[1 - i]; // The vendor gets that of its query.
             answers[i].status = static_cast<int32_t>(5 + i);
             answers[i].num_output_buffers = i + 1 + self.surplus;
             for (uint32_t j = 0; j <= i; ++j) {
@@ -348,6 +366,16 @@ TEST(FrameworkBuffers, AreTranslatedIntoTheVendorsStorageAsFarAsTheyWereAskedFor
                                     MadeUp(Address(&framework.streams[1])))),
                   0U);
     }
+}
+
+TEST(FrameworkBuffers, NeedNoAddressForTheirNumberAndNoStorage) {
+    Framework framework;
+    framework.returned[0].pBuffers = nullptr;
+    const ChiOfflineSessionCallbacks* callbacks = framework.Session().pCallbacks;
+    EXPECT_EQ(callbacks->GetFrameworkBuffers(callbacks, 2, framework.queries, nullptr,
+                                             framework.returned),
+              0U);
+    EXPECT_EQ(framework.Returned(), " 0:5:1 1:6:2 with 0 20 21");
 }
 
 TEST(FrameworkBuffers, ARefusalOrAMissingEntryIsAFailure) {

@@ -1,6 +1,7 @@
 /// What names a session, the chain that holds one, and the adaptee's session operations one by one,
 /// with the statuses that the table does not show.
 
+#include "adapterlayer/oemlog.h"
 #include "tests/support/scene.h"
 
 #include <dlfcn.h>
@@ -64,6 +65,35 @@ struct AdapteeScene {
         return open(nullptr, 512);
     }
 };
+
+// --- Log levels
+
+TEST(LogFlags, LetTheirOwnLevelThroughAlone) {
+    uint32_t* const flags[] = {&OemLayer::g_logErrorEnabled, &OemLayer::g_logWarnEnabled,
+                               &OemLayer::g_logInfoEnabled, &OemLayer::g_logVerboseEnabled};
+    PlatformLoadFunctions functions = {};
+    PlatformLoadContext(&functions);
+    PlatFormIntCallbacks table = {};
+    PlatformIntContext(&table, 0);
+    for (size_t on = 0; on < std::size(flags); ++on) {
+        Device device;
+        for (size_t i = 0; i < std::size(flags); ++i) {
+            *flags[i] = i == on ? 1 : 0;
+        }
+        functions.loadLib();
+        table.Create(&table, 0); // Errors and information,
+        ChiStream stream = {.width = 8, .height = 8, .format = 40};
+        table.ReleaseImageBuffer(&table, table.GetImageBuffer(&table, &stream)); // a warning,
+        device->Fail(Entry::MetadataGetTag, 1);
+        table.GetTag(&table, nullptr, 1, nullptr, 0); // and a verbose line.
+        table.Destroy(&table);
+        EXPECT_EQ(CountLogged({"EWIV"[on]}), device->Logs().size());
+        EXPECT_FALSE(device->Logs().empty());
+    }
+    for (uint32_t* flag : flags) {
+        *flag = 1;
+    }
+}
 
 // --- Identity and chain
 

@@ -102,9 +102,10 @@ TEST(Session, TurnsAHostStreamIntoAVendorStream) {
 
 TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
     Scene scene;
-    scene.UseWords({37, 32});
+    scene.UseWords({37, 34});
     Put(scene.request.wrapper, 96, 0x77);
     camera3_stream& output = scene.request.outputStream;
+    output.stream_type = CAMERA3_STREAM_BIDIRECTIONAL; // Only an input is no output.
     std::memset(reinterpret_cast<char*>(&output) + 144, 0x5A, 16);
     scene.Submit();
 
@@ -123,6 +124,8 @@ TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
     EXPECT_EQ(std::vector(made.begin() + 1, made.end()),
               (std::vector<uint64_t>{0x77, 0, 0, 0xFFFFFFFF}));
     EXPECT_EQ(scene.device->Calls(Entry::MetadataDestroy).at(0).args.at(0), At(session.config, 32));
+    EXPECT_EQ(Log("MapChiStreamFormatToChiBufferFormat"),
+              "E Unsurport streamFormat:34 return ChiFormatYUV420NV12 by default");
 }
 
 // --- Later requests
@@ -135,7 +138,9 @@ TEST(Session, IsSharedByEqualIdentitiesOnly) {
     scene.request.wrapper.identity.cameraId = 1;
     scene.Submit();
     scene.request.wrapper.identity.featureName = "Hdr";
+    Put(scene.request.wrapper, 96, 0x77); // A session's parameters are those of its own opening.
     EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.device->Calls(Entry::MetadataCreateFromAndroid).at(2).args.at(1), 0x77U);
     const auto sessions = scene.device->Sessions(); // In the order of opening.
     ASSERT_EQ(sessions.size(), 3U);
     const char* const chains[] = {"cameraId 0 feature Night", "cameraId 1 feature Night",

@@ -98,6 +98,8 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
         {{37, 37}, {"11", "10", "11"}, " 0:1000@a0 | 1:1001@a0 3:0@0"},
         // No more of a set than was counted.
         {{37, 37}, {"10", "11", "11"}, " 0:1000@a0 | 0:1001@a0"},
+        // Neither an input nor an output alone, and so not fed.
+        {{37}, {"12", "12", "12"}, " 0:1000@a0 | 0:1001@a0"},
         // A YUV input writes no format, so that the one at its place in the array stays.
         {{37, 35}, {"10", "10", "01"}, " 0:1000@a0 | 1:3001@a2", true},
     };
@@ -308,19 +310,21 @@ TEST(Submission, WithoutResultCallbackLeavesTheAndroidMetadataToTheVendor) {
 }
 
 TEST(Submission, ToASessionThatCouldNotBePreparedFeedsNothing) {
-    Scene scene;
-    scene.request.raw.stream_type = CAMERA3_STREAM_INPUT;
-    EXPECT_EQ(scene.Submit(), 0U);
-    EXPECT_TRUE(Log("DoPrepareOfflineConfig").ends_with(R"( 
+    for (const int32_t type : {CAMERA3_STREAM_INPUT, CAMERA3_STREAM_BIDIRECTIONAL}) {
+        Scene scene;
+        scene.request.raw.stream_type = type;
+        EXPECT_EQ(scene.Submit(), 0U);
+        EXPECT_TRUE(Log("DoPrepareOfflineConfig").ends_with(R"( 
 I [oemlayer_stream] Skipping stream since it is not output stream of parent session
 E [oemlayer_stream] Incorrect number of input streams. Expected: 1 Actual: 0)"));
-    EXPECT_EQ(LastLog("PrepareOfflineConfig"),
-              "E [oemlayer_stream] Unable to prepare configure session for Night for camera 0");
-    EXPECT_EQ(scene.Session().config.ppChiStreams, nullptr);
-    const ChiOfflineBufferSet set = scene.Executed().inputs.at(0).set;
-    EXPECT_EQ(set.numBuffers, 0U);
-    EXPECT_EQ(set.pMetadata, scene.request.wrapper.pChiMetadataHandles[0]);
-    EXPECT_EQ(CountLogged("I", "streamId:"), 0U);
+        EXPECT_EQ(LastLog("PrepareOfflineConfig"),
+                  "E [oemlayer_stream] Unable to prepare configure session for Night for camera 0");
+        EXPECT_EQ(scene.Session().config.ppChiStreams, nullptr);
+        const ChiOfflineBufferSet set = scene.Executed().inputs.at(0).set;
+        EXPECT_EQ(set.numBuffers, 0U);
+        EXPECT_EQ(set.pMetadata, scene.request.wrapper.pChiMetadataHandles[0]);
+        EXPECT_EQ(CountLogged("I", "streamId:"), 0U);
+    }
 }
 
 } // namespace

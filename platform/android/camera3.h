@@ -21,6 +21,7 @@ struct camera_info;
 enum camera3_stream_type : int32_t {
     CAMERA3_STREAM_OUTPUT = 0,
     CAMERA3_STREAM_INPUT = 1,
+    CAMERA3_STREAM_BIDIRECTIONAL = 2,
 };
 
 enum camera3_buffer_status : int32_t {

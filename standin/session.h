@@ -17,7 +17,7 @@ struct Session : std::enable_shared_from_this<Session> {
 
     SessionCopy data{}; ///< The callbacks never change; the streams only in the configure call.
     const char* pName = nullptr; ///< Handed over at opening, readable until the session is closed.
-    int32_t lastFrame = 0;       ///< The offline frame that was assigned last, and on which thread.
+    int32_t lastFrame = -1;      ///< The offline frame that was assigned last, and on which thread.
     std::thread::id lastThread;
 
     /// Ends the session's thread after the delivery that it is in, and drops what is queued or waits.

@@ -1,5 +1,5 @@
-/// Pictures: what a session develops out of the frames that the adapter feeds, and how the host
-/// judges it.
+/// Pictures: what a session develops out of frames, how the host judges it, and their files. What
+/// the adapter feeds becomes pictures in host_test.cpp.
 
 #include "host/picture.h"
 #include "standin/pixels.h"
@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <numeric>
 #include <png.h>
 #include <unistd.h>
 
@@ -45,117 +44,6 @@ Exposures Burst(uint32_t format, uint32_t count, uint32_t cfaPattern = standin::
         frames.push_back({{kFrameNumber, i, count, kSeed}, format, cfaPattern});
     }
     return frames;
-}
-
-// --- What the adapter feeds
-
-/// A frame of a request: which stream it is of, and how often it is fed.
-struct Fed {
-    size_t stream = 0;
-    uint32_t weight = 1;
-};
-using Frames = std::vector<Fed>;
-
-struct Feed {
-    const char* name;
-    std::vector<uint32_t> formats; ///< Of the streams.
-    uint32_t sets;
-    uint32_t cameraId;
-    Frames frames; ///< In the order of their handles.
-
-    bool IsDualRdi() const { return formats.size() == 2 && formats[1] != kYuv; }
-};
-
-class Take {
-  public:
-    Take(const Feed& feed, const Scene& scene) : mCamera(mDevice, feed.cameraId) {
-        mDevice->SetDelivery(Delivery::OnCallerThread);
-        mRequest.outputStream.width = kWidth;
-        mRequest.outputStream.height = kHeight;
-        mRequest.UseVendorBuffers(mCamera, 0);
-        mRequest.wrapper.numBuffers = feed.sets;
-        mRequest.wrapper.identity.cameraId = feed.cameraId;
-        mRequest.wrapper.dualRdi = feed.IsDualRdi() ? 1 : 0;
-        mRequest.wrapper.yuvInput = 1;
-        mRequest.privData.inputStreams.clear();
-        for (const uint32_t format : feed.formats) {
-            mStreams.push_back(MakeStream(static_cast<int32_t>(format), kWidth, kHeight));
-            mRequest.privData.inputStreams.push_back(&mStreams.back());
-        }
-        for (uint32_t i = 0; i < feed.sets; ++i) {
-            mRequest.wrapper.pChiMetadataHandles[i] = mRequest.TakeMetadata(mCamera);
-        }
-        TakeFrames(feed, scene);
-    }
-    ~Take() { mRequest.GiveBack(mCamera); }
-
-    Judgement Submit(const Scene& scene) {
-        EXPECT_EQ(mRequest.Submit(mCamera), 0U);
-        return Judge(scene, mFrames, mRequest.OutputPixels());
-    }
-
-  private:
-    void TakeFrames(const Feed& feed, const Scene& scene) {
-        const auto count = static_cast<uint32_t>(feed.frames.size());
-        uint32_t numRaw = 0;
-        uint32_t numYuv = 0;
-        for (uint32_t i = 0; i < count; ++i) {
-            camera3_stream& stream = mStreams[feed.frames[i].stream];
-            const auto format = static_cast<uint32_t>(stream.format);
-            void* const buffer = mRequest.TakeBuffer(mCamera, stream);
-            void* const manager = mDevice->ManagerOf(buffer);
-            if (format == kYuv) {
-                mRequest.wrapper.yuvBufferHandles[numYuv++] = buffer;
-                mRequest.privData.pYuvBufferManager = manager;
-            } else {
-                mRequest.privData.pSecondRawBufferManager = manager;
-                mRequest.privData.pBufferManager =
-                    numRaw == 0 ? manager : mRequest.privData.pBufferManager;
-                mRequest.wrapper.pRDIBufferHandles[numRaw++] = buffer;
-            }
-            mFrames.push_back({{kFrameNumber, i, count, kSeed},
-                               format,
-                               standin::CfaPatternOf(feed.cameraId),
-                               feed.frames[i].weight});
-            auto* const memory =
-                static_cast<uint8_t*>(mCamera->GetCPUAddress(mCamera.Table(), buffer));
-            Expose(scene, mFrames.back(), true,
-                   {memory, standin::ImageSize(format, kWidth, kHeight)});
-        }
-    }
-
-    Device mDevice;
-    Camera mCamera;
-    Request mRequest;
-    std::deque<camera3_stream> mStreams;
-    Exposures mFrames;
-};
-
-TEST(Picture, IsMergedOutOfWhatTheAdapterFeeds) {
-    const Scene scene(kWidth, kHeight);
-    const Feed feeds[] = {
-        {"a burst of RAW10", {kRaw10}, 8, 0, Frames(8)},
-        {"a burst of RAW16", {kRaw16}, 8, 0, Frames(8)},
-        {"a burst of YUV", {kYuv}, 8, 0, Frames(8)},
-        {"the largest burst", {kRaw10}, 12, 0, Frames(12)},
-        {"one frame", {kRaw10}, 1, 0, Frames(1)},
-        {"the sensor of camera 1", {kRaw10}, 2, 1, Frames(2)},
-        {"the sensor of camera 2", {kRaw10}, 2, 2, Frames(2)},
-        {"the sensor of camera 3", {kRaw16}, 2, 3, Frames(2)},
-        {"raw and YUV", {kRaw10, kYuv}, 2, 0, {{0}, {0}, {1}, {1}}},
-        {"dual RDI with a manager each", {kRaw10, kRaw16}, 1, 0, {{0}, {1}}},
-        // Even streams use handle i of set i, odd ones 2i + 1.
-        {"dual RDI with shared handles",
-         {kRaw10, kRaw10},
-         4,
-         0,
-         {{0, 1}, {0, 2}, {0, 1}, {0, 2}, {0, 0}, {0, 1}, {0, 0}, {0, 1}}},
-    };
-    for (const Feed& feed : feeds) {
-        SCOPED_TRACE(feed.name);
-        const Judgement judgement = Take(feed, scene).Submit(scene);
-        EXPECT_TRUE(judgement.IsAsExpected()) << judgement.Describe();
-    }
 }
 
 // --- What the host finds out
@@ -278,7 +166,7 @@ TEST(PictureDevelopment, KeepsAColourToTheEdgesForEachPattern) {
 }
 
 TEST(PictureDevelopment, ReadsPackedPixels) {
-    // Two rows of RGGB: R 803, G 400, B 202. The fifth byte has the first pixel's lower bits lowest.
+    // Two rows of RGGB: R 803, G 400, B 202. In the fifth byte, the first pixel's bits are lowest.
     const uint8_t rows[2][5] = {{200, 100, 200, 100, 0b00110011}, {100, 50, 100, 50, 0b10001000}};
     Bytes packed;
     for (uint32_t group = 0; group < kLumas / 4; ++group) {

@@ -73,11 +73,15 @@ struct Client {
     ChiBufferManagerHandle manager = nullptr;
     ChiImageBufferHandle image = nullptr;
 
-    std::function<void()> onResult;
-    ChiOfflineSessionCallbacks callbacks = {.ProcessCaptureResultCb = OnResult,
-                                            .ProcessNotifyCb = OnNotify,
-                                            .GetFrameworkBuffers = OnQuery,
-                                            .pPrivateCallbackData = this};
+    std::function<void()> onResult = [] {};
+    ChiOfflineSessionCallbacks callbacks = {
+        .ProcessCaptureResultCb =
+            [](const ChiOfflineSessionCallbacks* own, auto...) {
+                static_cast<const Client*>(own->pPrivateCallbackData)->onResult();
+            },
+        .ProcessNotifyCb = [](auto...) {},
+        .GetFrameworkBuffers = [](auto...) -> uint32_t { return 1; },
+        .pPrivateCallbackData = this};
     ChiOfflineSessionCreateInfo createInfo = {"Night", 0, &callbacks};
     ChiOfflineSessionConfigInfo config = {
         .pCameraText = "0", .numStreams = 2, .ppChiStreams = streams, .pSessionSettings = metadata};
@@ -175,21 +179,6 @@ struct Client {
         }
         pBufferOps->pClose(pBufferOps);
         device->CheckAllReturned();
-    }
-
-  private:
-    static void OnResult(const ChiOfflineSessionCallbacks* callbacks, unsigned int /*count*/,
-                         ChiOfflineCaptureResultInfo* /*result*/) {
-        const auto& client = *static_cast<const Client*>(callbacks->pPrivateCallbackData);
-        if (client.onResult) {
-            client.onResult();
-        }
-    }
-    static void OnNotify(const ChiOfflineSessionCallbacks*, unsigned int, ChiOfflineMessageInfo*) {}
-    static uint32_t OnQuery(const ChiOfflineSessionCallbacks*, unsigned int,
-                            const ChiOfflineQueryBuffer*, unsigned int*,
-                            ChiOfflineQueryStreamBuffer*) {
-        return 1;
     }
 };
 
@@ -635,39 +624,6 @@ TEST(Contract, ARequestsRecordsAreSpoiledOnceItIsExecuted) {
     EXPECT_TRUE(isSpoiled(client.inputSet) && isSpoiled(client.outputSet));
     EXPECT_TRUE(isSpoiled(client.input));
     client.End();
-}
-
-TEST(Contract, HoldsForALiveRequestOfEachShape) {
-    for (const Shape shape : {Shape::MetadataFirst, Shape::BuffersFirst, Shape::Together,
-                              Shape::Partials, Shape::ErrorBuffer, Shape::SecondBlock}) {
-        Device device; // Looks for violations when it goes.
-        device->SetShape(shape);
-        Camera camera(device);
-        Request request;
-        request.UseVendorBuffers(camera);
-        RequestWatch watch("camera 0, request 0");
-        watch.Expect({.frameNumber = request.wrapper.rtFrameNumber,
-                      .partialNumber = request.privData.partialResultBase + 255,
-                      .reports = shape == Shape::SecondBlock ? 2U : 1U,
-                      .stream = request.output.stream,
-                      .buffer = request.output.buffer});
-        watch.OnSubmitted(request.Submit(camera));
-        EXPECT_TRUE(request.WaitComplete());
-        for (Event& event : request.Events()) {
-            event.result.output_buffers = event.buffers.data();
-            if (event.kind == Event::Result) {
-                watch.OnResult(event.result);
-            } else if (event.kind == Event::Release) {
-                watch.OnRelease();
-            } else {
-                watch.OnCompletion(event.status);
-            }
-        }
-        request.GiveBack(camera);
-        camera.Flush();
-        camera.Destroy();
-        watch.OnClosed();
-    }
 }
 
 } // namespace

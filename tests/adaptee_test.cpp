@@ -48,7 +48,8 @@ TEST(Camera, LogsItsLife) {
     const void* metadata = MadeUp(device->Calls(Entry::MetadataOpsClose).at(0).args.at(0));
     const void* buffers = MadeUp(device->Calls(Entry::BufferOpsClose).at(0).args.at(0));
     constexpr const char kLife[] =
-        R"(I Create: OfflineCameraContext %p, size:120, name:%s, pOpenSession:%p, pOpenMetadata:%p, pOpenBufferOps:%p
+        R"(I Create: OfflineCameraContext %p, size:120, name:%s, pOpenSession:%p, )"
+        R"(pOpenMetadata:%p, pOpenBufferOps:%p
 I Create: mpOfflineBufferOps:%p
 I PlatformAdapter: meta adpatee %p buffer adaptee %p
 I Flush: Adapter Flush

@@ -51,8 +51,8 @@ using namespace test;
 
 // --- What is expected
 
-/// Where the scene is looked at: after its requests, after the flush before the last of them, and at
-/// its end.
+/// Where the scene is looked at: after its requests, after the flush before the last of them, and
+/// at its end.
 enum Point : size_t { First, Second, Flushed, Third, Last, Points };
 
 /// A letter for each object that is alive in the vendor.
@@ -266,7 +266,7 @@ class Life : public standin::Observer {
             EXPECT_EQ(mAlive.at(point), alive);
         }
     }
-    /// What was logged at error level, without what is in good times, and the rules that were broken.
+    /// What was logged at error level, less what is in good times, and the rules that were broken.
     static std::set<std::string> Errors() {
         const std::regex address("0x[0-9a-f]+");
         std::set<std::string> errors;

@@ -12,7 +12,7 @@ using namespace test;
 
 // --- One failure among three
 
-/// A camera and a request for three features in turn, each with a stream of its own or all with one.
+/// A camera and a request for three features in turn, with a stream for each or one for all.
 struct ThreeFeatures : Scene {
     std::array<camera3_stream, 3> streams;
     std::array<camera3_stream*, 3> outputs;

@@ -1,5 +1,5 @@
-/// The layout of the records that cross a boundary, typed once more from the contract where no other
-/// test reads the whole record by its offsets, and the library as a device has it.
+/// The layout of the records that cross a boundary, typed once more from the contract where no
+/// other test reads the whole record by its offsets, and the library as a device has it.
 
 #include "tests/support/device.h"
 

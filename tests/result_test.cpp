@@ -71,9 +71,9 @@ TEST(Completion, LogsItsStepsInOrder) {
     scene.UseWords({37}, 3);
     scene.Submit();
     scene.Send({.statuses = {3}, .metadata = scene.Pending().pOutputMetadata});
-    EXPECT_EQ(
-        scene.Named(Log("ProcessCaptureResultCb")),
-        R"(I frameNumber numBuf:1 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 pMetadata:<metadata> pLastCount 0
+    EXPECT_EQ(scene.Named(Log("ProcessCaptureResultCb")),
+              R"(I frameNumber numBuf:1 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 )"
+              R"(pMetadata:<metadata> pLastCount 0
 I [offline_meta] frameNumber:1 release offline input metadata:0x2002 and output metadata:<metadata>
 I Freeing up real time output buffers (input to first offline session)
 E ERROR BUFFER status 3
@@ -234,9 +234,9 @@ TEST(CaptureResult, CarriesTheRequestsFrameAndThePartialNumberOfItsMetadata) {
     EXPECT_EQ(event.buffers.at(0).status, 1);
     const auto made = scene.device->Calls(Entry::MetadataCreateAndroid).at(0).args;
     EXPECT_EQ(std::vector(made.begin() + 2, made.end()), (std::vector<uint64_t>{1, 0, 0, 0}));
-    EXPECT_EQ(
-        scene.Named(Log("ProcessOfflineCaptureResultCb")),
-        R"(I offline buffer received, frameNumber:7, buferIndex:0/1, stream:<out> format:35 size(64, 32)
+    EXPECT_EQ(scene.Named(Log("ProcessOfflineCaptureResultCb")),
+              R"(I offline buffer received, frameNumber:7, buferIndex:0/1, stream:<out> format:35 )"
+              R"(size(64, 32)
 I Get offline camera metadata for frame:7 pMeta:<android metadata>)");
 }
 

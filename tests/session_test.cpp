@@ -25,25 +25,33 @@ TEST(Session, IsOpenedPreparedAndConfiguredByItsFirstRequest) {
     EXPECT_EQ(log.substr(start, log.find("I Submit", start) - start),
               R"(I GetSessHandle: pOutStream <out> cameraId 5 featureName Night
 I GenerateOfflineSessions: Generate offline session for pStream(<out>) size (64 x 32) Started...
-I GenerateOfflineSessions: Generate offline session for feature Night outputStream:<out> phyCameraId:5 size (64 x 32) pInputStreams[1/1] <in> size (96 x 32) start
+I GenerateOfflineSessions: Generate offline session for feature Night outputStream:<out> )"
+              R"(phyCameraId:5 size (64 x 32) pInputStreams[1/1] <in> size (96 x 32) start
 E FindOfflineInfo: find offline info Night success
 I DoOpenOfflineSession: Shared session handle: 0
 I DoOpenOfflineSession: Opened new session, sessionHdl: <session>
 E FindOfflineInfo: find offline info Night success
 E FindOfflineInfo: find offline info Night success
-I OpenOfflineSession: [oemlayer_stream] offline session Night for cameraId:5 stream:<out> sessHdl:<session>
-I Initialize: Prepare config offline m_Sesshdle <session> pOutStream <out> pInStreams size 1 pConfiguration 0x77
+I OpenOfflineSession: [oemlayer_stream] offline session Night for cameraId:5 stream:<out> )"
+              R"(sessHdl:<session>
+I Initialize: Prepare config offline m_Sesshdle <session> pOutStream <out> pInStreams size 1 )"
+              R"(pConfiguration 0x77
 I PrepareOfflineConfig: [oemlayer_stream] Preparing streams for Night numInStreams 1
-I PrepareOfflineConfig: [oemlayer_stream] Convert offline input streamIndex: pHalStream:<in> to pChiStream:<stream 0>, type:0, format:37 size(96, 32)
+I PrepareOfflineConfig: [oemlayer_stream] Convert offline input streamIndex: pHalStream:<in> to )"
+              R"(pChiStream:<stream 0>, type:0, format:37 size(96, 32)
 I DoPrepareOfflineConfig: create chimeta: <settings> 
-I DoPrepareOfflineConfig: [oemlayer_stream] Configuring offline input stream:<stream 0> format: 37, size(96, 32) at Index:0/1
+I DoPrepareOfflineConfig: [oemlayer_stream] Configuring offline input stream:<stream 0> format: )"
+              R"(37, size(96, 32) at Index:0/1
 I DoPrepareOfflineConfig: [oemlayer_stream] Buffer format for input stream Id 0 for session Night
-I DoPrepareOfflineConfig: [oemlayer_stream] Configuring offline output stream:<out> format:35, size(64, 32) at Index:0/1
+I DoPrepareOfflineConfig: [oemlayer_stream] Configuring offline output stream:<out> format:35, )"
+              R"(size(64, 32) at Index:0/1
 I ConfigStreams: [oemlayer_stream] configure camera 5 with ppChiStreams: <list>
 I ConfigStreams: destroy chimeta: <settings>
-I GenerateOfflineSessions: Generate offline session for feature Night outputStream:<out> phyCameraId:5 size (64 x 32) end
+I GenerateOfflineSessions: Generate offline session for feature Night outputStream:<out> )"
+              R"(phyCameraId:5 size (64 x 32) end
 I GenerateOfflineSessions: Generate offline session for pStream(<out>) size (64 x 32) End...
-I GenerateOfflineSessions: Supported session[1/1]: handle <session> cameraId 5 feature Night for outputStream <out>
+I GenerateOfflineSessions: Supported session[1/1]: handle <session> cameraId 5 feature Night )"
+              R"(for outputStream <out>
 I GetSessHandle: Session handle <session> matched.
 )");
     std::string entries;
@@ -132,13 +140,14 @@ TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
 
 TEST(Session, IsSharedByEqualIdentitiesOnly) {
     Scene scene;
+    Put(scene.request.wrapper, 96, 0x66);
     scene.Submit();
     scene.Submit();
     EXPECT_EQ(scene.Named(LastLog("GetSessHandle")), "I Session handle <session> matched.");
     scene.request.wrapper.identity.cameraId = 1;
     scene.Submit();
     scene.request.wrapper.identity.featureName = "Hdr";
-    Put(scene.request.wrapper, 96, 0x77); // A session's parameters are those of its own opening.
+    Put(scene.request.wrapper, 96, 0x77); // Of the submission that opens the session.
     EXPECT_EQ(scene.Submit(), 0U);
     EXPECT_EQ(scene.device->Calls(Entry::MetadataCreateFromAndroid).at(2).args.at(1), 0x77U);
     const auto sessions = scene.device->Sessions(); // In the order of opening.

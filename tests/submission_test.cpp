@@ -191,10 +191,13 @@ TEST(Submission, LogsItsStepsInOrder) {
     Put(scene.request.wrapper, 96, 0x77);
     scene.Submit();
     // The result came before the last line, when there was nothing yet to lower the counter from.
-    EXPECT_EQ(
-        scene.Named(Log("SubmitRequestFromRT")),
-        R"(I pChiMetadataHandles: <wrapper+120>, pRDIBufferHandles: <wrapper+216> pRDIBufferStream: <wrapper+320> pRealtimePrivateData: <private>,pOfflineOutputBuffer: <buffer> m_pRealtimeSessionParameters: 0x77 mpOffCamAppCbs <callbacks>
-I rtFrameNumber:7, bufferIndex:0/1, offline inputmeta:<rt metadata> outputmeta:(nil) pBufferManager 0xa0
+    EXPECT_EQ(scene.Named(Log("SubmitRequestFromRT")),
+              R"(I pChiMetadataHandles: <wrapper+120>, pRDIBufferHandles: <wrapper+216> )"
+              R"(pRDIBufferStream: <wrapper+320> pRealtimePrivateData: )"
+              R"(<private>,pOfflineOutputBuffer: <buffer> m_pRealtimeSessionParameters: 0x77 )"
+              R"(mpOffCamAppCbs <callbacks>
+I rtFrameNumber:7, bufferIndex:0/1, offline inputmeta:<rt metadata> outputmeta:(nil) )"
+              R"(pBufferManager 0xa0
 I streamId:0/3, stream <stream 0>, streamType:1 format:37 size:(64, 32)
 I Input Stream Buffer Format Info, cfaPattern: 2 buffer format: 9
 I streamId:1/3, stream <stream 1>, streamType:1 format:38 size:(64, 32)

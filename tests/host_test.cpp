@@ -177,6 +177,8 @@ INSTANTIATE_TEST_SUITE_P(
     Each, RunWithFault,
     testing::Values(
         FaultCase{"fail OpenSession", kRefused}, FaultCase{"missing OpenSession", kRefused},
+        FaultCase{"fail OpenSession 1 1", R"("completed": 1, "refused": {"4": 2})"},
+        FaultCase{"fail OpenSession 2 1", R"("completed": 2, "refused": {"4": 1})"},
         FaultCase{"fail ConfigureStreams", kNotConfigured},
         FaultCase{"fail ConfigureStreams 1 1",
                   R"("completed": 1, "refused": {"4": 2}, "violations": ["V5", "V23"])"},

@@ -3,56 +3,9 @@
 
 #include "tests/support/scene.h"
 
-#include <array>
-#include <tuple>
-
 namespace {
 
 using namespace test;
-
-// --- One failure among three
-
-/// A camera and a request for three features in turn, with a stream for each or one for all.
-struct ThreeFeatures : Scene {
-    std::array<camera3_stream, 3> streams;
-    std::array<camera3_stream*, 3> outputs;
-
-    explicit ThreeFeatures(bool share = false) {
-        device.ExpectLeftovers();
-        streams.fill(request.outputStream);
-        for (size_t i = 0; i < streams.size(); ++i) {
-            outputs[i] = &streams[share ? 0 : i];
-        }
-    }
-    /// \returns status and story of each, as in "0 MB R C0".
-    Texts SubmitAll() {
-        Texts outcomes;
-        for (camera3_stream* output : outputs) {
-            constexpr const char* features[] = {"Night", "Portrait", "Hdr"};
-            const size_t before = request.Events().size();
-            request.wrapper.identity.featureName = features[outcomes.size()];
-            request.wrapper.identity.pOutStream = request.output.stream = output;
-            const std::string status = std::to_string(Submit());
-            outcomes.push_back(status + " " + Story(request, before));
-        }
-        return outcomes;
-    }
-};
-
-TEST(KeptLeaks, AFailureCostsOneIdentityOnly) {
-    for (const auto& [entry, result, outcome] : {std::tuple{Entry::OpenSession, 0, "4 "},
-                                                 {Entry::ConfigureStreams, 1, "4 "},
-                                                 {Entry::ExecuteRequest, 1, "1 "}}) {
-        for (uint32_t nth = 1; nth <= 3; ++nth) {
-            SCOPED_TRACE(Printed("%s %u", standin::EntryName(entry), nth));
-            ThreeFeatures scene;
-            scene.device->Fail(entry, static_cast<uint64_t>(result), nth, 1);
-            Texts outcomes(3, "0 MB R C0");
-            outcomes[nth - 1] = outcome;
-            EXPECT_EQ(scene.SubmitAll(), outcomes);
-        }
-    }
-}
 
 // --- Submissions that end early
 
@@ -129,6 +82,31 @@ TEST(KeptLeaks, ASessionThatFailedToOpenCanStillCallBackAfterALaterOneFailed) {
     EXPECT_STREQ(create->pSessionName, "session_of_camera_0");
     EXPECT_EQ(CountLogged("E", "request hal stream buffer failed"), 1U) << "it has its camera";
 }
+
+/// A camera and a request for three features in turn, with a stream for each or one for all.
+struct ThreeFeatures : Scene {
+    camera3_stream outputs[3];
+    const bool isShared;
+
+    explicit ThreeFeatures(bool share)
+        : outputs{request.outputStream, request.outputStream, request.outputStream},
+          isShared(share) {
+        device.ExpectLeftovers();
+    }
+    /// \returns status and story of each, as in "0 MB R C0".
+    Texts SubmitAll() {
+        Texts outcomes;
+        for (const char* feature : {"Night", "Portrait", "Hdr"}) {
+            const size_t before = request.Events().size();
+            request.wrapper.identity.featureName = feature;
+            request.output.stream = &outputs[isShared ? 0 : outcomes.size()];
+            request.wrapper.identity.pOutStream = request.output.stream;
+            const std::string status = std::to_string(Submit());
+            outcomes.push_back(status + " " + Story(request, before));
+        }
+        return outcomes;
+    }
+};
 
 TEST(KeptLeaks, ACloseThatFailsLeavesOneSessionAndItsIdentity) {
     for (uint32_t i = 0; i < 6; ++i) {

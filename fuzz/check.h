@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <string>
 
+/// Runs a program over one input. Each program has its own.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
 namespace fuzz {
 
 /// The bytes of one input, read from the front; zeros behind the end.

@@ -10,8 +10,10 @@
 #include "fuzz/heap.h"
 #include "standin/control.h"
 
+#include <algorithm>
 #include <list>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -25,15 +27,8 @@ bool IsBlank(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); 
 
 /// The value of a digit, `base` for anything else.
 uint64_t DigitOf(char byte, uint64_t base) {
-    uint64_t digit = base;
-    if (byte >= '0' && byte <= '9') {
-        digit = static_cast<uint64_t>(byte - '0');
-    } else if (byte >= 'a' && byte <= 'f') {
-        digit = static_cast<uint64_t>(byte - 'a') + 10;
-    } else if (byte >= 'A' && byte <= 'F') {
-        digit = static_cast<uint64_t>(byte - 'A') + 10;
-    }
-    return digit < base ? digit : base;
+    constexpr std::string_view kDigits = "00112233445566778899aAbBcCdDeEfF";
+    return std::min<uint64_t>(kDigits.find(byte) / 2, base);
 }
 
 /// The number that a text begins with, as 64 bits that stop at `most`; nothing if there is none.
@@ -138,8 +133,6 @@ void Run(fuzz::Input input) {
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     StandinControl()->SetRecording(false);

@@ -147,8 +147,6 @@ void Run(fuzz::Input input) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::HeapWatch heap;
     Run({data, size});

@@ -19,9 +19,12 @@ std::optional<uint32_t> Model::Call(Entry entry) {
     return fails ? std::optional(fault.result) : std::nullopt;
 }
 
-Answered Model::Pass(Entry entry) {
+Answered Model::Ask(bool hasTable, Entry entry) {
+    if (!hasTable || !Has(entry)) {
+        return {};
+    }
     const auto fault = Call(entry);
-    return {true, !fault.has_value(), fault.value_or(0)};
+    return {!fault.has_value(), fault.value_or(0)};
 }
 
 // --- Cameras
@@ -82,18 +85,17 @@ void Model::Close(Camera& camera, Session* session) {
     }
 }
 
-bool Model::IsAnyInFlight() const {
-    return std::any_of(requests.begin(), requests.end(),
-                       [](const Request& request) { return request.state == Request::InFlight; });
+/// Images that go may be those of any request in flight.
+void Model::TakeImages() {
+    for (const Request& request : requests) {
+        if (request.state == Request::InFlight) {
+            broken.insert(Rule::ImageAlive);
+        }
+    }
 }
 
 void Model::TearDown(Camera& camera) {
-    if (IsAnyInFlight()) {
-        broken.insert(Rule::ImageAlive);
-    }
-    if (!camera.hasBuffers) {
-        return;
-    }
+    TakeImages();
     for (const auto& [stream, manager] : camera.managers) {
         if (!Buffers(camera, Entry::BufferManagerDestroy) || !manager.isThere) {
             continue;
@@ -108,17 +110,14 @@ void Model::TearDown(Camera& camera) {
 }
 
 bool Model::GetImage(Camera& camera, const camera3_stream& stream, bool isImage) {
-    if (!camera.hasBuffers) {
-        return false;
-    }
     auto known = camera.managers.find(&stream);
-    if (known == camera.managers.end() && Has(Entry::BufferManagerCreate)) {
+    if (known == camera.managers.end() && camera.hasBuffers && Has(Entry::BufferManagerCreate)) {
         known = camera.managers.emplace(&stream, Camera::Manager{}).first;
         known->second.isThere = Works(Entry::BufferManagerCreate);
         alive.bufferManagers += known->second.isThere ? 1 : 0;
     }
-    if (!Has(Entry::GetImageBuffer) || !Works(Entry::GetImageBuffer) || !isImage ||
-        known == camera.managers.end() || !known->second.isThere) {
+    if (!Buffers(camera, Entry::GetImageBuffer) || !isImage || known == camera.managers.end() ||
+        !known->second.isThere) {
         return false;
     }
     ++alive.imageBuffers;
@@ -127,9 +126,7 @@ bool Model::GetImage(Camera& camera, const camera3_stream& stream, bool isImage)
 }
 
 void Model::ReleaseImage(Camera& camera, const camera3_stream& stream) {
-    if (IsAnyInFlight()) {
-        broken.insert(Rule::ImageAlive);
-    }
+    TakeImages();
     if (Buffers(camera, Entry::ReleaseImageBuffer)) {
         --alive.imageBuffers;
         --camera.managers.at(&stream).images;
@@ -309,18 +306,8 @@ uint32_t Model::Start(Request& request) {
 
 namespace {
 
-enum Feeding { NotFed, Raw, Yuv };
-
-Feeding HowFed(const camera3_stream& stream, const Request& request) {
-    switch (stream.format) {
-    case HAL_PIXEL_FORMAT_RAW10:
-    case HAL_PIXEL_FORMAT_RAW16:
-        return Raw;
-    case HAL_PIXEL_FORMAT_YCBCR_420_888:
-        return request.wrapper.yuvInput == 1 ? Yuv : NotFed;
-    default:
-        return NotFed;
-    }
+bool IsRaw(const camera3_stream* stream) {
+    return stream->format == HAL_PIXEL_FORMAT_RAW10 || stream->format == HAL_PIXEL_FORMAT_RAW16;
 }
 
 /// What a request to the session feeds in each set. The output's record is the host's own, and is
@@ -336,7 +323,10 @@ std::vector<const camera3_stream*> FedStreams(const Session& session, const Requ
     if (session.pOutput->stream_type == CAMERA3_STREAM_INPUT) {
         fed.push_back(session.pOutput);
     }
-    std::erase_if(fed, [&](const auto* stream) { return HowFed(*stream, request) == NotFed; });
+    std::erase_if(fed, [&](const camera3_stream* stream) {
+        const bool isYuv = stream->format == HAL_PIXEL_FORMAT_YCBCR_420_888;
+        return !IsRaw(stream) && !(isYuv && request.wrapper.yuvInput == 1);
+    });
     return fed;
 }
 
@@ -349,12 +339,11 @@ bool Model::Feed(const Session& session, Request& request) {
     if (fed.size() * sets > OemLayer::kMaxInputBuffers) {
         return false;
     }
-    const auto isRaw = [&](const auto* stream) { return HowFed(*stream, request) == Raw; };
-    request.firstIsRaw = sets != 0 && !fed.empty() && isRaw(fed[0]) ? 1 : 0;
+    request.firstIsRaw = sets != 0 && !fed.empty() && IsRaw(fed[0]) ? 1 : 0;
     request.capacity = std::max(2 * sets, static_cast<uint32_t>(fed.size()));
     ++left.requests;
     left.buffers += 1 + request.capacity;
-    left.formats += static_cast<size_t>(std::count_if(fed.begin(), fed.end(), isRaw)) * sets;
+    left.formats += static_cast<size_t>(std::count_if(fed.begin(), fed.end(), IsRaw)) * sets;
     return true;
 }
 
@@ -373,9 +362,8 @@ void Model::Tolerate(const Session& session, const Request& request) {
             broken.insert(Rule::InputManager);
         }
         const camera3_stream& image = *request.pRawImage;
-        if (HowFed(*stream, request) == Raw &&
-            (stream->format != image.format || stream->width != image.width ||
-             stream->height != image.height)) {
+        if (IsRaw(stream) && (stream->format != image.format || stream->width != image.width ||
+                              stream->height != image.height)) {
             broken.insert(Rule::Memory);
         }
         if (stream == session.pOutput) {

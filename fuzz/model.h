@@ -150,8 +150,9 @@ struct Fault {
 
 /// What comes of an operation that the library passes on: status 0 also where there is none.
 struct Answered {
-    bool isAsked = false, works = false;
+    bool works = false;
     uint32_t status = 0;
+    operator bool() const { return works; }
 };
 
 inline constexpr size_t kConfigRows = 2;
@@ -181,18 +182,11 @@ class Model {
     /// One call of an entry. Has a value if it fails: its result.
     std::optional<uint32_t> Call(Entry entry);
     bool Works(Entry entry) { return !Call(entry).has_value(); }
-    /// The same where the operations may be missing.
-    bool Interface(Entry entry) { return HasInterface(entry) && Works(entry); }
-    bool Metadata(const Camera& camera, Entry entry) {
-        return camera.hasMetadata && Has(entry) && Works(entry);
-    }
-    bool Buffers(const Camera& camera, Entry entry) {
-        return camera.hasBuffers && Has(entry) && Works(entry);
-    }
-    Answered Ask(const Camera& camera, Entry entry) {
-        return camera.hasMetadata && Has(entry) ? Pass(entry) : Answered{};
-    }
-    Answered AskInterface(Entry entry) { return HasInterface(entry) ? Pass(entry) : Answered{}; }
+    /// The same where the table of operations may be missing, or the entry in it.
+    Answered Ask(bool hasTable, Entry entry);
+    Answered Interface(Entry entry) { return Ask(mHasInterface, entry); }
+    Answered Metadata(const Camera& camera, Entry entry) { return Ask(camera.hasMetadata, entry); }
+    Answered Buffers(const Camera& camera, Entry entry) { return Ask(camera.hasBuffers, entry); }
     bool Has(Entry entry) const { return !missing.contains(entry); }
     bool HasInterface(Entry entry) const { return mHasInterface && Has(entry); }
 
@@ -220,7 +214,6 @@ class Model {
     void CheckDevice() const;
 
   private:
-    Answered Pass(Entry entry);
     Session* FindSession(Camera& camera, const Request& request);
     static Camera::Chain* FindChain(Camera& camera, const Request& request);
     void Generate(Camera& camera, const Request& request);
@@ -234,7 +227,7 @@ class Model {
     void Report(Request& request, const Delivered& result);
     void Complete(Request& request, const Delivered& result);
     void Emit(Request& request, const Event& event);
-    bool IsAnyInFlight() const;
+    void TakeImages();
     void Lose(const Session* session, const Camera* camera);
 
     bool mHasInterface;

@@ -1,13 +1,12 @@
 /// Runs a fuzzed program over the files of folders, where it is no fuzzer.
 
-#include <cstdint>
+#include "fuzz/check.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 // NOLINTNEXTLINE(bugprone-exception-escape): whatever is thrown here ends the process
 int main(int argc, char** argv) {

@@ -1,0 +1,138 @@
+/// The host's cameras with their images, and the calls that need no camera.
+
+#include "fuzz/scene.h"
+
+#include <algorithm>
+
+namespace fuzz {
+
+HostCamera& Scene::PickCamera() {
+    HostCamera& camera = Pick(cameras);
+    if (!camera.exists) {
+        Trace("Create %u", camera.id);
+        PlatformIntContext(&camera.slots, camera.id);
+        model.Create(camera);
+        Check(camera.slots.Create(&camera.slots, camera.id) != nullptr, "there is no camera");
+    }
+    return camera;
+}
+
+namespace {
+
+void* GetImage(Scene& scene, HostCamera& camera, size_t stream) {
+    const bool comes = scene.model.GetImage(camera, g_inputs[stream], stream < kImages);
+    void* const image = camera.slots.GetImageBuffer(&camera.slots, &g_inputs[stream]);
+    Expect("the presence of an image", image != nullptr, comes);
+    if (image != nullptr) {
+        camera.images.push_back({image, stream});
+    }
+    return image;
+}
+
+void ReleaseImage(Scene& scene, HostCamera& camera) {
+    const Image image = scene.Take(camera.images);
+    scene.model.ReleaseImage(camera, g_inputs[image.stream]);
+    camera.slots.ReleaseImageBuffer(&camera.slots, image.handle);
+}
+
+/// A host that is careful gives its images back first.
+void TearDown(Scene& scene, HostCamera& camera) {
+    const bool isCareful = !scene.Flag();
+    StandinControl()->SetTracePoints(scene.Flag());
+    Trace("TearDown %u, careful %d", camera.id, isCareful);
+    while (isCareful && !camera.images.empty()) {
+        ReleaseImage(scene, camera);
+    }
+    camera.images.clear();
+    scene.model.TearDown(camera);
+    camera.slots.TearDownResource(&camera.slots);
+    Expect("the number of open sections", ThePlatform().openSections, 0);
+}
+
+} // namespace
+
+void* ImageFor(Scene& scene, HostCamera& camera, size_t stream) {
+    const auto known =
+        std::find_if(camera.images.begin(), camera.images.end(),
+                     [stream](const Image& image) { return image.stream == stream; });
+    return known != camera.images.end() ? known->handle : GetImage(scene, camera, stream);
+}
+
+void Destroy(Scene& scene, HostCamera& camera) {
+    TearDown(scene, camera);
+    Trace("Destroy %u", camera.id);
+    scene.model.Destroy(camera);
+    Expect("what Destroy returns", camera.slots.Destroy(&camera.slots), 0);
+    camera.setMetadata.clear();
+}
+
+void DestroyStep(Scene& scene) { Destroy(scene, scene.PickCamera()); }
+
+void TearDownStep(Scene& scene) { TearDown(scene, scene.PickCamera()); }
+
+void FlushStep(Scene& scene) {
+    HostCamera& camera = scene.PickCamera();
+    Trace("Flush %u", camera.id);
+    scene.model.Flush(camera);
+    camera.slots.Flush(&camera.slots);
+}
+
+void ImageStep(Scene& scene) {
+    HostCamera& camera = scene.PickCamera();
+    void* const image = GetImage(scene, camera, scene.Below(std::size(kInputs)));
+    if (image != nullptr) {
+        const bool isThere = scene.model.Buffers(camera, Entry::GetCPUAddress);
+        void* const address = camera.slots.GetCPUAddress(&camera.slots, image);
+        Expect("the presence of memory", address != nullptr, isThere);
+    }
+}
+
+void ReleaseImageStep(Scene& scene) {
+    HostCamera& camera = scene.PickCamera();
+    if (!camera.images.empty()) {
+        ReleaseImage(scene, camera);
+    }
+}
+
+void TranslateStep(Scene& scene) {
+    PlatFormIntCallbacks* const table = &scene.PickCamera().slots;
+    const camera3_stream_buffer source{
+        .stream = &g_outputs[0], .buffer = &g_handle, .status = scene.Byte()};
+    ChiStreamBuffer chi{};
+    camera3_stream_buffer back{};
+    const Answered to = scene.model.Interface(Entry::TranslateToChiBuffer);
+    const Answered from = scene.model.Interface(Entry::TranslateFromChiBuffer);
+    Expect("the status of a translation to the vendor",
+           table->TranslateToBuffer(table, &source, &chi), to.status);
+    Expect("the status of a translation from the vendor",
+           table->TranslateFromBuffer(table, &chi, &back), from.status);
+    Check(!to.works || !from.works ||
+              (back.stream == source.stream && back.buffer == source.buffer &&
+               back.status == source.status),
+          "a buffer comes back as another one");
+}
+
+/// For ids without camera, and for such as no camera can have, too.
+void NoCameraStep(Scene& scene) {
+    constexpr uint32_t kIds[] = {0, 7, 15, 1, 16, UINT32_MAX};
+    PlatFormIntCallbacks table{};
+    PlatformIntContext(&table, scene.Pick(kIds));
+    PlatFormIntCallbacks* const argument = scene.Flag() ? &table : nullptr;
+    table.ProcRequest(argument);
+    Check(table.GetNCSCallback(argument) != nullptr && table.GetHWCallback(argument) != nullptr &&
+              table.GetPerfCallback(argument) != nullptr,
+          "the camera module has a function less");
+    const auto statusOf = [&](Entry entry) { return scene.model.Call(entry).value_or(0); };
+    int settings = 0;
+    void* result = nullptr;
+    const uint32_t status = statusOf(Entry::CreateSensorInitSettings);
+    Expect("the status of the sensor's settings",
+           static_cast<uint32_t>(table.CreateSensorInitSettings(argument, settings, 77)), status);
+    Expect("the sensor's settings", settings, status == 0 ? 77 : 0);
+    Expect("the status of the modes", table.EnumerateSensorModes(1, 2, nullptr),
+           statusOf(Entry::EnumerateSensorModes));
+    Expect("the status of the extension", table.ExtensionProcessResultMeta(1, &result),
+           statusOf(Entry::ExtensionProcessResultMeta));
+}
+
+} // namespace fuzz

@@ -1,0 +1,91 @@
+/// What the steps of one input share.
+///
+/// A step is what host, framework or vendor does once: it reads from the input what it needs, tells
+/// the model, then calls the library or changes the device.
+#pragma once
+
+#include "fuzz/check.h"
+#include "fuzz/model.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace fuzz {
+
+inline constexpr uint32_t kWidth = 8;
+inline constexpr uint32_t kHeight = 4;
+
+constexpr camera3_stream Stream(int32_t format, uint32_t width = kWidth, uint32_t height = kHeight,
+                                int32_t type = CAMERA3_STREAM_OUTPUT) {
+    return {.stream_type = type, .width = width, .height = height, .format = format};
+}
+
+/// Input streams; the first three are also those of the images that are fed. What comes after the
+/// first six makes no image.
+inline constexpr camera3_stream kInputs[] = {
+    Stream(HAL_PIXEL_FORMAT_RAW10),
+    Stream(HAL_PIXEL_FORMAT_RAW16),
+    Stream(HAL_PIXEL_FORMAT_YCBCR_420_888),
+    Stream(HAL_PIXEL_FORMAT_RAW12),
+    Stream(HAL_PIXEL_FORMAT_BLOB),
+    Stream(HAL_PIXEL_FORMAT_RAW10, kWidth, kHeight, CAMERA3_STREAM_INPUT),
+    Stream(HAL_PIXEL_FORMAT_RAW10, 0),
+    Stream(HAL_PIXEL_FORMAT_BLOB, 0x10000, 0x10000),
+    Stream(ChiStreamFormatPD10, UINT32_MAX, UINT32_MAX),
+    Stream(ChiStreamFormatUBWCNV124R, 0)};
+inline constexpr size_t kYuv = 2;
+inline constexpr size_t kImages = 6;
+
+struct Image {
+    void* handle;
+    size_t stream; ///< Among the inputs.
+};
+
+struct HostCamera : Camera {
+    PlatFormIntCallbacks slots{};
+    std::vector<Image> images{};
+    std::vector<void*> setMetadata{};
+};
+
+struct Scene : Input {
+    Scene(const Input& bytes, bool hasInterface) : Input(bytes), model(hasInterface) {}
+
+    Model model;
+    HostCamera cameras[3] = {{{.id = 0}}, {{.id = 7}}, {{.id = 15}}};
+    std::vector<void*> metadata, android; ///< Objects that the host has.
+    uint32_t lastTag = 0;
+
+    /// One of the cameras, which is made where it is not.
+    HostCamera& PickCamera();
+    template <class T> T Take(std::vector<T>& list) {
+        const auto place = list.begin() + static_cast<std::ptrdiff_t>(Byte() % list.size());
+        T taken = *place;
+        list.erase(place);
+        return taken;
+    }
+};
+
+/// The host's own streams. Their order in memory is that in which sessions are closed.
+inline camera3_stream g_inputs[std::size(kInputs)];
+inline camera3_stream g_outputs[4];
+inline uint8_t g_memory[64 * 64 * 3 / 2]; ///< Of all output buffers.
+inline buffer_handle_t g_handle;
+
+void Destroy(Scene& scene, HostCamera& camera);
+/// An image that the host has already, or a new one.
+void* ImageFor(Scene& scene, HostCamera& camera, size_t stream);
+void* CreateWithUsage(Scene& scene, HostCamera& camera);
+
+// --- The steps
+
+using Step = void(Scene& scene);
+
+// cameras.cpp
+Step DestroyStep, FlushStep, TearDownStep, NoCameraStep, ImageStep, ReleaseImageStep, TranslateStep;
+Step MakeStep, MetadataStep, ReleaseAndroidStep; // metadata.cpp
+Step SubmitStep;                                 // requests.cpp
+Step DeliverStep, CraftStep, NothingStep;        // results.cpp
+Step FaultStep, MissingStep, VendorStep;         // script.cpp
+Step FrameworkStep, StreamStep;                  // script.cpp
+
+} // namespace fuzz

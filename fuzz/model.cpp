@@ -70,6 +70,16 @@ void Model::Flush(Camera& camera) {
     camera.chains.clear();
 }
 
+namespace {
+
+/// What a session has for each of its inputs is as large, for six of them, as one format record.
+size_t AsFormats(const Session& session) {
+    using Info = OemLayer::QcomAdaptee::StreamPrivateInfo;
+    return session.inputs.size() * sizeof(Info) == sizeof(ChiInputFormat) ? 1 : 0;
+}
+
+} // namespace
+
 void Model::Close(Camera& camera, Session* session) {
     if (!HasInterface(Entry::CloseSession)) {
         return;
@@ -80,6 +90,7 @@ void Model::Close(Camera& camera, Session* session) {
         session->isOpen = false;
         --alive.sessions;
         --left.sessions;
+        left.formats -= AsFormats(*session);
         Lose(session, nullptr);
         std::erase_if(camera.links, [session](const auto& link) { return link.second == session; });
     }
@@ -209,6 +220,7 @@ bool Model::Configure(Camera& camera, Session* session, const Request& request) 
         for (const camera3_stream* stream : request.privData.inputStreams) {
             session->inputs.push_back(*stream);
         }
+        left.formats += AsFormats(*session);
         session->pOutput = request.wrapper.identity.pOutStream;
         session->isListed =
             std::all_of(session->inputs.begin(), session->inputs.end(), [](const auto& stream) {
@@ -451,7 +463,9 @@ void Model::Report(Request& request, const Delivered& result) {
 }
 
 void Model::Complete(Request& request, const Delivered& result) {
-    const bool isBad = !result.buffers.empty() && result.hasArray && result.buffers[0].status != 0;
+    // The array's first buffer decides, whether it is counted or not.
+    const uint32_t first = result.buffers.empty() ? result.surplus : result.buffers[0].status;
+    const bool isBad = result.hasArray && first != 0;
     Emit(request, {Event::Release, All});
     // As many format records are freed as buffers came: one.
     left.formats -= request.firstIsRaw;

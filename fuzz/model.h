@@ -109,6 +109,7 @@ struct Request {
 struct Delivered {
     std::vector<Buffer> buffers = {};
     bool hasArray = true;
+    uint32_t surplus = 0; ///< Status of the buffer that the array has behind the counted ones.
     enum Metadata : uint32_t { None, Output, Own } metadata = None; ///< The last is a set's.
     uint32_t partials = 0;
     bool hasMain = true;

@@ -21,14 +21,16 @@ Request* PickWaiting(Scene& scene) {
 
 void Send(Scene& scene, Request& request, const Delivered& result, ChiMetadataHandle own) {
     const standin::Job job = StandinControl()->Internals().Lock()->waiting.at(request.execution);
-    std::vector<ChiStreamBuffer> buffers(result.buffers.size());
-    for (size_t i = 0; i < buffers.size(); ++i) {
+    const auto count = static_cast<uint32_t>(result.buffers.size());
+    std::vector<ChiStreamBuffer> buffers(count + 1);
+    buffers[count].bufferStatus = result.surplus;
+    for (uint32_t i = 0; i < count; ++i) {
         buffers[i].pStream =
             result.buffers[i].hasStream ? std::bit_cast<ChiStream*>(&g_outputs[0]) : nullptr;
         buffers[i].bufferStatus = result.buffers[i].status;
     }
     const ChiMetadataHandle handles[] = {nullptr, job.execution->output.set.pMetadata, own};
-    ChiOfflineResultBlock block{.numBuffers = static_cast<uint32_t>(buffers.size()),
+    ChiOfflineResultBlock block{.numBuffers = count,
                                 .pBuffers = result.hasArray ? buffers.data() : nullptr,
                                 .numPartialMetadata = result.partials,
                                 .pMetadata = handles[result.metadata]};
@@ -37,7 +39,7 @@ void Send(Scene& scene, Request& request, const Delivered& result, ChiMetadataHa
                                      .pResult = result.hasMain ? &block : nullptr,
                                      .pSecondResult = &second,
                                      .pPrivateData = job.execution->request.pPrivateData};
-    Trace("Send %zu buffers for execution %zu", buffers.size(), request.execution);
+    Trace("Send %u buffers for execution %zu", count, request.execution);
     request.wasTouched = true;
     scene.model.Receive(request, result);
     if (request.state != Request::InFlight) {
@@ -67,7 +69,7 @@ void CraftStep(Scene& scene) {
         return;
     }
     const ChiMetadataHandle own = request->wrapper.pChiMetadataHandles[0];
-    Delivered result;
+    Delivered result{.surplus = 1};
     result.buffers.resize(scene.Below(11));
     for (Buffer& buffer : result.buffers) {
         buffer = {scene.Below(3), scene.Flag()};

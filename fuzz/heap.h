@@ -6,8 +6,8 @@
 
 namespace fuzz {
 
-/// Follows `new` and `delete` of this thread as long as it lives, whoever calls them. A block that is
-/// deleted in another way than it was made ends the process.
+/// Follows `new` and `delete` of this thread as long as it lives, whoever calls them. A block that
+/// is deleted in another way than it was made ends the process.
 class HeapWatch {
   public:
     HeapWatch();

@@ -1,11 +1,13 @@
-/// The program's allocation functions, which win over the C++ and the C library's in all of the
-/// process.
+/// What the program's allocation functions do, which win over the C++ and the C library's in all of
+/// the process.
 ///
-/// Memory is the library's where the call comes from its code. The C++ library's own code, such as a
-/// string that grows, asks for somebody: for the caller that is next on the stack. That is rare, so
-/// that a look at the stack may take its time. A block has its size and its owner in front of it,
-/// and is no longer counted when it is freed, by whomever.
+/// Memory is the library's where the call comes from its code. The C++ library's own code, such as
+/// a string that grows, asks for somebody: for the caller that is next on the stack. That is rare,
+/// so that a look at the stack may take its time. A block has its size and its owner in front of
+/// it, and is no longer counted when it is freed, by whomever.
 #include "soak/heap.h"
+
+#include "kit/heap.h"
 
 #include <algorithm>
 #include <atomic>
@@ -14,7 +16,6 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <malloc.h>
-#include <new>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -68,34 +69,8 @@ bool RuntimeWorksForLibrary() {
 }
 
 /// What lies before a block. Its header is the end of it.
-constexpr size_t Before(size_t alignment) { return std::max(alignment, sizeof(Header)); }
-
-/// Nothing here goes on with a full heap.
-void* Allocate(size_t size, const void* caller, size_t alignment = alignof(Header)) {
-    const size_t whole = (Before(alignment) + size + alignment - 1) / alignment * alignment;
-    auto* const base = static_cast<char*>(std::aligned_alloc(alignment, whole));
-    if (base == nullptr) {
-        std::abort();
-    }
-    auto* const header = reinterpret_cast<Header*>(base + Before(alignment)) - 1;
-    const bool isLibrarys =
-        g_library.Has(caller) || (g_runtime.Has(caller) && RuntimeWorksForLibrary());
-    *header = {size, isLibrarys};
-    const auto bytes = static_cast<int64_t>(size);
-    g_libraryBytes.fetch_add(isLibrarys ? bytes : 0, std::memory_order_relaxed);
-    g_processBytes.fetch_add(bytes, std::memory_order_relaxed);
-    return header + 1;
-}
-
-void Free(void* memory, size_t alignment = alignof(Header)) {
-    if (memory == nullptr) {
-        return;
-    }
-    auto* const header = static_cast<Header*>(memory) - 1;
-    const auto bytes = static_cast<int64_t>(header->size);
-    g_libraryBytes.fetch_sub(header->isLibrarys ? bytes : 0, std::memory_order_relaxed);
-    g_processBytes.fetch_sub(bytes, std::memory_order_relaxed);
-    FreeInC(static_cast<char*>(memory) - Before(alignment));
+constexpr size_t Before(kit::HeapForm form) {
+    return std::max(static_cast<size_t>(form.alignment), sizeof(Header));
 }
 
 /// Of the module that an address is in.
@@ -123,29 +98,33 @@ bool CountsC() { return SOAK_COUNTS_C != 0; }
 
 } // namespace soak::heap
 
-void* operator new(size_t size) { return soak::heap::Allocate(size, __builtin_return_address(0)); }
-void* operator new[](size_t size) {
-    return soak::heap::Allocate(size, __builtin_return_address(0));
+void* kit::Take(size_t size, HeapForm form, const void* caller) {
+    using namespace soak::heap;
+    auto* const base = static_cast<char*>(TakeFromC(Before(form) + size, form));
+    if (base == nullptr) {
+        return nullptr;
+    }
+    auto* const header = reinterpret_cast<Header*>(base + Before(form)) - 1;
+    const bool isLibrarys =
+        g_library.Has(caller) || (g_runtime.Has(caller) && RuntimeWorksForLibrary());
+    *header = {size, isLibrarys};
+    const auto bytes = static_cast<int64_t>(size);
+    g_libraryBytes.fetch_add(isLibrarys ? bytes : 0, std::memory_order_relaxed);
+    g_processBytes.fetch_add(bytes, std::memory_order_relaxed);
+    return header + 1;
 }
-void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return soak::heap::Allocate(size, __builtin_return_address(0));
+
+void kit::Give(void* memory, HeapForm form) noexcept {
+    using namespace soak::heap;
+    if (memory == nullptr) {
+        return;
+    }
+    auto* const header = static_cast<Header*>(memory) - 1;
+    const auto bytes = static_cast<int64_t>(header->size);
+    g_libraryBytes.fetch_sub(header->isLibrarys ? bytes : 0, std::memory_order_relaxed);
+    g_processBytes.fetch_sub(bytes, std::memory_order_relaxed);
+    FreeInC(static_cast<char*>(memory) - Before(form));
 }
-void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return soak::heap::Allocate(size, __builtin_return_address(0));
-}
-void* operator new(size_t size, std::align_val_t alignment) {
-    return soak::heap::Allocate(size, __builtin_return_address(0), static_cast<size_t>(alignment));
-}
-void operator delete(void* memory, std::align_val_t alignment) noexcept {
-    soak::heap::Free(memory, static_cast<size_t>(alignment));
-}
-void operator delete(void* memory, size_t /*size*/, std::align_val_t alignment) noexcept {
-    soak::heap::Free(memory, static_cast<size_t>(alignment));
-}
-void operator delete(void* memory) noexcept { soak::heap::Free(memory); }
-void operator delete[](void* memory) noexcept { soak::heap::Free(memory); }
-void operator delete(void* memory, size_t /*size*/) noexcept { soak::heap::Free(memory); }
-void operator delete[](void* memory, size_t /*size*/) noexcept { soak::heap::Free(memory); }
 
 // The library frees in C what it allocated there itself, and nothing else.
 #if SOAK_COUNTS_C

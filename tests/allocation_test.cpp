@@ -3,27 +3,18 @@
 /// This program's operator new looks up the stack for the module that asked for the memory, and
 /// keeps what the adapter asked for.
 
+#include "kit/heap.h"
 #include "tests/support/scene.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <dlfcn.h>
 #include <execinfo.h>
-#include <new>
-#include <numeric>
 
 namespace {
 
 constexpr size_t kMaxKept = 256;
 
-struct Allocation {
-    void* memory;
-    size_t size;
-};
-
 bool g_counting = false;
-Allocation g_alive[kMaxKept];
-size_t g_numAlive = 0;
 size_t g_sizes[kMaxKept];
 size_t g_numAllocations = 0;
 
@@ -46,47 +37,22 @@ bool CalledByAdapter(const void* caller) {
     return false;
 }
 
-void* Allocate(size_t size, const void* caller) {
-    void* memory = std::malloc(size);
-    if (g_counting && memory != nullptr) {
-        g_counting = false; // The question allocates, too.
-        if (CalledByAdapter(caller) && g_numAllocations < kMaxKept) {
-            g_sizes[g_numAllocations++] = size;
-            g_alive[g_numAlive++] = {memory, size};
-        }
-        g_counting = true;
-    }
-    return memory;
-}
-
-/// What the adapter allocated there, the list's end where it is not alive.
-Allocation* FindAlive(const void* memory) {
-    return std::find_if(g_alive, g_alive + g_numAlive,
-                        [memory](const Allocation& each) { return each.memory == memory; });
-}
-
-void Free(void* memory) {
-    Allocation* kept = FindAlive(memory);
-    if (memory != nullptr && kept != g_alive + g_numAlive) {
-        *kept = g_alive[--g_numAlive];
-    }
-    std::free(memory);
-}
-
 } // namespace
 
-void* operator new(size_t size) { return Allocate(size, __builtin_return_address(0)); }
-void* operator new[](size_t size) { return Allocate(size, __builtin_return_address(0)); }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size, __builtin_return_address(0));
+void* kit::Take(size_t size, HeapForm form, const void* caller) {
+    bool isKept = false;
+    if (g_counting) {
+        g_counting = false; // The question allocates, too.
+        isKept = CalledByAdapter(caller) && g_numAllocations < kMaxKept;
+        g_counting = true;
+    }
+    if (isKept) {
+        g_sizes[g_numAllocations++] = size;
+    }
+    return isKept ? TakeFollowed(size, form) : TakeFromC(size, form);
 }
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size, __builtin_return_address(0));
-}
-void operator delete(void* memory) noexcept { Free(memory); }
-void operator delete[](void* memory) noexcept { Free(memory); }
-void operator delete(void* memory, size_t) noexcept { Free(memory); }
-void operator delete[](void* memory, size_t) noexcept { Free(memory); }
+
+void kit::Give(void* memory, HeapForm form) noexcept { GiveFollowed(memory, form); }
 
 namespace {
 
@@ -96,7 +62,7 @@ using namespace test;
 class Counted {
   public:
     Counted() {
-        g_numAlive = 0;
+        kit::ForgetFollowed();
         g_numAllocations = 0;
         g_counting = true;
     }
@@ -109,10 +75,15 @@ class Counted {
         g_counting = true;
         return sizes;
     }
-    static bool IsAlive(const void* memory) { return FindAlive(memory) != g_alive + g_numAlive; }
+    static bool IsAlive(const void* memory) {
+        bool isAlive = false;
+        kit::ForEachFollowed([&](const void* each, size_t) { isAlive |= each == memory; });
+        return isAlive;
+    }
     static size_t BytesAlive() {
-        return std::accumulate(g_alive, g_alive + g_numAlive, size_t{0},
-                               [](size_t sum, const Allocation& each) { return sum + each.size; });
+        size_t sum = 0;
+        kit::ForEachFollowed([&](const void*, size_t size) { sum += size; });
+        return sum;
     }
 };
 
@@ -178,6 +149,18 @@ TEST(Completion, FreesAsManyFormatRecordsAsBuffersCameAndOnlyOfTheLastSet) {
         }
         EXPECT_EQ(freed, row.freed);
     }
+}
+
+TEST(AllocationOf, ACameraHasItsAlignedObjectsAndTheyEndWithIt) {
+    Device device;
+    device.EnsureLoaded();
+    const Counted counted;
+    Camera camera(device);
+    const std::vector<size_t> sizes = Counted::Sizes();
+    EXPECT_GE(std::count(sizes.begin(), sizes.end(), sizeof(OemLayer::QcomAdaptee)), 1);
+    EXPECT_GE(std::count(sizes.begin(), sizes.end(), sizeof(OemLayer::SessionManagers)), 1);
+    camera.Destroy();
+    EXPECT_EQ(Counted::BytesAlive(), 0U);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 /// Libraries and symbols that a device lacks are in binding_test.cpp: the library binds once per
 /// process, and some of them end it.
 
+#include "kit/heap.h"
 #include "tests/support/scene.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <map>
-#include <new>
 #include <optional>
 #include <regex>
 #include <set>
@@ -32,10 +32,11 @@ bool YieldsNothing(const void* caller) {
 
 } // namespace
 
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    const bool fails = g_failing != 0 && YieldsNothing(__builtin_return_address(0));
-    return fails ? nullptr : ::operator new[](size);
+void* kit::Take(size_t size, HeapForm form, const void* caller) {
+    const bool fails = form.mayFail && g_failing != 0 && YieldsNothing(caller);
+    return fails ? nullptr : TakeFollowed(size, form);
 }
+void kit::Give(void* memory, HeapForm form) noexcept { GiveFollowed(memory, form); }
 
 /// Called before a sanitizer is ready. `malloc` with `memset` would be optimised into `calloc`.
 extern "C" __attribute__((visibility("default"), no_sanitize("address", "undefined"))) void*

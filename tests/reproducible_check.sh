@@ -14,7 +14,7 @@ build() {
     local cross=() own_sysroot
     own_sysroot="$work/sysroot of ${1##*/}"
     mkdir -p "$1"
-    (cd "$source" && cp -R CMakeLists.txt cmake adapterlayer platform standin host soak bench tools "$1")
+    (cd "$source" && cp -R CMakeLists.txt cmake adapterlayer platform standin kit host soak bench tools "$1")
     if [ -n "$toolchain" ]; then
         ln -s "$sysroot" "$own_sysroot"
         cross=("-DCMAKE_TOOLCHAIN_FILE=$1/$toolchain" "-DOEMLAYER_SYSROOT=$own_sysroot")

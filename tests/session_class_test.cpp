@@ -2,10 +2,10 @@
 /// with the statuses that the table does not show.
 
 #include "adapterlayer/oemlog.h"
+#include "kit/heap.h"
 #include "tests/support/scene.h"
 
 #include <dlfcn.h>
-#include <new>
 
 // One thread: there is nobody to keep apart.
 #pragma clang diagnostic ignored "-Wthread-safety-analysis"
@@ -18,10 +18,12 @@ int g_arraysUntilFailure = -1; ///< Of those that may fail; negative for no fail
 
 } // namespace
 
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return g_arraysUntilFailure >= 0 && g_arraysUntilFailure-- == 0 ? nullptr
-                                                                    : ::operator new[](size);
+void* kit::Take(size_t size, HeapForm form, const void* /*caller*/) {
+    const bool fails =
+        form.mayFail && form.isArray && g_arraysUntilFailure >= 0 && g_arraysUntilFailure-- == 0;
+    return fails ? nullptr : TakeFollowed(size, form);
 }
+void kit::Give(void* memory, HeapForm form) noexcept { GiveFollowed(memory, form); }
 
 namespace {
 

@@ -1,0 +1,39 @@
+/// The fuzzers' watch over the heap.
+
+#include "fuzz/heap.h"
+#include "tests/support/heap_forms.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Sizes = std::map<size_t, size_t>;
+
+TEST(HeapWatch, SeesABlockOfEachFormAndItsEnd) {
+    for (const test::HeapForm& form : test::kHeapForms) {
+        fuzz::HeapWatch watch;
+        form.give(form.take());
+        (void)form.take();
+        EXPECT_EQ(watch.End(), (Sizes{{test::kSize, 1}})) << form.name;
+    }
+}
+
+TEST(HeapWatch, FindsABlockThatIsGivenBackInAnotherFormThanItWasTaken) {
+    constexpr size_t kForms = 3; // Of each kind, which differ in nothing that must agree.
+    for (size_t taken = 0; taken < std::size(test::kHeapForms); taken += kForms) {
+        for (size_t given = 0; given < std::size(test::kHeapForms); given += kForms) {
+            const auto act = [&] {
+                const fuzz::HeapWatch watch;
+                test::kHeapForms[given].give(test::kHeapForms[taken].take());
+                std::_Exit(0);
+            };
+            if (taken == given) {
+                EXPECT_EXIT(act(), testing::ExitedWithCode(0), "");
+            } else {
+                EXPECT_DEATH(act(), "given back in another form");
+            }
+        }
+    }
+}
+
+} // namespace

@@ -1,11 +1,10 @@
 #include "bench/device.h"
 
+#include "kit/library.h"
 #include "standin/control.h"
 
 #include <bit>
-#include <cstdio>
-#include <cstdlib>
-#include <dlfcn.h>
+#include <optional>
 
 namespace bench {
 namespace {
@@ -63,28 +62,7 @@ void Complete(OemLayer::RequestPrivData* privData, uint32_t /*status*/) {
     ++static_cast<PrivData*>(privData)->completed;
 }
 
-[[noreturn]] void Fail(const char* what, const char* why) {
-    std::fprintf(stderr, "bench: %s: %s\n", what, why);
-    std::exit(1);
-}
-
-void* Open(const char* path) {
-    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
-        Fail(path, dlerror());
-    }
-    return library;
-}
-
-template <typename Function> Function* LookUp(void* library, const char* name) {
-    void* const symbol = dlsym(library, name);
-    if (symbol == nullptr) {
-        Fail(name, "the library lacks it");
-    }
-    return reinterpret_cast<Function*>(symbol);
-}
-
-decltype(PlatformIntContext)* g_fillTable;
+std::optional<kit::Adapter> g_library;
 
 } // namespace
 
@@ -104,9 +82,7 @@ std::vector<Held>& HeldRequests() {
 
 ChiOfflineInterface* Interface() {
     static auto* const interface = [] {
-        void* library = Open("/vendor/lib64/hw/com.qti.chi.offline.so");
-        auto* const open = LookUp<void*(void*, uint32_t)>(library, "ChiOfflineOpenContext");
-        auto* const record = static_cast<ChiOfflineInterface*>(open(nullptr, 512));
+        auto* const record = kit::OpenOfflineInterface();
         record->pOpenSession = OpenSession;
         record->pCloseSession = CloseSession;
         record->pConfigureStreams = ConfigureStreams;
@@ -149,14 +125,6 @@ ChiOfflineBufferManagerOps* BufferOps() {
     return &ops;
 }
 
-camera3_stream MakeStream(int32_t format) {
-    camera3_stream stream = {};
-    stream.width = 64;
-    stream.height = 32;
-    stream.format = format;
-    return stream;
-}
-
 HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::string& featureName,
                          camera3_stream* pOutStream) {
     for (const int32_t format : inputs.formats) {
@@ -190,18 +158,13 @@ OemLayer::OffCamApplicationCallbacks* HostCallbacks() {
 }
 
 void LoadLibrary(const std::string& path) {
-    StandinControl()->SetDeviceRoot(BENCH_DEVICE_ROOT);
     StandinControl()->SetRecording(false);
-    void* const library = Open(path.c_str());
-    PlatformLoadFunctions functions = {};
-    LookUp<decltype(PlatformLoadContext)>(library, "PlatformLoadContext")(&functions);
-    g_fillTable = LookUp<decltype(PlatformIntContext)>(library, "PlatformIntContext");
-    functions.loadLib();
+    g_library.emplace(path);
+    g_library->Load();
     Interface();
 }
 
-Camera::Camera(uint32_t cameraId) {
-    g_fillTable(&table, cameraId);
+Camera::Camera(uint32_t cameraId) : table(g_library->Table(cameraId)) {
     table.Create(&table, cameraId);
 }
 

@@ -4,7 +4,7 @@
 /// The straight-line code that the library is compared with calls the very same entries.
 #pragma once
 
-#include "adapterlayer/oemlayer_host.h"
+#include "kit/stream.h"
 #include "platform/chi/offline.h"
 
 #include <cstddef>
@@ -14,6 +14,8 @@
 #include <vector>
 
 namespace bench {
+
+using kit::MakeStream;
 
 /// Records that requests write to have cache lines of their own, so that cameras on several threads
 /// meet in the library alone, if anywhere.
@@ -76,10 +78,8 @@ class alignas(kCacheLine) HostRequest {
 /// The host's callbacks: they count completions.
 OemLayer::OffCamApplicationCallbacks* HostCallbacks();
 
-camera3_stream MakeStream(int32_t format);
-
-/// Opens the library, loads it and puts the entries of this file in the interface's place. Ends the
-/// process with a message where that fails. Once.
+/// Opens the library, loads it and puts the entries of this file in the interface's place. Throws
+/// std::runtime_error where it cannot. Once.
 void LoadLibrary(const std::string& path);
 
 /// A camera of the loaded library, as long as this lives.
@@ -95,7 +95,7 @@ class Camera {
                                          &request.output, HostCallbacks());
     }
 
-    PlatFormIntCallbacks table = {};
+    PlatFormIntCallbacks table;
 };
 
 } // namespace bench

@@ -1,12 +1,16 @@
+/// The fuzzed programs' input, checks and platform.
 #include "fuzz/check.h"
-
-#include <android/log.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
 namespace fuzz {
+namespace {
+
+Platform g_platform;
+
+} // namespace
 
 std::string Input::Text(size_t most) {
     std::string text;
@@ -42,29 +46,12 @@ void Trace(const char* format, ...) {
     va_end(arguments);
 }
 
-Platform& ThePlatform() {
-    static Platform platform;
-    return platform;
+Platform& ThePlatform() { return g_platform; }
+
+void Platform::Line(int withPriority, const char* withTag, const char* text) {
+    priority = withPriority;
+    (void)std::snprintf(tag, sizeof tag, "%s", withTag);
+    (void)std::snprintf(line, sizeof line, "%s", text);
 }
 
 } // namespace fuzz
-
-// The program's definitions win over the platform's libraries.
-extern "C" {
-__attribute__((visibility("default"))) int __android_log_write(int priority, const char* tag,
-                                                               const char* text) {
-    fuzz::Platform& platform = fuzz::ThePlatform();
-    platform.priority = priority;
-    (void)std::snprintf(platform.tag, sizeof platform.tag, "%s", tag);
-    (void)std::snprintf(platform.line, sizeof platform.line, "%s", text);
-    return 1;
-}
-
-__attribute__((visibility("default"))) uint64_t atrace_get_enabled_tags();
-__attribute__((visibility("default"))) void atrace_begin_body(const char* name);
-__attribute__((visibility("default"))) void atrace_end_body();
-
-uint64_t atrace_get_enabled_tags() { return UINT64_MAX; }
-void atrace_begin_body(const char* /*name*/) { ++fuzz::ThePlatform().openSections; }
-void atrace_end_body() { --fuzz::ThePlatform().openSections; }
-}

@@ -1,6 +1,8 @@
 /// What the fuzzed programs share: their input, their checks, and the platform's log.
 #pragma once
 
+#include "kit/android.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -56,8 +58,16 @@ template <class A, class B> void Expect(const char* what, A actual, B expected) 
 /// Where the environment has OEMLAYER_FUZZ_TRACE, prints what is done with the input.
 __attribute__((format(printf, 1, 2))) void Trace(const char* format, ...);
 
-/// What the platform's log and trace libraries were called with last. Both are this program's own.
-struct Platform {
+/// What the platform's log and trace libraries were called with last.
+struct Platform final : kit::AndroidSink {
+    Platform() {
+        enabledTraceTags = UINT64_MAX;
+        kit::SetAndroidSink(*this);
+    }
+    void Line(int withPriority, const char* withTag, const char* text) override;
+    void Begin(const char* /*name*/) override { ++openSections; }
+    void End() override { --openSections; }
+
     int priority = 0;
     char tag[16] = {};
     char line[1024] = {}; ///< Longer than any that the library may write.

@@ -1,3 +1,4 @@
+/// A request of the host from its buffers to its end.
 #include "host/host_camera.h"
 
 #include "host/timeline.h"
@@ -6,9 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dlfcn.h>
 #include <new>
-#include <stdexcept>
 
 namespace host {
 namespace {
@@ -26,16 +25,6 @@ constexpr int kOverwritten = 0xEE;
 constexpr uint64_t kSessionParameters = 0;       // Opaque to all but the framework.
 constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
 
-camera3_stream MakeStream(int32_t format, const CameraPlan& plan) {
-    camera3_stream stream{};
-    stream.stream_type = CAMERA3_STREAM_OUTPUT;
-    stream.width = plan.width;
-    stream.height = plan.height;
-    stream.format = format;
-    stream.max_buffers = OemLayer::kMaxInputSets;
-    return stream;
-}
-
 Request& RequestOf(RequestPrivData* record) { return *static_cast<Request*>(record); }
 
 uint64_t ArrowOf(const Request& request) {
@@ -44,43 +33,16 @@ uint64_t ArrowOf(const Request& request) {
 
 } // namespace
 
-// --- Library ------------------------------------------------------------------------------------
-
-Library::Library(const std::string& file) {
-    void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
-        throw std::runtime_error(std::string("the adapter library cannot be used: ") + dlerror());
-    }
-    mLoadContext = reinterpret_cast<decltype(mLoadContext)>(dlsym(library, "PlatformLoadContext"));
-    mIntContext = reinterpret_cast<decltype(mIntContext)>(dlsym(library, "PlatformIntContext"));
-    if (mLoadContext == nullptr || mIntContext == nullptr) {
-        throw std::runtime_error(file + " lacks PlatformLoadContext or PlatformIntContext");
-    }
-}
-
-void Library::Load() const {
-    const Slice slice("load");
-    PlatformLoadFunctions functions{};
-    mLoadContext(&functions);
-    functions.loadLib();
-}
-
-PlatFormIntCallbacks Library::Table(uint32_t cameraId) const {
-    PlatFormIntCallbacks table{};
-    mIntContext(&table, cameraId);
-    return table;
-}
-
 // --- Camera: from buffers to submission ---------------------------------------------------------
 
 // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
-Camera::Camera(const Library& library, const CameraPlan& plan, const Scenario& scenario,
+Camera::Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenario& scenario,
                const Scene& scene)
     : camera3_callback_ops{}, mPlan(plan), mScenario(scenario), mScene(scene),
       mTable(library.Table(plan.id)),
-      mOutputStream(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888, plan)) {
+      mOutputStream(kit::MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888, plan.width, plan.height)) {
     for (const int32_t format : plan.inputs) {
-        mInputStreams.push_back(MakeStream(format, plan));
+        mInputStreams.push_back(kit::MakeStream(format, plan.width, plan.height));
     }
     request_stream_buffers = Lend;
     mCallbacks.releaseRtBuffers = [](RequestPrivData* record) {
@@ -135,9 +97,9 @@ void Camera::Drop(Request& request, const std::string& why) {
     GiveBack(request);
 }
 
-/// Takes and exposes a buffer for each input of each set. In dual RDI set i finds its two raw frames
-/// at the indices i and 2i + 1 of one array, so that several sets share frames: all are then taken
-/// from the first stream.
+/// Takes and exposes a buffer for each input of each set. In dual RDI set i finds its two raw
+/// frames at the indices i and 2i + 1 of one array, so that several sets share frames: all are then
+/// taken from the first stream.
 bool Camera::TakeBuffers(Request& request) {
     const bool isDual = mPlan.IsDualRdi();
     const bool hasYuv = mPlan.inputs.back() == HAL_PIXEL_FORMAT_YCBCR_420_888;
@@ -249,8 +211,8 @@ void Camera::FillWrapper(OfflineDataWraper& wrapper, const Request& request) {
     std::copy(request.yuvBuffers.begin(), request.yuvBuffers.end(), wrapper.yuvBufferHandles);
 }
 
-/// Both records are overwritten as soon as the library has returned: they are the host's again. From
-/// the submission on the request is the vendor's threads'.
+/// Both records are overwritten as soon as the library has returned: they are the host's again.
+/// From the submission on the request is the vendor's threads'.
 uint32_t Camera::Submit(Request& request) {
     const Slice slice("submit", request.rtFrameNumber);
     timeline::Draw(Arrow::Start, ArrowOf(request));

@@ -1,9 +1,9 @@
-/// The camera layer around the adapter library: its loading, and a camera that is driven through
-/// the callback table alone.
+/// A camera of the host, which is driven through the callback table alone.
 #pragma once
 
 #include "host/request.h"
 #include "host/scenario.h"
+#include "kit/library.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -14,28 +14,12 @@
 
 namespace host {
 
-/// The adapter library.
-class Library {
-  public:
-    /// Opens the file. Throws std::runtime_error, which says what is wrong with it.
-    explicit Library(const std::string& file);
-
-    /// Has the library bind the vendor's and the device's libraries.
-    void Load() const;
-
-    PlatFormIntCallbacks Table(uint32_t cameraId) const;
-
-  private:
-    decltype(&PlatformLoadContext) mLoadContext = nullptr;
-    decltype(&PlatformIntContext) mIntContext = nullptr;
-};
-
 /// A camera of the host, and the framework's side of it. Its own callbacks run on the vendor's
 /// threads. The members that work on requests may be called from several threads.
 class Camera : private camera3_callback_ops {
   public:
     /// All that is given must outlive the camera.
-    Camera(const Library& library, const CameraPlan& plan, const Scenario& scenario,
+    Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenario& scenario,
            const Scene& scene);
 
     const CameraPlan& Plan() const { return mPlan; }

@@ -75,19 +75,13 @@ void Declare(CLI::App& app, Options& options) {
 
 // --- From the arguments to the run --------------------------------------------------------------
 
-/// A file of the build tree, from where this program lies in it.
-std::string Beside(const std::string& path) {
-    const auto self = std::filesystem::read_symlink("/proc/self/exe");
-    return (self.parent_path() / path).lexically_normal().string();
-}
-
 std::string ScenarioFile(const std::string& name) {
-    return name.ends_with(".json") ? name : Beside("scenarios/" + name + ".json");
+    return name.ends_with(".json") ? name : kit::Beside("scenarios/" + name + ".json");
 }
 
 std::set<std::string> ScenarioNames() {
     std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(Beside("scenarios"))) {
+    for (const auto& entry : std::filesystem::directory_iterator(kit::Beside("scenarios"))) {
         names.insert(entry.path().stem().string());
     }
     return names;
@@ -145,10 +139,7 @@ std::string ChooseLibrary(const Options& options, const Scenario& scenario) {
     __android_log_set_logger(WriteLogLine);
     __android_log_set_minimum_priority(
         LogLevels().at(options.logLevel.empty() ? "warn" : options.logLevel));
-    return !options.library.empty()
-               ? options.library
-               : Beside(std::string("../adapterlayer/") + (logs ? "verbose/" : "") +
-                        "camera.oemlayer.adapter.so");
+    return options.library.empty() ? kit::AdapterFile(logs) : options.library;
 }
 
 /// The second Ctrl-C ends the process as usual.

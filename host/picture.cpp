@@ -1,3 +1,4 @@
+/// Draws what cameras see, exposes frames of it, and measures what came of them.
 #include "host/picture.h"
 
 #include "standin/pixels.h"
@@ -53,7 +54,8 @@ constexpr Part kChart{0.04, 0.35, 0.52, 0.46};
 constexpr Part kStar{0.6, 0.2, 0.36, 0.6};
 constexpr Part kGradient{0.04, 0.86, 0.92, 0.1};
 
-/// The colour at a point from (0, 0) to (1, 1) of a picture, which is `aspect` times as wide as high.
+/// The colour at a point from (0, 0) to (1, 1) of a picture, which is `aspect` times as wide as
+/// high.
 uint32_t Draw(double x, double y, double aspect) {
     if (kGradient.Has(x, y)) {
         return static_cast<uint32_t>(255 * kGradient.X(x)) * kGrey;
@@ -287,8 +289,8 @@ Bytes DevelopNoisy(const Scene& scene, const Exposure& exposure) {
     return DevelopAll(scene, std::array{FrameOf(exposure, memory)}, scene.Height());
 }
 
-/// What a perfect sensor's frames would become, in the first rows. The merged picture of frames that
-/// differ in their slots alone is that of as many equal ones with a part of each slot's ink.
+/// What a perfect sensor's frames would become, in the first rows. The merged picture of frames
+/// that differ in their slots alone is that of as many equal ones with a part of each slot's ink.
 Bytes DevelopClean(const Scene& scene, std::span<const Exposure> exposures, const Inks& inks,
                    uint32_t rows) {
     std::map<std::pair<uint32_t, uint32_t>, Bytes> memories;
@@ -306,8 +308,8 @@ Bytes DevelopClean(const Scene& scene, std::span<const Exposure> exposures, cons
 
 // --- Judgement
 
-/// The mean of the squared differences, less what comes of the rounding to 8 bits: for raw frames to
-/// RGB and to YUV, in the picture and in the clean one, for others in the picture alone.
+/// The mean of the squared differences, less what comes of the rounding to 8 bits: for raw frames
+/// to RGB and to YUV, in the picture and in the clean one, for others in the picture alone.
 double Power(std::span<const uint8_t> picture, std::span<const uint8_t> clean, uint32_t format) {
     uint64_t sum = 0;
     for (size_t i = 0; i < clean.size(); ++i) {

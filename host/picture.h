@@ -12,8 +12,8 @@ namespace host {
 /// Most frames of one request.
 inline constexpr uint32_t kMostFrames = 24;
 
-/// What the sensor looks at. All values lie between 12 % and 88 % of full scale, so that noise never
-/// clips.
+/// What the sensor looks at. All values lie between 12 % and 88 % of full scale, so that noise
+/// never clips.
 class Scene {
   public:
     /// Reads a PNG and scales it to the size; draws a colour chart, a resolution star and a grey
@@ -36,8 +36,9 @@ class Scene {
 };
 
 /// Frame `index` of the `count` frames, at most `kMostFrames`, of the request with frame number
-/// `number`. In a corner of the frame stand the number and a row of `count` slots, of which only the
-/// frame's own shows a figure. Frames with another index, number or seed have independent noise.
+/// `number`. In a corner of the frame stand the number and a row of `count` slots, of which only
+/// the frame's own shows a figure. Frames with another index, number or seed have independent
+/// noise.
 struct Shot {
     uint32_t number;
     uint32_t index;
@@ -57,8 +58,8 @@ struct Exposure {
 /// \param memory of `standin::ImageSize` bytes for the format and the scene's size.
 void Expose(const Scene& scene, const Exposure& exposure, bool isNoisy, std::span<uint8_t> memory);
 
-/// How good a merged picture is. Noise is the RMS error over all samples, in decibels above one step
-/// of 255, less what the rounding to 8 bits adds.
+/// How good a merged picture is. Noise is the RMS error over all samples, in decibels above one
+/// step of 255, less what the rounding to 8 bits adds.
 struct Judgement {
     double before = 0;       ///< Noise of the first frame that is fed, developed alone.
     double after = 0;        ///< Noise of the picture.

@@ -1,3 +1,4 @@
+/// The thread that shows how far something is.
 #include "host/progress.h"
 
 #include <chrono>

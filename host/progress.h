@@ -9,8 +9,8 @@
 
 namespace host {
 
-/// A line on standard error that tells how far something is, once it takes more than two seconds. On
-/// a terminal it changes in place, elsewhere there is a new one from time to time.
+/// A line on standard error that tells how far something is, once it takes more than two seconds.
+/// On a terminal it changes in place, elsewhere there is a new one from time to time.
 class Progress {
   public:
     /// \param describe is called on a thread of the progress' own.

@@ -1,3 +1,4 @@
+/// What a run prints.
 #include "host/report.h"
 
 #include <algorithm>

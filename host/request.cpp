@@ -1,19 +1,7 @@
+/// A request's record and its moments.
 #include "host/request.h"
 
-#include "standin/gralloc.h"
-
 namespace host {
-namespace {
-
-constexpr uint8_t kUnwritten = 0x11;
-
-} // namespace
-
-OutputBuffer::OutputBuffer(uint32_t width, uint32_t height)
-    : mPixels(size_t{width} * height * 3 / 2, kUnwritten),
-      mHandle(standin::gralloc::Wrap(mPixels.data(), mPixels.size())) {}
-
-OutputBuffer::~OutputBuffer() { native_handle_delete(const_cast<native_handle_t*>(mHandle)); }
 
 // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
 Request::Request(Camera& owner, std::string name, uint32_t number, uint32_t width, uint32_t height)

@@ -4,6 +4,7 @@
 #include "adapterlayer/oemlayer_host.h"
 #include "host/picture.h"
 #include "host/watch.h"
+#include "kit/stream.h"
 
 #include <chrono>
 #include <mutex>
@@ -15,22 +16,6 @@ namespace host {
 
 class Camera;
 using Clock = std::chrono::steady_clock;
-
-/// An output buffer of the framework, in memory of this process.
-class OutputBuffer {
-  public:
-    OutputBuffer(uint32_t width, uint32_t height);
-    ~OutputBuffer();
-    OutputBuffer(const OutputBuffer&) = delete;
-    OutputBuffer& operator=(const OutputBuffer&) = delete;
-
-    buffer_handle_t* Reference() { return &mHandle; }
-    const std::vector<uint8_t>& Pixels() const { return mPixels; }
-
-  private:
-    std::vector<uint8_t> mPixels; ///< NV12.
-    buffer_handle_t mHandle;
-};
 
 /// When what happened to a request.
 struct Moments {
@@ -46,7 +31,7 @@ struct Request : OemLayer::RequestPrivData {
     const uint32_t index; ///< Among the camera's requests.
     std::string feature;
     std::vector<Exposure> frames; ///< That the vendor merges.
-    OutputBuffer output;
+    kit::OutputBuffer output;
     std::vector<void*> rawBuffers;
     std::vector<void*> yuvBuffers;
     std::vector<void*> metadata;

@@ -1,3 +1,4 @@
+/// A scenario's threads, and the judgement of what they did.
 #include "host/run.h"
 
 #include "host/progress.h"
@@ -83,7 +84,10 @@ void Run::DrawScenes() {
 void Run::Go() {
     timeline::NameLane("host");
     g_loading = true;
-    mLibrary.Load();
+    {
+        const timeline::Slice slice("load");
+        mLibrary.Load();
+    }
     g_loading = false;
     uint32_t planned = 0;
     for (size_t i = 0; i < mScenario.cameras.size(); ++i) {

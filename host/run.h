@@ -36,8 +36,8 @@ class Run {
     /// Looks at the pictures of the completed requests, and compares all with what was expected.
     Outcome Judge();
 
-    /// Writes a frame of the first request with a picture beside that. \returns how good the picture
-    /// is, empty if there is none. Throws where the file cannot be written.
+    /// Writes a frame of the first request with a picture beside that. \returns how good the
+    /// picture is, empty if there is none. Throws where the file cannot be written.
     std::string WritePicture(const std::string& file) const;
 
     const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
@@ -59,7 +59,7 @@ class Run {
     void Compare(Outcome& outcome) const;
 
     const Scenario& mScenario;
-    Library mLibrary;
+    kit::Adapter mLibrary;
     std::vector<Scene> mScenes; ///< One for each camera.
     std::vector<std::unique_ptr<Camera>> mCameras;
     Clock::time_point mStart;

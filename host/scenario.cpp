@@ -1,3 +1,4 @@
+/// Scenarios: read, checked, and applied to the device.
 #include "host/scenario.h"
 
 #include "adapterlayer/oemlayer_host.h"

@@ -1,4 +1,7 @@
+/// A lane of events for each thread, and the file of all lanes.
 #include "host/timeline.h"
+
+#include "kit/android.h"
 
 #include <cutils/trace.h>
 #include <nlohmann/json.hpp>
@@ -61,8 +64,8 @@ void Add(char phase, const char* name, int64_t value) {
     }
 }
 
-/// What the device does.
-class DeviceObserver final : public standin::Observer {
+/// What the device and the library do.
+class TimelineObserver final : public standin::Observer, public kit::AndroidSink {
   public:
     void NameThread(const std::string& name) override { NameLane(name); }
     void Begin(const char* what) override { Add('B', what, kNoFrame); }
@@ -108,8 +111,10 @@ void WriteLane(std::ofstream& out, const Lane& lane, size_t number) {
 } // namespace
 
 void Start() {
-    static DeviceObserver observer;
+    static TimelineObserver observer;
     g_recording = new Recording;
+    kit::SetAndroidSink(observer);
+    observer.enabledTraceTags = ATRACE_TAG_CAMERA | ATRACE_TAG_HAL;
     StandinControl()->SetObserver(&observer);
     StandinControl()->SetTracePoints(true);
 }
@@ -163,18 +168,3 @@ void Write(const std::string& file) {
 }
 
 } // namespace host::timeline
-
-// The library's trace sections. These definitions win over the platform library's.
-extern "C" {
-__attribute__((visibility("default"))) uint64_t atrace_get_enabled_tags();
-__attribute__((visibility("default"))) void atrace_begin_body(const char* name);
-__attribute__((visibility("default"))) void atrace_end_body();
-
-uint64_t atrace_get_enabled_tags() {
-    return host::timeline::g_recording.load() != nullptr ? ATRACE_TAG_CAMERA | ATRACE_TAG_HAL : 0;
-}
-void atrace_begin_body(const char* name) {
-    host::timeline::Add('B', name, host::timeline::kNoFrame);
-}
-void atrace_end_body() { host::timeline::Add('E', "", host::timeline::kNoFrame); }
-}

@@ -8,8 +8,8 @@
 
 namespace host::timeline {
 
-/// Records from now on, what the device and the library's own trace sections do included. Before the
-/// threads start; without it, everything below does nothing.
+/// Records from now on, what the device and the library's own trace sections do included. Before
+/// the threads start; without it, everything below does nothing.
 void Start();
 
 /// The calling thread's lane; threads that have none are numbered.
@@ -32,7 +32,8 @@ void Draw(Arrow arrow, uint64_t request);
 void CountInFlight(int64_t change);
 
 /// Ends the recording and writes it, in the trace event format that Perfetto's viewer opens. The
-/// threads that record are done, but for those of sessions that were never closed. Throws std::runtime_error, which names the file, if it cannot be written.
+/// threads that record are done, but for those of sessions that were never closed. Throws
+/// std::runtime_error, which names the file, if it cannot be written.
 void Write(const std::string& file);
 
 } // namespace host::timeline

@@ -1,3 +1,4 @@
+/// The rules over what a host receives.
 #include "host/watch.h"
 
 #include "standin/control.h"

@@ -1,5 +1,7 @@
+/// Bursts of requests, and what comes back of them.
 #include "soak/camera.h"
 
+#include "kit/stream.h"
 #include "standin/tags.h"
 
 #include <algorithm>
@@ -30,15 +32,8 @@ constexpr uint64_t kSessionParameters = 0;    // Opaque to all but the framework
 // The last is longer than a string keeps in itself.
 constexpr std::array kFeatureNames{"Night", "Hdr", "AFeatureWithANameThatIsLong"};
 
-camera3_stream MakeStream(int32_t format) {
-    camera3_stream stream{};
-    stream.stream_type = CAMERA3_STREAM_OUTPUT;
-    stream.width = 16; // Small: what is in the pictures is no matter here.
-    stream.height = 8;
-    stream.format = format;
-    stream.max_buffers = kMaxInputSets;
-    return stream;
-}
+/// Small: what is in the pictures is no matter here.
+camera3_stream MakeStream(int32_t format) { return kit::MakeStream(format, 16, 8); }
 
 void BeSlow(uint32_t frame, uint32_t turn) {
     if (frame % kSlowEvery == turn) {
@@ -92,7 +87,7 @@ const Camera::Recipe& Camera::RecipeOf(uint32_t identity) const {
 }
 
 // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
-Camera::Camera(const host::Library& library, uint32_t id, Tally& tally)
+Camera::Camera(const kit::Adapter& library, uint32_t id, Tally& tally)
     : camera3_callback_ops{}, mId(id), mTally(tally), mTable(library.Table(id)),
       mYuv(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)), mRequests(kBurst), mSlots(kInFlight) {
     mRaw.fill(MakeStream(id % 2 == 0 ? HAL_PIXEL_FORMAT_RAW10 : HAL_PIXEL_FORMAT_RAW16));
@@ -145,8 +140,8 @@ void Camera::Drive(const Round& round, uint64_t requests) {
     mTable.TearDownResource(&mTable);
 }
 
-/// Takes what the round's requests are fed with. All raw inputs have one buffer manager: in dual RDI
-/// sets share buffers.
+/// Takes what the round's requests are fed with. All raw inputs have one buffer manager: in dual
+/// RDI sets share buffers.
 void Camera::FillSlots() {
     for (Slot& slot : mSlots) {
         for (uint32_t i = 0; i < (mRound.isMixed ? 2 * kMaxInputSets : 1); ++i) {

@@ -1,8 +1,8 @@
 /// A camera of the endurance run, with the threads that submit to it.
 #pragma once
 
-#include "host/host_camera.h"
 #include "host/watch.h"
+#include "kit/library.h"
 #include "standin/control.h"
 
 #include <array>
@@ -38,13 +38,13 @@ struct Tally {
     std::atomic<bool> isOver = false;     ///< Nothing is submitted any more.
 };
 
-/// The camera layer's side of a camera. Two threads submit for every other camera, and some requests
-/// are submitted from within the completion of another one. One in some hundreds of the callbacks
-/// takes its time, and so does a submission.
+/// The camera layer's side of a camera. Two threads submit for every other camera, and some
+/// requests are submitted from within the completion of another one. One in some hundreds of the
+/// callbacks takes its time, and so does a submission.
 class Camera : private camera3_callback_ops {
   public:
     /// Both must outlive the camera. Makes no camera in the library yet.
-    Camera(const host::Library& library, uint32_t id, Tally& tally);
+    Camera(const kit::Adapter& library, uint32_t id, Tally& tally);
     ~Camera();
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
@@ -52,9 +52,9 @@ class Camera : private camera3_callback_ops {
     void Create();
     void Destroy();
 
-    /// Sends bursts of requests until there were so many, or the run is over, and flushes after each.
-    /// Now and then the camera is destroyed and created again. Leaves it idle, without sessions and
-    /// buffer managers.
+    /// Sends bursts of requests until there were so many, or the run is over, and flushes after
+    /// each. Now and then the camera is destroyed and created again. Leaves it idle, without
+    /// sessions and buffer managers.
     void Drive(const Round& round, uint64_t requests);
 
   private:

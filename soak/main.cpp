@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <thread>
 #include <unistd.h>
@@ -96,15 +95,9 @@ class Soak {
     std::atomic<uint32_t> mRound = 0;
 };
 
-/// A file of the build tree, from where this program lies in it.
-std::string Beside(const std::string& path) {
-    const auto self = std::filesystem::read_symlink("/proc/self/exe");
-    return (self.parent_path() / path).lexically_normal().string();
-}
-
 Soak::Soak(const Options& options) : mOptions(options) {
     StandinControl()->SetRecording(false);
-    const host::Library library(Beside("../adapterlayer/camera.oemlayer.adapter.so"));
+    const kit::Adapter library(kit::AdapterFile(false));
     soak::heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
     library.Load();
     for (uint32_t id = 0; id < kCameras; ++id) {

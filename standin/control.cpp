@@ -181,12 +181,6 @@ void Control::Reset() {
     state->SetTraceBit(false);
 }
 
-void Control::SetDeviceRoot(const std::string& folder) {
-    const auto state = mState->Lock();
-    state->deviceRoot = folder;
-    ++state->configGeneration;
-}
-
 std::string Control::DeviceRoot() const { return mState->Lock()->deviceRoot; }
 
 void Control::Fail(Entry entry, uint64_t result, uint32_t nth, uint32_t times) {

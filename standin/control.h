@@ -178,13 +178,13 @@ class Control {
 
     /// Back to a new device: no script, no records, no violations, faults gone, frame numbers
     /// from 1. Sessions that are still open are stopped and dropped. Objects that are still alive
-    /// are forgotten and freed. The device root stays.
+    /// are forgotten and freed.
     void Reset();
 
     // --- Script ---------------------------------------------------------------------------------
 
-    /// The folder that stands for "/" on the device. The configuration store reads below it.
-    void SetDeviceRoot(const std::string& folder);
+    /// The folder that stands for "/" on the device, of which the stand-in is a part. The
+    /// configuration store reads below it.
     std::string DeviceRoot() const;
 
     /// Calls `nth` (counted from 1, from now on) to `nth + times - 1` of `entry` do nothing and

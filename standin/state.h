@@ -197,7 +197,7 @@ struct Control::State {
     std::map<size_t, Job> waiting; ///< For `Deliver`, by the index of the execution.
     std::map<const void*, SlotList> slots; ///< By the record; empty for one that was closed.
     unsigned char* pTraceByte = nullptr;   ///< The byte with the trace bit, in the context library.
-    unsigned configGeneration = 0;         ///< Counts device roots and resets.
+    unsigned configGeneration = 0;         ///< Counts resets.
     std::atomic<Observer*> observer = nullptr;
 
     /// Records a call. Has a value if the call is to fail: its result.

@@ -5,8 +5,6 @@
 #include "kit/heap.h"
 #include "tests/support/scene.h"
 
-#include <dlfcn.h>
-
 // One thread: there is nobody to keep apart.
 #pragma clang diagnostic ignored "-Wthread-safety-analysis"
 
@@ -41,7 +39,7 @@ struct AdapteeScene {
     OemLayer::OfflineSessionIdentitys identity = {&output, 3, "Night"};
     const camera_metadata* parameters = static_cast<const camera_metadata*>(MadeUp(0x77));
 
-    AdapteeScene() : adaptee(OemLayer::QcomAdaptee::Create(Interface(), 3)) {
+    AdapteeScene() : adaptee(OemLayer::QcomAdaptee::Create(kit::OpenOfflineInterface(), 3)) {
         device->ClearRecords();
     }
     ~AdapteeScene() { adaptee->Destroy(); }
@@ -58,13 +56,6 @@ struct AdapteeScene {
     uint32_t Prepare(unsigned long handle) {
         camera3_stream* inputs[] = {&input};
         return adaptee->PrepareOfflineConfig(1, inputs, &output, handle, parameters);
-    }
-
-    static void* Interface() {
-        void* library = dlopen("/vendor/lib64/hw/com.qti.chi.offline.so", RTLD_NOW);
-        const auto open =
-            reinterpret_cast<void* (*)(void*, uint32_t)>(dlsym(library, "ChiOfflineOpenContext"));
-        return open(nullptr, 512);
     }
 };
 

@@ -1,16 +1,14 @@
-/// One measurement of what the library costs at run time, in a fresh process on the stand-in device:
-/// the time from its load until it is ready, and the memory that it and each camera take.
+/// One measurement of what the library costs at run time, in a fresh process on the stand-in
+/// device: the time from its load until it is ready, and the memory that it and each camera take.
 ///
 /// Prints `NAME VALUE` lines; size.sh runs it many times and prints the medians.
-#include "adapterlayer/oemlayer_host.h"
-#include "standin/control.h"
+#include "kit/library.h"
 
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -66,33 +64,19 @@ long ResidentLibrary(const char* name) {
     return sum;
 }
 
-template <typename Function> Function* Lookup(void* library, const char* name) {
-    void* const symbol = dlsym(library, name);
-    if (symbol == nullptr) {
-        Fail(name, "the library lacks it");
-    }
-    return reinterpret_cast<Function*>(symbol);
-}
-
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     if (argc != 2) {
         std::fprintf(stderr, "size_probe LIBRARY\n");
         return kWrongArguments;
     }
-    StandinControl()->SetDeviceRoot(PROBE_DEVICE_ROOT);
     const Memory before;
 
     const auto start = Clock::now();
-    void* const library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
-        Fail(argv[1], dlerror());
-    }
+    const kit::Adapter library(argv[1]);
     const auto opened = Clock::now();
-    PlatformLoadFunctions functions{};
-    Lookup<decltype(PlatformLoadContext)>(library, "PlatformLoadContext")(&functions);
-    functions.loadLib();
+    library.Load();
     const auto ready = Clock::now();
 
     Memory last;
@@ -106,10 +90,9 @@ int main(int argc, char** argv) {
                 ResidentLibrary("/camera.oemlayer.adapter.so"));
 
     PlatFormIntCallbacks tables[kCameras] = {};
-    auto* const fill = Lookup<decltype(PlatformIntContext)>(library, "PlatformIntContext");
     last = Memory{};
     for (uint32_t id = 0; id < kCameras; ++id) {
-        fill(&tables[id], id);
+        tables[id] = library.Table(id);
         tables[id].Create(&tables[id], id);
         const Memory now;
         std::printf("resident%u %ld\nheap%u %ld\n", id + 1, now.resident - last.resident, id + 1,
@@ -122,4 +105,7 @@ int main(int argc, char** argv) {
         table.Destroy(&table);
     }
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "size_probe: %s\n", error.what());
+    return kCannotMeasure;
 }

@@ -1,70 +1,70 @@
+/// The scene: device, camera, and requests of a host.
 #include "tests/support/device.h"
 
-#include "standin/gralloc.h"
+#include "kit/android.h"
 
-#include <android/log.h>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
-#include <dlfcn.h>
 
 namespace test {
 namespace {
 
-std::mutex g_mutex;
-std::vector<AndroidLine> g_lines;
-Texts g_traceCalls;
-uint64_t g_traceTags = 0;
-std::function<void(const std::string&)> g_onTraceCall;
-std::function<void(const std::string&)> g_onAndroidLine;
+using Act = std::function<void(const std::string&)>;
 
-void AddTraceCall(const std::string& call) {
-    g_traceCalls.push_back(call);
-    if (g_onTraceCall) {
-        g_onTraceCall(call);
+/// Keeps what the library tells the log and the trace.
+class Android final : public kit::AndroidSink {
+  public:
+    Android() { kit::SetAndroidSink(*this); }
+    void Line(int priority, const char* tag, const char* text) override {
+        if (onLine) {
+            onLine(text);
+        }
+        const std::lock_guard lock(mutex);
+        lines.push_back({priority, tag, text});
     }
-}
+    void Begin(const char* name) override { AddTraceCall(std::string("begin ") + name); }
+    void End() override { AddTraceCall("end"); }
+
+    void Clear() {
+        const std::lock_guard lock(mutex);
+        lines.clear();
+        traceCalls.clear();
+        enabledTraceTags = 0;
+        onTraceCall = nullptr;
+        onLine = nullptr;
+    }
+
+    std::mutex mutex; ///< Guards the lines.
+    std::vector<AndroidLine> lines;
+    Texts traceCalls;
+    Act onTraceCall, onLine;
+
+  private:
+    void AddTraceCall(const std::string& call) {
+        traceCalls.push_back(call);
+        if (onTraceCall) {
+            onTraceCall(call);
+        }
+    }
+};
+
+Android g_android;
 
 } // namespace
-} // namespace test
-
-// The program's definitions win over the platform's libraries.
-extern "C" {
-__attribute__((visibility("default"))) int __android_log_write(int priority, const char* tag,
-                                                               const char* text) {
-    if (test::g_onAndroidLine) {
-        test::g_onAndroidLine(text);
-    }
-    const std::lock_guard lock(test::g_mutex);
-    test::g_lines.push_back({priority, tag, text});
-    return 1;
-}
-
-__attribute__((visibility("default"))) uint64_t atrace_get_enabled_tags();
-__attribute__((visibility("default"))) void atrace_begin_body(const char* name);
-__attribute__((visibility("default"))) void atrace_end_body();
-
-uint64_t atrace_get_enabled_tags() { return test::g_traceTags; }
-void atrace_begin_body(const char* name) { test::AddTraceCall(std::string("begin ") + name); }
-void atrace_end_body() { test::AddTraceCall("end"); }
-}
-
-namespace test {
 
 std::vector<AndroidLine> AndroidLines() {
-    const std::lock_guard lock(g_mutex);
-    return g_lines;
+    const std::lock_guard lock(g_android.mutex);
+    return g_android.lines;
 }
 
-Texts TraceCalls() { return g_traceCalls; }
+Texts TraceCalls() { return g_android.traceCalls; }
 
-void SetEnabledTraceTags(uint64_t tags) { g_traceTags = tags; }
+void SetEnabledTraceTags(uint64_t tags) { g_android.enabledTraceTags = tags; }
 
-void OnTraceCall(std::function<void(const std::string&)> act) { g_onTraceCall = std::move(act); }
+void OnTraceCall(Act act) { g_android.onTraceCall = std::move(act); }
 
-void OnAndroidLine(std::function<void(const std::string&)> act) {
-    g_onAndroidLine = std::move(act);
-}
+void OnAndroidLine(Act act) { g_android.onLine = std::move(act); }
 
 size_t CountLogged(const std::string& letter, const std::string& start) {
     size_t count = 0;
@@ -110,15 +110,9 @@ std::string Printed(const char* format, ...) {
 // --- The device
 
 Device::Device(std::string library)
-    : mPath(library.empty() ? TEST_ADAPTER_LIBRARY : std::move(library)) {
+    : mPath(library.empty() ? kit::AdapterFile(true) : std::move(library)) {
     StandinControl()->Reset();
-    StandinControl()->SetDeviceRoot(TEST_DEVICE_ROOT);
-    const std::lock_guard lock(g_mutex);
-    g_lines.clear();
-    g_traceCalls.clear();
-    g_traceTags = 0;
-    g_onTraceCall = nullptr;
-    g_onAndroidLine = nullptr;
+    g_android.Clear();
 }
 
 Device::~Device() {
@@ -132,31 +126,16 @@ Device::~Device() {
     StandinControl()->Reset();
 }
 
-void* Device::Lookup(const char* symbol) {
-    if (mLibrary == nullptr) {
-        mLibrary = dlopen(mPath.c_str(), RTLD_NOW);
+const kit::Adapter& Device::Library() {
+    if (!mLibrary.has_value()) {
+        mLibrary.emplace(mPath);
     }
-    EXPECT_NE(mLibrary, nullptr) << dlerror();
-    void* address = dlsym(mLibrary, symbol);
-    EXPECT_NE(address, nullptr) << symbol;
-    return address;
-}
-
-PlatformLoadFunctions Device::LoadContext() {
-    PlatformLoadFunctions functions = {};
-    Exported<decltype(&PlatformLoadContext)>("PlatformLoadContext")(&functions);
-    return functions;
+    return *mLibrary;
 }
 
 void* Device::Load() {
     mLoaded = true;
-    return LoadContext().loadLib();
-}
-
-PlatFormIntCallbacks Device::Table(uint32_t cameraId) {
-    PlatFormIntCallbacks table = {};
-    Exported<decltype(&PlatformIntContext)>("PlatformIntContext")(&table, cameraId);
-    return table;
+    return Library().Load();
 }
 
 Camera::Camera(Device& device, uint32_t cameraId) : mTable(device.Table(cameraId)) {
@@ -172,17 +151,6 @@ void Camera::Destroy() {
 }
 
 // --- A request of the host
-
-camera3_stream MakeStream(int32_t format, uint32_t width, uint32_t height, int32_t type) {
-    camera3_stream stream = {};
-    stream.stream_type = type;
-    stream.width = width;
-    stream.height = height;
-    stream.format = format;
-    stream.usage = 3;
-    stream.max_buffers = 4;
-    return stream;
-}
 
 Request::Request()
     : raw(MakeStream(HAL_PIXEL_FORMAT_RAW10)),
@@ -217,9 +185,6 @@ Request::Request()
 Request::~Request() {
     // The thread that delivered the last callback may still be on its way out of it.
     StandinControl()->WaitIdle();
-    if (mOutputHandle != nullptr) {
-        native_handle_delete(const_cast<native_handle_t*>(mOutputHandle));
-    }
 }
 
 void Request::Add(OemLayer::RequestPrivData* data, Event event) {
@@ -273,9 +238,8 @@ void Request::UseVendorBuffers(Camera& camera, uint32_t sets) {
     if (!mImageBuffers.empty()) {
         privData.pBufferManager = StandinControl()->ManagerOf(mImageBuffers.front());
     }
-    mOutputMemory.resize(size_t{output.stream->width} * output.stream->height * 3 / 2);
-    mOutputHandle = standin::gralloc::Wrap(mOutputMemory.data(), mOutputMemory.size());
-    output.buffer = &mOutputHandle;
+    mOutput.emplace(output.stream->width, output.stream->height);
+    output.buffer = mOutput->Reference();
 }
 
 void Request::GiveBack(Camera& camera) {

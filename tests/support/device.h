@@ -4,7 +4,8 @@
 /// that what the library binds once per process is bound anew in each.
 #pragma once
 
-#include "adapterlayer/oemlayer_host.h"
+#include "kit/library.h"
+#include "kit/stream.h"
 #include "standin/control.h"
 
 #include <gtest/gtest.h>
@@ -12,12 +13,15 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace test {
 
+using kit::MakeStream;
 using standin::Delivery;
 using standin::Entry;
 using standin::Shape;
@@ -75,11 +79,11 @@ class Device {
         }
     }
     /// Opens the library only.
-    PlatformLoadFunctions LoadContext();
-    PlatFormIntCallbacks Table(uint32_t cameraId);
+    PlatformLoadFunctions LoadContext() { return Library().LoadFunctions(); }
+    PlatFormIntCallbacks Table(uint32_t cameraId) { return Library().Table(cameraId); }
     /// An exported function of the library, by its name for the linker.
     template <typename Function> Function Exported(const char* symbol) {
-        return reinterpret_cast<Function>(Lookup(symbol));
+        return Library().Find<std::remove_pointer_t<Function>>(symbol);
     }
 
     /// Ends `Device` without the checks that nothing is alive and nothing was violated, where a
@@ -89,10 +93,10 @@ class Device {
     void ExpectViolations() { mExpectViolations = true; }
 
   private:
-    void* Lookup(const char* symbol);
+    const kit::Adapter& Library();
 
     std::string mPath;
-    void* mLibrary = nullptr;
+    std::optional<kit::Adapter> mLibrary;
     bool mLoaded = false;
     bool mExpectLeftovers = false;
     bool mExpectViolations = false;
@@ -115,10 +119,6 @@ class Camera {
     PlatFormIntCallbacks mTable;
     bool mAlive = true;
 };
-
-/// A stream of the host. It is as large as a ChiStream.
-camera3_stream MakeStream(int32_t format, uint32_t width = 64, uint32_t height = 32,
-                          int32_t type = CAMERA3_STREAM_OUTPUT);
 
 /// One call of the host's callbacks, in the order of arrival.
 struct Event {
@@ -170,7 +170,7 @@ class Request {
     /// Takes metadata for an input set, likewise.
     void* TakeMetadata(Camera& camera);
     /// The memory of the output buffer that `UseVendorBuffers` made.
-    std::span<const uint8_t> OutputPixels() const { return mOutputMemory; }
+    std::span<const uint8_t> OutputPixels() const { return mOutput->Pixels(); }
 
     /// Uses the streams of another request, which outlives this one, instead of its own.
     void ShareStreams(const Request& other);
@@ -187,8 +187,7 @@ class Request {
     std::vector<Event> mEvents;
     std::vector<void*> mImageBuffers;
     std::vector<void*> mMetadata;
-    std::vector<uint8_t> mOutputMemory;
-    buffer_handle_t mOutputHandle = nullptr;
+    std::optional<kit::OutputBuffer> mOutput;
 };
 
 } // namespace test

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # docs_check.sh SOURCE_FOLDER: every test that the documents name exists, and so does every function that the
-# contract names. Its rules are those of standin/rules.h.
+# contract names. Its rules are those of standin/rules.h, and the sizes of records are asserted.
 set -euo pipefail
 cd "$1"
 names=$(grep -hE '^TEST(_P)?\(' tests/*.cpp | sed -E 's/^TEST(_P)?\(//; s/\).*//; s/, /./')
@@ -35,4 +35,14 @@ while read -r row; do
         fi
     done <<<"$places"
 done <<<"$rows"
+# What the documents say of a record's size is asserted in the code.
+sizes=$(grep -ohE '`[A-Za-z]+`, [0-9]+ bytes' docs/*.md | tr -d '`,' | sort -u)
+[ -n "$sizes" ]
+while read -r record size _; do
+    asserted="(ABI_SIZE\\(|sizeof\\()$record(,|\\) ==) $size\\)"
+    if ! grep -qE "$asserted" platform/*/*.h adapterlayer/*.h tests/kept_leaks_test.cpp; then
+        printf 'not asserted: %s has %s bytes\n' "$record" "$size"
+        status=1
+    fi
+done <<<"$sizes"
 exit "$status"

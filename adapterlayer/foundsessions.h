@@ -7,12 +7,15 @@
 
 #include "adapterlayer/oemlayer_host.h"
 
+#include <cstdint>
 #include <cstring>
+#include <string>
 #include <unordered_map>
 
 namespace OemLayer {
 
-/// `Info` is the record of a session. Nothing here is owned. Under the registry's lock.
+/// `Info` is the record of a session. Nothing here is owned. For whoever may touch the camera's
+/// sessions.
 template <typename Info> class FoundSessions {
   public:
     struct Session {

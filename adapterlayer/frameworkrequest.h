@@ -33,7 +33,7 @@ struct FrameworkRequest {
     }
 
     /// Asks for `wanted` buffers of a stream. \returns whether there was memory for the answer.
-    bool Want(unsigned int index, camera3_stream* pStream, uint32_t wanted) const {
+    bool Want(unsigned int index, camera3_stream* pStream, uint32_t wanted) {
         pHanded[index] = {Allocate<camera3_stream_buffer>(wanted), wanted};
         pRequests[index].stream = pStream;
         pRequests[index].num_buffers_requested = wanted;

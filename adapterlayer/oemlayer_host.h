@@ -89,9 +89,9 @@ ABI_OFFSET(RequestPrivData, partialResultBase, 104);
 /// What the library calls back for each request: on the vendor's threads, or on the submitting
 /// thread where the vendor delivers during the submission. The library's locks are not held, so
 /// that a callback may submit again; only what a vendor delivers while it opens or configures a
-/// session comes with that camera's session registry locked. The table must live until the last request completed. The
-/// table of the camera's last submission, be it refused or not, serves all of its requests. A null
-/// entry is skipped; without `captureResult` the results' metadata is lost.
+/// session comes with that camera's session registry locked. The table must live until the last
+/// request completed. The table of the camera's last submission, be it refused or not, serves all
+/// of its requests. A null entry is skipped; without `captureResult` the results' metadata is lost.
 struct OffCamApplicationCallbacks {
     /// The real-time buffers of the request are free again. Once, right before completion.
     void (*releaseRtBuffers)(RequestPrivData*);

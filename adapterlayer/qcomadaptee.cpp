@@ -333,7 +333,8 @@ uint32_t SessionManagers::GenerateOfflineSessions(unsigned int /*cameraId*/,
     return status;
 }
 
-/// Gives a chain up that has no inputs to be made for.
+/// Gives a chain up that has no inputs to be made for. A new one has handle 0, and so nothing to
+/// close.
 uint32_t SessionManagers::DropChain(SessionObjects* pSession) {
     uint32_t status = kStatusOk;
     if (pSession->GetSessionHandle() != 0) {
@@ -444,8 +445,9 @@ long QcomAdaptee::OpenOfflineSession(const std::string& cameraText,
                                      camera_info* pCameraInfo) {
     const std::string& featureName = identity.featureName;
     const uint32_t opMode = FindOfflineInfo(featureName).opMode;
+    const bool canOpen = CanOpenSessions();
     const long sessHdl = DoOpenOfflineSession(cameraText, featureName, pCameraInfo, 0);
-    if (CanOpenSessions()) {
+    if (canOpen) {
         // Before the handle is tested: the record of a failed opening is completed under key 0.
         InitSessInfo(static_cast<unsigned long>(sessHdl), opMode,
                      std::to_string(reinterpret_cast<uintptr_t>(identity.pOutStream)), featureName,
@@ -602,7 +604,8 @@ uint32_t QcomAdaptee::DoPrepareOfflineConfig(unsigned int numInStreams, ChiStrea
     if (pInfo == nullptr) {
         return kStatusFailure;
     }
-    const uint32_t numListed = numInStreams + pInfo->totalResult;
+    const uint32_t totalResult = pInfo->totalResult;
+    const uint32_t numListed = numInStreams + totalResult;
     pConfig->numStreams = numListed;
     pConfig->pCameraText = pInfo->cameraName.c_str();
     pConfig->pSessionSettings = CreateSessionSettings(pSessionParams);
@@ -619,7 +622,8 @@ uint32_t QcomAdaptee::DoPrepareOfflineConfig(unsigned int numInStreams, ChiStrea
             numInStreams, numInputs);
         return kStatusFailure;
     }
-    const unsigned int numStreams = ListOutputStream(pOutStream, *pInfo, numInputs, pList.get());
+    const unsigned int numStreams =
+        ListOutputStream(pOutStream, totalResult, numInputs, pList.get());
     if (numStreams != numListed) {
         OEM_LOG_ERROR(
             "[oemlayer_stream] Incorrect number of total streams. Expected: %d Actual: %d",
@@ -676,20 +680,18 @@ unsigned int QcomAdaptee::ListInputStreams(unsigned int numInStreams, ChiStream*
 
 /// Lists the output behind `numInputs` inputs, once for each result of a request.
 /// \returns the length of the list.
-unsigned int QcomAdaptee::ListOutputStream(camera3_stream* pOutStream,
-                                           const PrivateSessionInfo& info, unsigned int numInputs,
-                                           ChiStream** ppList) {
+unsigned int QcomAdaptee::ListOutputStream(camera3_stream* pOutStream, uint32_t totalResult,
+                                           unsigned int numInputs, ChiStream** ppList) {
     ChiStream* pStream = AsChiStream(pOutStream);
-    for (uint32_t j = 0; j < info.totalResult; ++j) {
+    for (uint32_t j = 0; j < totalResult; ++j) {
         ppList[numInputs + j] = pStream;
         OEM_LOG_INFO_IN("DoPrepareOfflineConfig",
                         "[oemlayer_stream] Configuring offline output stream:%p format:%d, "
                         "size(%d, %d) at Index:%d/%d",
-                        pStream, pStream->format, pStream->width, pStream->height, j,
-                        info.totalResult);
+                        pStream, pStream->format, pStream->width, pStream->height, j, totalResult);
         MarkListed(pStream);
     }
-    return numInputs + info.totalResult;
+    return numInputs + totalResult;
 }
 
 ChiBufferFormat QcomAdaptee::MapChiStreamFormatToChiBufferFormat(ChiStreamFormat format) {
@@ -772,10 +774,10 @@ struct QcomAdaptee::Submission {
 
     OEM_STEP void FillInputSet(uint32_t setIndex);
     OEM_STEP void AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex,
-                              uint32_t format);
-    OEM_STEP void AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex);
+                              ChiStream& stream, uint32_t format);
+    OEM_STEP void AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex, ChiStream& stream);
     OEM_STEP static ChiInputFormat* NewInputFormat(const ChiStream& stream, uint32_t format);
-    OEM_STEP void AddInput(ChiOfflineBufferSet& set, ChiStream* pStream, void* bufferHandle,
+    OEM_STEP void AddInput(ChiOfflineBufferSet& set, ChiStream& stream, void* bufferHandle,
                            ChiBufferManagerHandle pBufferManager, ChiInputFormat* pFormat);
 };
 
@@ -862,7 +864,7 @@ void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
                     wrapper.rtFrameNumber, setIndex, numSets, pRequest->pInputMetadata,
                     pRequest->pOutputMetadata, privData.pBufferManager);
     for (uint32_t j = 0; j < streams.numStreams; ++j) {
-        const ChiStream& stream = *streams.ppStreams[j];
+        ChiStream& stream = *streams.ppStreams[j];
         const uint32_t type = LoadRelaxed(stream.streamType);
         const uint32_t format = LoadRelaxed(stream.format);
         OEM_LOG_INFO_IN(kSubmit, "streamId:%u/%u, stream %p, streamType:%d format:%d size:(%d, %d)",
@@ -871,10 +873,10 @@ void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
             continue;
         }
         if (IsRawFormat(format)) {
-            AddRawInput(set, setIndex, j, format);
+            AddRawInput(set, setIndex, j, stream, format);
         }
         if (IsYuvFormat(format) && streams.feedsYuv) {
-            AddYuvInput(set, setIndex, j);
+            AddYuvInput(set, setIndex, stream);
         }
     }
     // The set's own count times its index, not the running number of buffers: "A set points at
@@ -883,8 +885,8 @@ void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
 }
 
 void QcomAdaptee::Submission::AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex,
-                                          uint32_t streamIndex, uint32_t format) {
-    ChiStream* pStream = streams.ppStreams[streamIndex];
+                                          uint32_t streamIndex, ChiStream& stream,
+                                          uint32_t format) {
     ChiBufferManagerHandle pBufferManager = privData.pBufferManager;
     uint32_t handleIndex = setIndex;
     if (wrapper.dualRdi == 1 && streamIndex % 2 == 1) {
@@ -893,17 +895,17 @@ void QcomAdaptee::Submission::AddRawInput(ChiOfflineBufferSet& set, uint32_t set
         pBufferManager = privData.pSecondRawBufferManager;
         handleIndex = 2 * setIndex + 1;
     }
-    AddInput(set, pStream, wrapper.RdiBufferHandle(handleIndex), pBufferManager,
-             NewInputFormat(*pStream, format));
+    AddInput(set, stream, wrapper.RdiBufferHandle(handleIndex), pBufferManager,
+             NewInputFormat(stream, format));
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the request's array refers to it
 }
 
 void QcomAdaptee::Submission::AddYuvInput(ChiOfflineBufferSet& set, uint32_t setIndex,
-                                          uint32_t streamIndex) {
+                                          ChiStream& stream) {
     // A record's format is not written here: where an earlier set had a raw input at this place, it
     // is still that one's.
-    AddInput(set, streams.ppStreams[streamIndex], wrapper.yuvBufferHandles[setIndex],
-             privData.pYuvBufferManager, pRequest->pInputBuffers[set.numBuffers].pInputFormat);
+    AddInput(set, stream, wrapper.yuvBufferHandles[setIndex], privData.pYuvBufferManager,
+             pRequest->pInputBuffers[set.numBuffers].pInputFormat);
 }
 
 /// Freed by the completion as far as the request's input array still refers to it.
@@ -920,21 +922,22 @@ ChiInputFormat* QcomAdaptee::Submission::NewInputFormat(const ChiStream& stream,
 /// array's index restarts with every set, so that a set overwrites the records of the one before,
 /// and of a burst's format records only the last set's can be freed by the completion: "The
 /// request's input array" in docs/kept-behaviours.md.
-void QcomAdaptee::Submission::AddInput(ChiOfflineBufferSet& set, ChiStream* pStream,
+void QcomAdaptee::Submission::AddInput(ChiOfflineBufferSet& set, ChiStream& stream,
                                        void* bufferHandle, ChiBufferManagerHandle pBufferManager,
                                        ChiInputFormat* pFormat) {
-    // Both were cleared. Written twice, since what was just written in words is slow to copy.
+    // Both have the rest clear. Written twice, since what was just written in words is slow to
+    // copy.
     for (ChiStreamBuffer* pRecord :
          {&pRequest->pInputBuffers[set.numBuffers], &buffers[numBuffers]}) {
         pRecord->size = sizeof(ChiStreamBuffer);
-        pRecord->pStream = pStream;
+        pRecord->pStream = &stream;
         pRecord->bufferType = kChiInputBufferType;
         pRecord->bufferHandle = bufferHandle;
         pRecord->pBufferManager = pBufferManager;
         pRecord->pInputFormat = pFormat;
         pRecord->bufferStatus = 0;
     }
-    StoreRelaxed(pStream->streamType, ChiStreamTypeInput);
+    StoreRelaxed(stream.streamType, ChiStreamTypeInput);
     ++numBuffers;
     ++set.numBuffers;
 }
@@ -1011,10 +1014,10 @@ void QcomAdaptee::ProcessCaptureResultCb(const ChiOfflineSessionCallbacks* pCall
         // The second block only triggers: what is reported is the main block, and again below.
         pRequest->pAdaptee->ProcessOfflineCaptureResultCb(pRequest->pRtPrivData, pResult);
     }
-    if (pResult->pResult != nullptr) {
-        const ChiOfflineResultBlock& block = *pResult->pResult;
-        CountReceivedBuffers(*pResult, session, pRequest);
-        ReportMainBlock(*pResult, pRequest);
+    if (const ChiOfflineResultBlock* pMain = pResult->pResult) {
+        const ChiOfflineResultBlock& block = *pMain;
+        CountReceivedBuffers(*pResult, block, session, pRequest);
+        ReportMainBlock(*pResult, block, pRequest);
         if (pRequest->numReceivedBuffers == session.totalResult && block.numPartialMetadata == 0) {
             CompleteRequest(block, pRequest);
         } else if (block.numPartialMetadata != 0) {
@@ -1039,9 +1042,9 @@ void LowerCounter(uint32_t& counter, uint32_t frameNumber) {
 } // namespace
 
 void QcomAdaptee::CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result,
+                                       const ChiOfflineResultBlock& block,
                                        const PrivateSessionInfo& session,
                                        OfflineRequest* pRequest) {
-    const ChiOfflineResultBlock& block = *result.pResult;
     uint32_t* pCounter = pRequest->pTotalCounter;
     pRequest->numReceivedBuffers += block.numBuffers;
     if (block.numBuffers != 0 && pCounter != nullptr) {
@@ -1058,8 +1061,7 @@ void QcomAdaptee::CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result
 /// Hands the main block to the host, and destroys the request's output metadata once it was
 /// reported. The input metadata is the host's.
 void QcomAdaptee::ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
-                                  OfflineRequest* pRequest) {
-    const ChiOfflineResultBlock& block = *result.pResult;
+                                  const ChiOfflineResultBlock& block, OfflineRequest* pRequest) {
     if (block.numBuffers == 0 && block.pMetadata == nullptr) {
         return;
     }
@@ -1173,7 +1175,7 @@ uint32_t QcomAdaptee::GetFrameworkBuffers(const ChiOfflineSessionCallbacks* pCal
     if (pCallbacks == nullptr || pRequests == nullptr || pReturned == nullptr) {
         return kStatusFailure;
     }
-    const FrameworkRequest request(numRequests);
+    FrameworkRequest request(numRequests);
     const auto* pSession = static_cast<PrivateSessionInfo*>(pCallbacks->pPrivateCallbackData);
     const QcomAdaptee* pAdaptee = pSession != nullptr ? pSession->pAdaptee : nullptr;
     const camera3_callback_ops* pOps = FrameworkOps(pAdaptee);
@@ -1235,8 +1237,8 @@ uint32_t QcomAdaptee::ProcessOfflineCaptureResultCb(void* pRtPvtData,
     camera3_stream_buffer buffers[kMaxResultBuffers] = {};
     result.frame_number = pPrivData->rtFrameNumber;
     bool send = false;
-    if (block.numBuffers != 0) {
-        TranslateOutputBuffers(block, buffers, result);
+    if (const uint32_t numBuffers = LoadRelaxed(block.numBuffers); numBuffers != 0) {
+        TranslateOutputBuffers(block, numBuffers, buffers, result);
         send = true;
     }
     if (block.pMetadata != nullptr) {
@@ -1253,10 +1255,9 @@ uint32_t QcomAdaptee::ProcessOfflineCaptureResultCb(void* pRtPvtData,
 }
 
 /// Fills the result's buffers, and the array behind them, which was cleared.
-void QcomAdaptee::TranslateOutputBuffers(const ChiOfflineResultBlock& block,
+void QcomAdaptee::TranslateOutputBuffers(const ChiOfflineResultBlock& block, uint32_t numBuffers,
                                          camera3_stream_buffer* pBuffers,
                                          camera3_capture_result& result) {
-    const uint32_t numBuffers = LoadRelaxed(block.numBuffers);
     if (numBuffers > kMaxResultBuffers) {
         OEM_LOG_ERROR_IN(kOfflineResult, "%u output buffers, only the first %u are reported",
                          numBuffers, kMaxResultBuffers);
@@ -1314,12 +1315,13 @@ void QcomAdaptee::Flush() {
 uint32_t SessionManagers::Flush() {
     const CameraSerial serial;
     OEM_LOG_INFO("Start destroy session managers.");
-    m_found.Clear();
     uint32_t status = kStatusOk;
     for (const auto& [pStream, sessions] : m_pStream2SuppSessMap) {
         for (const SessionObjects* pSession : sessions) {
             status = m_pAdaptee->CloseOfflineSessions(pSession->GetSessionHandle());
             delete pSession;
+            // After each: a host that submits from within a close has its session found again.
+            m_found.Clear();
         }
     }
     m_pStream2SuppSessMap.clear();

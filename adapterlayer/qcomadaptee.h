@@ -15,8 +15,8 @@
 /// `TearDownResource` and `Flush` apart from everything else of the same camera.
 ///
 /// Some members are written as the contract has them, and nothing here reads them: the adaptee's
-/// `mWrapperContext` and `mWrapperWord`; a session's `featureFlags`, `featureValue` and
-/// `pCameraInfo`; a request's `pRtMetadata` and `pMetadataOps`.
+/// `mWrapperContext` and `mWrapperWord`; a session's `sessionName`, `featureFlags`, `featureValue`
+/// and `pCameraInfo`; a request's `pRtMetadata` and `pMetadataOps`.
 #pragma once
 
 #include "adapterlayer/foundsessions.h"
@@ -64,7 +64,8 @@ class alignas(kCacheLine) QcomAdaptee {
     };
     ABI_SIZE(StreamPrivateInfo, 16);
 
-    /// One opened session, with all that belongs to it. Freed when the session is closed.
+    /// One opened session, with all that belongs to it. Freed when the session is closed, unless a
+    /// later one took its place under its handle: then it stays.
     struct PrivateSessionInfo {
         std::string sessionName; ///< Named after the camera at opening, after the feature later.
         std::string cameraName;
@@ -233,7 +234,7 @@ class alignas(kCacheLine) QcomAdaptee {
     ChiMetadataHandle CreateSessionSettings(const camera_metadata* pSessionParams);
     static unsigned int ListInputStreams(unsigned int numInStreams, ChiStream** ppInStreams,
                                          const PrivateSessionInfo& info, ChiStream** ppList);
-    static unsigned int ListOutputStream(camera3_stream* pOutStream, const PrivateSessionInfo& info,
+    static unsigned int ListOutputStream(camera3_stream* pOutStream, uint32_t totalResult,
                                          unsigned int numInputs, ChiStream** ppList);
     void DestroyMetadata(ChiMetadataHandle metadata);
 
@@ -250,16 +251,18 @@ class alignas(kCacheLine) QcomAdaptee {
                                      Submission& submission);
 
     OEM_STEP static void CountReceivedBuffers(const ChiOfflineCaptureResultInfo& result,
+                                              const ChiOfflineResultBlock& block,
                                               const PrivateSessionInfo& session,
                                               OfflineRequest* pRequest);
     OEM_STEP static void ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
+                                         const ChiOfflineResultBlock& block,
                                          OfflineRequest* pRequest);
     OEM_STEP static void CompleteRequest(const ChiOfflineResultBlock& block,
                                          OfflineRequest* pRequest);
     OEM_STEP static void FreeRequestBuffers(OfflineRequest* pRequest);
     const OffCamApplicationCallbacks* HostCallbacks() const { return LoadAcquire(mpOffCamAppCbs); }
 
-    OEM_STEP void TranslateOutputBuffers(const ChiOfflineResultBlock& block,
+    OEM_STEP void TranslateOutputBuffers(const ChiOfflineResultBlock& block, uint32_t numBuffers,
                                          camera3_stream_buffer* pBuffers,
                                          camera3_capture_result& result);
     OEM_STEP bool TranslateOutputMetadata(ChiMetadataHandle metadata,

@@ -45,7 +45,8 @@ template <typename T> void StoreRelease(T& word, std::type_identity_t<T> value) 
 
 /// The right to touch a camera's sessions: the registry's map and lists, and the adaptee's maps.
 /// Whoever holds the registry's mutex has it, and so has a call that the host keeps apart from all
-/// others of the camera.
+/// others of the camera. The analysis does not tell cameras apart, and takes a `CameraSerial` at
+/// its word.
 struct OEM_CAPABILITY("role") SessionsRole {};
 inline constexpr SessionsRole kSessions;
 

@@ -67,6 +67,7 @@ struct RaisedQuery : Scene {
     static inline RaisedQuery* current;
     camera3_stream stream = MakeStream(35);
     ChiOfflineQueryBuffer query = {&stream, 1};
+    camera3_stream_buffer others[4] = {}; ///< Not on the heap: freeing them would end the test.
     ChiStreamBuffer storage[4] = {};
     ChiOfflineQueryStreamBuffer answer = {nullptr, 9, 9, &storage[0]};
 
@@ -76,6 +77,7 @@ struct RaisedQuery : Scene {
                                                          const camera3_buffer_request*, uint32_t*,
                                                          camera3_stream_buffer_ret* answers) {
             answers[0].num_output_buffers = current->query.numBuffers = 4;
+            answers[0].output_buffers = &current->others[0];
             return 0;
         };
         Submit();
@@ -148,6 +150,41 @@ TEST(Misbehaving, HostThatReadsPastAResultsBuffersFindsNothingOfEarlierResults) 
 }
 
 // --- Orders that a vendor can tell
+
+TEST(Misbehaving, HostThatSubmitsFromWithinAFlushGetsANewSessionAfterIt) {
+    Scene scene;
+    static Scene* current;
+    static decltype(ChiOfflineInterface::pCloseSession) close;
+    current = &scene;
+    scene.Submit();
+    const uint64_t first = scene.Session().handle;
+    close = std::exchange(Vendor(scene).pCloseSession, [](uint64_t session) {
+        Vendor(*current).pCloseSession = close;
+        EXPECT_EQ(current->Submit(), 0U);
+        return close(session);
+    });
+    scene.camera.Flush();
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_NE(scene.Session().handle, first);
+}
+
+TEST(Misbehaving, VendorWhoseOpenEntryGoesAwayMeanwhileHasOpenedAllTheSame) {
+    Scene scene;
+    static ChiOfflineInterface* vendor;
+    static decltype(ChiOfflineInterface::pOpenSession) open;
+    scene.Submit();
+    vendor = &Vendor(scene);
+    open = std::exchange(vendor->pOpenSession,
+                         [](ChiOfflineInterface* self, ChiOfflineSessionCreateInfo* create) {
+                             vendor->pOpenSession = nullptr;
+                             return open(self, create);
+                         });
+    scene.request.wrapper.identity.featureName = "Hdr";
+    EXPECT_EQ(scene.Submit(), 0U);
+    vendor->pOpenSession = open;
+    EXPECT_EQ(CountLogged("E", "find offline info Hdr"), 3U);
+    EXPECT_EQ(InfoOf(scene.device->Sessions().at(1)).sessionName, "Hdr");
+}
 
 TEST(Misbehaving, VendorThatReportsNoBufferAndABadArrayFailsTheRequest) {
     Scene scene(Delivery::ByHand);

@@ -246,17 +246,21 @@ TEST(Closing, DestroysTheSettingsOfASessionThatWasNotConfigured) {
 }
 
 TEST(Closing, DestroysTheSettingsWhileHandleAndIdentityStandForTheSession) {
+    static AdapteeScene* current;
+    static unsigned long handle;
+    static decltype(ChiOfflineMetadataOps::pDestroy) destroy;
     AdapteeScene scene;
-    const unsigned long handle = scene.Open();
+    current = &scene;
+    handle = scene.Open();
     scene.Prepare(handle);
-    OnAndroidLine([&](const std::string& line) {
-        if (line.find("destroy chimeta") != line.npos) {
-            OnAndroidLine(nullptr);
-            EXPECT_NE(scene.adaptee->FindSessionInfo(handle), nullptr);
-            EXPECT_EQ(scene.Open(), 0U) << "the identity is there";
-        }
+    ChiOfflineMetadataOps& vendor = *scene.adaptee->GetChiOfflineMetadataOps();
+    destroy = std::exchange(vendor.pDestroy, [](ChiMetadataHandle metadata) {
+        EXPECT_NE(current->adaptee->FindSessionInfo(handle), nullptr);
+        EXPECT_EQ(current->Open(), 0U) << "the identity is there";
+        return destroy(metadata);
     });
     EXPECT_EQ(scene.adaptee->CloseOfflineSessions(handle), 0U);
+    vendor.pDestroy = destroy;
     EXPECT_EQ(CountLogged("W", "identity{3, "), 1U);
     scene.adaptee->CloseOfflineSessions(scene.device->Sessions().at(0).handle);
 }

@@ -96,7 +96,7 @@ int Print(char* buffer, size_t size, const char* format, ...) {
     return result;
 }
 
-/// The buffer is as large as it is said to be, so that AddressSanitizer sees what is written past it.
+/// The buffer is as large as it is said to be, so that AddressSanitizer sees writes past it.
 template <class Function>
 void CheckPrint(Function print, const Case& wanted, const std::string& whole) {
     const std::unique_ptr<char[]> buffer(new char[wanted.size]);

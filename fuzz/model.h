@@ -1,9 +1,9 @@
 /// What must happen: the library's documented behaviour over the stand-in device, in small.
 ///
 /// The model is told of each call before the library is, and follows it through every call to the
-/// vendor, so that the faults that the device was told of hit both alike. Afterwards both must agree
-/// in the statuses, in what the host was told, in how often each entry was called, in what is alive
-/// in the vendor, and in what stays on the heap.
+/// vendor, so that the faults that the device was told of hit both alike. Then both must agree in
+/// the statuses, in what the host was told, in how often each entry was called, in what is alive in
+/// the vendor, and in what stays on the heap.
 #pragma once
 
 #include "adapterlayer/oemlayer_host.h"

@@ -275,7 +275,7 @@ class Control {
     void CheckAllReturned();
 
     struct State;
-    /// For the stand-in libraries, and for whoever delivers a result that no session of theirs would.
+    /// For the stand-in libraries, and for who delivers a result that no session of theirs would.
     State& Internals() { return *mState; }
 
   private:

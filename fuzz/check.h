@@ -60,7 +60,7 @@ __attribute__((format(printf, 1, 2))) void Trace(const char* format, ...);
 
 /// What the platform's log and trace libraries were called with last.
 struct Platform final : kit::AndroidSink {
-    Platform() {
+    Platform() noexcept {
         enabledTraceTags = UINT64_MAX;
         kit::SetAndroidSink(*this);
     }

@@ -6,33 +6,31 @@
 
 #include "fuzz/check.h"
 #include "fuzz/model.h"
+#include "kit/stream.h"
 
 #include <cstddef>
 #include <vector>
 
 namespace fuzz {
 
+using kit::MakeStream;
+
 inline constexpr uint32_t kWidth = 8;
 inline constexpr uint32_t kHeight = 4;
-
-constexpr camera3_stream Stream(int32_t format, uint32_t width = kWidth, uint32_t height = kHeight,
-                                int32_t type = CAMERA3_STREAM_OUTPUT) {
-    return {.stream_type = type, .width = width, .height = height, .format = format};
-}
 
 /// Input streams; the first three are also those of the images that are fed. What comes after the
 /// first six makes no image.
 inline constexpr camera3_stream kInputs[] = {
-    Stream(HAL_PIXEL_FORMAT_RAW10),
-    Stream(HAL_PIXEL_FORMAT_RAW16),
-    Stream(HAL_PIXEL_FORMAT_YCBCR_420_888),
-    Stream(HAL_PIXEL_FORMAT_RAW12),
-    Stream(HAL_PIXEL_FORMAT_BLOB),
-    Stream(HAL_PIXEL_FORMAT_RAW10, kWidth, kHeight, CAMERA3_STREAM_INPUT),
-    Stream(HAL_PIXEL_FORMAT_RAW10, 0),
-    Stream(HAL_PIXEL_FORMAT_BLOB, 0x10000, 0x10000),
-    Stream(ChiStreamFormatPD10, UINT32_MAX, UINT32_MAX),
-    Stream(ChiStreamFormatUBWCNV124R, 0)};
+    MakeStream(HAL_PIXEL_FORMAT_RAW10, kWidth, kHeight),
+    MakeStream(HAL_PIXEL_FORMAT_RAW16, kWidth, kHeight),
+    MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888, kWidth, kHeight),
+    MakeStream(HAL_PIXEL_FORMAT_RAW12, kWidth, kHeight),
+    MakeStream(HAL_PIXEL_FORMAT_BLOB, kWidth, kHeight),
+    MakeStream(HAL_PIXEL_FORMAT_RAW10, kWidth, kHeight, CAMERA3_STREAM_INPUT),
+    MakeStream(HAL_PIXEL_FORMAT_RAW10, 0, kHeight),
+    MakeStream(HAL_PIXEL_FORMAT_BLOB, 0x10000, 0x10000),
+    MakeStream(ChiStreamFormatPD10, UINT32_MAX, UINT32_MAX),
+    MakeStream(ChiStreamFormatUBWCNV124R, 0, kHeight)};
 inline constexpr size_t kYuv = 2;
 inline constexpr size_t kImages = 6;
 

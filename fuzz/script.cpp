@@ -68,8 +68,8 @@ void FrameworkStep(Scene& scene) {
 
 /// The host's own records are the vendor's output streams, too.
 void StreamStep(Scene& scene) {
-    scene.Pick(g_outputs) = Stream(scene.Pick(kFormats), scene.Pick(kSizes), scene.Pick(kSizes),
-                                   static_cast<int32_t>(scene.Below(3)));
+    scene.Pick(g_outputs) = MakeStream(scene.Pick(kFormats), scene.Pick(kSizes), scene.Pick(kSizes),
+                                       static_cast<int32_t>(scene.Below(3)));
 }
 
 } // namespace fuzz

@@ -19,7 +19,7 @@ void AndroidSink::Line(int priority, const char* tag, const char* text) {
     next(priority, tag, text);
 }
 
-void SetAndroidSink(AndroidSink& sink) { g_sink = &sink; }
+void SetAndroidSink(AndroidSink& sink) noexcept { g_sink = &sink; }
 
 } // namespace kit
 

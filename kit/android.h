@@ -21,6 +21,6 @@ class AndroidSink {
 };
 
 /// Gets all calls of the process from now on. Before the threads start, and until the end.
-void SetAndroidSink(AndroidSink& sink);
+void SetAndroidSink(AndroidSink& sink) noexcept;
 
 } // namespace kit

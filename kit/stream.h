@@ -8,8 +8,9 @@
 
 namespace kit {
 
-constexpr camera3_stream MakeStream(int32_t format, uint32_t width = 64, uint32_t height = 32) {
-    return {.stream_type = CAMERA3_STREAM_OUTPUT,
+constexpr camera3_stream MakeStream(int32_t format, uint32_t width = 64, uint32_t height = 32,
+                                    int32_t type = CAMERA3_STREAM_OUTPUT) {
+    return {.stream_type = type,
             .width = width,
             .height = height,
             .format = format,

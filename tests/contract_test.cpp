@@ -6,7 +6,6 @@
 #include "standin/tags.h"
 #include "tests/support/device.h"
 
-#include <dlfcn.h>
 #include <set>
 #include <span>
 
@@ -51,7 +50,7 @@ class Names {
 /// that a request to it needs. A null handle, or a session of 0, is not given back.
 struct Client {
     Device device;
-    ChiOfflineInterface* pInterface = Open();
+    ChiOfflineInterface* pInterface = kit::OpenOfflineInterface();
     ChiMetadataOpsOpenInfo metadataInfo = {0, 1, 0, 1};
     ChiOfflineMetadataOps* pMetadataOps = pInterface->pOpenMetadataOps(pInterface, &metadataInfo);
     ChiOfflineBufferManagerOps* pBufferOps = pInterface->pOpenBufferOps(pInterface);
@@ -121,12 +120,6 @@ struct Client {
         names.Add("<session>", MadeUp(session));
     }
 
-    static ChiOfflineInterface* Open(uint32_t version = 512) {
-        void* library = dlopen("/vendor/lib64/hw/com.qti.chi.offline.so", RTLD_NOW);
-        using Function = void*(void*, uint32_t);
-        auto* open = reinterpret_cast<Function*>(dlsym(library, "ChiOfflineOpenContext"));
-        return static_cast<ChiOfflineInterface*>(open(nullptr, version));
-    }
     static ChiStream MakeChiStream(uint32_t type, uint32_t format) {
         return {.streamType = type,
                 .width = kWidth,
@@ -291,7 +284,7 @@ constexpr Row kExecuteRows[]{
 };
 
 constexpr Row kSessionRows[]{
-    {Rule::OpenArguments, [](Client&) { Client::Open(511); },
+    {Rule::OpenArguments, [](Client&) { kit::OpenOfflineInterface(511); },
      "OpenContext: the second argument is 511 and must be 512"},
     {Rule::LoggerOperations,
      [](Client&) {

@@ -15,7 +15,7 @@ using Act = std::function<void(const std::string&)>;
 /// Keeps what the library tells the log and the trace.
 class Android final : public kit::AndroidSink {
   public:
-    Android() { kit::SetAndroidSink(*this); }
+    Android() noexcept { kit::SetAndroidSink(*this); }
     void Line(int priority, const char* tag, const char* text) override {
         if (onLine) {
             onLine(text);

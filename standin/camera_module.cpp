@@ -3,20 +3,12 @@
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
-#ifndef WITHOUT_SetVeltoNCSCallback
 EXPORTED void SetVeltoNCSCallback() {}
-#endif
-#ifndef WITHOUT_SetVeltoHWCallback
 EXPORTED void SetVeltoHWCallback() {}
-#endif
-#ifndef WITHOUT_SetVeltoPerfCallback
 EXPORTED void SetVeltoPerfCallback() {}
-#endif
 
-#ifndef WITHOUT_OemEnumerateSensorModes
 EXPORTED uint32_t OemEnumerateSensorModes(uint32_t first, uint32_t second, void* modes) {
     constexpr auto kSucceed = +[](uint32_t, uint32_t, void*) -> uint32_t { return standin::kOk; };
     return standin::Recorded<standin::Entry::EnumerateSensorModes, kSucceed>::Call(first, second,
                                                                                    modes);
 }
-#endif

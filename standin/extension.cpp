@@ -5,10 +5,7 @@ namespace {
 uint32_t ProcessResultMeta(uint32_t /*first*/, void** /*metadata*/) { return standin::kOk; }
 } // namespace
 
-#ifndef WITHOUT_ExtensionProcessResultMeta
-extern "C" __attribute__((visibility("default")))
-#endif
-uint32_t
+extern "C" __attribute__((visibility("default"))) uint32_t
 ExtensionProcessResultMeta(uint32_t first, void** metadata) {
     using standin::Entry;
     return standin::Recorded<Entry::ExtensionProcessResultMeta, ProcessResultMeta>::Call(first,

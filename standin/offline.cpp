@@ -365,10 +365,8 @@ void* OpenContext(void* unused, uint32_t version) {
 
 } // namespace standin
 
-#ifndef WITHOUT_ChiOfflineOpenContext
 extern "C" __attribute__((visibility("default"))) void* ChiOfflineOpenContext(void* unused,
                                                                               uint32_t version) {
     using namespace standin;
     return Recorded<Entry::OpenContext, OpenContext>::Call(unused, version);
 }
-#endif

@@ -15,11 +15,6 @@ void FillOperations(ZOfflineLogOps* ops) {
 
 } // namespace
 
-#ifndef WITHOUT_ChiOfflineLogEntry
-extern "C"
-    __attribute__((visibility("default")))
-#endif
-    void
-    ChiOfflineLogEntry(ZOfflineLogOps* ops) {
+extern "C" __attribute__((visibility("default"))) void ChiOfflineLogEntry(ZOfflineLogOps* ops) {
     standin::Recorded<standin::Entry::OfflineLogEntry, FillOperations>::Call(ops);
 }

@@ -2,12 +2,13 @@
 # Android's own log and trace libraries as Debian packages them.
 
 find_path(ANDROID_INCLUDE_DIR android/log.h PATH_SUFFIXES android)
-find_library(ANDROID_LIBLOG log PATH_SUFFIXES android PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
-find_library(ANDROID_LIBCUTILS cutils PATH_SUFFIXES android PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
+set(folder /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
+find_library(ANDROID_LIBLOG log PATH_SUFFIXES android PATHS ${folder})
+find_library(ANDROID_LIBCUTILS cutils PATH_SUFFIXES android PATHS ${folder})
 if(NOT ANDROID_INCLUDE_DIR OR NOT ANDROID_LIBLOG OR NOT ANDROID_LIBCUTILS)
     message(FATAL_ERROR
-        "Android's log and trace libraries are missing. Run './dev setup', which installs android-liblog-dev and "
-        "android-libcutils-dev, and configure again.")
+        "Android's log and trace libraries are missing. Run './dev setup', which installs "
+        "android-liblog-dev and android-libcutils-dev, and configure again.")
 endif()
 
 add_library(platform INTERFACE)
@@ -27,8 +28,8 @@ find_path(PNG_INCLUDE_DIR png.h)
 find_library(PNG_LIBRARY NAMES png16 png)
 if(NOT YUV_INCLUDE_DIR OR NOT YUV_LIBRARY OR NOT PNG_INCLUDE_DIR OR NOT PNG_LIBRARY)
     message(FATAL_ERROR
-        "libyuv or libpng is missing. Run './dev setup', which installs libyuv-dev and libpng-dev, and configure "
-        "again.")
+        "libyuv or libpng is missing. Run './dev setup', which installs libyuv-dev and "
+        "libpng-dev, and configure again.")
 endif()
 
 # The folder that stands for "/" on the device, in the build tree.

@@ -1,6 +1,7 @@
-# Cross build for 64-bit Arm, against the sysroot that arm64_sysroot.sh makes, run under qemu.
+# Cross build for 64-bit Arm, against a sysroot of Debian's own packages for it, run under qemu.
 
-set(OEMLAYER_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/arm64-sysroot/root" CACHE PATH "Sysroot for arm64")
+set(OEMLAYER_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/arm64-sysroot/unpacked"
+    CACHE PATH "Sysroot for arm64")
 # try_compile's projects get the same sysroot.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES OEMLAYER_SYSROOT)
 get_filename_component(OEMLAYER_SYSROOT "${OEMLAYER_SYSROOT}" ABSOLUTE)
@@ -17,7 +18,8 @@ set(CMAKE_CXX_COMPILER_TARGET aarch64-linux-gnu)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 set(CMAKE_SYSROOT "${OEMLAYER_SYSROOT}")
 
-# libc++ of the target, not the one that lies beside the compiler; found from the sysroot, whatever its name has.
+# libc++ of the target, not the one that lies beside the compiler; found from the sysroot, whatever
+# its name has.
 set(CMAKE_CXX_FLAGS_INIT
     "-nostdinc++ -iwithsysroot /usr/lib/llvm-14/include/c++/v1 -Wno-unused-command-line-argument")
 foreach(kind EXE SHARED MODULE)

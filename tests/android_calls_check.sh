@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# android_calls_check.sh LIBRARY LIST: Android's C library has everything that the library takes from Debian's.
+# android_calls_check.sh LIBRARY LIST: Android's C library has everything that the library takes
+# from Debian's.
 set -euo pipefail
 library=$1
 list=$2

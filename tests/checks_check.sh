@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# checks_check.sh SOURCE_FOLDER BUILD_FOLDER PROCESSOR COMPILER [ARGUMENTS...]: each check, given what it is there for,
-# fails and says so. What it is given is made here: a library of one tiny source, and doctored copies.
+# checks_check.sh LIBRARY PROCESSOR COMPILER [ARGUMENTS...]: each check, given what it is there for,
+# fails and says so. What it is given is made here: a library of one tiny source, and doctored
+# copies.
 set -euo pipefail
-source_folder=$1 build=$2 processor=$3
-shift 3
+built=$1 processor=$2
+shift 2
 compiler=("$@")
-cd "$source_folder/tests"
+cd "$(dirname "${BASH_SOURCE[0]}")"
 readonly objcopy=$(command -v llvm-objcopy-14 || command -v llvm-objcopy)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -48,11 +49,12 @@ split() {
 elf() { # elf LINE FLAGS [COMMAND_AFTER_LINKING]
     rm -f "$library"*
     "${compiler[@]}" -shared -nostdlib -fuse-ld=lld -fPIC -O2 -g -DCALL= -U_FORTIFY_SOURCE \
-        -D_FORTIFY_SOURCE=2 -fstack-protector-strong ${protection:-} -Wl,-z,now,-z,separate-code,-z,max-page-size=16384 \
-        -Wl,-z,common-page-size=16384,--as-needed,--build-id=sha1,-soname,camera.oemlayer.adapter.so $2 \
+        -D_FORTIFY_SOURCE=2 -fstack-protector-strong ${protection:-} -Wl,-z,now,-z,separate-code \
+        -Wl,-z,max-page-size=16384,-z,common-page-size=16384,--as-needed,--build-id=sha1 \
+        -Wl,-soname,camera.oemlayer.adapter.so $2 \
         -Wno-everything -o "$library" "$work/tiny.cpp" -lc ${protection:+-l:ld-linux-aarch64.so.1}
     "${3:-split}"
-    expect "${1:+FAIL  $1}" bash elf_check.sh "$library" "$work/lists" Release
+    expect "${1:+FAIL  $1}" bash elf_check.sh "$library" "$work/lists" "$processor" Release
 }
 [ "$processor" != aarch64 ] || protection=-mbranch-protection=standard
 without_name() { split && "$objcopy" --remove-section=.gnu_debuglink "$library"; }
@@ -68,7 +70,7 @@ no run path|-Wl,-rpath,/vendor
 no text relocation|-Wl,-z,notext -DCALL=asm(".quad\tCopy")
 alignment of the loaded segments|-Wl,-z,max-page-size=4096
 RELRO, up to the end of a page|-Wl,-z,norelro
-no segment that is writable and executable|-DCALL=asm(".pushsection\t.both,\"awx\";.byte\t0;.popsection")
+no segment that is writable and executable|-DCALL=asm(".section\t.both,\"awx\";.byte\t0;.previous")
 a stack that is not executable|-Wl,-z,execstack
 code in pages of its own|-Wl,-z,noseparate-code
 build id|-Wl,--build-id=none
@@ -79,53 +81,12 @@ name of the debug file||without_name
 debug information|-g0
 build id of the debug file||another_debug_file
 TEXT
-[ "$processor" != aarch64 ] || elf "landing pads and signed return addresses" -mbranch-protection=none
+[ "$processor" != aarch64 ] ||
+    elf "landing pads and signed return addresses" -mbranch-protection=none
 
-# Records, and calls that Android's C library may lack.
-layouts() { expect "FAIL  layouts: wanted <, found >" bash layout_check.sh "$debug_file" "$work/layouts"; }
-debug_file=$build/adapterlayer/camera.oemlayer.adapter.so.debug
-sed '/ cameraId; /s/ 8 4 / 4 8 /' layouts.txt >"$work/layouts" && layouts
-sed '/^struct ZOfflineLogOps/,/^}/d' layouts.txt >"$work/layouts" && layouts
+# Calls that Android's C library may lack, and another Android.bp.
 grep -vx dlopen android_calls.txt >"$work/calls"
-expect dlopen bash android_calls_check.sh "${debug_file%.debug}" "$work/calls"
-
-# Android.bp against the build: in copies of it, and of the build's records of its commands, one thing is changed.
-declare -A original=([bp]=../Android.bp [compile]=$build/compile_commands.json [link]=$work/commands)
-declare -A copy=([bp]=$work/Android.bp [compile]=$work/build/compile_commands.json
-    [link]=$work/build/adapterlayer/CMakeFiles/oemlayer_adapter.dir/link.txt)
-mkdir -p "$(dirname "${copy[link]}")"
-cat "${copy[link]/#"$work/build"/"$build"}" >"$work/commands" 2>/dev/null || ninja -C "$build" -t commands >"$work/commands"
-while IFS='|' read -r what edit line; do
-    for kind in bp compile link; do cp "${original[$kind]}" "${copy[$kind]}"; done
-    sed -i -E "$edit" "${copy[$what]}"
-    ! cmp -s "${original[$what]}" "${copy[$what]}" || expect "something changed by $edit" false
-    expect "$line" bash android_bp_check.sh "$source_folder" "$work/build" "$processor" "$work/Android.bp"
-done <<'TEXT'
-bp|s/"lib(zlog)"/"\/\/maker:device-\1"/; s/LEVEL=0/LEVEL=2/; s/^    stem:/    relative_install_path: "hw",\n&/|
-bp|s/LEVEL=0/LEVEL=5/|    only in Android.bp: cc_library_shared.cflags = -DOEMLAYER_LOG_LEVEL=5
-bp|s/"libzlog"/&, "libmore"/|    only in Android.bp: cc_library_shared.shared_libs = a library of the device
-bp|/"liblog"/d|    only in the build: cc_library_shared.shared_libs = liblog
-bp|s/^    stl:/    rtti: true,\n&/|    only in Android.bp: cc_library_shared.rtti = true
-bp|s/^    arch: \{/& x86_64: { cflags: ["-g"] },/|    only in Android.bp: cc_library_shared.arch.x86_64.cflags = -g
-bp|s/^    srcs:/    exclude_srcs: [],\n&/|    only in Android.bp: cc_library_shared.exclude_srcs = []
-bp|/^    header_libs:/,/\]/d|    only in the build: cc_library_headers.header_libs = libcutils_headers
-bp|/export_include_dirs/d|    only in the build: cc_library_headers.export_include_dirs = .
-bp|0,/vendor: true/s//vendor: false/|    only in Android.bp: cc_library_headers.vendor = false
-bp|s/adapter_headers"/adapter_header"/|    only in the build: cc_library_headers.name = camera.oemlayer.adapter_headers
-bp|s/^    srcs:/    stl: "none",\n&/|Android.bp:28: cc_library_shared.stl is there already
-bp|s/"-Wall",/"-Wall"/|Android.bp:39: , or ] wanted, not "-Wextra"
-bp|s/"-Wall",/&\n"-mno-outline-atomics",/|    only in Android.bp: cc_library_shared.cflags = -mno-outline-atomics
-bp|s/"-U_FORTIFY_SOURCE",//; s/"-D_FORTIFY_SOURCE=2",/&\n"-U_FORTIFY_SOURCE",/|    only in Android.bp: cc_library_shared.cflags = -D_FORTIFY_SOURCE=2
-compile|s/ -fno-rtti / -fwrapv&/|    only in the build: cc_library_shared.cflags = -fwrapv
-compile|s/ -fno-rtti / -I\/more&/|    only in the build: cc_library_shared.local_include_dirs = /more
-compile|/qcomadaptee/s/ -fno-rtti / -g3&/|FAIL  oemlayer_adapter_objects.dir/qcomadaptee.cpp.o has flags of its own
-compile|s/ -fno-rtti / /|FAIL  qcomadaptee.cpp: -fno-rtti wanted, nothing found
-compile|s/ -c / -fno-stack-protector&/|FAIL  qcomadaptee.cpp: -fstack-protector-strong wanted, -fno-stack-protector found
-compile|s/ -c / -U_FORTIFY_SOURCE&/|FAIL  platformadapter.cpp: -D_FORTIFY_SOURCE=2 wanted, -U_FORTIFY_SOURCE found
-compile|s/stack-protector-strong/stack-protector/|FAIL  qcomadaptee.cpp: -fstack-protector-strong wanted, -fstack-protector found
-compile|s/ -fno-exceptions / /|FAIL  platformadapter.cpp: -fno-exceptions wanted, nothing found
-link|s/ -shared / -flto=thin&/|    only in the build: cc_library_shared.ldflags = -flto=thin
-link|s/ [^ ]*libzlog\.so/ libmore.a&/|    only in the build: cc_library_shared.ldflags = libmore.a
-link|s/ [^ ]*qcomadaptee\.cpp\.o/& CMakeFiles\/more.cpp.o/|    only in the build: cc_library_shared.srcs = more.cpp.o
-TEXT
+expect dlopen bash android_calls_check.sh "$built" "$work/calls"
+sed '/"libzlog"/d' ../Android.bp >"$work/Android.bp"
+expect '-        "libzlog",' bash android_bp_check.sh ../Android.bp "$work/Android.bp"
 [ "$failures" -eq 0 ]

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# demo_check.sh STATUS PATTERN COMMAND...: the command ends with this status, and prints this pattern.
+# demo_check.sh STATUS PATTERN COMMAND...: the command ends with this status, and prints this
+# pattern.
 set -uo pipefail
 status=$1
 pattern=$2

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# docs_check.sh SOURCE_FOLDER: every test that the documents name exists, and so does every function that the
-# contract names. Its rules are those of standin/rules.h, and the sizes of records are asserted.
+# docs_check.sh SOURCE_FOLDER: every test that the documents name exists, and so does every function
+# that the contract names, whose rules are those of standin/rules.h. Each record's size is asserted,
+# and its layout tested.
 set -euo pipefail
 cd "$1"
 names=$(grep -hE '^TEST(_P)?\(' tests/*.cpp | sed -E 's/^TEST(_P)?\(//; s/\).*//; s/, /./')
-quoted=$(grep -ohE '`[A-Z][A-Za-z]+\.([A-Z][A-Za-z]+|\*)`' docs/*.md README.md | tr -d '`' | sort -u)
+quoted=$(grep -ohE '`[A-Z][A-Za-z]+\.([A-Z][A-Za-z]+|\*)`' docs/*.md README.md | tr -d '`')
 [ -n "$quoted" ]
 status=0
 while read -r name; do
@@ -45,4 +46,11 @@ while read -r record size _; do
         status=1
     fi
 done <<<"$sizes"
+# Every record whose size the headers assert is in the tests' own list, too.
+while read -r record; do
+    grep -qE "RECORD\\(([A-Za-z]+::)*$record," tests/layout_test.cpp || {
+        printf 'not in tests/layout_test.cpp: %s\n' "$record"
+        status=1
+    }
+done < <(grep -ohP '^ *ABI_SIZE\(\K\w+' adapterlayer/*.h platform/*/*.h)
 exit "$status"

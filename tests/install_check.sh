@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# install_check.sh CMAKE BUILD_FOLDER COMPILER [COMPILER_ARGUMENTS...]: what is installed, with which modes, that the
-# library has no run path, and that a host can be compiled against the installed headers.
+# install_check.sh CMAKE BUILD_FOLDER COMPILER [COMPILER_ARGUMENTS...]: what is installed, with
+# which modes, that the library has no run path, and that a host can be compiled against the
+# installed headers.
 set -euo pipefail
 cmake=$1
 build=$2
@@ -27,6 +28,6 @@ fi
 cmp "$library" "$build/adapterlayer/camera.oemlayer.adapter.so"
 printf 'ok    the library, without a run path\n'
 
-printf '#include "adapterlayer/oemlayer_host.h"\nOemLayer::OfflineDataWraper wrapper;\n' >"$tree/host.cpp"
-"$@" -std=c++20 -stdlib=libc++ -I "$tree/include" -Wall -Werror -fsyntax-only "$tree/host.cpp"
+printf '#include "adapterlayer/oemlayer_host.h"\nOemLayer::OfflineDataWraper wrapper;\n' |
+    "$@" -std=c++20 -stdlib=libc++ -I "$tree/include" -Wall -Werror -fsyntax-only -x c++ -
 printf 'ok    a host against the installed headers\n'

@@ -60,7 +60,7 @@ void* GetCPUAddress(ChiImageBufferHandle handle) {
 }
 
 void Fill(SlotList& slots, ChiOfflineBufferManagerOps& table) {
-    Install<Entry::BufferOpsClose, Close>(slots, table.pClose);
+    Install<Entry::BufferOpsClose, Close, Close>(slots, table.pClose);
     Install<Entry::BufferManagerCreate, Create>(slots, table.pCreate);
     Install<Entry::BufferManagerDestroy, Destroy>(slots, table.pDestroy);
     Install<Entry::GetImageBuffer, GetImageBuffer>(slots, table.pGetImageBuffer);

@@ -132,21 +132,20 @@ std::string Control::State::FileOf(const std::string& devicePath) {
            (variant == script.variants.end() ? devicePath : "/variants/" + variant->second);
 }
 
-void Slot::Set(bool missing) const {
-    void* const value = missing ? nullptr : function;
-    std::memcpy(place, &value, sizeof value);
+void Slot::Set(const Script& script) const {
+    void* const chosen = script.missing.contains(entry) ? nullptr
+                         : script.instant               ? instant
+                                                        : function;
+    // What stays is not written: threads may be calling through it.
+    if (std::memcmp(place, &chosen, sizeof chosen) != 0) {
+        std::memcpy(place, &chosen, sizeof chosen);
+    }
 }
 
-void Control::State::SetMissing(Entry entry, bool missing) {
-    script.missing.erase(entry);
-    if (missing) {
-        script.missing.insert(entry);
-    }
+void Control::State::FillSlots() {
     for (const auto& [record, list] : slots) {
         for (const Slot& slot : list) {
-            if (slot.entry == entry) {
-                slot.Set(missing);
-            }
+            slot.Set(script);
         }
     }
 }
@@ -170,11 +169,10 @@ void Control::Reset() {
     }
     dropped = {};
     const auto state = mState->Lock();
-    for (const Entry entry : std::set(state->script.missing)) {
-        state->SetMissing(entry, false);
-    }
     std::erase_if(state->slots, [](const auto& table) { return table.second.empty(); });
     state->script = {};
+    state->FillSlots();
+    state->instantResults.clear();
     state->records = {};
     state->nextFrame = 1;
     ++state->configGeneration;
@@ -191,7 +189,12 @@ void Control::SetMissing(Entry entry, bool missing) {
     if (entry < Entry::OpenSession || entry > Entry::GetCPUAddress) {
         throw std::logic_error(std::string("SetMissing: no table has ") + EntryName(entry));
     }
-    mState->Lock()->SetMissing(entry, missing);
+    const auto state = mState->Lock();
+    state->script.missing.erase(entry);
+    if (missing) {
+        state->script.missing.insert(entry);
+    }
+    state->FillSlots();
 }
 
 void Control::RefuseLibrary(const std::string& path) {
@@ -225,6 +228,12 @@ void Control::SetAsksForFrameworkBuffers(bool asks) {
 }
 
 void Control::SetRecording(bool on) { mState->Lock()->script.recording = on; }
+
+void Control::SetInstant(bool on) {
+    const auto state = mState->Lock();
+    state->script.instant = on;
+    state->FillSlots();
+}
 
 void Control::SetConfigRows(std::vector<ConfigRow> rows) {
     mState->Lock()->script.configRows = std::move(rows);
@@ -298,6 +307,13 @@ void Control::Deliver(size_t executionIndex, Shape shape) {
     }
     waiting.mapped().shape = shape;
     waiting.mapped().session->Deliver(waiting.mapped());
+}
+
+void Control::DeliverInstant() {
+    for (const InstantResult& result : mState->instantResults) {
+        result.Deliver();
+    }
+    mState->instantResults.clear();
 }
 
 void Control::WaitIdle() {

@@ -227,6 +227,13 @@ class Control {
     /// and executions are kept.
     void SetRecording(bool on);
 
+    /// For measurements: the entries of the operation tables do nothing but report success, from
+    /// now on or no longer. A request has its one result, metadata and buffer together, before the
+    /// call returns, or from `DeliverInstant` where delivery is by hand. Such entries lock, check,
+    /// count and keep nothing, and know no fault. Opening and closing a table stays what it is. Not
+    /// while a session is open or another thread calls the device.
+    void SetInstant(bool on);
+
     /// Rows that the configuration store shows instead of its file: a row holds the values of one
     /// key. A row with `fails` set makes its read fail. A null text stands for an absent value. The
     /// texts stay the caller's and must outlive the script.
@@ -263,6 +270,9 @@ class Control {
     /// Delivers the execution with this index now, on the calling thread, in the given shape.
     /// Throws std::logic_error if it does not wait: it was delivered, or its session was closed.
     void Deliver(size_t executionIndex, Shape shape);
+
+    /// Delivers the instant requests that wait, on the calling thread and in their order.
+    void DeliverInstant();
 
     /// Waits until every request on the session threads has been delivered.
     void WaitIdle();

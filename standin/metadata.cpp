@@ -95,7 +95,7 @@ uint32_t Copy(ChiMetadataHandle first, ChiMetadataHandle second, uint8_t /*flag*
 }
 
 void Fill(SlotList& slots, ChiOfflineMetadataOps& table) {
-    Install<Entry::MetadataOpsClose, Close>(slots, table.pClose);
+    Install<Entry::MetadataOpsClose, Close, Close>(slots, table.pClose);
     Install<Entry::MetadataCreate, Create>(slots, table.pCreate);
     Install<Entry::MetadataCreateWithUsage, CreateWithUsage>(slots, table.pCreateWithUsage);
     Install<Entry::MetadataDestroy, Destroy>(slots, table.pDestroy);

@@ -312,6 +312,28 @@ int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
     return kOk;
 }
 
+// --- Instant sessions
+
+Control::State* g_device; ///< At hand, because asking for it would be measured.
+
+uint64_t OpenInstantly(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreateInfo* info) {
+    return Word(info->pCallbacks);
+}
+
+/// The adapter's own field counts a session's frames.
+int32_t ExecuteInstantly(uint64_t handle, ChiOfflineExecuteRequest* request) {
+    const uint32_t frame = ++*request->pLastFrameField;
+    *request->pOfflineFrameNumber = static_cast<int32_t>(frame);
+    const InstantResult result{As<const ChiOfflineSessionCallbacks*>(handle), *request->pOutput,
+                               request->pPrivateData, frame};
+    if (g_device->script.delivery == Delivery::ByHand) {
+        g_device->instantResults.push_back(result);
+    } else {
+        result.Deliver();
+    }
+    return kOk;
+}
+
 // --- Buffer translation
 
 uint32_t TranslateToChi(const camera3_stream_buffer* source, ChiStreamBuffer* target) {
@@ -343,12 +365,14 @@ uint32_t TranslateFromChi(const ChiStreamBuffer* source, camera3_stream_buffer* 
 void Fill(SlotList& slots, ChiOfflineInterface& table) {
     table.size = sizeof table;
     table.pName = "standin offline camera";
-    Install<Entry::OpenSession, OpenSession>(slots, table.pOpenSession);
+    g_device = &Device();
+    Install<Entry::OpenSession, OpenSession, OpenInstantly>(slots, table.pOpenSession);
     Install<Entry::CloseSession, CloseSession>(slots, table.pCloseSession);
     Install<Entry::ConfigureStreams, ConfigureStreams>(slots, table.pConfigureStreams);
-    Install<Entry::ExecuteRequest, ExecuteRequest>(slots, table.pExecuteRequest);
-    Install<Entry::OpenMetadataOps, OpenMetadataOps>(slots, table.pOpenMetadataOps);
-    Install<Entry::OpenBufferOps, OpenBufferOps>(slots, table.pOpenBufferOps);
+    Install<Entry::ExecuteRequest, ExecuteRequest, ExecuteInstantly>(slots, table.pExecuteRequest);
+    Install<Entry::OpenMetadataOps, OpenMetadataOps, OpenMetadataOps>(slots,
+                                                                      table.pOpenMetadataOps);
+    Install<Entry::OpenBufferOps, OpenBufferOps, OpenBufferOps>(slots, table.pOpenBufferOps);
     Install<Entry::TranslateToChiBuffer, TranslateToChi>(slots, table.pTranslateToChiBuffer);
     Install<Entry::TranslateFromChiBuffer, TranslateFromChi>(slots, table.pTranslateFromChiBuffer);
 }

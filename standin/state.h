@@ -96,13 +96,16 @@ struct ImageBuffer {
     std::vector<uint8_t> memory;
 };
 
-/// Where an operation table holds the pointer of an entry.
+struct Script;
+
+/// Where an operation table holds the pointer of an entry, and what the script chooses from.
 struct Slot {
     Entry entry;
     void* place;
     void* function;
+    void* instant;
 
-    void Set(bool missing) const;
+    void Set(const Script& script) const;
 };
 using SlotList = std::vector<Slot>;
 
@@ -145,6 +148,7 @@ struct Script {
     std::chrono::microseconds latency{};
     bool asksForFrameworkBuffers = false;
     bool recording = true;
+    bool instant = false;
     std::optional<std::vector<Control::ConfigRow>> configRows;
 };
 
@@ -165,6 +169,20 @@ struct Job {
     bool asksForFrameworkBuffers;
     size_t delivered = 0;     ///< Results of the shape.
     ChiStreamBuffer output{}; ///< Ready once the first result was delivered.
+};
+
+/// The result of an instant request. An instant session's handle is the address of its callbacks.
+struct InstantResult {
+    const ChiOfflineSessionCallbacks* callbacks;
+    ChiOfflineBufferSet output;
+    void* privateData;
+    uint32_t frame;
+
+    void Deliver() const {
+        ChiOfflineResultBlock block{1, output.pBuffers, 0, output.pMetadata};
+        ChiOfflineCaptureResultInfo info{frame, &block, nullptr, privateData};
+        callbacks->ProcessCaptureResultCb(callbacks, 1, &info);
+    }
 };
 
 /// One mutex guards all of it. It is never held while the adapter is called back.
@@ -195,9 +213,10 @@ struct Control::State {
     int32_t nextFrame = 1;
     size_t inFlight = 0;           ///< Requests queued or being delivered on session threads.
     std::map<size_t, Job> waiting; ///< For `Deliver`, by the index of the execution.
-    std::map<const void*, SlotList> slots; ///< By the record; empty for one that was closed.
-    unsigned char* pTraceByte = nullptr;   ///< The byte with the trace bit, in the context library.
-    unsigned configGeneration = 0;         ///< Counts resets.
+    std::vector<InstantResult> instantResults; ///< For `DeliverInstant`. Not guarded.
+    std::map<const void*, SlotList> slots;     ///< By the record; empty for one that was closed.
+    unsigned char* pTraceByte = nullptr; ///< The byte with the trace bit, in the context library.
+    unsigned configGeneration = 0;       ///< Counts resets.
     std::atomic<Observer*> observer = nullptr;
 
     /// Records a call. Has a value if the call is to fail: its result.
@@ -207,7 +226,7 @@ struct Control::State {
     std::string FileOf(const std::string& devicePath);
 
     /// These two are for whoever holds the lock.
-    void SetMissing(Entry entry, bool missing);
+    void FillSlots(); ///< By the script.
     void SetTraceBit(bool on);
     template <class T> Objects<T>& Of() { return std::get<Objects<T>>(objects); }
 };
@@ -310,7 +329,7 @@ template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
     SlotList& slots = device->slots[&record];
     fill(slots, record);
     for (const Slot& slot : slots) {
-        slot.Set(device->script.missing.contains(slot.entry));
+        slot.Set(device->script);
     }
 }
 
@@ -334,10 +353,24 @@ struct Recorded<Name, Function> {
     }
 };
 
+/// What an instant device has in an entry's place: a success, with an object that is none.
+template <class Function> struct Nothing;
+template <class R, class... Args> struct Nothing<R (*)(Args...)> {
+    static R Call(Args...) {
+        if constexpr (std::is_same_v<R, void*>) {
+            static uint64_t something;
+            return &something;
+        } else {
+            return R();
+        }
+    }
+};
+
 /// Lists an entry for its table's place.
-template <Entry Name, auto Function>
-void Install(SlotList& list, decltype(&Recorded<Name, Function>::Call)& place) {
-    list.push_back({Name, &place, std::bit_cast<void*>(&Recorded<Name, Function>::Call)});
+template <Entry Name, auto Function, auto Instant = Nothing<decltype(Function)>::Call>
+void Install(SlotList& list, decltype(Function)& place) {
+    list.push_back({Name, &place, std::bit_cast<void*>(&Recorded<Name, Function>::Call),
+                    std::bit_cast<void*>(Instant)});
 }
 
 } // namespace standin

@@ -3,60 +3,13 @@
 #include "kit/library.h"
 #include "standin/control.h"
 
-#include <bit>
+#include <iterator>
 #include <optional>
 
 namespace bench {
 namespace {
 
-/// Whatever a call of the vendor returns that nobody looks into.
-void* Something() {
-    static uint64_t something;
-    return &something;
-}
-
-// --- The vendor's entries
-
-std::deque<VendorSession> g_sessions;
-
-uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreateInfo* info) {
-    g_sessions.push_back({info->pCallbacks, 0, false});
-    return std::bit_cast<uint64_t>(&g_sessions.back());
-}
-
-int32_t CloseSession(uint64_t /*handle*/) { return 0; }
-
-int32_t ConfigureStreams(uint64_t /*handle*/, ChiOfflineSessionConfigInfo* /*config*/) { return 0; }
-
-int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
-    auto* session = std::bit_cast<VendorSession*>(handle);
-    *request->pOfflineFrameNumber = ++session->frame;
-    if (session->holds) {
-        HeldRequests().push_back({session, request->pOutput->pBuffers, request->pPrivateData});
-    } else {
-        Deliver(*session, request->pOutput->pBuffers, request->pPrivateData);
-    }
-    return 0;
-}
-
-uint32_t TranslateToChi(const camera3_stream_buffer* /*source*/, ChiStreamBuffer* /*target*/) {
-    return 0;
-}
-
-uint32_t TranslateFromChi(const ChiStreamBuffer* /*source*/, camera3_stream_buffer* /*target*/) {
-    return 0;
-}
-
-ChiOfflineMetadataOps* OpenMetadataOps(ChiOfflineInterface* /*interface*/,
-                                       ChiMetadataOpsOpenInfo* /*info*/) {
-    return MetadataOps();
-}
-
-ChiOfflineBufferManagerOps* OpenBufferOps(ChiOfflineInterface* /*interface*/) {
-    return BufferOps();
-}
-
-// --- The host's callbacks
+uint64_t g_something; ///< What a host's handles point at. Nobody looks into it.
 
 void Complete(OemLayer::RequestPrivData* privData, uint32_t /*status*/) {
     ++static_cast<PrivData*>(privData)->completed;
@@ -66,75 +19,32 @@ std::optional<kit::Adapter> g_library;
 
 } // namespace
 
-void Deliver(const VendorSession& session, ChiStreamBuffer* pOutput, void* pPrivateData) {
-    ChiOfflineResultBlock block = {1, pOutput, 0, Something()};
-    ChiOfflineCaptureResultInfo result = {static_cast<uint32_t>(session.frame), &block, nullptr,
-                                          pPrivateData};
-    session.pCallbacks->ProcessCaptureResultCb(session.pCallbacks, 1, &result);
-}
-
-VendorSession* LastSession() { return &g_sessions.back(); }
-
-std::vector<Held>& HeldRequests() {
-    static std::vector<Held> held;
-    return held;
-}
-
 ChiOfflineInterface* Interface() {
-    static auto* const interface = [] {
-        auto* const record = kit::OpenOfflineInterface();
-        record->pOpenSession = OpenSession;
-        record->pCloseSession = CloseSession;
-        record->pConfigureStreams = ConfigureStreams;
-        record->pExecuteRequest = ExecuteRequest;
-        record->pOpenMetadataOps = OpenMetadataOps;
-        record->pOpenBufferOps = OpenBufferOps;
-        record->pTranslateToChiBuffer = TranslateToChi;
-        record->pTranslateFromChiBuffer = TranslateFromChi;
-        return record;
-    }();
+    static auto* const interface = kit::OpenOfflineInterface();
     return interface;
 }
 
 ChiOfflineMetadataOps* MetadataOps() {
-    static ChiOfflineMetadataOps ops = {
-        .pClose = [](auto...) {},
-        .pCreate = [](auto...) { return Something(); },
-        .pCreateWithUsage = [](auto...) { return Something(); },
-        .pDestroy = [](auto...) { return 0U; },
-        .pCreateFromAndroid = [](auto...) { return Something(); },
-        .pCreateAndroid = [](auto...) { return Something(); },
-        .pReleaseAndroid = [](auto...) { return 0U; },
-        .pGetTag = [](auto...) { return 0U; },
-        .pSetTag = [](auto...) { return 0U; },
-        .pDeleteTag = [](auto...) { return 0U; },
-        .pCopy = [](auto...) { return 0U; },
-    };
-    return &ops;
+    static auto* const ops = [] {
+        ChiMetadataOpsOpenInfo info = {0, 1, 0, 1};
+        return Interface()->pOpenMetadataOps(Interface(), &info);
+    }();
+    return ops;
 }
 
 ChiOfflineBufferManagerOps* BufferOps() {
-    static ChiOfflineBufferManagerOps ops = {
-        .pClose = [](auto...) {},
-        .pCreate = [](auto...) { return Something(); },
-        .pDestroy = [](auto...) {},
-        .pGetImageBuffer = [](auto...) { return Something(); },
-        .pReleaseImageBuffer = [](auto...) {},
-        .pGetCPUAddress = [](auto...) { return Something(); },
-    };
-    return &ops;
+    static auto* const ops = Interface()->pOpenBufferOps(Interface());
+    return ops;
 }
 
 HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::string& featureName,
                          camera3_stream* pOutStream) {
-    for (const int32_t format : inputs.formats) {
-        if (format != 0) {
-            mStreams.push_back(MakeStream(format));
-            privData.inputStreams.push_back(&mStreams.back());
-        }
+    for (size_t i = 0; i < std::size(mStreams) && inputs.formats[i] != 0; ++i) {
+        mStreams[i] = MakeStream(inputs.formats[i]);
+        privData.inputStreams.push_back(&mStreams[i]);
     }
-    privData.pBufferManager = Something();
-    privData.pYuvBufferManager = Something();
+    privData.pBufferManager = &g_something;
+    privData.pYuvBufferManager = &g_something;
     output.stream = pOutStream;
     wrapper.numBuffers = inputs.sets;
     wrapper.identity.pOutStream = pOutStream;
@@ -142,9 +52,9 @@ HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::str
     wrapper.identity.featureName = featureName;
     wrapper.yuvInput = 1;
     for (uint32_t i = 0; i < inputs.sets; ++i) {
-        wrapper.pChiMetadataHandles[i] = Something();
-        wrapper.pRDIBufferHandles[i] = Something();
-        wrapper.yuvBufferHandles[i] = Something();
+        wrapper.pChiMetadataHandles[i] = &g_something;
+        wrapper.pRDIBufferHandles[i] = &g_something;
+        wrapper.yuvBufferHandles[i] = &g_something;
     }
 }
 
@@ -159,9 +69,9 @@ OemLayer::OffCamApplicationCallbacks* HostCallbacks() {
 
 void LoadLibrary(const std::string& path) {
     StandinControl()->SetRecording(false);
+    StandinControl()->SetInstant(true);
     g_library.emplace(path);
     g_library->Load();
-    Interface();
 }
 
 Camera::Camera(uint32_t cameraId) : table(g_library->Table(cameraId)) {

@@ -1,5 +1,5 @@
-/// What the measurements run on: the built library on the stand-in device, whose offline interface
-/// is filled with entries that do nothing but call back, and a host that does nothing at all.
+/// What the measurements run on: the built library on the instant stand-in device, whose entries do
+/// nothing but call back, and a host that does nothing at all.
 ///
 /// The straight-line code that the library is compared with calls the very same entries.
 #pragma once
@@ -9,44 +9,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
-#include <vector>
 
 namespace bench {
 
 using kit::MakeStream;
 
+struct FloorSession;
+
 /// Records that requests write to have cache lines of their own, so that cameras on several threads
 /// meet in the library alone, if anywhere.
 inline constexpr size_t kCacheLine = 64;
 
-/// A session as the vendor knows it. Its handle is its address.
-struct alignas(kCacheLine) VendorSession {
-    ChiOfflineSessionCallbacks* pCallbacks;
-    int32_t frame; ///< Of the last request.
-    bool holds;    ///< Results wait for `Deliver`.
-};
-
-/// Hands a request's one result, buffer and metadata together, to its session.
-void Deliver(const VendorSession& session, ChiStreamBuffer* pOutput, void* pPrivateData);
-
-/// The vendor's interface with the entries of this file. One for the process.
+/// The vendor's tables. One of each for the process.
 ChiOfflineInterface* Interface();
 ChiOfflineMetadataOps* MetadataOps();
 ChiOfflineBufferManagerOps* BufferOps();
-
-/// The last session that was opened.
-VendorSession* LastSession();
-
-/// A request that waits for its result.
-struct Held {
-    const VendorSession* pSession;
-    ChiStreamBuffer* pOutput;
-    void* pPrivateData;
-};
-/// What sessions that hold keep, in the order of submission.
-std::vector<Held>& HeldRequests();
 
 /// The host's record of a request, and how often it was completed.
 struct PrivData : OemLayer::RequestPrivData {
@@ -59,7 +37,38 @@ struct Inputs {
     uint32_t sets;
 };
 
-/// All records that a host has for the requests of one identity. They are submitted again and again.
+inline constexpr Inputs kOneRaw = {{HAL_PIXEL_FORMAT_RAW10}, 1};
+
+/// How often the floor's time the library may take at most.
+inline constexpr double kBar = 1.05;
+inline constexpr double kNoBar = 0;
+
+/// Requests that are timed and whose instructions are counted: one after another to all sessions.
+struct RequestCase {
+    const char* name;
+    Inputs inputs;
+    size_t streams;
+    size_t featuresPerStream;
+    double bar;
+};
+
+inline constexpr RequestCase kRequestCases[] = {
+    {"1 set of 1 raw buffer", kOneRaw, 1, 1, kBar},
+    {"8 sets of 1 raw buffer", {{HAL_PIXEL_FORMAT_RAW10}, 8}, 1, 1, kBar},
+    {"12 sets of 2 raw buffers",
+     {{HAL_PIXEL_FORMAT_RAW10, HAL_PIXEL_FORMAT_RAW16}, 12},
+     1,
+     1,
+     kBar},
+    {"1 set of 1 YUV buffer", {{HAL_PIXEL_FORMAT_YCBCR_420_888}, 1}, 1, 1, kBar},
+    {"64 streams", kOneRaw, 64, 1, kBar},
+    {"8 features on one stream", kOneRaw, 1, 8, kBar},
+    {"64 features on one stream", kOneRaw, 1, 64, kNoBar},
+    {"1,024 streams", kOneRaw, 1024, 1, 1.15},
+};
+
+/// All records that a host has for the requests of one identity, which are submitted again and
+/// again.
 class alignas(kCacheLine) HostRequest {
   public:
     HostRequest(const Inputs& inputs, uint32_t cameraId, const std::string& featureName,
@@ -70,16 +79,16 @@ class alignas(kCacheLine) HostRequest {
     OemLayer::OfflineDataWraper wrapper = {};
     camera3_stream_buffer output = {};
     PrivData privData = {};
+    FloorSession* pFloorSession = nullptr;
 
   private:
-    std::deque<camera3_stream> mStreams;
+    camera3_stream mStreams[2];
 };
 
 /// The host's callbacks: they count completions.
 OemLayer::OffCamApplicationCallbacks* HostCallbacks();
 
-/// Opens the library, loads it and puts the entries of this file in the interface's place. Throws
-/// std::runtime_error where it cannot. Once.
+/// Opens and loads the library, on an instant device. Throws std::runtime_error where it cannot. Once.
 void LoadLibrary(const std::string& path);
 
 /// A camera of the loaded library, as long as this lives.
@@ -90,10 +99,13 @@ class Camera {
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
+    /// The first request of an identity opens its session.
+    void Open(HostRequest& request) { Submit(request); }
     uint32_t Submit(HostRequest& request) {
         return table.SubmitRequestFromRT(&table, &request.wrapper, &request.privData,
                                          &request.output, HostCallbacks());
     }
+    void CloseAll() { table.Flush(&table); }
 
     PlatFormIntCallbacks table;
 };

@@ -1,15 +1,15 @@
 #include "bench/floor.h"
 
-#include <algorithm>
-
 namespace bench {
 
 using OemLayer::kMaxInputBuffers;
 using OemLayer::kMaxInputSets;
 using OemLayer::OfflineDataWraper;
 
+namespace {
+
 /// Lives from the submission to the result. As large as the library's.
-struct FloorCamera::Request {
+struct Request {
     ChiStreamBuffer* pInputBuffers;
     ChiStreamBuffer* pOutputBuffer;
     ChiMetadataHandle pRtMetadata;
@@ -23,9 +23,11 @@ struct FloorCamera::Request {
     uint32_t inputCapacity;
 };
 
+} // namespace
+
 // --- A session's life
 
-FloorSession* FloorCamera::Open(const HostRequest& request) {
+void FloorCamera::Open(HostRequest& request) {
     auto* pSession = new FloorSession;
     pSession->pCamera = this;
     pSession->cameraText = std::to_string(request.wrapper.identity.cameraId);
@@ -61,29 +63,70 @@ FloorSession* FloorCamera::Open(const HostRequest& request) {
         pSession->cameraText.c_str(), numInputs + 1, ppList, 0, pSettings, 0};
     mpInterface->pConfigureStreams(pSession->handle, pSession->pConfig);
     mpMetadataOps->pDestroy(pSettings);
-    return pSession;
+    mOpen.push_back(pSession);
+    request.pFloorSession = pSession;
+    Submit(request);
 }
 
-void FloorCamera::Close(FloorSession* pSession) const {
-    mpInterface->pCloseSession(pSession->handle);
-    for (uint32_t j = 0; j + 1 < pSession->pConfig->numStreams; ++j) {
-        delete[] static_cast<uint64_t*>(pSession->pInputs[j].pPrivateInfo);
+void FloorCamera::CloseAll() {
+    for (FloorSession* pSession : mOpen) {
+        mpInterface->pCloseSession(pSession->handle);
+        for (uint32_t j = 0; j + 1 < pSession->pConfig->numStreams; ++j) {
+            delete[] static_cast<uint64_t*>(pSession->pInputs[j].pPrivateInfo);
+        }
+        delete[] pSession->pInputs;
+        delete[] pSession->pConfig->ppChiStreams;
+        delete pSession->pConfig;
+        delete pSession->pCreateInfo->pCallbacks;
+        delete pSession->pCreateInfo;
+        delete pSession;
     }
-    delete[] pSession->pInputs;
-    delete[] pSession->pConfig->ppChiStreams;
-    delete pSession->pConfig;
-    delete pSession->pCreateInfo->pCallbacks;
-    delete pSession->pCreateInfo;
-    delete pSession;
+    mOpen.clear();
 }
 
 // --- A request's life
 
-void FloorCamera::Submit(FloorSession& session, HostRequest& request) {
-    OfflineDataWraper& wrapper = request.wrapper;
-    PrivData& privData = request.privData;
-    wrapper.pRealtimePrivateData = &privData;
-    wrapper.pOfflineOutputBuffer = &request.output;
+namespace {
+
+/// Feeds the session's inputs with each set.
+void FillSets(ChiOfflineBufferSet* pSets, ChiStreamBuffer* pBuffers, Request& request,
+              const HostRequest& host, ChiStream** ppStreams, uint32_t numInputs) {
+    const OfflineDataWraper& wrapper = host.wrapper;
+    for (uint32_t i = 0; i < wrapper.numBuffers; ++i) {
+        pSets[i] = {numInputs, 0, pBuffers, 0, wrapper.pChiMetadataHandles[i]};
+        request.pRtMetadata = pSets[i].pMetadata;
+        request.pInputMetadata = pSets[i].pMetadata;
+        for (uint32_t j = 0; j < numInputs; ++j) {
+            ChiStream* pStream = ppStreams[j];
+            ChiStreamBuffer& record = request.pInputBuffers[j];
+            record.size = sizeof(ChiStreamBuffer);
+            record.bufferType = kChiInputBufferType;
+            record.bufferStatus = 0;
+            record.pStream = pStream;
+            if (pStream->format == ChiStreamFormatYCbCr420_888) {
+                record.bufferHandle = wrapper.yuvBufferHandles[i];
+                record.pBufferManager = host.privData.pYuvBufferManager;
+            } else {
+                auto* pFormat = new ChiInputFormat{};
+                pFormat->cfaPattern = pStream->cfaPattern;
+                pFormat->bufferFormat =
+                    pStream->format == ChiStreamFormatRaw10 ? ChiFormatRaw10 : ChiFormatRaw16;
+                record.bufferHandle = wrapper.pRDIBufferHandles[i];
+                record.pBufferManager = host.privData.pBufferManager;
+                record.pInputFormat = pFormat;
+            }
+            pStream->streamType = ChiStreamTypeInput;
+            *pBuffers++ = record;
+        }
+    }
+}
+
+} // namespace
+
+void FloorCamera::Submit(HostRequest& host) {
+    OfflineDataWraper& wrapper = host.wrapper;
+    wrapper.pRealtimePrivateData = &host.privData;
+    wrapper.pOfflineOutputBuffer = &host.output;
     wrapper.mpOffCamAppCbs = HostCallbacks();
     mContext = wrapper.wrapperContext;
     mWord = wrapper.wrapperWord;
@@ -92,50 +135,28 @@ void FloorCamera::Submit(FloorSession& session, HostRequest& request) {
     mpHostCallbacks = wrapper.mpOffCamAppCbs;
 
     auto* pOutputBuffer = new ChiStreamBuffer;
-    mpInterface->pTranslateToChiBuffer(&request.output, pOutputBuffer);
+    mpInterface->pTranslateToChiBuffer(&host.output, pOutputBuffer);
+    mRegistryMutex.lock();
+    FloorSession& session = *host.pFloorSession;
+    mRegistryMutex.unlock();
     session.offlineFrameNumber = -1;
+    mConfigurationMutex.lock();
+    ChiStream** const ppStreams = session.pConfig->ppChiStreams;
+    const uint32_t numInputs = session.pConfig->numStreams - 1;
+    mConfigurationMutex.unlock();
+
     ChiStreamBuffer buffers[kMaxInputBuffers] = {};
     ChiOfflineBufferSet sets[kMaxInputSets] = {};
     auto* pRequest = new Request{};
     pRequest->inputCapacity = 2 * wrapper.numBuffers;
     pRequest->pInputBuffers = new ChiStreamBuffer[pRequest->inputCapacity]();
-    pRequest->pRtPrivData = &privData;
+    pRequest->pRtPrivData = &host.privData;
     pRequest->pCamera = this;
     pRequest->pMetadataOps = mpMetadataOps;
     pRequest->pOutputBuffer = pOutputBuffer;
     pRequest->pTotalCounter = &mTotalCounter;
-    privData.rtFrameNumber = wrapper.rtFrameNumber;
-    uint32_t numBuffers = 0;
-    const uint32_t numInputs = session.pConfig->numStreams - 1;
-    for (uint32_t i = 0; i < wrapper.numBuffers; ++i) {
-        sets[i].pMetadata = wrapper.pChiMetadataHandles[i];
-        pRequest->pRtMetadata = sets[i].pMetadata;
-        pRequest->pInputMetadata = sets[i].pMetadata;
-        for (uint32_t j = 0; j < numInputs; ++j) {
-            ChiStream* pStream = session.pConfig->ppChiStreams[j];
-            ChiStreamBuffer& record = pRequest->pInputBuffers[j];
-            record.size = sizeof(ChiStreamBuffer);
-            record.bufferType = kChiInputBufferType;
-            record.bufferStatus = 0;
-            record.pStream = pStream;
-            if (pStream->format == ChiStreamFormatYCbCr420_888) {
-                record.bufferHandle = wrapper.yuvBufferHandles[i];
-                record.pBufferManager = privData.pYuvBufferManager;
-            } else {
-                auto* pFormat = new ChiInputFormat{};
-                pFormat->cfaPattern = pStream->cfaPattern;
-                pFormat->bufferFormat =
-                    pStream->format == ChiStreamFormatRaw10 ? ChiFormatRaw10 : ChiFormatRaw16;
-                record.bufferHandle = wrapper.pRDIBufferHandles[i];
-                record.pBufferManager = privData.pBufferManager;
-                record.pInputFormat = pFormat;
-            }
-            pStream->streamType = ChiStreamTypeInput;
-            buffers[numBuffers++] = record;
-        }
-        sets[i].numBuffers = numInputs;
-        sets[i].pBuffers = &buffers[size_t{numInputs} * i];
-    }
+    host.privData.rtFrameNumber = wrapper.rtFrameNumber;
+    FillSets(sets, buffers, *pRequest, host, ppStreams, numInputs);
     pRequest->pOutputMetadata = mpMetadataOps->pCreate(mpMetadataOps, nullptr, 0);
     ChiOfflineBufferSet output = {1, 0, pOutputBuffer, 0, pRequest->pOutputMetadata};
     ChiOfflineExecuteRequest execute = {
@@ -157,7 +178,7 @@ void FloorCamera::ReceiveResult(const ChiOfflineSessionCallbacks* /*pCallbacks*/
                                 unsigned int /*count*/, ChiOfflineCaptureResultInfo* pResult) {
     auto* pRequest = static_cast<Request*>(pResult->pPrivateData);
     const ChiOfflineResultBlock& block = *pResult->pResult;
-    FloorCamera& camera = *pRequest->pCamera;
+    const FloorCamera& camera = *pRequest->pCamera;
     pRequest->numReceivedBuffers += block.numBuffers;
     *pRequest->pTotalCounter -= pResult->frameNumber;
 

@@ -619,4 +619,22 @@ TEST(Contract, ARequestsRecordsAreSpoiledOnceItIsExecuted) {
     client.End();
 }
 
+/// An instant device answers at once and sees nothing; what is run after it is watched again.
+TEST(Contract, IsNotWatchedByAnInstantDeviceUntilTheReset) {
+    Device device;
+    device->SetInstant(true);
+    for (const size_t seen : {0U, 1U}) {
+        Camera camera(device);
+        Request request;
+        request.UseVendorBuffers(camera);
+        request.Submit(camera);
+        EXPECT_TRUE(request.WaitComplete());
+        EXPECT_EQ(device->CallCount(Entry::ExecuteRequest), seen);
+        request.GiveBack(camera);
+        camera.Flush();
+        camera.Destroy();
+        device->Reset();
+    }
+}
+
 } // namespace

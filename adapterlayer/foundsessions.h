@@ -14,6 +14,57 @@
 
 namespace OemLayer {
 
+/// An identity in words, which hold the whole name where it is not longer than two of them. Refers
+/// to the identity that it was made from.
+class IdentityKey {
+  public:
+    explicit IdentityKey(const OfflineSessionIdentitys& identity)
+        : mpOutStream(identity.pOutStream), mpName(&identity.featureName),
+          mNameSize(static_cast<uint32_t>(mpName->size())), mCameraId(identity.cameraId) {
+        const char* name = mpName->data();
+        if (mNameSize >= sizeof(uint64_t)) {
+            mNameHead = WordAt<uint64_t>(name);
+            mNameTail = WordAt<uint64_t>(name + mNameSize - sizeof(uint64_t));
+        } else if (mNameSize >= sizeof(uint32_t)) {
+            mNameHead = WordAt<uint32_t>(name);
+            mNameTail = WordAt<uint32_t>(name + mNameSize - sizeof(uint32_t));
+        } else {
+            for (uint32_t i = 0; i < mNameSize; ++i) {
+                mNameHead = mNameHead << 8U | static_cast<unsigned char>(name[i]);
+            }
+        }
+    }
+
+    size_t Hash() const {
+        // Odd numbers without a pattern: what differs anywhere shows in the topmost byte, and a
+        // table looks at the lowest bits.
+        return __builtin_bswap64(reinterpret_cast<uintptr_t>(mpOutStream) * 0x9E3779B97F4A7C15 +
+                                 (mNameHead + mCameraId) * 0xC2B2AE3D27D4EB4F +
+                                 mNameTail * 0x165667B19E3779F9);
+    }
+
+    bool operator==(const IdentityKey& other) const {
+        return mpOutStream == other.mpOutStream && mNameHead == other.mNameHead &&
+               mNameTail == other.mNameTail && mNameSize == other.mNameSize &&
+               mCameraId == other.mCameraId &&
+               (mNameSize <= sizeof(mNameHead) + sizeof(mNameTail) || *mpName == *other.mpName);
+    }
+
+  private:
+    template <typename Word> static uint64_t WordAt(const char* text) {
+        Word word;
+        std::memcpy(&word, text, sizeof(word));
+        return word;
+    }
+
+    const camera3_stream* mpOutStream;
+    const std::string* mpName;
+    uint64_t mNameHead = 0;
+    uint64_t mNameTail = 0;
+    uint32_t mNameSize;
+    uint32_t mCameraId;
+};
+
 /// `Info` is the record of a session. Nothing here is owned. For whoever may touch the camera's
 /// sessions.
 template <typename Info> class FoundSessions {
@@ -23,75 +74,36 @@ template <typename Info> class FoundSessions {
         Info* pInfo;
     };
 
+    FoundSessions() { mSessions.max_load_factor(kMostPerPlace); }
+
     /// \returns null where the identity is not listed.
-    const Session* Find(const OfflineSessionIdentitys& identity) const {
-        const auto found = mSessions.find(Key(identity));
+    __attribute__((always_inline, flatten)) const Session* Find(const IdentityKey& key) const {
+        const auto found = mSessions.find(key);
         return found != mSessions.end() ? &found->second : nullptr;
     }
 
     /// Lists a session that is not listed yet. `chainIdentity` has to stay as it is for as long.
     void Add(const OfflineSessionIdentitys& chainIdentity, const Session& session) {
-        mSessions.emplace(Key(chainIdentity), session);
+        mSessions.emplace(chainIdentity, session);
     }
 
-    /// Forgets all sessions.
-    void Clear() { mSessions.clear(); }
+    /// Forgets all sessions, and gives the memory back.
+    void Clear() {
+        if (!mSessions.empty()) {
+            *this = {};
+        }
+    }
 
   private:
-    /// An identity in words, which hold the whole name where it is not longer than two of them.
-    struct Key {
-        explicit Key(const OfflineSessionIdentitys& identity)
-            : pOutStream(identity.pOutStream), pName(&identity.featureName),
-              nameSize(static_cast<uint32_t>(pName->size())), cameraId(identity.cameraId) {
-            const char* name = pName->data();
-            if (nameSize >= sizeof(uint64_t)) {
-                nameHead = WordAt<uint64_t>(name);
-                nameTail = WordAt<uint64_t>(name + nameSize - sizeof(uint64_t));
-            } else if (nameSize >= sizeof(uint32_t)) {
-                nameHead = WordAt<uint32_t>(name);
-                nameTail = WordAt<uint32_t>(name + nameSize - sizeof(uint32_t));
-            } else {
-                for (uint32_t i = 0; i < nameSize; ++i) {
-                    nameHead = nameHead << 8U | static_cast<unsigned char>(name[i]);
-                }
-            }
-        }
-
-        bool operator==(const Key& other) const {
-            return pOutStream == other.pOutStream && nameHead == other.nameHead &&
-                   nameTail == other.nameTail && nameSize == other.nameSize &&
-                   cameraId == other.cameraId &&
-                   (nameSize <= sizeof(nameHead) + sizeof(nameTail) || *pName == *other.pName);
-        }
-
-        const camera3_stream* pOutStream;
-        const std::string* pName;
-        uint64_t nameHead = 0;
-        uint64_t nameTail = 0;
-        uint32_t nameSize;
-        uint32_t cameraId;
-    };
-
     struct Hash {
-        size_t operator()(const Key& key) const {
-            // Odd numbers without a pattern: what differs anywhere shows in the upper half, and the
-            // table looks at the lowest bits.
-            const uint64_t sum = reinterpret_cast<uintptr_t>(key.pOutStream) * 0x9E3779B97F4A7C15 +
-                                 (key.nameHead + key.cameraId) * 0xC2B2AE3D27D4EB4F +
-                                 key.nameTail * 0x165667B19E3779F9;
-            return sum >> 32U;
-        }
+        size_t operator()(const IdentityKey& key) const { return key.Hash(); }
     };
-
-    template <typename Word> static uint64_t WordAt(const char* text) {
-        Word word;
-        std::memcpy(&word, text, sizeof(word));
-        return word;
-    }
 
     /// A power of two of places, which it then grows by: the table finds one without a division.
     static constexpr size_t kFirstPlaces = 16;
-    std::unordered_map<Key, Session, Hash> mSessions{kFirstPlaces};
+    /// Few sessions share a place, so that hardly any request has to look further.
+    static constexpr float kMostPerPlace = 0.25F;
+    std::unordered_map<IdentityKey, Session, Hash> mSessions{kFirstPlaces};
 };
 
 } // namespace OemLayer

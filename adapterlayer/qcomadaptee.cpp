@@ -28,6 +28,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -234,9 +235,9 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
         OEM_LOG_ERROR("pOutStream is null!!!");
         return 0;
     }
-    if (const auto* pFound = m_found.Find(identity)) {
-        OEM_LOG_INFO("Session handle %ld matched.", pFound->handle);
+    if (const auto* pFound = m_found.Find(IdentityKey(identity))) {
         pInfo = pFound->pInfo;
+        OEM_LOG_INFO("Session handle %ld matched.", pFound->handle);
         return pFound->handle;
     }
     const SessionObjects* pSession = FindOrMakeChain(cameraId, identity, pInStreams, registryWord);
@@ -487,7 +488,6 @@ long QcomAdaptee::DoOpenOfflineSession(const std::string& cameraText,
         mpChiOfflineIntfOps->pOpenSession(mpChiOfflineIntfOps, pInfo->pCreateInfo.get());
     OEM_LOG_INFO("Opened new session, sessionHdl: %li", sessHdl);
     pInfo->cameraName = cameraText;
-    pInfo->pConfigInfo = std::make_unique<ChiOfflineSessionConfigInfo>();
     FileSessionInfo(sessHdl, pInfo);
     return static_cast<long>(sessHdl);
 }
@@ -572,9 +572,8 @@ uint32_t QcomAdaptee::PrepareOfflineConfig(unsigned int numInStreams,
         pPointers[i] = &pInfo->pInputStreams[i];
         FillInputStream(ppInStreams[i], &pInfo->pStreamInfos[i], pPointers[i]);
     }
-    const uint32_t status =
-        DoPrepareOfflineConfig(numInStreams, pPointers.get(), pOutStream, pInfo->pConfigInfo.get(),
-                               sessHdl, pSessionParams);
+    const uint32_t status = DoPrepareOfflineConfig(numInStreams, pPointers.get(), pOutStream,
+                                                   &pInfo->configInfo, sessHdl, pSessionParams);
     if (status != kStatusOk) {
         OEM_LOG_ERROR("[oemlayer_stream] Unable to prepare configure session for %s for camera %s",
                       pInfo->featureName.c_str(), pInfo->cameraName.c_str());
@@ -719,11 +718,11 @@ uint32_t QcomAdaptee::ConfigStreams(unsigned long sessHdl) {
     if (sessHdl == 0) {
         return kStatusOk;
     }
-    const PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
+    PrivateSessionInfo* pInfo = FindSessionInfo(sessHdl);
     if (pInfo == nullptr) {
         return kStatusFailure;
     }
-    ChiOfflineSessionConfigInfo* pConfig = pInfo->pConfigInfo.get();
+    ChiOfflineSessionConfigInfo* pConfig = &pInfo->configInfo;
     OEM_LOG_INFO("[oemlayer_stream] configure camera %s with ppChiStreams: %p",
                  PrintableText(pConfig->pCameraText), pConfig->ppChiStreams);
     const int32_t result = mpChiOfflineIntfOps->pConfigureStreams(sessHdl, pConfig);
@@ -757,6 +756,26 @@ struct QcomAdaptee::SessionStreams {
     bool feedsYuv = false;
 };
 
+namespace {
+
+/// The records of a submission's inputs, which the vendor reads during the execute call.
+struct alignas(kCacheLine) InputRecords {
+    ChiStreamBuffer buffers[kMaxInputBuffers];
+    ChiOfflineBufferSet sets[kMaxInputSets];
+};
+
+/// In pieces, since C libraries clear more than two kilobytes in a way that takes long to start; and
+/// in a function that the compiler does not make one piece of again.
+__attribute__((noinline, no_builtin("memset"))) void Clear(InputRecords& records) {
+    constexpr size_t kPiece = sizeof(InputRecords) / 3;
+    static_assert(sizeof(InputRecords) % 3 == 0 && kPiece < 2048);
+    for (size_t at = 0; at < sizeof(InputRecords); at += kPiece) {
+        std::memset(reinterpret_cast<char*>(&records) + at, 0, kPiece);
+    }
+}
+
+} // namespace
+
 /// One submission under way. It lives on the stack and holds all that the vendor reads only during
 /// the execute call, cleared whole before it is filled. The heap is left to what outlives the call:
 /// the request, its input array, its output buffer, and a format record for each raw input.
@@ -765,12 +784,18 @@ struct QcomAdaptee::Submission {
     const uint32_t numSets;
     RequestPrivData& privData;
     const SessionStreams& streams;
-    OfflineRequest* pRequest;
-    uint32_t numBuffers = 0; ///< Used records of `buffers`.
-    ChiStreamBuffer buffers[kMaxInputBuffers] = {};
-    ChiOfflineBufferSet sets[kMaxInputSets] = {};
-    ChiOfflineBufferSet output = {};
-    ChiOfflineExecuteRequest execute = {};
+    OfflineRequest* pRequest = nullptr;
+    uint32_t numBuffers = 0; ///< Used records of `inputs.buffers`.
+    InputRecords inputs;
+    // Written whole.
+    ChiOfflineBufferSet output;
+    ChiOfflineExecuteRequest execute;
+
+    Submission(const OfflineDataWraper& dataWraper, uint32_t setCount, RequestPrivData& hostData,
+               const SessionStreams& sessionStreams)
+        : wrapper(dataWraper), numSets(setCount), privData(hostData), streams(sessionStreams) {
+        Clear(inputs);
+    }
 
     OEM_STEP void FillInputSet(uint32_t setIndex);
     OEM_STEP void AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex, uint32_t streamIndex,
@@ -793,8 +818,8 @@ uint32_t QcomAdaptee::SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& sess
         delete pOutputBuffer;
         return kStatusInvalid;
     }
-    Submission submission = {wrapper, numSets, privData, streams,
-                             NewOfflineRequest(numSets, streams, privData, pOutputBuffer)};
+    Submission submission(wrapper, numSets, privData, streams);
+    submission.pRequest = NewOfflineRequest(numSets, streams, privData, pOutputBuffer);
     privData.rtFrameNumber = wrapper.rtFrameNumber;
     for (uint32_t i = 0; i < numSets; ++i) {
         submission.FillInputSet(i);
@@ -821,8 +846,8 @@ QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSession
     SessionStreams streams;
     {
         const std::lock_guard<std::mutex> lock(mLock);
-        streams.ppStreams = session.pConfigInfo->ppChiStreams;
-        streams.numStreams = streams.ppStreams != nullptr ? session.pConfigInfo->numStreams : 0;
+        streams.ppStreams = session.configInfo.ppChiStreams;
+        streams.numStreams = streams.ppStreams != nullptr ? session.configInfo.numStreams : 0;
     }
     streams.feedsYuv = wrapper.yuvInput == 1;
     for (uint32_t j = 0; j < streams.numStreams; ++j) {
@@ -854,8 +879,7 @@ QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(uint32_t numSets,
 /// stream meanwhile cannot feed more inputs than were counted: its type and its format are read
 /// once.
 void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
-    ChiOfflineBufferSet& set = sets[setIndex];
-    set.pMetadata = wrapper.pChiMetadataHandles[setIndex];
+    ChiOfflineBufferSet set = {0, 0, nullptr, 0, wrapper.pChiMetadataHandles[setIndex]};
     pRequest->pRtMetadata = set.pMetadata;
     pRequest->pInputMetadata = set.pMetadata;
     OEM_LOG_INFO_IN(kSubmit,
@@ -881,7 +905,8 @@ void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
     }
     // The set's own count times its index, not the running number of buffers: "A set points at
     // record count x index" in docs/kept-behaviours.md.
-    set.pBuffers = &buffers[size_t{set.numBuffers} * setIndex];
+    set.pBuffers = &inputs.buffers[size_t{set.numBuffers} * setIndex];
+    inputs.sets[setIndex] = set;
 }
 
 void QcomAdaptee::Submission::AddRawInput(ChiOfflineBufferSet& set, uint32_t setIndex,
@@ -928,7 +953,7 @@ void QcomAdaptee::Submission::AddInput(ChiOfflineBufferSet& set, ChiStream& stre
     // Both have the rest clear. Written twice, since what was just written in words is slow to
     // copy.
     for (ChiStreamBuffer* pRecord :
-         {&pRequest->pInputBuffers[set.numBuffers], &buffers[numBuffers]}) {
+         {&pRequest->pInputBuffers[set.numBuffers], &inputs.buffers[numBuffers]}) {
         pRecord->size = sizeof(ChiStreamBuffer);
         pRecord->pStream = &stream;
         pRecord->bufferType = kChiInputBufferType;
@@ -959,7 +984,7 @@ uint32_t QcomAdaptee::ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& sessi
     submission.execute = {
         .numInputs = submission.numSets,
         .reserved4 = 0,
-        .pInputs = submission.sets,
+        .pInputs = submission.inputs.sets,
         .pOutput = &submission.output,
         .pPrivateData = submission.pRequest,
         .pOfflineFrameNumber = &session.offlineFrameNumber,
@@ -1065,7 +1090,7 @@ void QcomAdaptee::ReportMainBlock(const ChiOfflineCaptureResultInfo& result,
     if (block.numBuffers == 0 && block.pMetadata == nullptr) {
         return;
     }
-    pRequest->pAdaptee->ProcessOfflineCaptureResultCb(pRequest->pRtPrivData, &result);
+    pRequest->pAdaptee->ReportResult(pRequest->pRtPrivData, &result);
     if (block.pMetadata == nullptr) {
         return;
     }
@@ -1227,8 +1252,12 @@ constexpr uint32_t kOfflinePartialResult = 255;
 
 uint32_t QcomAdaptee::ProcessOfflineCaptureResultCb(void* pRtPvtData,
                                                     const ChiOfflineCaptureResultInfo* pResult) {
+    return ReportResult(pRtPvtData, pResult);
+}
+
+uint32_t QcomAdaptee::ReportResult(void* pRtPvtData, const ChiOfflineCaptureResultInfo* pResult) {
     if (pResult == nullptr || pResult->pResult == nullptr || pRtPvtData == nullptr) {
-        OEM_LOG_INFO("pResult:%p pRtPvtData:%p", pResult, pRtPvtData);
+        OEM_LOG_INFO_IN(kOfflineResult, "pResult:%p pRtPvtData:%p", pResult, pRtPvtData);
         return kStatusFailure;
     }
     auto* pPrivData = static_cast<RequestPrivData*>(pRtPvtData);
@@ -1365,10 +1394,10 @@ uint32_t QcomAdaptee::CloseInVendor(unsigned long handle) {
 /// was not configured are destroyed first, while handle and identities still stand for it.
 void QcomAdaptee::FreeSession(unsigned long handle) {
     PrivateSessionInfo* pInfo = FindSessionInfo(handle);
-    if (pInfo != nullptr && pInfo->pConfigInfo->pSessionSettings != nullptr) {
+    if (pInfo != nullptr && pInfo->configInfo.pSessionSettings != nullptr) {
         OEM_LOG_INFO_IN("CloseOfflineSessions", "destroy chimeta: %p",
-                        pInfo->pConfigInfo->pSessionSettings);
-        DestroyMetadata(pInfo->pConfigInfo->pSessionSettings);
+                        pInfo->configInfo.pSessionSettings);
+        DestroyMetadata(pInfo->configInfo.pSessionSettings);
     }
     delete pInfo;
     mSessInfoMap.erase(handle);

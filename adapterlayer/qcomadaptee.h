@@ -75,12 +75,13 @@ class alignas(kCacheLine) QcomAdaptee {
         uint32_t opMode = 0;
         uint32_t featureFlags = 0;
         int32_t featureValue = 0;
-        uint32_t totalResult = 0; ///< Output buffers of one request; 1 once prepared.
         camera_info* pCameraInfo = nullptr;
-        std::unique_ptr<ChiOfflineSessionConfigInfo> pConfigInfo;
         std::unique_ptr<ChiStream[]> pInputStreams;
         std::unique_ptr<StreamPrivateInfo[]> pStreamInfos; ///< One for each input stream.
         std::unique_ptr<ChiStream*[]> pStreamList;         ///< The inputs, then the output.
+        // What each request needs is close together.
+        ChiOfflineSessionConfigInfo configInfo = {};
+        uint32_t totalResult = 0;    ///< Output buffers of one request; 1 once prepared.
         uint32_t lastFrameField = 0; ///< Written by the vendor during an execute call.
         /// Preset to -1 and written by the vendor during an execute call. Atomic, since two threads
         /// may submit to one session.
@@ -262,6 +263,8 @@ class alignas(kCacheLine) QcomAdaptee {
     OEM_STEP static void FreeRequestBuffers(OfflineRequest* pRequest);
     const OffCamApplicationCallbacks* HostCallbacks() const { return LoadAcquire(mpOffCamAppCbs); }
 
+    /// ProcessOfflineCaptureResultCb, for the result that every request has.
+    OEM_STEP uint32_t ReportResult(void* pRtPvtData, const ChiOfflineCaptureResultInfo* pResult);
     OEM_STEP void TranslateOutputBuffers(const ChiOfflineResultBlock& block, uint32_t numBuffers,
                                          camera3_stream_buffer* pBuffers,
                                          camera3_capture_result& result);
@@ -332,9 +335,10 @@ class alignas(kCacheLine) SessionManagers {
     /// the session's record; null with handle 0, and where the record is not known. \returns the
     /// session's handle; 0 where none could be made, and for a chain that holds none. Concurrent;
     /// one caller at a time gets through.
-    uint64_t GetSessHandle(unsigned int cameraId, const OfflineSessionIdentitys& identity,
-                           const std::vector<camera3_stream*>& pInStreams,
-                           unsigned int registryWord, QcomAdaptee::PrivateSessionInfo*& pInfo)
+    OEM_STEP uint64_t GetSessHandle(unsigned int cameraId, const OfflineSessionIdentitys& identity,
+                                    const std::vector<camera3_stream*>& pInStreams,
+                                    unsigned int registryWord,
+                                    QcomAdaptee::PrivateSessionInfo*& pInfo)
         OEM_EXCLUDES(kSessions);
 
     /// Closes the session of every chain and deletes the chains. Takes no lock: the host keeps it

@@ -13,7 +13,7 @@ using PrivateSessionInfo = OemLayer::QcomAdaptee::PrivateSessionInfo;
 // docs/kept-behaviours.md states these.
 static_assert(sizeof(OfflineRequest) == 88);
 static_assert(sizeof(SessionObjects) == 48);
-static_assert(sizeof(PrivateSessionInfo) == 216);
+static_assert(sizeof(PrivateSessionInfo) == 264);
 
 // --- Submissions that end early
 
@@ -143,7 +143,7 @@ TEST(KeptLeaks, ACloseThatFailsTearsNothingDown) {
     EXPECT_EQ(Log("CloseOfflineSessions"),
               "E Failed to close session 8 for usecase Night for camera 0");
     EXPECT_EQ(scene.Session().name, "session_of_camera_0");
-    EXPECT_EQ(scene.Info().pConfigInfo->ppChiStreams[0]->format, 37U);
+    EXPECT_EQ(scene.Info().configInfo.ppChiStreams[0]->format, 37U);
     scene.Finish(); // The session still delivers,
     EXPECT_EQ(Story(scene.request), "M R C0");
     scene.request.wrapper.identity.featureName = "Hdr";

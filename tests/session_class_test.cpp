@@ -238,7 +238,7 @@ TEST(Closing, DestroysTheSettingsOfASessionThatWasNotConfigured) {
     AdapteeScene scene;
     const unsigned long handle = scene.Open();
     scene.Prepare(handle);
-    const void* settings = scene.Info().pConfigInfo->pSessionSettings;
+    const void* settings = scene.Info().configInfo.pSessionSettings;
     EXPECT_EQ(scene.adaptee->CloseOfflineSessions(handle), 0U);
     EXPECT_EQ(Log("CloseOfflineSessions"),
               Printed("I close sessionHdl: %lu\nI destroy chimeta: %p", handle, settings));

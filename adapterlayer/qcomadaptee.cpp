@@ -764,8 +764,8 @@ struct alignas(kCacheLine) InputRecords {
     ChiOfflineBufferSet sets[kMaxInputSets];
 };
 
-/// In pieces, since C libraries clear more than two kilobytes in a way that takes long to start; and
-/// in a function that the compiler does not make one piece of again.
+/// In pieces, since C libraries clear more than two kilobytes in a way that takes long to start;
+/// and in a function that the compiler does not make one piece of again.
 __attribute__((noinline, no_builtin("memset"))) void Clear(InputRecords& records) {
     constexpr size_t kPiece = sizeof(InputRecords) / 3;
     static_assert(sizeof(InputRecords) % 3 == 0 && kPiece < 2048);

@@ -1,3 +1,4 @@
+/// The host of the measurements: its records, its callbacks and its cameras.
 #include "bench/device.h"
 
 #include "kit/library.h"

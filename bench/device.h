@@ -88,7 +88,8 @@ class alignas(kCacheLine) HostRequest {
 /// The host's callbacks: they count completions.
 OemLayer::OffCamApplicationCallbacks* HostCallbacks();
 
-/// Opens and loads the library, on an instant device. Throws std::runtime_error where it cannot. Once.
+/// Opens and loads the library, on an instant device. Throws std::runtime_error where it cannot.
+/// Once.
 void LoadLibrary(const std::string& path);
 
 /// A camera of the loaded library, as long as this lives.

@@ -1,3 +1,4 @@
+/// The straight-line code that the library is measured against.
 #include "bench/floor.h"
 
 namespace bench {

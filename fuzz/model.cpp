@@ -1,3 +1,4 @@
+/// What must happen, call by call, and the comparison with what did.
 #include "fuzz/model.h"
 
 #include "adapterlayer/qcomadaptee.h"

@@ -1,3 +1,4 @@
+/// The script, the records and the live objects behind the control object.
 #include "standin/session.h"
 
 #include <dlfcn.h>

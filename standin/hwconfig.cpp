@@ -17,7 +17,8 @@ constexpr const char* kList = "offlineMode";
 constexpr const char* kExpected =
     R"(expected {"OemOfflineFeatureInfoMap": [{"offlineMode": ["Night", "8", "1f", "3"]}, ...]})";
 
-/// The values of each key. Nothing, and a line on standard error, if the file is missing or malformed.
+/// The values of each key. Nothing, and a line on standard error, if the file is missing or
+/// malformed.
 std::vector<std::vector<std::string>> Load(const std::string& path) {
     std::vector<std::vector<std::string>> rows;
     try {

@@ -1,3 +1,4 @@
+/// Follows a parser, so that each value knows its line.
 #include "standin/located_json.h"
 
 #include <algorithm>

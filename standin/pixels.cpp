@@ -1,3 +1,4 @@
+/// What a session does to pixels: it unpacks, merges and demosaics.
 #include "standin/pixels.h"
 
 #include "standin/gralloc.h"

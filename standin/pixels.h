@@ -40,8 +40,8 @@ void DevelopFrames(std::span<const Frame> frames, uint32_t width, uint32_t heigh
                    std::span<uint8_t> nv12);
 
 /// Develops the request's inputs into its output, if that is a YUV buffer with known memory. Raw
-/// inputs are read as their format records say. Inputs whose memory is not known or which are larger
-/// or smaller than the output take no part.
+/// inputs are read as their format records say. Inputs whose memory is not known or which are
+/// larger or smaller than the output take no part.
 void Develop(const Session& session, const Execution& execution, const ChiStreamBuffer& output);
 
 } // namespace standin

@@ -1,3 +1,4 @@
+/// An open session: its thread, and the results that it delivers.
 #include "standin/session.h"
 
 #include "standin/pixels.h"

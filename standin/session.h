@@ -20,7 +20,8 @@ struct Session : std::enable_shared_from_this<Session> {
     int32_t lastFrame = -1;      ///< The offline frame that was assigned last, and on which thread.
     std::thread::id lastThread;
 
-    /// Ends the session's thread after the delivery that it is in, and drops what is queued or waits.
+    /// Ends the session's thread after the delivery that it is in, and drops what is queued or
+    /// waits.
     void Stop();
 
     /// Hands a request to whom the script wants it delivered by.

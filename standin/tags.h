@@ -5,8 +5,8 @@
 
 namespace standin {
 
-/// Says what a host made metadata for: a SetMark. Metadata of a request's input sets that has one is
-/// held against it.
+/// Says what a host made metadata for: a SetMark. Metadata of a request's input sets that has one
+/// is held against it.
 inline constexpr uint32_t kSetMarkTag = 0x80000001;
 
 struct SetMark {

@@ -780,20 +780,19 @@ __attribute__((noinline, no_builtin("memset"))) void Clear(InputRecords& records
 /// the execute call, cleared whole before it is filled. The heap is left to what outlives the call:
 /// the request, its input array, its output buffer, and a format record for each raw input.
 struct QcomAdaptee::Submission {
+    InputRecords inputs;
+    ChiOfflineBufferSet output = {};
+    ChiOfflineExecuteRequest execute = {};
     const OfflineDataWraper& wrapper;
-    const uint32_t numSets;
     RequestPrivData& privData;
     const SessionStreams& streams;
     OfflineRequest* pRequest = nullptr;
+    const uint32_t numSets;
     uint32_t numBuffers = 0; ///< Used records of `inputs.buffers`.
-    InputRecords inputs;
-    // Written whole.
-    ChiOfflineBufferSet output;
-    ChiOfflineExecuteRequest execute;
 
     Submission(const OfflineDataWraper& dataWraper, uint32_t setCount, RequestPrivData& hostData,
                const SessionStreams& sessionStreams)
-        : wrapper(dataWraper), numSets(setCount), privData(hostData), streams(sessionStreams) {
+        : wrapper(dataWraper), privData(hostData), streams(sessionStreams), numSets(setCount) {
         Clear(inputs);
     }
 

@@ -36,6 +36,9 @@ void ExpectRecord(const char* record, size_t actual, size_t expected,
 #define AT4(field, offset) AT(field, offset, 4)
 #define AT8(field, offset) AT(field, offset, 8)
 
+// The sizes of pointers and strings are meant.
+// NOLINTBEGIN(bugprone-sizeof-expression, bugprone-sizeof-container)
+
 TEST(Layout, HostRecords) {
     using namespace OemLayer;
     RECORD(PlatformLoadFunctions, 16, AT8(loadLib, 0), AT8(logMap, 8));
@@ -148,6 +151,8 @@ TEST(Layout, FormatNumbers) {
                                            ChiFormatRaw16, ChiFormatRaw12};
     EXPECT_EQ(buffers, (std::vector<uint32_t>{3, 6, 9, 10, 26}));
 }
+
+// NOLINTEND(bugprone-sizeof-expression, bugprone-sizeof-container)
 
 // --- The library as a device has it
 

@@ -7,8 +7,10 @@
 namespace kit {
 namespace {
 
-struct final : AndroidSink {
-} g_android;
+/// All is Android's.
+class Android final : public AndroidSink {};
+
+Android g_android;
 std::atomic<AndroidSink*> g_sink = &g_android;
 
 } // namespace

@@ -263,6 +263,7 @@ TEST(Closing, DestroysTheSettingsWhileHandleAndIdentityStandForTheSession) {
     vendor.pDestroy = destroy;
     EXPECT_EQ(CountLogged("W", "identity{3, "), 1U);
     scene.adaptee->CloseOfflineSessions(scene.device->Sessions().at(0).handle);
+    current = nullptr;
 }
 
 TEST(Closing, OfAnUnknownHandleThatTheVendorRefusesReturnsItsStatus) {

@@ -162,14 +162,14 @@ struct Traffic {
     /// What `act` does with the sessions, and `prepare` before.
     template <class Act, class Prepare = std::identity>
     Pair Both(size_t units, Act act, Prepare prepare = {}) {
-        return {{[this, act] { act(library); }, [this, prepare] { prepare(library); }},
-                {[this, act] { act(floor); }, [this, prepare] { prepare(floor); }},
+        return {{[this, act] { act(library); }, [this, prepare] { (void)prepare(library); }},
+                {[this, act] { act(floor); }, [this, prepare] { (void)prepare(floor); }},
                 units};
     }
 
-    template <class... Arguments>
-    Pair Measure(benchmark::State& state, double bar, Arguments... arguments) {
-        Pair pair = Both(arguments...);
+    template <class... Acts>
+    Pair Measure(benchmark::State& state, double bar, size_t units, Acts... acts) {
+        Pair pair = Both(units, acts...);
         pair.Measure(state, bar);
         ExpectIdle(state);
         return pair;

@@ -526,7 +526,10 @@ constexpr HostRow kHostRows[]{
     {Rule::ResultBuffer, "MRC0", "stream (nil) and buffer <buffer> must be <stream> and <buffer>",
      [](Watched& watched) { watched.buffers[0].stream = nullptr; }},
     {Rule::Reports, "MRC0", "0 metadata and 1 buffers, and must be 1 of each",
-     [](Watched& watched) { watched.both.result = nullptr, watched.both.partial_result = 0; }},
+     [](Watched& watched) {
+         watched.both.result = nullptr;
+         watched.both.partial_result = 0;
+     }},
     {Rule::Reports, "MMRC0", "2 metadata and 2 buffers, and must be 1 of each"},
     {Rule::LateResult, "MRC0M", "a result after the completion"},
     {Rule::Release, "RMRC0", "the number of releases is 2 and must be 1"},

@@ -24,11 +24,11 @@
 #include "adapterlayer/chistreams.h"
 #include "adapterlayer/featurerow.h"
 #include "adapterlayer/frameworkrequest.h"
+#include "adapterlayer/inputrecords.h"
 #include "adapterlayer/oemlog.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -755,26 +755,6 @@ struct QcomAdaptee::SessionStreams {
     uint32_t inputsPerSet = 0;       ///< How many of them the submission feeds.
     bool feedsYuv = false;
 };
-
-namespace {
-
-/// The records of a submission's inputs, which the vendor reads during the execute call.
-struct alignas(kCacheLine) InputRecords {
-    ChiStreamBuffer buffers[kMaxInputBuffers];
-    ChiOfflineBufferSet sets[kMaxInputSets];
-};
-
-/// In pieces, since C libraries clear more than two kilobytes in a way that takes long to start;
-/// and in a function that the compiler does not make one piece of again.
-__attribute__((noinline, no_builtin("memset"))) void Clear(InputRecords& records) {
-    constexpr size_t kPiece = sizeof(InputRecords) / 3;
-    static_assert(sizeof(InputRecords) % 3 == 0 && kPiece < 2048);
-    for (size_t at = 0; at < sizeof(InputRecords); at += kPiece) {
-        std::memset(reinterpret_cast<char*>(&records) + at, 0, kPiece);
-    }
-}
-
-} // namespace
 
 /// One submission under way. It lives on the stack and holds all that the vendor reads only during
 /// the execute call, cleared whole before it is filled. The heap is left to what outlives the call:

@@ -14,40 +14,42 @@
 
 namespace OemLayer {
 
-/// An identity in words, which hold the whole name where it is not longer than two of them. Refers
-/// to the identity that it was made from.
+/// An identity in words, which stand for the whole name where it is not longer than two of them.
+/// Refers to the identity that it was made from.
 class IdentityKey {
   public:
     explicit IdentityKey(const OfflineSessionIdentitys& identity)
         : mpOutStream(identity.pOutStream), mpName(&identity.featureName),
           mNameSize(static_cast<uint32_t>(mpName->size())), mCameraId(identity.cameraId) {
         const char* name = mpName->data();
+        uint64_t nameTail = 0;
         if (mNameSize >= sizeof(uint64_t)) {
             mNameHead = WordAt<uint64_t>(name);
-            mNameTail = WordAt<uint64_t>(name + mNameSize - sizeof(uint64_t));
+            nameTail = WordAt<uint64_t>(name + mNameSize - sizeof(uint64_t));
         } else if (mNameSize >= sizeof(uint32_t)) {
             mNameHead = WordAt<uint32_t>(name);
-            mNameTail = WordAt<uint32_t>(name + mNameSize - sizeof(uint32_t));
+            nameTail = WordAt<uint32_t>(name + mNameSize - sizeof(uint32_t));
         } else {
             for (uint32_t i = 0; i < mNameSize; ++i) {
                 mNameHead = mNameHead << 8U | static_cast<unsigned char>(name[i]);
             }
         }
-    }
-
-    size_t Hash() const {
         // Odd numbers without a pattern: what differs anywhere shows in the topmost byte, and a
         // table looks at the lowest bits.
-        return __builtin_bswap64(reinterpret_cast<uintptr_t>(mpOutStream) * 0x9E3779B97F4A7C15 +
-                                 (mNameHead + mCameraId) * 0xC2B2AE3D27D4EB4F +
-                                 mNameTail * 0x165667B19E3779F9);
+        mHash = __builtin_bswap64(reinterpret_cast<uintptr_t>(mpOutStream) * 0x9E3779B97F4A7C15 +
+                                  (mNameHead + mCameraId) * 0xC2B2AE3D27D4EB4F +
+                                  nameTail * 0x165667B19E3779F9);
     }
 
+    size_t Hash() const { return mHash; }
+
+    /// The name's tail need not be kept: its multiple, an odd one, is all that is left of the hash
+    /// where everything else is equal.
     bool operator==(const IdentityKey& other) const {
-        return mpOutStream == other.mpOutStream && mNameHead == other.mNameHead &&
-               mNameTail == other.mNameTail && mNameSize == other.mNameSize &&
+        return mHash == other.mHash && mpOutStream == other.mpOutStream &&
+               mNameHead == other.mNameHead && mNameSize == other.mNameSize &&
                mCameraId == other.mCameraId &&
-               (mNameSize <= sizeof(mNameHead) + sizeof(mNameTail) || *mpName == *other.mpName);
+               (mNameSize <= 2 * sizeof(uint64_t) || *mpName == *other.mpName);
     }
 
   private:
@@ -57,10 +59,10 @@ class IdentityKey {
         return word;
     }
 
+    uint64_t mHash;
     const camera3_stream* mpOutStream;
-    const std::string* mpName;
     uint64_t mNameHead = 0;
-    uint64_t mNameTail = 0;
+    const std::string* mpName;
     uint32_t mNameSize;
     uint32_t mCameraId;
 };
@@ -69,22 +71,24 @@ class IdentityKey {
 /// sessions.
 template <typename Info> class FoundSessions {
   public:
-    struct Session {
-        uint64_t handle;
-        Info* pInfo;
-    };
-
     FoundSessions() { mSessions.max_load_factor(kMostPerPlace); }
 
-    /// \returns null where the identity is not listed.
-    __attribute__((always_inline, flatten)) const Session* Find(const IdentityKey& key) const {
-        const auto found = mSessions.find(key);
-        return found != mSessions.end() ? &found->second : nullptr;
+    /// Walks the identity's place alone, which hardly ever holds another one: a general search of
+    /// the table also compares the hashes. \returns null where the identity is not listed.
+    __attribute__((always_inline, flatten)) Info* Find(const IdentityKey& key) const {
+        const size_t place = mSessions.bucket(key);
+        for (auto each = mSessions.begin(place); each != mSessions.end(place); ++each) {
+            if (each->first == key) {
+                return each->second;
+            }
+        }
+        return nullptr;
     }
 
-    /// Lists a session that is not listed yet. `chainIdentity` has to stay as it is for as long.
-    void Add(const OfflineSessionIdentitys& chainIdentity, const Session& session) {
-        mSessions.emplace(chainIdentity, session);
+    /// Lists the session of an identity that is not listed yet. `chainIdentity` has to stay as it
+    /// is for as long.
+    void Add(const OfflineSessionIdentitys& chainIdentity, Info* pInfo) {
+        mSessions.emplace(chainIdentity, pInfo);
     }
 
     /// Forgets all sessions, and gives the memory back.
@@ -103,7 +107,7 @@ template <typename Info> class FoundSessions {
     static constexpr size_t kFirstPlaces = 16;
     /// Few sessions share a place, so that hardly any request has to look further.
     static constexpr float kMostPerPlace = 0.25F;
-    std::unordered_map<IdentityKey, Session, Hash> mSessions{kFirstPlaces};
+    std::unordered_map<IdentityKey, Info*, Hash> mSessions{kFirstPlaces};
 };
 
 } // namespace OemLayer

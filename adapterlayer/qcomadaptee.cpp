@@ -29,6 +29,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -145,6 +146,18 @@ namespace {
 /// The steps of a submission log under its name.
 constexpr const char kSubmit[] = "SubmitRequestFromRT";
 
+/// Has the processor fetch what the host wrote and the submission reads after its locks, past which
+/// it does not look ahead. This reads nothing: what is no address does no harm.
+OEM_STEP void FetchAhead(const OfflineDataWraper& wrapper, RequestPrivData* pPrivData) {
+    __builtin_prefetch(wrapper.identity.pOutStream);
+    __builtin_prefetch(wrapper.pRDIBufferHandles);
+    if (pPrivData != nullptr) {
+        __builtin_prefetch(&pPrivData->pBufferManager);
+        constexpr int kToWrite = 1;
+        __builtin_prefetch(&pPrivData->rtFrameNumber, kToWrite);
+    }
+}
+
 } // namespace
 
 uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
@@ -155,6 +168,7 @@ uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
         OEM_LOG_ERROR("Invalid input parameters, pDataWraper is NULL");
         return kStatusInvalid;
     }
+    FetchAhead(*pDataWraper, pRealtimePrivateData);
     pDataWraper->pRealtimePrivateData = pRealtimePrivateData;
     pDataWraper->pOfflineOutputBuffer = pOfflineOutputBuffer;
     pDataWraper->mpOffCamAppCbs = pCallbacks;
@@ -227,6 +241,7 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
                                         const std::vector<camera3_stream*>& pInStreams,
                                         unsigned int registryWord,
                                         QcomAdaptee::PrivateSessionInfo*& pInfo) {
+    const IdentityKey key(identity);
     const RegistryLock lock(m_mutex);
     OEM_LOG_INFO("pOutStream %p cameraId %d featureName %s", identity.pOutStream, identity.cameraId,
                  identity.featureName.c_str());
@@ -235,10 +250,10 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
         OEM_LOG_ERROR("pOutStream is null!!!");
         return 0;
     }
-    if (const auto* pFound = m_found.Find(IdentityKey(identity))) {
-        pInfo = pFound->pInfo;
-        OEM_LOG_INFO("Session handle %ld matched.", pFound->handle);
-        return pFound->handle;
+    pInfo = m_found.Find(key);
+    if (pInfo != nullptr) {
+        OEM_LOG_INFO("Session handle %ld matched.", pInfo->sessHdl);
+        return pInfo->sessHdl;
     }
     const SessionObjects* pSession = FindOrMakeChain(cameraId, identity, pInStreams, registryWord);
     if (pSession == nullptr) {
@@ -252,7 +267,7 @@ uint64_t SessionManagers::GetSessHandle(unsigned int cameraId,
         pInfo = m_pAdaptee->FindSessionInfo(sessHdl);
     }
     if (pInfo != nullptr) {
-        m_found.Add(pSession->GetIdentity(), {sessHdl, pInfo});
+        m_found.Add(pSession->GetIdentity(), pInfo);
     }
     return sessHdl;
 }
@@ -479,13 +494,13 @@ long QcomAdaptee::DoOpenOfflineSession(const std::string& cameraText,
                                        unsigned long sharedSessionHdl) {
     PrivateSessionInfo* pInfo = NewSessionInfo(cameraText, featureName, pCameraInfo);
     OEM_LOG_INFO("Shared session handle: %li", sharedSessionHdl);
-    pInfo->pCreateInfo->sharedSessionHandle = sharedSessionHdl;
+    pInfo->createInfo.sharedSessionHandle = sharedSessionHdl;
     if (!CanOpenSessions()) {
         delete pInfo; // Nobody has seen it.
         return 0;
     }
     const uint64_t sessHdl =
-        mpChiOfflineIntfOps->pOpenSession(mpChiOfflineIntfOps, pInfo->pCreateInfo.get());
+        mpChiOfflineIntfOps->pOpenSession(mpChiOfflineIntfOps, &pInfo->createInfo);
     OEM_LOG_INFO("Opened new session, sessionHdl: %li", sessHdl);
     pInfo->cameraName = cameraText;
     FileSessionInfo(sessHdl, pInfo);
@@ -501,18 +516,18 @@ QcomAdaptee::PrivateSessionInfo* QcomAdaptee::NewSessionInfo(const std::string& 
     pInfo->featureName = featureName;
     pInfo->pCameraInfo = pCameraInfo;
     pInfo->pAdaptee = this;
-    pInfo->pCallbacks.reset(new ChiOfflineSessionCallbacks{
+    pInfo->callbacks = {
         .ProcessCaptureResultCb = ProcessCaptureResultCb,
         .ProcessNotifyCb = ProcessNotifyCb,
         .GetFrameworkBuffers = GetFrameworkBuffers,
         .reserved24 = nullptr,
         .pPrivateCallbackData = pInfo,
-    });
-    pInfo->pCreateInfo.reset(new ChiOfflineSessionCreateInfo{
+    };
+    pInfo->createInfo = {
         .pSessionName = pInfo->vendorSessionName.c_str(),
         .sharedSessionHandle = 0,
-        .pCallbacks = pInfo->pCallbacks.get(),
-    });
+        .pCallbacks = &pInfo->callbacks,
+    };
     return pInfo;
 }
 
@@ -520,6 +535,7 @@ QcomAdaptee::PrivateSessionInfo* QcomAdaptee::NewSessionInfo(const std::string& 
 /// key 0. A record that is replaced stays allocated, since the vendor was handed it and may call
 /// back with it.
 void QcomAdaptee::FileSessionInfo(uint64_t sessHdl, PrivateSessionInfo* pInfo) {
+    pInfo->sessHdl = sessHdl;
     if (std::exchange(mSessInfoMap[sessHdl], pInfo) != nullptr) {
         mpSessionManagers->ForgetFound();
     }
@@ -752,17 +768,18 @@ void QcomAdaptee::DestroyMetadata(ChiMetadataHandle metadata) {
 struct QcomAdaptee::SessionStreams {
     ChiStream** ppStreams = nullptr; ///< The inputs, then the output.
     uint32_t numStreams = 0;         ///< 0 where the session could not be prepared.
-    uint32_t inputsPerSet = 0;       ///< How many of them the submission feeds.
+    uint32_t inputsPerSet = 0;       ///< How many of them each set of the submission feeds at most.
     bool feedsYuv = false;
 };
 
 /// One submission under way. It lives on the stack and holds all that the vendor reads only during
-/// the execute call, cleared whole before it is filled. The heap is left to what outlives the call:
-/// the request, its input array, its output buffer, and a format record for each raw input.
+/// the execute call: the input records are cleared whole before they are filled, and the other two
+/// are written whole. The heap is left to what outlives the call: the request with its input array,
+/// its output buffer, and a format record for each raw input.
 struct QcomAdaptee::Submission {
     InputRecords inputs;
-    ChiOfflineBufferSet output = {};
-    ChiOfflineExecuteRequest execute = {};
+    ChiOfflineBufferSet output;
+    ChiOfflineExecuteRequest execute;
     const OfflineDataWraper& wrapper;
     RequestPrivData& privData;
     const SessionStreams& streams;
@@ -789,7 +806,7 @@ uint32_t QcomAdaptee::SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& sess
                                       const OfflineDataWraper& wrapper, uint32_t numSets,
                                       RequestPrivData& privData, ChiStreamBuffer* pOutputBuffer) {
     StoreRelaxed(session.offlineFrameNumber, -1);
-    const SessionStreams streams = ReadSessionStreams(session, wrapper);
+    const SessionStreams streams = ReadSessionStreams(session, wrapper, numSets);
     if (uint64_t{streams.inputsPerSet} * numSets > kMaxInputBuffers) {
         OEM_LOG_ERROR_IN(kSubmit,
                          "Invalid input parameters, %u input sets of %u buffers, at most %u",
@@ -819,9 +836,10 @@ bool IsYuvFormat(uint32_t format) { return format == ChiStreamFormatYCbCr420_888
 } // namespace
 
 /// The session's configured streams. One that could not be prepared has none, whatever its count
-/// says.
+/// says. Which of them are fed is counted only where not all of them would have room.
 QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSessionInfo& session,
-                                                            const OfflineDataWraper& wrapper) {
+                                                            const OfflineDataWraper& wrapper,
+                                                            uint32_t numSets) {
     SessionStreams streams;
     {
         const std::lock_guard<std::mutex> lock(mLock);
@@ -829,6 +847,10 @@ QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSession
         streams.numStreams = streams.ppStreams != nullptr ? session.configInfo.numStreams : 0;
     }
     streams.feedsYuv = wrapper.yuvInput == 1;
+    if (streams.numStreams <= 2 * numSets && streams.numStreams * numSets <= kMaxInputBuffers) {
+        streams.inputsPerSet = streams.numStreams;
+        return streams;
+    }
     for (uint32_t j = 0; j < streams.numStreams; ++j) {
         const ChiStream& stream = *streams.ppStreams[j];
         const uint32_t format = LoadRelaxed(stream.format);
@@ -839,13 +861,17 @@ QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSession
     return streams;
 }
 
+/// The request and its input array are one block of memory, all clear: the array is nobody else's,
+/// and no larger than its bound.
 QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(uint32_t numSets,
                                                             const SessionStreams& streams,
                                                             RequestPrivData& privData,
                                                             ChiStreamBuffer* pOutputBuffer) {
-    auto* pRequest = new OfflineRequest{};
-    pRequest->inputCapacity = std::max(2 * numSets, streams.inputsPerSet);
-    pRequest->pInputBuffers = new ChiStreamBuffer[pRequest->inputCapacity]();
+    const uint32_t inputCapacity = std::max(2 * numSets, streams.inputsPerSet);
+    const size_t size = sizeof(OfflineRequest) + inputCapacity * sizeof(ChiStreamBuffer);
+    auto* pRequest = static_cast<OfflineRequest*>(std::memset(::operator new(size), 0, size));
+    pRequest->inputCapacity = inputCapacity;
+    pRequest->pInputBuffers = reinterpret_cast<ChiStreamBuffer*>(pRequest + 1);
     pRequest->pRtPrivData = &privData;
     pRequest->pAdaptee = this;
     pRequest->pMetadataOps = mpOfflineMetadataOps;
@@ -855,8 +881,8 @@ QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(uint32_t numSets,
 }
 
 /// Feeds one set of real-time outputs to the session's input streams. What somebody else makes of a
-/// stream meanwhile cannot feed more inputs than were counted: its type and its format are read
-/// once.
+/// stream meanwhile cannot feed more inputs than there is room for: its type and its format are
+/// read once.
 void QcomAdaptee::Submission::FillInputSet(uint32_t setIndex) {
     ChiOfflineBufferSet set = {0, 0, nullptr, 0, wrapper.pChiMetadataHandles[setIndex]};
     pRequest->pRtMetadata = set.pMetadata;
@@ -1111,12 +1137,12 @@ void QcomAdaptee::CompleteRequest(const ChiOfflineResultBlock& block, OfflineReq
     if (pHost != nullptr && pHost->requestComplete != nullptr) {
         pHost->requestComplete(pPrivData, bufferStatus != 0 ? kStatusFailure : kStatusOk);
     }
-    delete pRequest;
+    ::operator delete(pRequest);
 }
 
-/// Frees the output buffer, the input array, and as many format records as buffers were received:
-/// the bound is the results', not the inputs'. Format records behind it stay allocated: "format
-/// records" in docs/kept-behaviours.md.
+/// Frees the output buffer and as many format records as buffers were received: the bound is the
+/// results', not the inputs'. Format records behind it stay allocated: "format records" in
+/// docs/kept-behaviours.md. The input array ends here, too; its memory goes with the request's.
 void QcomAdaptee::FreeRequestBuffers(OfflineRequest* pRequest) {
     delete pRequest->pOutputBuffer;
     pRequest->pOutputBuffer = nullptr;
@@ -1125,7 +1151,6 @@ void QcomAdaptee::FreeRequestBuffers(OfflineRequest* pRequest) {
         delete pRequest->pInputBuffers[k].pInputFormat;
         pRequest->pInputBuffers[k].pInputFormat = nullptr;
     }
-    delete[] pRequest->pInputBuffers;
     pRequest->pInputBuffers = nullptr;
 }
 

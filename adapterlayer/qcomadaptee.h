@@ -69,8 +69,7 @@ class alignas(kCacheLine) QcomAdaptee {
     struct PrivateSessionInfo {
         std::string sessionName; ///< Named after the camera at opening, after the feature later.
         std::string cameraName;
-        std::unique_ptr<ChiOfflineSessionCallbacks> pCallbacks;
-        std::unique_ptr<ChiOfflineSessionCreateInfo> pCreateInfo;
+        ChiOfflineSessionCreateInfo createInfo = {};
         std::string featureName;
         uint32_t opMode = 0;
         uint32_t featureFlags = 0;
@@ -79,21 +78,20 @@ class alignas(kCacheLine) QcomAdaptee {
         std::unique_ptr<ChiStream[]> pInputStreams;
         std::unique_ptr<StreamPrivateInfo[]> pStreamInfos; ///< One for each input stream.
         std::unique_ptr<ChiStream*[]> pStreamList;         ///< The inputs, then the output.
-        // What each request needs is close together.
-        ChiOfflineSessionConfigInfo configInfo = {};
+        // What each request needs is close together. The fields that requests write to are further
+        // than a cache line from both ends of the record, so that no other session's share theirs.
+        ChiOfflineSessionCallbacks callbacks = {};
+        uint64_t sessHdl = 0;        ///< What the session is filed under.
         uint32_t totalResult = 0;    ///< Output buffers of one request; 1 once prepared.
         uint32_t lastFrameField = 0; ///< Written by the vendor during an execute call.
         /// Preset to -1 and written by the vendor during an execute call. Atomic, since two threads
         /// may submit to one session.
         int32_t offlineFrameNumber = 0;
+        ChiOfflineSessionConfigInfo configInfo = {};
         QcomAdaptee* pAdaptee = nullptr;
         /// The text that the vendor got as the session's name. `sessionName` is rewritten after the
         /// opening, while the vendor may read the name as long as the session lives.
         std::string vendorSessionName;
-        /// Keeps what lies behind this record off the cache line of the two frame fields, which
-        /// requests write to, with the two members above. Aligning the record would do so, too, and
-        /// costs more where there are very many sessions.
-        char unused[kCacheLine - sizeof(void*) - sizeof(std::string)] = {};
     };
 
     /// One submitted request. It travels through the vendor as private data and is freed by the
@@ -102,6 +100,7 @@ class alignas(kCacheLine) QcomAdaptee {
     struct OfflineRequest {
         /// The input records of the set that was written last at each position: the index restarts
         /// with every set, and the completion frees the format records that it still finds here.
+        /// They lie right behind the request.
         ChiStreamBuffer* pInputBuffers;
         ChiStreamBuffer* pOutputBuffer;
         ChiMetadataHandle pRtMetadata; ///< Of the last input set; the host's.
@@ -243,7 +242,7 @@ class alignas(kCacheLine) QcomAdaptee {
                                       const OfflineDataWraper& wrapper, uint32_t numSets,
                                       RequestPrivData& privData, ChiStreamBuffer* pOutputBuffer);
     OEM_STEP SessionStreams ReadSessionStreams(const PrivateSessionInfo& session,
-                                               const OfflineDataWraper& wrapper);
+                                               const OfflineDataWraper& wrapper, uint32_t numSets);
     OEM_STEP OfflineRequest* NewOfflineRequest(uint32_t numSets, const SessionStreams& streams,
                                                RequestPrivData& privData,
                                                ChiStreamBuffer* pOutputBuffer);

@@ -547,8 +547,11 @@ void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left) {
     using OemLayer::QcomAdaptee;
     Left actual{};
     for (const auto& [size, count] : blocks) {
-        if (size == sizeof(QcomAdaptee::OfflineRequest)) {
-            actual.requests = count;
+        // A request's block holds its input array, too.
+        const size_t array = size - sizeof(QcomAdaptee::OfflineRequest);
+        if (size >= sizeof(QcomAdaptee::OfflineRequest) && array % sizeof(ChiStreamBuffer) == 0) {
+            actual.requests += count;
+            actual.buffers += count * array / sizeof(ChiStreamBuffer);
         } else if (size == sizeof(ChiInputFormat)) {
             actual.formats = count;
         } else if (size % sizeof(ChiStreamBuffer) == 0) {

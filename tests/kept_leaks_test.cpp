@@ -13,7 +13,7 @@ using PrivateSessionInfo = OemLayer::QcomAdaptee::PrivateSessionInfo;
 // docs/kept-behaviours.md states these.
 static_assert(sizeof(OfflineRequest) == 88);
 static_assert(sizeof(SessionObjects) == 48);
-static_assert(sizeof(PrivateSessionInfo) == 264);
+static_assert(sizeof(PrivateSessionInfo) == 288);
 
 // --- Submissions that end early
 

@@ -2,33 +2,26 @@
 #include "soak/camera.h"
 
 #include "kit/stream.h"
-#include "standin/tags.h"
 
 #include <algorithm>
 #include <bit>
 #include <chrono>
-#include <string_view>
 #include <thread>
+#include <utility>
 
 namespace soak {
 namespace {
 
-using OemLayer::kMaxInputSets;
 using OemLayer::OfflineDataWraper;
-using OemLayer::RequestPrivData;
 using standin::Shape;
 
 constexpr uint32_t kBurst = 500;          // Requests between two flushes, at most.
 constexpr uint32_t kBurstsOfACamera = 16; // Before it is created anew.
 constexpr uint32_t kInFlight = 24;        // Requests of a camera.
-constexpr uint32_t kRdiHandles = std::extent_v<decltype(OfflineDataWraper::pRDIBufferHandles)>;
-constexpr uint32_t kPartialBase = 2;
-constexpr uint32_t kMetadataPartial = kPartialBase + 255;
 constexpr uint32_t kSlowEvery = 211; // In frames; a prime, so that all identities have their turn.
 constexpr std::chrono::microseconds kSlow{500};
 constexpr uint32_t kChainedEvery = 7; // Likewise: of so many completions, one sends a request.
-constexpr std::chrono::seconds kPatience{30}; // For the next completion of a camera.
-constexpr uint64_t kSessionParameters = 0;    // Opaque to all but the framework.
+constexpr std::chrono::seconds kPatience{30}; // For room, or for the last completion of a burst.
 // The last is longer than a string keeps in itself.
 constexpr std::array kFeatureNames{"Night", "Hdr", "AFeatureWithANameThatIsLong"};
 
@@ -41,30 +34,13 @@ void BeSlow(uint32_t frame, uint32_t turn) {
     }
 }
 
-} // namespace
-
-/// What a request is fed with. A camera has no more of them than may be in flight.
-struct Camera::Slot {
-    std::vector<void*> raws;
-    std::vector<void*> yuvs;
-};
-
-/// Starts with the record that the library gets, so that callbacks find their request.
-struct Camera::Request : RequestPrivData {
-    Camera* camera = nullptr;
-    std::string name; ///< Its camera's id and its frame number.
-    uint32_t frame = 0;
-    uint32_t identity = 0;
-    uint32_t sets = 0;
-    std::vector<void*> metadata; ///< Of the input sets.
-    std::optional<host::RequestWatch> watch;
-    buffer_handle_t output = nullptr;
-    OfflineDataWraper wrapper{}; ///< Not the slot's: its call may return after the completion.
-    Slot* slot = nullptr;        ///< While in flight; the camera's mutex guards its end.
-};
+/// For the end of the run, as violations of the contract.
+void Complain(const Request& request, const std::string& what) {
+    StandinControl()->Report(standin::Rule::Completion, request.name + ": " + what);
+}
 
 /// The inputs of an identity's sets, in the order of its streams: R for raw, Y for YUV.
-struct Camera::Recipe {
+struct Recipe {
     std::string_view inputs;
     uint32_t maxSets;
 
@@ -78,39 +54,24 @@ struct Camera::Recipe {
     }
 };
 
-const Camera::Recipe& Camera::RecipeOf(uint32_t identity) const {
+const Recipe& RecipeOf(bool isMixed, uint32_t identity) {
     static constexpr Recipe kPlain[] = {{"R", 1}, {"RY", 1}, {"Y", 2}};
     static constexpr Recipe kMixed[] = {{"R", 12}, {"RR", 12}, {"RY", 4},
                                         {"YR", 1}, {"RRY", 8}, {"RR", 1}};
-    return mRound.isMixed ? kMixed[identity % std::size(kMixed)]
-                          : kPlain[identity % std::size(kPlain)];
+    return isMixed ? kMixed[identity % std::size(kMixed)] : kPlain[identity % std::size(kPlain)];
 }
 
-// cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
+} // namespace
+
 Camera::Camera(const kit::Adapter& library, uint32_t id, Tally& tally)
-    : camera3_callback_ops{}, mId(id), mTally(tally), mTable(library.Table(id)),
-      mYuv(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)), mRequests(kBurst), mSlots(kInFlight) {
+    : HostCamera(library, id), mId(id), mTally(tally),
+      mYuv(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)) {
     mRaw.fill(MakeStream(id % 2 == 0 ? HAL_PIXEL_FORMAT_RAW10 : HAL_PIXEL_FORMAT_RAW16));
     mOutputs.fill(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888));
-    for (Slot& slot : mSlots) {
-        mFree.push_back(&slot);
+    while (mRequests.size() < kBurst) {
+        mRequests.emplace_back(*this).partialResultBase = kit::kPartialBase;
     }
-    request_stream_buffers = Lend;
-    mCallbacks.releaseRtBuffers = [](RequestPrivData* record) {
-        auto& request = *static_cast<Request*>(record);
-        request.camera->OnRelease(request);
-    };
-    mCallbacks.requestComplete = [](RequestPrivData* record, uint32_t status) {
-        auto& request = *static_cast<Request*>(record);
-        request.camera->OnCompletion(request, status);
-    };
-    mCallbacks.captureResult = [](RequestPrivData* record, camera3_capture_result* result) {
-        auto& request = *static_cast<Request*>(record);
-        request.camera->OnResult(request, *result);
-    };
 }
-
-Camera::~Camera() = default;
 
 void Camera::Create() {
     mTable.Create(&mTable, mId);
@@ -123,45 +84,43 @@ void Camera::Destroy() { mTable.Destroy(&mTable); }
 
 void Camera::Drive(const Round& round, uint64_t requests) {
     mRound = round;
-    FillSlots();
+    TakeImages();
     while (requests > 0 && !mTally.isOver) {
         const auto count = static_cast<uint32_t>(std::min<uint64_t>(requests, kBurst));
         requests -= count;
         SendBurst(count);
         mTable.Flush(&mTable);
         if (++mBursts % kBurstsOfACamera == 0) {
-            EmptySlots();
+            GiveImagesBack();
             Destroy();
             Create();
-            FillSlots();
+            TakeImages();
         }
     }
-    EmptySlots();
+    GiveImagesBack();
     mTable.TearDownResource(&mTable);
 }
 
-/// Takes what the round's requests are fed with. All raw inputs have one buffer manager: in dual
-/// RDI sets share buffers.
-void Camera::FillSlots() {
-    for (Slot& slot : mSlots) {
-        for (uint32_t i = 0; i < (mRound.isMixed ? 2 * kMaxInputSets : 1); ++i) {
-            slot.raws.push_back(mTable.GetImageBuffer(&mTable, mRaw.data()));
-        }
-        for (uint32_t i = 0; i < (mRound.isMixed ? kMaxInputSets : 2); ++i) {
-            slot.yuvs.push_back(mTable.GetImageBuffer(&mTable, &mYuv));
-        }
+/// Takes what all requests are fed with. All raw inputs have one buffer manager: in dual RDI sets
+/// share buffers.
+void Camera::TakeImages() {
+    for (void*& raw : Raws()) {
+        raw = mTable.GetImageBuffer(&mTable, mRaw.data());
     }
-    mRawManager = StandinControl()->ManagerOf(mSlots.front().raws.front());
-    mYuvManager = StandinControl()->ManagerOf(mSlots.front().yuvs.front());
+    for (void*& yuv : mWrapper.yuvBufferHandles) {
+        yuv = mTable.GetImageBuffer(&mTable, &mYuv);
+    }
+    for (Request& request : mRequests) {
+        request.pBufferManager = StandinControl()->ManagerOf(mWrapper.pRDIBufferHandles[0]);
+        request.pSecondRawBufferManager = request.pBufferManager;
+        request.pYuvBufferManager = StandinControl()->ManagerOf(mWrapper.yuvBufferHandles[0]);
+    }
 }
 
-void Camera::EmptySlots() {
-    for (Slot& slot : mSlots) {
-        for (auto* const buffers : {&slot.raws, &slot.yuvs}) {
-            for (void* const buffer : *buffers) {
-                mTable.ReleaseImageBuffer(&mTable, buffer);
-            }
-            buffers->clear();
+void Camera::GiveImagesBack() {
+    for (const std::span<void*> images : {Raws(), std::span<void*>(mWrapper.yuvBufferHandles)}) {
+        for (void* const image : images) {
+            mTable.ReleaseImageBuffer(&mTable, image);
         }
     }
 }
@@ -171,138 +130,88 @@ void Camera::SendBurst(uint32_t count) {
     mNext = 0;
     mCount = count;
     mUsed = 0;
-    std::thread second;
-    if (mId % 2 == 1) {
-        second = std::thread([this] { SendAll(); });
-    }
-    SendAll();
+    const auto send = [this] { SendAll(); };
+    std::thread second = mId % 2 == 1 ? std::thread(send) : std::thread();
+    send();
     if (second.joinable()) {
         second.join();
     }
-    WaitUntilIdle();
+    std::unique_lock lock(mMutex);
+    mReturned.wait_for(lock, kPatience, [this] { return mInFlight == 0; });
+    for (Request& request : mRequests) {
+        if (std::exchange(request.isInFlight, false)) {
+            Complain(request, "accepted and never completed");
+            --mInFlight;
+        }
+    }
     mFirstFrame += count;
     mTally.sessions += static_cast<uint64_t>(std::popcount(mUsed.load()));
     ++mTally.bursts;
 }
 
+/// Ends the run where requests seem to be lost.
 void Camera::SendAll() {
     for (uint32_t index = mNext++; index < mCount && !mTally.isOver; index = mNext++) {
-        Slot* const slot = TakeSlot();
-        if (slot == nullptr) {
+        std::unique_lock lock(mMutex);
+        if (!mReturned.wait_for(lock, kPatience, [this] { return mInFlight < kInFlight; })) {
+            mTally.isOver = true;
             return;
         }
-        Send(index, *slot);
+        ++mInFlight;
+        lock.unlock();
+        Send(index);
     }
-}
-
-/// Waits for a slot. \returns null, and ends the run, where requests seem to be lost.
-Camera::Slot* Camera::TakeSlot() {
-    std::unique_lock lock(mMutex);
-    if (!mReturned.wait_for(lock, kPatience, [this] { return !mFree.empty(); })) {
-        mTally.isOver = true;
-        return nullptr;
-    }
-    Slot* const slot = mFree.back();
-    mFree.pop_back();
-    return slot;
-}
-
-void Camera::WaitUntilIdle() {
-    const auto left = [this] { return mSlots.size() - mFree.size() + mChained; };
-    std::unique_lock lock(mMutex);
-    size_t last = left();
-    while (last > 0 && mReturned.wait_for(lock, kPatience, [&] { return left() < last; })) {
-        last = left();
-    }
-    for (Request& request : mRequests) {
-        if (request.slot != nullptr) {
-            Complain(request, "accepted and never completed");
-            mFree.push_back(std::exchange(request.slot, nullptr));
-        }
-    }
-}
-
-/// For the end of the run, as violations of the contract.
-void Camera::Complain(const Request& request, const std::string& what) {
-    StandinControl()->Report(standin::Rule::Completion, request.name + ": " + what);
 }
 
 // --- A request ----------------------------------------------------------------------------------
 
 /// Makes the request's record anew: it is the library's from the submission to the completion.
-void Camera::Prepare(Request& request, uint32_t index, Slot& slot) {
-    request.camera = this;
-    request.slot = &slot;
-    request.frame = mFirstFrame + index;
-    request.identity = index % kIdentities;
-    request.name = std::to_string(mId) + "/" + std::to_string(request.frame);
-    const Recipe& recipe = RecipeOf(request.identity);
-    request.sets = 1 + request.frame / kIdentities % recipe.maxSets;
-    request.pBufferManager = mRawManager;
-    request.pSecondRawBufferManager = mRawManager;
-    request.pYuvBufferManager = mYuvManager;
+void Camera::Prepare(Request& request, const OfflineDataWraper& wrapper, std::string_view inputs) {
+    request.name = std::to_string(mId) + "/" + std::to_string(wrapper.rtFrameNumber);
+    request.frame = wrapper.rtFrameNumber;
+    request.isInFlight = true;
     request.inputStreams.clear();
-    for (const char input : recipe.inputs) {
-        const bool isSecond = !request.inputStreams.empty() && input == 'R' &&
-                              request.inputStreams.front() == mRaw.data();
-        request.inputStreams.push_back(input == 'Y' ? &mYuv : &mRaw[isSecond ? 1 : 0]);
+    size_t raws = 0;
+    for (const char input : inputs) {
+        request.inputStreams.push_back(input == 'Y' ? &mYuv : &mRaw.at(raws++));
     }
-    request.numInputBuffers = request.sets * static_cast<uint32_t>(recipe.inputs.size());
-    request.partialResultBase = kPartialBase;
-    for (uint32_t i = 0; i < request.sets; ++i) {
-        request.metadata.push_back(mTable.CreateWithUsage(&mTable, nullptr, 0, 0));
-        const standin::SetMark mark{mId, i};
-        mTable.SetTag(&mTable, request.metadata.back(), standin::kSetMarkTag, &mark, sizeof mark,
-                      0);
+    request.numInputBuffers = wrapper.numBuffers * static_cast<uint32_t>(inputs.size());
+    for (uint32_t i = 0; i < wrapper.numBuffers; ++i) {
+        request.metadata.push_back(CreateSetMetadata(i));
     }
-    const uint32_t stream = request.identity % kStreams;
+    camera3_stream* const stream = wrapper.identity.pOutStream;
     request.watch.emplace(request.name);
     request.watch->Expect({.frameNumber = request.frame,
-                           .partialNumber = kMetadataPartial,
+                           .partialNumber = kit::kMetadataPartial,
                            .reports = mRound.shape == Shape::SecondBlock ? 2U : 1U,
-                           .stream = &mOutputs[stream],
-                           .buffer = mRound.lends ? &mLent[stream] : &request.output});
-}
-
-void Camera::FillWrapper(Request& request, const Recipe& recipe) {
-    OfflineDataWraper& wrapper = request.wrapper;
-    wrapper.rtFrameNumber = request.frame;
-    wrapper.numBuffers = request.sets;
-    wrapper.identity.pOutStream = &mOutputs[request.identity % kStreams];
-    wrapper.identity.cameraId = mId;
-    wrapper.identity.featureName = kFeatureNames[request.identity / kStreams];
-    wrapper.pCamera3CbOps = this;
-    wrapper.m_pRealtimeSessionParameters =
-        reinterpret_cast<const camera_metadata*>(&kSessionParameters);
-    std::copy(request.metadata.begin(), request.metadata.end(), wrapper.pChiMetadataHandles);
-    const auto& [raws, yuvs] = *request.slot;
-    std::copy(yuvs.begin(), yuvs.end(), wrapper.yuvBufferHandles);
-    for (uint32_t i = 0; i < raws.size(); ++i) {
-        (i < kRdiHandles ? wrapper.pRDIBufferHandles[i]
-                         : wrapper.pRDIBufferStream[i - kRdiHandles]) = raws[i];
-    }
-    wrapper.dualRdi = recipe.Raws() == 2 ? 1 : 0;
-    wrapper.yuvInput = recipe.inputs.find('Y') == std::string_view::npos ? 0 : 1;
+                           .stream = stream,
+                           .buffer = mRound.lends ? Lend(stream) : &request.output});
 }
 
 /// From the submission on the request is the vendor's threads'.
-void Camera::Send(uint32_t index, Slot& slot) {
+void Camera::Send(uint32_t index) {
     Request& request = mRequests[index];
-    Prepare(request, index, slot);
-    const Recipe& recipe = RecipeOf(request.identity);
-    FillWrapper(request, recipe);
-    BeSlow(request.frame, 0);
-    camera3_stream_buffer output{.stream = request.wrapper.identity.pOutStream,
-                                 .buffer = mRound.lends ? nullptr : &request.output,
-                                 .acquire_fence = -1,
-                                 .release_fence = -1};
-    mUsed |= 1U << request.identity;
+    const uint32_t identity = index % kIdentities;
+    const Recipe& recipe = RecipeOf(mRound.isMixed, identity);
+    OfflineDataWraper wrapper = mWrapper;
+    wrapper.rtFrameNumber = mFirstFrame + index;
+    wrapper.numBuffers = 1 + wrapper.rtFrameNumber / kIdentities % recipe.maxSets;
+    wrapper.identity.pOutStream = &mOutputs[identity % kStreams];
+    wrapper.identity.featureName = kFeatureNames[identity / kStreams];
+    wrapper.dualRdi = recipe.Raws() == 2 ? 1 : 0;
+    wrapper.yuvInput = recipe.inputs.find('Y') == std::string_view::npos ? 0 : 1;
+    Prepare(request, wrapper, recipe.inputs);
+    std::copy(request.metadata.begin(), request.metadata.end(), wrapper.pChiMetadataHandles);
+    BeSlow(wrapper.rtFrameNumber, 0);
+    camera3_stream_buffer output =
+        StreamBuffer(wrapper.identity.pOutStream, mRound.lends ? nullptr : &request.output);
+    mUsed |= 1U << identity;
     const uint32_t status =
-        mTable.SubmitRequestFromRT(&mTable, &request.wrapper, &request, &output, &mCallbacks);
+        mTable.SubmitRequestFromRT(&mTable, &wrapper, &request, &output, &mCallbacks);
     request.watch->OnSubmitted(status);
     if (status == 0) {
         ++mTally.accepted;
-        mTally.formatsLeft += recipe.FormatsLeft(request.sets);
+        mTally.formatsLeft += recipe.FormatsLeft(wrapper.numBuffers);
     } else {
         mTally.isOver = true; // Before another one is refused.
         Complain(request, "refused with status " + std::to_string(status));
@@ -310,29 +219,23 @@ void Camera::Send(uint32_t index, Slot& slot) {
     }
 }
 
-/// Takes back what the request was lent. Its slot is then free, or the next request's where one is
-/// sent from here.
+/// Takes back what the request was lent. It is in flight until the next one, where that is sent
+/// from here, is submitted.
 void Camera::End(Request& request) {
-    for (void* const metadata : request.metadata) {
-        mTable.MetadataDestroy(&mTable, metadata);
-    }
-    request.metadata.clear();
+    DestroyAll(request.metadata);
     std::unique_lock lock(mMutex);
-    Slot* const slot = std::exchange(request.slot, nullptr);
-    if (slot == nullptr) {
+    if (!std::exchange(request.isInFlight, false)) {
         return; // It was completed twice, which its watch reports.
     }
     const bool mayChain = request.frame % kChainedEvery == 0 && !mTally.isOver;
     const uint32_t next = mayChain ? mNext++ : mCount;
     if (next < mCount) {
-        ++mChained;
+        ++mInFlight;
         lock.unlock();
-        Send(next, *slot);
+        Send(next);
         lock.lock();
-        --mChained;
-    } else {
-        mFree.push_back(slot);
     }
+    --mInFlight;
     mReturned.notify_all();
 }
 
@@ -364,21 +267,8 @@ void Camera::OnCompletion(Request& request, uint32_t status) {
 }
 
 /// All requests of a stream get its one buffer.
-int32_t Camera::Lend(const camera3_callback_ops* ops, uint32_t count,
-                     const camera3_buffer_request* requests, uint32_t* returned,
-                     camera3_stream_buffer_ret* answers) {
-    auto& camera = *const_cast<Camera*>(static_cast<const Camera*>(ops));
-    for (uint32_t i = 0; i < count; ++i) {
-        const auto stream = requests[i].stream - camera.mOutputs.data();
-        answers[i].status = 0;
-        answers[i].num_output_buffers = 1;
-        *answers[i].output_buffers = {.stream = requests[i].stream,
-                                      .buffer = &camera.mLent.at(static_cast<size_t>(stream)),
-                                      .acquire_fence = -1,
-                                      .release_fence = -1};
-    }
-    *returned = count;
-    return 0;
+buffer_handle_t* Camera::Lend(const camera3_stream* stream) {
+    return &mLent.at(static_cast<size_t>(stream - mOutputs.data()));
 }
 
 } // namespace soak

@@ -2,16 +2,19 @@
 #pragma once
 
 #include "host/watch.h"
-#include "kit/library.h"
+#include "kit/camera.h"
 #include "standin/control.h"
 
 #include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace soak {
@@ -38,16 +41,29 @@ struct Tally {
     std::atomic<bool> isOver = false;     ///< Nothing is submitted any more.
 };
 
+class Camera;
+
+/// Starts with the record that the library gets, so that callbacks find their request.
+struct Request : OemLayer::RequestPrivData {
+    // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
+    explicit Request(Camera& owner) : RequestPrivData{}, camera(owner) {}
+
+    Camera& camera;
+    std::string name; ///< Its camera's id and its frame number.
+    uint32_t frame = 0;
+    std::vector<void*> metadata; ///< Of the input sets.
+    std::optional<host::RequestWatch> watch;
+    buffer_handle_t output = nullptr;
+    bool isInFlight = false; ///< The camera's mutex guards its end.
+};
+
 /// The camera layer's side of a camera. Two threads submit for every other camera, and some
 /// requests are submitted from within the completion of another one. One in some hundreds of the
 /// callbacks takes its time, and so does a submission.
-class Camera : private camera3_callback_ops {
+class Camera : public kit::HostCamera<Camera, Request> {
   public:
     /// Both must outlive the camera. Makes no camera in the library yet.
     Camera(const kit::Adapter& library, uint32_t id, Tally& tally);
-    ~Camera();
-    Camera(const Camera&) = delete;
-    Camera& operator=(const Camera&) = delete;
 
     void Create();
     void Destroy();
@@ -57,46 +73,33 @@ class Camera : private camera3_callback_ops {
     /// sessions and buffer managers.
     void Drive(const Round& round, uint64_t requests);
 
-  private:
-    struct Slot;
-    struct Request;
-    struct Recipe;
+    // For the base.
+    void OnResult(Request& request, const camera3_capture_result& result);
+    void OnRelease(Request& request);
+    void OnCompletion(Request& request, uint32_t status);
+    buffer_handle_t* Lend(const camera3_stream* stream);
 
+  private:
     static constexpr uint32_t kStreams = 2;
     static constexpr uint32_t kFeatures = 3;
     static constexpr uint32_t kIdentities = kStreams * kFeatures;
 
-    void FillSlots();
-    void EmptySlots();
+    std::span<void*> Raws() { return {mWrapper.pRDIBufferHandles, OemLayer::kMaxInputBuffers}; }
+    void TakeImages();
+    void GiveImagesBack();
     void SendBurst(uint32_t count);
     void SendAll();
-    void WaitUntilIdle();
-    Slot* TakeSlot();
-    static void Complain(const Request& request, const std::string& what);
-    void Send(uint32_t index, Slot& slot);
-    void Prepare(Request& request, uint32_t index, Slot& slot);
-    void FillWrapper(Request& request, const Recipe& recipe);
+    void Prepare(Request& request, const OemLayer::OfflineDataWraper& wrapper,
+                 std::string_view inputs);
+    void Send(uint32_t index);
     void End(Request& request);
-    const Recipe& RecipeOf(uint32_t identity) const;
-
-    void OnResult(Request& request, const camera3_capture_result& result);
-    void OnRelease(Request& request);
-    void OnCompletion(Request& request, uint32_t status);
-    static int32_t Lend(const camera3_callback_ops* ops, uint32_t count,
-                        const camera3_buffer_request* requests, uint32_t* returned,
-                        camera3_stream_buffer_ret* answers);
 
     const uint32_t mId;
     Tally& mTally;
-    PlatFormIntCallbacks mTable;
-    OemLayer::OffCamApplicationCallbacks mCallbacks{};
     std::array<camera3_stream, 2> mRaw;
     camera3_stream mYuv;
     std::array<camera3_stream, kStreams> mOutputs;
     std::array<buffer_handle_t, kStreams> mLent{}; ///< Without memory, as all outputs here.
-
-    void* mRawManager = nullptr;
-    void* mYuvManager = nullptr;
 
     Round mRound; ///< As all below, written only while the camera is idle.
     uint32_t mBursts = 0;
@@ -104,13 +107,11 @@ class Camera : private camera3_callback_ops {
     std::atomic<uint32_t> mNext = 0; ///< Request of the burst.
     uint32_t mCount = 0;             ///< Of the burst.
     std::atomic<uint32_t> mUsed = 0; ///< Identities of the burst, as bits.
-    std::vector<Request> mRequests;  ///< Of the burst, so that none stands for two in it.
+    std::deque<Request> mRequests;   ///< Of the burst, so that none stands for two in it.
 
-    std::mutex mMutex; ///< Guards who has which slot.
+    std::mutex mMutex; ///< Guards who is in flight.
     std::condition_variable mReturned;
-    std::vector<Slot> mSlots;
-    std::vector<Slot*> mFree;
-    uint32_t mChained = 0; ///< Submissions under way from within completions.
+    uint32_t mInFlight = 0; ///< With submissions under way from within completions.
 };
 
 } // namespace soak

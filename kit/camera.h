@@ -1,0 +1,91 @@
+/// What the cameras of hosts have in common.
+#pragma once
+
+#include "kit/library.h"
+#include "standin/tags.h"
+
+#include <iterator>
+
+namespace kit {
+
+/// The partial numbers of the real-time results end here, and that of the offline result's
+/// metadata.
+inline constexpr uint32_t kPartialBase = 2;
+inline constexpr uint32_t kMetadataPartial = kPartialBase + 255;
+
+/// A camera of a host, and the framework's side of it: the base of `Host`, whose members `OnResult`,
+/// `OnRelease` and `OnCompletion` are called on the vendor's threads, and `Lend`, which has the
+/// buffer that a stream asks for. A `Request` starts with the record that the library gets, and has
+/// a member `camera`.
+template <class Host, class Request> class HostCamera : private camera3_callback_ops {
+  protected:
+    // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
+    HostCamera(const Adapter& library, uint32_t id)
+        : camera3_callback_ops{}, mTable(library.Table(id)) {
+        request_stream_buffers = LendAll;
+        mCallbacks.releaseRtBuffers = [](OemLayer::RequestPrivData* record) {
+            Of(record).camera.OnRelease(Of(record));
+        };
+        mCallbacks.requestComplete = [](OemLayer::RequestPrivData* record, uint32_t status) {
+            Of(record).camera.OnCompletion(Of(record), status);
+        };
+        mCallbacks.captureResult = [](OemLayer::RequestPrivData* record,
+                                      camera3_capture_result* result) {
+            Of(record).camera.OnResult(Of(record), *result);
+        };
+        mWrapper.identity.cameraId = id;
+        mWrapper.pCamera3CbOps = this;
+        mWrapper.m_pRealtimeSessionParameters =
+            reinterpret_cast<const camera_metadata*>(&kSessionParameters);
+    }
+
+    static camera3_stream_buffer StreamBuffer(camera3_stream* stream, buffer_handle_t* handle) {
+        return {.stream = stream, .buffer = handle, .acquire_fence = -1, .release_fence = -1};
+    }
+
+    /// Metadata that says which set of a request it is for. Null if the vendor gives none.
+    void* CreateSetMetadata(uint32_t index) {
+        constexpr uint32_t kTags[] = {1, 2};
+        void* const metadata = mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0);
+        const standin::SetMark mark{mWrapper.identity.cameraId, index};
+        if (metadata != nullptr) {
+            mTable.SetTag(&mTable, metadata, standin::kSetMarkTag, &mark, sizeof mark, 0);
+        }
+        return metadata;
+    }
+
+    void DestroyAll(std::vector<void*>& metadata) {
+        for (void* const each : metadata) {
+            if (each != nullptr) {
+                mTable.MetadataDestroy(&mTable, each);
+            }
+        }
+        metadata.clear();
+    }
+
+    PlatFormIntCallbacks mTable;
+    OemLayer::OffCamApplicationCallbacks mCallbacks{};
+    OemLayer::OfflineDataWraper mWrapper{}; ///< Of all requests, as far as they are alike.
+
+  private:
+    static constexpr uint64_t kSessionParameters = 0; // Opaque to all but the framework.
+
+    static Request& Of(OemLayer::RequestPrivData* record) { return *static_cast<Request*>(record); }
+
+    static int32_t LendAll(const camera3_callback_ops* ops, uint32_t count,
+                           const camera3_buffer_request* requests, uint32_t* returned,
+                           camera3_stream_buffer_ret* answers) {
+        auto& base = *const_cast<HostCamera*>(static_cast<const HostCamera*>(ops));
+        auto& host = static_cast<Host&>(base);
+        for (uint32_t i = 0; i < count; ++i) {
+            camera3_stream* const stream = requests[i].stream;
+            answers[i].status = 0;
+            answers[i].num_output_buffers = 1;
+            *answers[i].output_buffers = StreamBuffer(stream, host.Lend(stream));
+        }
+        *returned = count;
+        return 0;
+    }
+};
+
+} // namespace kit

@@ -3,7 +3,6 @@
 
 #include "host/timeline.h"
 #include "standin/pixels.h"
-#include "standin/tags.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,19 +12,13 @@ namespace host {
 namespace {
 
 using OemLayer::OfflineDataWraper;
-using OemLayer::RequestPrivData;
 using timeline::Arrow;
 using timeline::Slice;
 
 constexpr uint32_t kFirstFrame = 101;      // Far from the vendor's own frame numbers.
 constexpr uint32_t kFramesOfCamera = 1000; // So that each camera's pictures are its own.
-constexpr uint32_t kPartialBase = 2;       // The real-time results' own partial numbers end here.
-constexpr uint32_t kMetadataPartial = kPartialBase + 255;
 constexpr int kOverwritten = 0xEE;
-constexpr uint64_t kSessionParameters = 0;       // Opaque to all but the framework.
 constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
-
-Request& RequestOf(RequestPrivData* record) { return *static_cast<Request*>(record); }
 
 uint64_t ArrowOf(const Request& request) {
     return uint64_t{request.camera.Plan().id} << 32 | request.index;
@@ -35,25 +28,13 @@ uint64_t ArrowOf(const Request& request) {
 
 // --- Camera: from buffers to submission ---------------------------------------------------------
 
-// cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
 Camera::Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenario& scenario,
                const Scene& scene)
-    : camera3_callback_ops{}, mPlan(plan), mScenario(scenario), mScene(scene),
-      mTable(library.Table(plan.id)),
+    : HostCamera(library, plan.id), mPlan(plan), mScenario(scenario), mScene(scene),
       mOutputStream(kit::MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888, plan.width, plan.height)) {
     for (const int32_t format : plan.inputs) {
         mInputStreams.push_back(kit::MakeStream(format, plan.width, plan.height));
     }
-    request_stream_buffers = Lend;
-    mCallbacks.releaseRtBuffers = [](RequestPrivData* record) {
-        RequestOf(record).camera.OnRelease(RequestOf(record));
-    };
-    mCallbacks.requestComplete = [](RequestPrivData* record, uint32_t status) {
-        RequestOf(record).camera.OnCompletion(RequestOf(record), status);
-    };
-    mCallbacks.captureResult = [](RequestPrivData* record, camera3_capture_result* result) {
-        RequestOf(record).camera.OnResult(RequestOf(record), *result);
-    };
     const Slice slice("create camera");
     mTable.Create(&mTable, plan.id);
 }
@@ -83,9 +64,11 @@ Request* Camera::Prepare() {
         request->inputStreams.push_back(&stream);
     }
     request->numInputBuffers = mPlan.frames * static_cast<uint32_t>(mPlan.inputs.size());
-    request->partialResultBase = kPartialBase;
+    request->partialResultBase = kit::kPartialBase;
     if (TakeBuffers(*request)) {
-        TakeMetadata(*request);
+        for (uint32_t i = 0; i < mPlan.frames; ++i) {
+            request->metadata.push_back(CreateSetMetadata(i));
+        }
     } else {
         Drop(*request, "the vendor gives no image buffers");
     }
@@ -154,18 +137,6 @@ void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_
     return buffer;
 }
 
-void Camera::TakeMetadata(Request& request) {
-    constexpr uint32_t kTags[] = {1, 2};
-    for (uint32_t i = 0; i < mPlan.frames; ++i) {
-        void* const metadata = mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0);
-        request.metadata.push_back(metadata);
-        if (metadata != nullptr) {
-            const standin::SetMark mark{mPlan.id, i};
-            mTable.SetTag(&mTable, metadata, standin::kSetMarkTag, &mark, sizeof mark, 0);
-        }
-    }
-}
-
 void Camera::Send(Request& request) {
     if (mPlan.flushAfter > 0 && request.index == mPlan.flushAfter) {
         FlushInBetween();
@@ -176,7 +147,7 @@ void Camera::Send(Request& request) {
         StandinControl()->SetDelivery(standin::Delivery::ByHand);
     }
     request.watch.Expect({.frameNumber = request.rtFrameNumber,
-                          .partialNumber = kMetadataPartial,
+                          .partialNumber = kit::kMetadataPartial,
                           .reports = mScenario.shape == standin::Shape::SecondBlock ? 2U : 1U,
                           .stream = &mOutputStream,
                           .buffer = request.output.Reference()});
@@ -200,10 +171,8 @@ void Camera::Send(Request& request) {
 void Camera::FillWrapper(OfflineDataWraper& wrapper, const Request& request) {
     wrapper.rtFrameNumber = request.rtFrameNumber;
     wrapper.numBuffers = mPlan.announcedSets == 0 ? mPlan.frames : mPlan.announcedSets;
-    wrapper.identity = {&mOutputStream, mPlan.id, request.feature};
-    wrapper.pCamera3CbOps = this;
-    wrapper.m_pRealtimeSessionParameters =
-        reinterpret_cast<const camera_metadata*>(&kSessionParameters);
+    wrapper.identity.pOutStream = &mOutputStream;
+    wrapper.identity.featureName = request.feature;
     wrapper.dualRdi = mPlan.IsDualRdi() ? 1 : 0;
     wrapper.yuvInput = request.yuvBuffers.empty() ? 0 : 1;
     std::copy(request.metadata.begin(), request.metadata.end(), wrapper.pChiMetadataHandles);
@@ -217,10 +186,10 @@ uint32_t Camera::Submit(Request& request) {
     const Slice slice("submit", request.rtFrameNumber);
     timeline::Draw(Arrow::Start, ArrowOf(request));
     alignas(OfflineDataWraper) std::byte memory[sizeof(OfflineDataWraper)];
-    // cppcheck-suppress legacyUninitvar ; it takes the braces for those of a body
-    auto* const wrapper = new (memory) OfflineDataWraper{};
+    auto* const wrapper = new (memory) OfflineDataWraper(mWrapper);
     FillWrapper(*wrapper, request);
-    camera3_stream_buffer output = StreamBuffer(mPlan.lends ? nullptr : request.output.Reference());
+    camera3_stream_buffer output =
+        StreamBuffer(&mOutputStream, mPlan.lends ? nullptr : request.output.Reference());
     mLast = &request;
     const uint32_t status = mTable.SubmitRequestFromRT(
         &mTable, wrapper, &request, mPlan.sendsOutput ? &output : nullptr, &mCallbacks);
@@ -228,10 +197,6 @@ uint32_t Camera::Submit(Request& request) {
     std::memset(memory, kOverwritten, sizeof memory);
     std::memset(&output, kOverwritten, sizeof output);
     return status;
-}
-
-camera3_stream_buffer Camera::StreamBuffer(buffer_handle_t* handle) {
-    return {.stream = &mOutputStream, .buffer = handle, .acquire_fence = -1, .release_fence = -1};
 }
 
 // --- Camera: the end of requests that are not completed ------------------------------------------
@@ -314,12 +279,7 @@ void Camera::EndInFlight() {
 
 void Camera::GiveBack(Request& request) {
     GiveBackBuffers(request);
-    for (void* metadata : request.metadata) {
-        if (metadata != nullptr) {
-            mTable.MetadataDestroy(&mTable, metadata);
-        }
-    }
-    request.metadata.clear();
+    DestroyAll(request.metadata);
 }
 
 void Camera::GiveBackBuffers(Request& request) {
@@ -348,19 +308,10 @@ void Camera::OnResult(Request& request, const camera3_capture_result& result) {
     }
 }
 
-/// Lends the output buffer of the request that is under way, one for each stream that asks.
-int32_t Camera::Lend(const camera3_callback_ops* ops, uint32_t count,
-                     const camera3_buffer_request* /*requests*/, uint32_t* returned,
-                     camera3_stream_buffer_ret* answers) {
+/// Lends the output buffer of the request that is under way.
+buffer_handle_t* Camera::Lend(const camera3_stream* /*stream*/) {
     const Slice slice("lend");
-    auto& camera = *const_cast<Camera*>(static_cast<const Camera*>(ops));
-    for (uint32_t i = 0; i < count; ++i) {
-        answers[i].status = 0;
-        answers[i].num_output_buffers = 1;
-        *answers[i].output_buffers = camera.StreamBuffer(camera.mLast.load()->output.Reference());
-    }
-    *returned = count;
-    return 0;
+    return mLast.load()->output.Reference();
 }
 
 void Camera::OnRelease(Request& request) {

@@ -3,7 +3,7 @@
 
 #include "host/request.h"
 #include "host/scenario.h"
-#include "kit/library.h"
+#include "kit/camera.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -16,7 +16,7 @@ namespace host {
 
 /// A camera of the host, and the framework's side of it. Its own callbacks run on the vendor's
 /// threads. The members that work on requests may be called from several threads.
-class Camera : private camera3_callback_ops {
+class Camera : public kit::HostCamera<Camera, Request> {
   public:
     /// All that is given must outlive the camera.
     Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenario& scenario,
@@ -50,15 +50,19 @@ class Camera : private camera3_callback_ops {
     /// In the order of their numbers. For when no thread works on them.
     const std::vector<std::unique_ptr<Request>>& Requests() const { return mRequests; }
 
+    // For the base.
+    void OnRelease(Request& request);
+    void OnCompletion(Request& request, uint32_t status);
+    void OnResult(Request& request, const camera3_capture_result& result);
+    buffer_handle_t* Lend(const camera3_stream* stream);
+
   private:
     Request* NextRequest();
     bool TakeBuffers(Request& request);
     void* TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
                     uint32_t weight);
-    void TakeMetadata(Request& request);
     void FillWrapper(OemLayer::OfflineDataWraper& wrapper, const Request& request);
     uint32_t Submit(Request& request);
-    camera3_stream_buffer StreamBuffer(buffer_handle_t* handle);
     void FlushInBetween();
     void Flush();
     void GiveBack(Request& request);
@@ -66,20 +70,11 @@ class Camera : private camera3_callback_ops {
     void EndInFlight();
     bool IsLost(const Request& request);
 
-    void OnRelease(Request& request);
-    void OnCompletion(Request& request, uint32_t status);
-    void OnResult(Request& request, const camera3_capture_result& result);
-    static int32_t Lend(const camera3_callback_ops* ops, uint32_t count,
-                        const camera3_buffer_request* requests, uint32_t* returned,
-                        camera3_stream_buffer_ret* answers);
-
     const CameraPlan& mPlan;
     const Scenario& mScenario;
     const Scene& mScene;
-    PlatFormIntCallbacks mTable;
     std::vector<camera3_stream> mInputStreams; ///< Outputs of the real-time session.
     camera3_stream mOutputStream{};
-    OemLayer::OffCamApplicationCallbacks mCallbacks{};
 
     std::mutex mMutex; ///< Guards the list, its requests' ends, and the numbers.
     std::condition_variable mChanged;

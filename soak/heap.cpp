@@ -29,16 +29,9 @@
 namespace soak::heap {
 namespace {
 
-/// The addresses of a loaded module.
-struct Range {
-    const void* begin = nullptr;
-    const void* end = nullptr;
-
-    bool Has(const void* address) const { return address >= begin && address < end; }
-};
-
-Range g_library;
-Range g_runtime; ///< The C++ library.
+// Loaded modules.
+const link_map* g_library;
+const link_map* g_runtime; ///< The C++ library.
 std::atomic<int64_t> g_libraryBytes = 0;
 std::atomic<int64_t> g_libraryBytesC = 0;
 std::atomic<int64_t> g_processBytes = 0;
@@ -57,15 +50,24 @@ void FreeInC(void* memory) __asm__("__libc_free");
 void FreeInC(void* memory) { std::free(memory); }
 #endif
 
+/// The module that an address is in, null for none.
+const link_map* ModuleOf(const void* address) {
+    dl_find_object found{};
+    (void)_dl_find_object(const_cast<void*>(address), &found);
+    return found.dlfo_link_map;
+}
+
+bool IsLibrarys(const void* code) { return g_library != nullptr && ModuleOf(code) == g_library; }
+
 /// Whether the code that the C++ library works for is the library's.
 bool RuntimeWorksForLibrary() {
     constexpr int kMostFrames = 32;
     void* frames[kMostFrames];
     const std::span stack(frames, static_cast<size_t>(backtrace(frames, kMostFrames)));
-    const auto isRuntimes = [](const void* frame) { return g_runtime.Has(frame); };
+    const auto isRuntimes = [](const void* frame) { return ModuleOf(frame) == g_runtime; };
     const auto first = std::find_if(stack.begin(), stack.end(), isRuntimes);
     const auto caller = std::find_if_not(first, stack.end(), isRuntimes);
-    return caller != stack.end() && g_library.Has(*caller);
+    return caller != stack.end() && IsLibrarys(*caller);
 }
 
 /// What lies before a block. Its header is the end of it.
@@ -73,21 +75,14 @@ constexpr size_t Before(kit::HeapForm form) {
     return std::max(static_cast<size_t>(form.alignment), sizeof(Header));
 }
 
-/// Of the module that an address is in.
-Range RangeAround(void* address) {
-    dl_find_object module{};
-    if (_dl_find_object(address, &module) != 0) {
-        throw std::runtime_error("memory cannot be told apart: no module has the address");
-    }
-    return {module.dlfo_map_start, module.dlfo_map_end};
-}
-
 } // namespace
 
 void Watch(void* inLibrary) {
-    const Range library = RangeAround(inLibrary);
-    g_runtime =
-        RangeAround(std::bit_cast<void*>(static_cast<std::string (*)(int)>(std::to_string)));
+    const link_map* const library = ModuleOf(inLibrary);
+    g_runtime = ModuleOf(std::bit_cast<void*>(static_cast<std::string (*)(int)>(std::to_string)));
+    if (library == nullptr || g_runtime == nullptr) {
+        throw std::runtime_error("memory cannot be told apart: no module has the address");
+    }
     (void)RuntimeWorksForLibrary(); // The first look at a stack allocates.
     g_library = library;
 }
@@ -106,7 +101,7 @@ void* kit::Take(size_t size, HeapForm form, const void* caller) {
     }
     auto* const header = reinterpret_cast<Header*>(base + Before(form)) - 1;
     const bool isLibrarys =
-        g_library.Has(caller) || (g_runtime.Has(caller) && RuntimeWorksForLibrary());
+        IsLibrarys(caller) || (ModuleOf(caller) == g_runtime && RuntimeWorksForLibrary());
     *header = {size, isLibrarys};
     const auto bytes = static_cast<int64_t>(size);
     g_libraryBytes.fetch_add(isLibrarys ? bytes : 0, std::memory_order_relaxed);
@@ -131,14 +126,14 @@ void kit::Give(void* memory, HeapForm form) noexcept {
 extern "C" {
 __attribute__((visibility("default"))) void* calloc(size_t count, size_t size) noexcept {
     void* const memory = soak::heap::CallocInC(count, size);
-    if (soak::heap::g_library.Has(__builtin_return_address(0))) {
+    if (soak::heap::IsLibrarys(__builtin_return_address(0))) {
         soak::heap::g_libraryBytesC += static_cast<int64_t>(malloc_usable_size(memory));
     }
     return memory;
 }
 
 __attribute__((visibility("default"))) void free(void* memory) noexcept {
-    if (soak::heap::g_library.Has(__builtin_return_address(0))) {
+    if (soak::heap::IsLibrarys(__builtin_return_address(0))) {
         soak::heap::g_libraryBytesC -= static_cast<int64_t>(malloc_usable_size(memory));
     }
     soak::heap::FreeInC(memory);

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <deque>
@@ -75,18 +74,115 @@ struct Account {
 class Soak {
   public:
     /// Loads the library. Throws std::runtime_error where it cannot be used.
-    explicit Soak(const Options& options);
+    explicit Soak(const Options& options) : mOptions(options) {
+        StandinControl()->SetRecording(false);
+        const kit::Adapter library(kit::AdapterFile(false));
+        soak::heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
+        library.Load();
+        for (uint32_t id = 0; id < kCameras; ++id) {
+            mCameras.emplace_back(library, id, g_tally);
+        }
+    }
 
-    void Go();
+    void Go() {
+        Keep("loaded", 0);
+        OnAllCameras([](uint32_t /*index*/, Camera& camera) {
+            camera.Create();
+            camera.Drive({}, 0);
+        });
+        // What idle cameras have, before any request: the rounds' accounts start from here.
+        const int64_t idle = soak::heap::Count().library;
+        Keep("created", idle);
+        {
+            const host::Progress progress([this] { return Describe(); });
+            for (uint32_t i = 0; !g_tally.isOver && (i < kRounds || mOptions.seconds > 0); ++i) {
+                GoRound(i);
+                Keep(NameOf(i), idle);
+            }
+        }
+        OnAllCameras([](uint32_t /*index*/, Camera& camera) { camera.Destroy(); });
+        Keep("destroyed", 0);
+        StandinControl()->CheckAllReturned();
+    }
+
     /// Prints what was done. \returns whether all of it was right.
     bool Judge() const;
 
   private:
-    void GoRound(uint32_t number);
-    void OnAllCameras(const std::function<void(uint32_t, Camera&)>& act);
-    void Keep(const std::string& when, int64_t idle);
-    std::string Describe() const;
-    std::vector<std::string> Problems() const;
+    /// The script is changed while nothing is in flight, and the requests are spread evenly.
+    void GoRound(uint32_t number) {
+        mRound = number;
+        const Round round = RoundAt(number);
+        StandinControl()->SetShape(round.shape);
+        StandinControl()->SetOrder(round.order, number);
+        StandinControl()->SetAsksForFrameworkBuffers(round.lends);
+        StandinControl()->SetLatency(round.isLate ? kLate : std::chrono::microseconds(0));
+        OnAllCameras([&](uint32_t index, Camera& camera) {
+            constexpr uint64_t kShares = uint64_t{kRounds} * kCameras;
+            const uint64_t share = number % kRounds * kCameras + index;
+            camera.Drive(round, mOptions.requests * (share + 1) / kShares -
+                                    mOptions.requests * share / kShares);
+        });
+    }
+
+    /// On a thread for each, and waits for them.
+    void OnAllCameras(const std::function<void(uint32_t, Camera&)>& act) {
+        std::vector<std::thread> threads;
+        for (uint32_t i = 0; i < kCameras; ++i) {
+            threads.emplace_back([&act, i, this] { act(i, mCameras[i]); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+    /// \param idle what the library has but for the format records that it leaves.
+    void Keep(const std::string& when, int64_t idle) {
+        StandinControl()->WaitIdle();
+        const int64_t expected = idle + kFormatRecord * g_tally.formatsLeft;
+        mAccounts.push_back({when, g_tally.completed, soak::heap::Count(), expected});
+        if (!mAccounts.back().IsRight() || !StandinControl()->Violations().empty()) {
+            g_tally.isOver = true; // What comes would only repeat it.
+        }
+    }
+
+    std::string Describe() const {
+        const auto seconds = std::chrono::floor<std::chrono::seconds>(Clock::now() - mStart);
+        const bool isTimed = mOptions.seconds > 0;
+        return "round " + std::to_string(mRound + 1) +
+               (isTimed ? "" : " of " + std::to_string(kRounds)) + ", " +
+               std::to_string(g_tally.completed) +
+               (isTimed ? "" : " of " + std::to_string(mOptions.requests)) +
+               " requests completed, " + std::to_string(seconds.count()) + " s";
+    }
+
+    /// What did not hold, a line each.
+    std::vector<std::string> Problems() const {
+        std::vector<std::string> problems;
+        const auto compare = [&](const char* what, uint64_t found, uint64_t expected) {
+            if (found != expected) {
+                problems.push_back(std::string(what) + ": " + std::to_string(expected) +
+                                   " expected, " + std::to_string(found) + " found");
+            }
+        };
+        const auto& device = *StandinControl();
+        compare("requests executed", device.CallCount(Entry::ExecuteRequest), g_tally.accepted);
+        compare("requests released", g_tally.released, g_tally.accepted);
+        compare("requests completed", g_tally.completed, g_tally.accepted);
+        compare("sessions opened", device.CallCount(Entry::OpenSession), g_tally.sessions);
+        compare("sessions closed", device.CallCount(Entry::CloseSession), g_tally.sessions);
+        for (const Account& account : mAccounts) {
+            if (!account.IsRight()) {
+                problems.push_back("memory, " + account.when + ": " +
+                                   std::to_string(account.expected) + " bytes expected, " +
+                                   std::to_string(account.live.library) + " found, and " +
+                                   std::to_string(account.live.libraryC) + " of the C allocator");
+            }
+        }
+        const std::vector<std::string> violations = device.Violations();
+        problems.insert(problems.end(), violations.begin(), violations.end());
+        return problems;
+    }
 
     const Options mOptions;
     const Clock::time_point mStart = Clock::now();
@@ -95,147 +191,31 @@ class Soak {
     std::atomic<uint32_t> mRound = 0;
 };
 
-Soak::Soak(const Options& options) : mOptions(options) {
-    StandinControl()->SetRecording(false);
-    const kit::Adapter library(kit::AdapterFile(false));
-    soak::heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
-    library.Load();
-    for (uint32_t id = 0; id < kCameras; ++id) {
-        mCameras.emplace_back(library, id, g_tally);
-    }
-}
-
-void Soak::Go() {
-    Keep("loaded", 0);
-    OnAllCameras([](uint32_t /*index*/, Camera& camera) {
-        camera.Create();
-        camera.Drive({}, 0);
-    });
-    // What idle cameras have, before any request: the rounds' accounts start from here.
-    const int64_t idle = soak::heap::Count().library;
-    Keep("created", idle);
-    {
-        const host::Progress progress([this] { return Describe(); });
-        for (uint32_t i = 0; !g_tally.isOver && (i < kRounds || mOptions.seconds > 0); ++i) {
-            GoRound(i);
-            Keep(NameOf(i), idle);
-        }
-    }
-    OnAllCameras([](uint32_t /*index*/, Camera& camera) { camera.Destroy(); });
-    Keep("destroyed", 0);
-    StandinControl()->CheckAllReturned();
-}
-
-/// The script is changed while nothing is in flight, and the requests are spread evenly.
-void Soak::GoRound(uint32_t number) {
-    mRound = number;
-    const Round round = RoundAt(number);
-    StandinControl()->SetShape(round.shape);
-    StandinControl()->SetOrder(round.order, number);
-    StandinControl()->SetAsksForFrameworkBuffers(round.lends);
-    StandinControl()->SetLatency(round.isLate ? kLate : std::chrono::microseconds(0));
-    OnAllCameras([&](uint32_t index, Camera& camera) {
-        constexpr uint64_t kShares = uint64_t{kRounds} * kCameras;
-        const uint64_t share = number % kRounds * kCameras + index;
-        camera.Drive(round, mOptions.requests * (share + 1) / kShares -
-                                mOptions.requests * share / kShares);
-    });
-}
-
-/// On a thread for each, and waits for them.
-void Soak::OnAllCameras(const std::function<void(uint32_t, Camera&)>& act) {
-    std::vector<std::thread> threads;
-    for (uint32_t i = 0; i < kCameras; ++i) {
-        threads.emplace_back([&act, i, this] { act(i, mCameras[i]); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
-/// \param idle what the library has but for the format records that it leaves.
-void Soak::Keep(const std::string& when, int64_t idle) {
-    StandinControl()->WaitIdle();
-    const int64_t expected = idle + kFormatRecord * g_tally.formatsLeft;
-    mAccounts.push_back({when, g_tally.completed, soak::heap::Count(), expected});
-    if (!mAccounts.back().IsRight() || !StandinControl()->Violations().empty()) {
-        g_tally.isOver = true; // What comes would only repeat it.
-    }
-}
-
-std::string Soak::Describe() const {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - mStart);
-    const bool isTimed = mOptions.seconds > 0;
-    return "round " + std::to_string(mRound + 1) +
-           (isTimed ? "" : " of " + std::to_string(kRounds)) + ", " +
-           std::to_string(g_tally.completed) +
-           (isTimed ? "" : " of " + std::to_string(mOptions.requests)) + " requests completed, " +
-           std::to_string(seconds.count()) + " s";
-}
-
-// --- What came of it ----------------------------------------------------------------------------
-
-/// What did not hold, a line each.
-std::vector<std::string> Soak::Problems() const {
-    std::vector<std::string> problems;
-    const auto compare = [&](const char* what, uint64_t found, uint64_t expected) {
-        if (found != expected) {
-            problems.push_back(std::string(what) + ": " + std::to_string(expected) + " expected, " +
-                               std::to_string(found) + " found");
-        }
-    };
-    const auto& device = *StandinControl();
-    compare("requests executed", device.CallCount(Entry::ExecuteRequest), g_tally.accepted);
-    compare("requests released", g_tally.released, g_tally.accepted);
-    compare("requests completed", g_tally.completed, g_tally.accepted);
-    compare("sessions opened", device.CallCount(Entry::OpenSession), g_tally.sessions);
-    compare("sessions closed", device.CallCount(Entry::CloseSession), g_tally.sessions);
-    for (const Account& account : mAccounts) {
-        const auto& [library, libraryC, process] = account.live;
-        if (!account.IsRight()) {
-            problems.push_back("memory, " + account.when + ": " + std::to_string(account.expected) +
-                               " bytes expected, " + std::to_string(library) + " found, and " +
-                               std::to_string(libraryC) + " of the C allocator");
-        }
-    }
-    const std::vector<std::string> violations = device.Violations();
-    problems.insert(problems.end(), violations.begin(), violations.end());
-    return problems;
-}
-
-void PrintAccounts(const std::vector<Account>& accounts) {
+bool Soak::Judge() const {
     std::printf("%-52s %9s %12s %12s %10s %12s\n", "live bytes of the heap", "requests", "library",
                 "expected", "difference", "process");
-    for (const auto& [when, requests, live, expected] : accounts) {
-        std::printf("%-52s %9" PRIu64 " %12" PRId64 " %12" PRId64 " %10" PRId64 " %12" PRId64 "\n",
-                    when.c_str(), requests, live.library, expected, live.library - expected,
-                    live.process);
+    for (const auto& [when, requests, live, expected] : mAccounts) {
+        std::printf("%-52s %9lu %12ld %12ld %10ld %12ld\n", when.c_str(), requests, live.library,
+                    expected, live.library - expected, live.process);
     }
-}
-
-bool Soak::Judge() const {
-    PrintAccounts(mAccounts);
     const std::chrono::duration<double> time = Clock::now() - mStart;
-    std::printf("\nrequests   %" PRIu64 " accepted, %" PRIu64 " released, %" PRIu64
-                " completed, %" PRIu64 " of them with a failure as they were to be\n",
-                g_tally.accepted.load(), g_tally.released.load(), g_tally.completed.load(),
-                g_tally.failed.load());
-    std::printf("sessions   %" PRIu64 " in %" PRIu64 " bursts and %.1f s; cameras created %" PRIu64
-                " times\n",
+    std::printf("\nrequests   %lu accepted, %lu released, %lu completed, ", g_tally.accepted.load(),
+                g_tally.released.load(), g_tally.completed.load());
+    std::printf("%lu of them with a failure as they were to be\n", g_tally.failed.load());
+    std::printf("sessions   %lu in %lu bursts and %.1f s; cameras created %lu times\n",
                 g_tally.sessions.load(), g_tally.bursts.load(), time.count(),
                 g_tally.creations.load());
-    std::printf("memory     %" PRId64 " format records of %" PRId64 " bytes to stay; %s\n",
+    std::printf("memory     %ld format records of %ld bytes to stay; %s\n",
                 g_tally.formatsLeft.load(), kFormatRecord,
                 soak::heap::CountsC() ? "what the C allocator gives is counted, too"
                                       : "the C allocator is a sanitizer's, and not counted");
     const std::vector<std::string> problems = Problems();
-    for (size_t i = 0; i < std::min(problems.size(), kMostShown); ++i) {
+    for (size_t i = 0; i < problems.size() && i < kMostShown; ++i) {
         std::printf("%s%s\n", i == 0 ? "failed     " : "           ", problems[i].c_str());
     }
     if (problems.size() > kMostShown) {
         std::printf("           and %zu more\n", problems.size() - kMostShown);
-    }
-    if (problems.empty()) {
+    } else if (problems.empty()) {
         std::printf("came true  all of the above, and nothing is alive in the vendor\n");
     }
     return problems.empty();
@@ -252,7 +232,9 @@ void OnInterrupt(int signal) {
     (void)std::signal(SIGINT, SIG_DFL);
 }
 
-int ParseAndRun(int argc, char** argv) {
+} // namespace
+
+int main(int argc, char** argv) try {
     Options options;
     CLI::App app{"Sends requests to four cameras of camera.oemlayer.adapter.so for as long as is "
                  "wanted, and accounts for each request and each byte.",
@@ -276,15 +258,7 @@ int ParseAndRun(int argc, char** argv) {
         return kFailed;
     }
     return g_isInterrupted ? kInterrupted : kCameTrue;
-}
-
-} // namespace
-
-int main(int argc, char** argv) {
-    try {
-        return ParseAndRun(argc, argv);
-    } catch (const std::exception& error) {
-        (void)fprintf(stderr, "%s\n", error.what());
-        return kFailed;
-    }
+} catch (const std::exception& error) {
+    (void)fprintf(stderr, "%s\n", error.what());
+    return kFailed;
 }

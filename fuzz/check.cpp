@@ -1,26 +1,17 @@
 /// The fuzzed programs' input, checks and platform.
 #include "fuzz/check.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
 namespace fuzz {
-namespace {
-
-Platform g_platform;
-
-} // namespace
-
 std::string Input::Text(size_t most) {
-    std::string text;
-    while (text.size() < most && !IsEmpty()) {
-        const uint8_t byte = Byte();
-        if (byte == 0) {
-            break;
-        }
-        text += static_cast<char>(byte);
-    }
+    const uint8_t* const limit = mNext + std::min(most, static_cast<size_t>(mEnd - mNext));
+    const uint8_t* const zero = std::find(mNext, limit, 0);
+    std::string text(mNext, zero);
+    mNext = zero + (zero != limit ? 1 : 0);
     return text;
 }
 
@@ -45,8 +36,6 @@ void Trace(const char* format, ...) {
     (void)std::fputc('\n', stderr);
     va_end(arguments);
 }
-
-Platform& ThePlatform() { return g_platform; }
 
 void Platform::Line(int withPriority, const char* withTag, const char* text) {
     priority = withPriority;

@@ -73,6 +73,6 @@ struct Platform final : kit::AndroidSink {
     char line[1024] = {}; ///< Longer than any that the library may write.
     int openSections = 0; ///< Trace sections that were begun and not ended.
 };
-Platform& ThePlatform();
+inline Platform g_platform;
 
 } // namespace fuzz

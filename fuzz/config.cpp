@@ -11,9 +11,8 @@
 #include "standin/control.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <list>
-#include <optional>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -21,42 +20,13 @@ namespace {
 using OemLayer::OfflineMapInfo;
 using Row = standin::Control::ConfigRow;
 
-// --- What a row must become, written down from what a C library's scanf promises
+// --- What a row must become: a number is what the C library's own conversion finds, 64 bits wide
 
-bool IsBlank(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
-
-/// The value of a digit, `base` for anything else.
-uint64_t DigitOf(char byte, uint64_t base) {
-    constexpr std::string_view kDigits = "00112233445566778899aAbBcCdDeEfF";
-    return std::min<uint64_t>(kDigits.find(byte) / 2, base);
-}
-
-/// The number that a text begins with, as 64 bits that stop at `most`; nothing if there is none.
-std::optional<uint64_t> ModelParse(const char* text, uint64_t base, uint64_t most) {
-    while (IsBlank(*text)) {
-        ++text;
-    }
-    const bool isNegative = *text == '-';
-    text += *text == '-' || *text == '+' ? 1 : 0;
-    // "0x" without a digit is read as 0 by some and as nothing by others: both see the 0 here.
-    if (base == 16 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        text += DigitOf(text[2], base) < base ? 2 : 0;
-    }
-    if (DigitOf(*text, base) == base) {
-        return std::nullopt;
-    }
-    uint64_t value = 0;
-    bool isTooLarge = false;
-    for (; DigitOf(*text, base) < base; ++text) {
-        isTooLarge = isTooLarge || __builtin_mul_overflow(value, base, &value) ||
-                     __builtin_add_overflow(value, DigitOf(*text, base), &value);
-    }
-    // What is too large stops at the limit of its sign, which an unsigned number has only one of.
-    const uint64_t limit = most + (isNegative && base == 10 ? 1 : 0);
-    if (isTooLarge || value > limit) {
-        return base == 16 ? most : (isNegative ? 0 - limit : limit);
-    }
-    return isNegative ? 0 - value : value;
+/// The number that a text begins with; what was there before if there is none.
+template <auto Convert, class Number> void ModelParse(const char* text, int base, Number& value) {
+    char* end = nullptr;
+    const auto found = Convert(text, &end, base);
+    value = end != text ? static_cast<Number>(found) : value;
 }
 
 std::vector<OfflineMapInfo> ModelRows(const std::vector<Row>& rows) {
@@ -72,24 +42,18 @@ std::vector<OfflineMapInfo> ModelRows(const std::vector<Row>& rows) {
             return isThere ? row.values[i] : "";
         };
         info.featureName = text(0);
-        info.opMode =
-            static_cast<uint32_t>(ModelParse(text(1), 16, UINT64_MAX).value_or(info.opMode));
-        info.featureFlags =
-            static_cast<uint32_t>(ModelParse(text(2), 16, UINT64_MAX).value_or(info.featureFlags));
-        info.featureValue = static_cast<int32_t>(static_cast<uint32_t>(
-            ModelParse(text(3), 10, INT64_MAX).value_or(static_cast<uint32_t>(info.featureValue))));
+        ModelParse<std::strtoul>(text(1), 16, info.opMode);
+        ModelParse<std::strtoul>(text(2), 16, info.featureFlags);
+        ModelParse<std::strtol>(text(3), 10, info.featureValue);
         infos.push_back(info);
     }
     return infos;
 }
 
 OfflineMapInfo ModelFind(const std::vector<OfflineMapInfo>& infos, const std::string& name) {
-    for (const OfflineMapInfo& info : infos) {
-        if (info.featureName == name) {
-            return info;
-        }
-    }
-    return {};
+    const auto found = std::find_if(infos.begin(), infos.end(),
+                                    [&name](const auto& info) { return info.featureName == name; });
+    return found != infos.end() ? *found : OfflineMapInfo();
 }
 
 // --- The input
@@ -136,8 +100,6 @@ void Run(fuzz::Input input) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     StandinControl()->SetRecording(false);
-    fuzz::HeapWatch heap;
-    Run({data, size});
-    heap.EndEmpty();
+    fuzz::ExpectNothingLeftBy([&] { Run({data, size}); });
     return 0;
 }

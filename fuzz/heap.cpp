@@ -4,8 +4,6 @@
 #include "fuzz/check.h"
 #include "kit/heap.h"
 
-#include <utility>
-
 namespace {
 
 thread_local bool t_isWatched = false;
@@ -20,29 +18,21 @@ void kit::Give(void* memory, HeapForm form) noexcept {
     t_isWatched ? GiveFollowed(memory, form) : std::free(memory);
 }
 
-namespace fuzz {
-
-HeapWatch::HeapWatch() { t_isWatched = true; }
-
-HeapWatch::~HeapWatch() { End(); }
-
-std::map<size_t, size_t> HeapWatch::End() {
+std::map<size_t, size_t> fuzz::BlocksLeftBy(const std::function<void()>& act) {
+    t_isWatched = true;
+    act();
+    t_isWatched = false;
     std::map<size_t, size_t> left;
-    if (std::exchange(t_isWatched, false)) {
-        kit::ForEachFollowed([&](void* memory, size_t size) {
-            ++left[size];
-            std::free(memory);
-        });
-        kit::ForgetFollowed();
-    }
+    kit::ForEachFollowed([&](void* memory, size_t size) {
+        ++left[size];
+        std::free(memory);
+    });
+    kit::ForgetFollowed();
     return left;
 }
 
-void HeapWatch::EndEmpty() {
-    const std::map<size_t, size_t> left = End();
-    if (!left.empty()) {
-        Fail("%zu blocks of %zu bytes stay", left.begin()->second, left.begin()->first);
+void fuzz::ExpectNothingLeftBy(const std::function<void()>& act) {
+    for (const auto& [size, count] : BlocksLeftBy(act)) {
+        Fail("%zu blocks of %zu bytes stay", count, size);
     }
 }
-
-} // namespace fuzz

@@ -119,10 +119,9 @@ void CheckPrint(Function print, const Case& wanted, const std::string& whole) {
 void CheckLine(void (*write)(const char*, ...), int priority, const Case& wanted,
                const std::string& whole) {
     write(wanted.format.c_str(), wanted.text.c_str(), wanted.number, wanted.longNumber);
-    const fuzz::Platform& platform = fuzz::ThePlatform();
-    fuzz::Expect("the priority", platform.priority, priority);
-    fuzz::Check(std::strcmp(platform.tag, "CamZ") == 0, "another tag");
-    fuzz::Check(platform.line == whole.substr(0, kLine), "another line");
+    fuzz::Expect("the priority", fuzz::g_platform.priority, priority);
+    fuzz::Check(std::strcmp(fuzz::g_platform.tag, "CamZ") == 0, "another tag");
+    fuzz::Check(fuzz::g_platform.line == whole.substr(0, kLine), "another line");
 }
 
 void CheckFileName(const std::string& path) {
@@ -148,8 +147,6 @@ void Run(fuzz::Input input) {
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::HeapWatch heap;
-    Run({data, size});
-    heap.EndEmpty();
+    fuzz::ExpectNothingLeftBy([&] { Run({data, size}); });
     return 0;
 }

@@ -9,6 +9,58 @@
 
 namespace fuzz {
 
+namespace {
+
+/// What a session has for each of its inputs is as large, for six of them, as one format record.
+size_t AsFormats(const Session& session) {
+    using Info = OemLayer::QcomAdaptee::StreamPrivateInfo;
+    return session.inputs.size() * sizeof(Info) == sizeof(ChiInputFormat) ? 1 : 0;
+}
+
+Camera::Identity IdentityOf(const Request& request) {
+    const auto& identity = request.wrapper.identity;
+    return {identity.pOutStream, identity.cameraId, identity.featureName};
+}
+
+const Camera::Chain* FindChain(const Camera& camera, const Request& request) {
+    const auto known = camera.chains.find(request.wrapper.identity.pOutStream);
+    if (known == camera.chains.end()) {
+        return nullptr;
+    }
+    for (const Camera::Chain& chain : known->second) {
+        if (chain.first == IdentityOf(request)) {
+            return &chain;
+        }
+    }
+    return nullptr;
+}
+
+bool IsRaw(const camera3_stream* stream) {
+    return stream->format == HAL_PIXEL_FORMAT_RAW10 || stream->format == HAL_PIXEL_FORMAT_RAW16;
+}
+
+/// What a request to the session feeds in each set. The output's record is the host's own, and is
+/// fed, too, where the host has made an input of it.
+std::vector<const camera3_stream*> FedStreams(const Session& session, const Request& request) {
+    std::vector<const camera3_stream*> fed;
+    if (!session.isListed) {
+        return fed;
+    }
+    for (const camera3_stream& input : session.inputs) {
+        fed.push_back(&input);
+    }
+    if (session.pOutput->stream_type == CAMERA3_STREAM_INPUT) {
+        fed.push_back(session.pOutput);
+    }
+    std::erase_if(fed, [&](const camera3_stream* stream) {
+        const bool isYuv = stream->format == HAL_PIXEL_FORMAT_YCBCR_420_888;
+        return !IsRaw(stream) && !(isYuv && request.wrapper.yuvInput == 1);
+    });
+    return fed;
+}
+
+} // namespace
+
 std::optional<uint32_t> Model::Call(Entry entry) {
     ++calls[static_cast<size_t>(entry)];
     Fault& fault = faults[entry];
@@ -64,22 +116,12 @@ void Model::Lose(const Session* session, const Camera* camera) {
 
 void Model::Flush(Camera& camera) {
     for (const auto& [stream, chains] : camera.chains) {
-        for (const Camera::Chain& chain : chains) {
-            Close(camera, chain.session);
+        for (const auto& [identity, session] : chains) {
+            Close(camera, session);
         }
     }
     camera.chains.clear();
 }
-
-namespace {
-
-/// What a session has for each of its inputs is as large, for six of them, as one format record.
-size_t AsFormats(const Session& session) {
-    using Info = OemLayer::QcomAdaptee::StreamPrivateInfo;
-    return session.inputs.size() * sizeof(Info) == sizeof(ChiInputFormat) ? 1 : 0;
-}
-
-} // namespace
 
 void Model::Close(Camera& camera, Session* session) {
     if (!HasInterface(Entry::CloseSession)) {
@@ -88,7 +130,6 @@ void Model::Close(Camera& camera, Session* session) {
     if (session == nullptr) {
         camera.hasZeroRecord = false;
     } else if (Works(Entry::CloseSession)) {
-        session->isOpen = false;
         --alive.sessions;
         --left.sessions;
         left.formats -= AsFormats(*session);
@@ -147,48 +188,29 @@ void Model::ReleaseImage(Camera& camera, const camera3_stream& stream) {
 
 // --- Sessions
 
-Camera::Chain* Model::FindChain(Camera& camera, const Request& request) {
-    const auto& identity = request.wrapper.identity;
-    for (Camera::Chain& chain : camera.chains[identity.pOutStream]) {
-        if (chain.cameraId == identity.cameraId && chain.feature == identity.featureName) {
-            return &chain;
-        }
-    }
-    return nullptr;
-}
-
 Session* Model::FindSession(Camera& camera, const Request& request) {
-    camera3_stream* const stream = request.wrapper.identity.pOutStream;
-    if (stream == nullptr) {
-        return nullptr;
-    }
-    if (!camera.chains.contains(stream)) {
-        Generate(camera, request);
-        if (!camera.chains.contains(stream)) {
-            return nullptr;
-        }
-    }
     // A new stream has two attempts.
-    if (FindChain(camera, request) == nullptr) {
+    const bool isNew = !camera.chains.contains(request.wrapper.identity.pOutStream);
+    for (int i = isNew ? 0 : 1; i < 2 && FindChain(camera, request) == nullptr; ++i) {
         Generate(camera, request);
     }
     const Camera::Chain* const chain = FindChain(camera, request);
-    return chain != nullptr ? chain->session : nullptr;
+    return chain != nullptr ? chain->second : nullptr;
 }
 
 void Model::Generate(Camera& camera, const Request& request) {
-    const auto& identity = request.wrapper.identity;
-    const camera3_stream& output = *identity.pOutStream;
-    if (output.stream_type == CAMERA3_STREAM_INPUT || output.width == 0 || output.height == 0) {
+    camera3_stream* const output = request.wrapper.identity.pOutStream;
+    if (output == nullptr || output->stream_type == CAMERA3_STREAM_INPUT || output->width == 0 ||
+        output->height == 0) {
         return;
     }
-    auto& chains = camera.chains[identity.pOutStream];
+    auto& chains = camera.chains[output];
     if (!request.hasPrivData || request.privData.inputStreams.empty()) {
         return;
     }
     Session* const session = Open(camera, request);
     if (Configure(camera, session, request)) {
-        chains.push_back({identity.cameraId, identity.featureName, session});
+        chains.emplace_back(IdentityOf(request), session);
     } else {
         ++left.chains;
     }
@@ -207,11 +229,7 @@ Session* Model::Open(Camera& camera, const Request& request) {
     ++alive.sessions;
     ++left.sessions;
     Session& session = mSessions.emplace_back();
-    const auto& identity = request.wrapper.identity;
-    const bool isNew =
-        camera.links
-            .try_emplace({identity.pOutStream, identity.cameraId, identity.featureName}, &session)
-            .second;
+    const bool isNew = camera.links.try_emplace(IdentityOf(request), &session).second;
     return isNew ? &session : nullptr;
 }
 
@@ -255,9 +273,7 @@ bool Model::Configure(Camera& camera, Session* session, const Request& request) 
 Request* Model::NewRequest(Camera& camera) {
     for (Request& request : requests) {
         if (request.state == Request::Free) {
-            request = Request();
-            request.state = Request::Reserved;
-            request.camera = &camera;
+            request = {.camera = &camera, .state = Request::Reserved};
             request.privData.owner = &request;
             return &request;
         }
@@ -283,7 +299,6 @@ uint32_t Model::Start(Request& request) {
     if (request.wrapper.numBuffers > OemLayer::kMaxInputSets) {
         return 4;
     }
-    request.buffer = {};
     if (request.hasOutput && Interface(Entry::TranslateToChiBuffer)) {
         request.buffer = {static_cast<uint32_t>(request.output.status),
                           request.output.stream != nullptr};
@@ -296,7 +311,6 @@ uint32_t Model::Start(Request& request) {
     if (session == nullptr || !Feed(*session, request)) {
         return 4;
     }
-    request.frame = request.wrapper.rtFrameNumber;
     request.metadata =
         Metadata(camera, Entry::MetadataCreate) ? Request::Alive : Request::NoMetadata;
     alive.metadata += request.metadata == Request::Alive ? 1 : 0;
@@ -305,8 +319,6 @@ uint32_t Model::Start(Request& request) {
     }
     Tolerate(*session, request);
     request.session = session;
-    request.received = 0;
-    request.wasTouched = false;
     request.state = Request::InFlight;
     request.execution = mExecutions++;
     request.asks = asks;
@@ -316,34 +328,6 @@ uint32_t Model::Start(Request& request) {
     }
     return 0;
 }
-
-namespace {
-
-bool IsRaw(const camera3_stream* stream) {
-    return stream->format == HAL_PIXEL_FORMAT_RAW10 || stream->format == HAL_PIXEL_FORMAT_RAW16;
-}
-
-/// What a request to the session feeds in each set. The output's record is the host's own, and is
-/// fed, too, where the host has made an input of it.
-std::vector<const camera3_stream*> FedStreams(const Session& session, const Request& request) {
-    std::vector<const camera3_stream*> fed;
-    if (!session.isListed) {
-        return fed;
-    }
-    for (const camera3_stream& input : session.inputs) {
-        fed.push_back(&input);
-    }
-    if (session.pOutput->stream_type == CAMERA3_STREAM_INPUT) {
-        fed.push_back(session.pOutput);
-    }
-    std::erase_if(fed, [&](const camera3_stream* stream) {
-        const bool isYuv = stream->format == HAL_PIXEL_FORMAT_YCBCR_420_888;
-        return !IsRaw(stream) && !(isYuv && request.wrapper.yuvInput == 1);
-    });
-    return fed;
-}
-
-} // namespace
 
 /// Takes the request's records from the heap. \returns false where it has too many inputs.
 bool Model::Feed(const Session& session, Request& request) {
@@ -442,12 +426,12 @@ void Model::Receive(Request& request, const Delivered& result) {
 }
 
 void Model::Report(Request& request, const Delivered& result) {
-    Event event{Event::Result, All, request.frame};
-    event.numBuffers = static_cast<uint32_t>(std::min<size_t>(result.buffers.size(), 8));
-    for (uint32_t i = 0; i < event.numBuffers; ++i) {
-        const bool translated = result.hasArray && Interface(Entry::TranslateFromChiBuffer);
-        const Buffer buffer = translated ? result.buffers[i] : Buffer{};
-        event.Add(buffer);
+    Event event{Event::Result, All, request.wrapper.rtFrameNumber};
+    event.buffers.resize(std::min<size_t>(result.buffers.size(), 8));
+    for (size_t i = 0; i < event.buffers.size(); ++i) {
+        if (result.hasArray && Interface(Entry::TranslateFromChiBuffer)) {
+            event.buffers[i] = result.buffers[i];
+        }
     }
     if (result.metadata != Delivered::None) {
         event.hasMetadata = Metadata(*request.camera, Entry::MetadataCreateAndroid);
@@ -458,7 +442,7 @@ void Model::Report(Request& request, const Delivered& result) {
         alive.androidMetadata += event.hasMetadata ? 1 : 0;
     }
     event.partial = event.hasMetadata ? request.privData.partialResultBase + 255 : 0;
-    if (event.numBuffers != 0 || event.hasMetadata) {
+    if (!event.buffers.empty() || event.hasMetadata) {
         Emit(request, event);
     }
 }
@@ -543,29 +527,31 @@ void Model::CheckDevice() const {
     }
 }
 
-void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left) {
+void CheckHeap(std::map<size_t, size_t> blocks, const Left& left) {
     using OemLayer::QcomAdaptee;
-    Left actual{};
+    const auto expect = [&](const char* what, size_t size, size_t count) {
+        Expect(what, blocks[size], count);
+        blocks.erase(size);
+    };
+    expect("the number of format records that stay", sizeof(ChiInputFormat), left.formats);
+    expect("the number of session records that stay", sizeof(QcomAdaptee::PrivateSessionInfo),
+           left.sessions);
+    constexpr size_t kRequest = sizeof(QcomAdaptee::OfflineRequest);
+    size_t requests = 0;
+    size_t buffers = 0;
     for (const auto& [size, count] : blocks) {
         // A request's block holds its input array, too.
-        const size_t array = size - sizeof(QcomAdaptee::OfflineRequest);
-        if (size >= sizeof(QcomAdaptee::OfflineRequest) && array % sizeof(ChiStreamBuffer) == 0) {
-            actual.requests += count;
-            actual.buffers += count * array / sizeof(ChiStreamBuffer);
-        } else if (size == sizeof(ChiInputFormat)) {
-            actual.formats = count;
+        if (size >= kRequest && (size - kRequest) % sizeof(ChiStreamBuffer) == 0) {
+            requests += count;
+            buffers += count * ((size - kRequest) / sizeof(ChiStreamBuffer));
         } else if (size % sizeof(ChiStreamBuffer) == 0) {
-            actual.buffers += count * size / sizeof(ChiStreamBuffer);
-        } else if (size == sizeof(QcomAdaptee::PrivateSessionInfo)) {
-            actual.sessions = count;
+            buffers += count * size / sizeof(ChiStreamBuffer);
         } else if (left.sessions == 0 && left.chains == 0) {
             Fail("%zu blocks of %zu bytes stay", count, size);
         }
     }
-    Expect("the number of requests that stay", actual.requests, left.requests);
-    Expect("the number of format records that stay", actual.formats, left.formats);
-    Expect("the number of buffer records that stay", actual.buffers, left.buffers);
-    Expect("the number of session records that stay", actual.sessions, left.sessions);
+    Expect("the number of requests that stay", requests, left.requests);
+    Expect("the number of buffer records that stay", buffers, left.buffers);
 }
 
 } // namespace fuzz

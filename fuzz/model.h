@@ -35,13 +35,8 @@ struct Event {
     uint32_t table;       ///< Which of the host's tables was called.
     uint32_t number = 0;  ///< The frame of a result, the status of a completion.
     uint32_t partial = 0; ///< Of a result, as is the rest.
-    uint32_t numBuffers = 0;
-    uint32_t checksum = 0; ///< Of the buffers.
     bool hasMetadata = false;
-
-    void Add(const Buffer& buffer) {
-        checksum = checksum * 31 + buffer.status * 2 + (buffer.hasStream ? 1 : 0) + 1;
-    }
+    std::vector<Buffer> buffers = {};
     bool operator==(const Event&) const = default;
 };
 
@@ -64,7 +59,6 @@ struct Framework {
 
 /// One session of the vendor's.
 struct Session {
-    bool isOpen = true;
     bool isListed = false;              ///< It was prepared, and so has its streams.
     std::vector<camera3_stream> inputs; ///< As they were then.
     camera3_stream* pOutput = nullptr;
@@ -99,7 +93,7 @@ struct Request {
     bool asks = false;       ///< Its session asks the framework.
     bool wasTouched = false; ///< It got results made by hand.
     enum { NoMetadata, Alive, Destroyed, Forgotten } metadata = NoMetadata; ///< Of its output.
-    uint32_t received = 0, frame = 0, capacity = 0, firstIsRaw = 0;
+    uint32_t received = 0, capacity = 0, firstIsRaw = 0;
     Buffer buffer;
     std::vector<Event> expected, seen;
     std::optional<uint32_t> returned; ///< What the library returned.
@@ -122,13 +116,10 @@ struct Camera {
     bool hasMetadata = false, hasBuffers = false; ///< Operations.
     uint32_t table = NoTable;                     ///< Of the last submission, as the next one.
     Framework::Kind framework = Framework::NoOps;
-    struct Chain {
-        uint32_t cameraId;
-        std::string feature;
-        Session* session; ///< Null for handle 0.
-    };
-    std::map<camera3_stream*, std::list<Chain>> chains;
-    std::map<std::tuple<camera3_stream*, uint32_t, std::string>, Session*> links;
+    using Identity = std::tuple<camera3_stream*, uint32_t, std::string>;
+    using Chain = std::pair<Identity, Session*>; ///< Null for handle 0.
+    std::map<camera3_stream*, std::vector<Chain>> chains;
+    std::map<Identity, Session*> links;
     bool hasZeroRecord = false; ///< The record of a failed opening.
     struct Manager {
         bool isThere;
@@ -165,7 +156,7 @@ class Model {
     // --- The device's script; whoever changes it tells the device the same
 
     std::map<Entry, Fault> faults;
-    std::set<Entry> missing;
+    std::map<Entry, bool> missing;
     standin::Delivery delivery = standin::Delivery::ByHand;
     Shape shape = Shape::MetadataFirst;
     bool asks = false;
@@ -188,8 +179,8 @@ class Model {
     Answered Interface(Entry entry) { return Ask(mHasInterface, entry); }
     Answered Metadata(const Camera& camera, Entry entry) { return Ask(camera.hasMetadata, entry); }
     Answered Buffers(const Camera& camera, Entry entry) { return Ask(camera.hasBuffers, entry); }
-    bool Has(Entry entry) const { return !missing.contains(entry); }
-    bool HasInterface(Entry entry) const { return mHasInterface && Has(entry); }
+    bool Has(Entry entry) { return !missing[entry]; }
+    bool HasInterface(Entry entry) { return mHasInterface && Has(entry); }
 
     void Create(Camera& camera);
     void Destroy(Camera& camera);
@@ -216,7 +207,6 @@ class Model {
 
   private:
     Session* FindSession(Camera& camera, const Request& request);
-    static Camera::Chain* FindChain(Camera& camera, const Request& request);
     void Generate(Camera& camera, const Request& request);
     Session* Open(Camera& camera, const Request& request);
     bool Configure(Camera& camera, Session* session, const Request& request);
@@ -238,6 +228,6 @@ class Model {
 
 /// The library's records that stay, by their sizes. Where a session or a chain stays, what else
 /// belongs to them is not counted.
-void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left);
+void CheckHeap(std::map<size_t, size_t> blocks, const Left& left);
 
 } // namespace fuzz

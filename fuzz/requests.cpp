@@ -33,10 +33,9 @@ void OnEvent(RequestPrivData* data, const Event& event) {
 void OnResult(RequestPrivData* data, Event event, const camera3_capture_result& result) {
     event.number = result.frame_number;
     event.partial = result.partial_result;
-    event.numBuffers = result.num_output_buffers;
-    for (uint32_t i = 0; i < event.numBuffers; ++i) {
+    for (uint32_t i = 0; i < result.num_output_buffers; ++i) {
         const camera3_stream_buffer& buffer = result.output_buffers[i];
-        event.Add({static_cast<uint32_t>(buffer.status), buffer.stream != nullptr});
+        event.buffers.push_back({static_cast<uint32_t>(buffer.status), buffer.stream != nullptr});
     }
     event.hasMetadata = result.result != nullptr;
     if (event.hasMetadata) {

@@ -79,11 +79,11 @@ void* CreateWithUsage(Scene& scene, HostCamera& camera);
 using Step = void(Scene& scene);
 
 // cameras.cpp
-Step DestroyStep, FlushStep, TearDownStep, NoCameraStep, ImageStep, ReleaseImageStep, TranslateStep;
-Step MakeStep, MetadataStep, ReleaseAndroidStep; // metadata.cpp
-Step SubmitStep;                                 // requests.cpp
-Step DeliverStep, CraftStep, NothingStep;        // results.cpp
-Step FaultStep, MissingStep, VendorStep;         // script.cpp
-Step FrameworkStep, StreamStep;                  // script.cpp
+Step DestroyStep, FlushStep, TearDownStep, NoCameraStep, ImageStep, ReleaseImageStep, TranslateStep,
+    MakeStep, MetadataStep, ReleaseAndroidStep;
+Step SubmitStep; // requests.cpp
+// vendor.cpp
+Step DeliverStep, CraftStep, NothingStep, FaultStep, MissingStep, VendorStep, FrameworkStep,
+    StreamStep;
 
 } // namespace fuzz

@@ -91,9 +91,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool hasInterface = input.Below(16) != 1;
     fuzz::Load(hasInterface);
     fuzz::Prepare();
-    fuzz::HeapWatch heap;
-    const fuzz::Left left = fuzz::Run(input, hasInterface);
-    StandinControl()->Reset();
-    fuzz::CheckHeap(heap.End(), left);
+    fuzz::Left left{};
+    const auto blocks = fuzz::BlocksLeftBy([&] {
+        left = fuzz::Run(input, hasInterface);
+        StandinControl()->Reset();
+    });
+    fuzz::CheckHeap(blocks, left);
     return 0;
 }

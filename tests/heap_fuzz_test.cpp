@@ -11,10 +11,11 @@ using Sizes = std::map<size_t, size_t>;
 
 TEST(HeapWatch, SeesABlockOfEachFormAndItsEnd) {
     for (const test::HeapForm& form : test::kHeapForms) {
-        fuzz::HeapWatch watch;
-        form.give(form.take());
-        (void)form.take();
-        EXPECT_EQ(watch.End(), (Sizes{{test::kSize, 1}})) << form.name;
+        const auto left = fuzz::BlocksLeftBy([&] {
+            form.give(form.take());
+            (void)form.take();
+        });
+        EXPECT_EQ(left, (Sizes{{test::kSize, 1}})) << form.name;
     }
 }
 
@@ -23,8 +24,8 @@ TEST(HeapWatch, FindsABlockThatIsGivenBackInAnotherFormThanItWasTaken) {
     for (size_t taken = 0; taken < std::size(test::kHeapForms); taken += kForms) {
         for (size_t given = 0; given < std::size(test::kHeapForms); given += kForms) {
             const auto act = [&] {
-                const fuzz::HeapWatch watch;
-                test::kHeapForms[given].give(test::kHeapForms[taken].take());
+                fuzz::BlocksLeftBy(
+                    [&] { test::kHeapForms[given].give(test::kHeapForms[taken].take()); });
                 std::_Exit(0);
             };
             if (taken == given) {

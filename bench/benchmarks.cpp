@@ -113,7 +113,7 @@ template <class AnyCamera> class Sessions {
         // Neither a list's order nor an address's helps to guess which one is next.
         // NOLINTNEXTLINE(cert-msc32-c, cert-msc51-cpp): the same order for both, and each time
         std::shuffle(mRequests.begin(), mRequests.end(), std::minstd_rand(1));
-        OpenFrom(0);
+        ReopenFrom(0);
     }
 
     size_t Count() const { return mRequests.size(); }
@@ -125,7 +125,8 @@ template <class AnyCamera> class Sessions {
         }
         mSubmitted += times * Count();
     }
-    void OpenFrom(size_t first) {
+    void ReopenFrom(size_t first) {
+        CloseAll();
         for (size_t i = first; i < Count(); ++i) {
             Open(i);
         }
@@ -279,11 +280,7 @@ void MeasureFourCameras(benchmark::State& state) {
 void MeasureOpening(benchmark::State& state, size_t others) {
     Traffic traffic(kOneRaw, others + 1);
     traffic.Measure(
-        state, kNoBar, 1, [](auto& side) { side.Open(0); },
-        [](auto& side) {
-            side.CloseAll();
-            side.OpenFrom(1);
-        });
+        state, kNoBar, 1, [](auto& side) { side.Open(0); }, [](auto& side) { side.ReopenFrom(1); });
 }
 
 /// A flush, for each of the sessions that it closes.
@@ -291,10 +288,7 @@ void MeasureClosing(benchmark::State& state, size_t others) {
     Traffic traffic(kOneRaw, others + 1);
     traffic.Measure(
         state, kNoBar, others + 1, [](auto& side) { side.CloseAll(); },
-        [](auto& side) {
-            side.CloseAll();
-            side.OpenFrom(0);
-        });
+        [](auto& side) { side.ReopenFrom(0); });
 }
 
 // --- The metadata and buffer calls
@@ -373,20 +367,28 @@ class Table final : public benchmark::BenchmarkReporter {
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            const std::string name = run.run_name.function_name;
+            std::printf("%-34s ", run.run_name.function_name.c_str());
             if (run.error_occurred) {
-                std::printf("%-34s failed: %s\n", name.c_str(), run.error_message.c_str());
+                std::printf("failed: %s\n", run.error_message.c_str());
                 mHolds = false;
                 continue;
             }
-            const auto value = [&run](const char* counter) {
-                const auto found = run.counters.find(counter);
-                return found != run.counters.end() ? found->second.value : -1;
-            };
-            std::printf("%-34s %9.1f ns %9.1f ns %8.3f %14s   %s\n", name.c_str(), value("library"),
-                        value("floor"), value("ratio"),
-                        HeapText(value("new"), value("delete")).c_str(),
-                        BarText(value("ratio"), value("bar")).c_str());
+            auto values = run.counters;
+            std::printf("%9.1f ns %9.1f ns %8.3f ", double{values["library"]},
+                        double{values["floor"]}, double{values["ratio"]});
+            if (values.contains("new")) {
+                std::printf("%12.0f/%.0f", double{values["new"]}, double{values["delete"]});
+            } else {
+                std::printf("%14s", "");
+            }
+            if (values["bar"] > kNoBar) {
+                const bool holds = values["ratio"] <= values["bar"];
+                mHolds = mHolds && holds;
+                std::printf("   %.2f %s\n", double{values["bar"]},
+                            holds ? "holds" : "DOES NOT HOLD");
+            } else {
+                std::printf("   -\n");
+            }
         }
         std::fflush(stdout);
     }
@@ -394,24 +396,6 @@ class Table final : public benchmark::BenchmarkReporter {
     bool Holds() const { return mHolds; }
 
   private:
-    static std::string HeapText(double allocations, double frees) {
-        char text[32] = "";
-        if (allocations >= 0) {
-            std::snprintf(text, sizeof text, "%.0f/%.0f", allocations, frees);
-        }
-        return text;
-    }
-
-    std::string BarText(double ratio, double bar) {
-        char text[32] = "-";
-        if (bar > kNoBar) {
-            mHolds = mHolds && ratio <= bar;
-            std::snprintf(text, sizeof text, "%.2f %s", bar,
-                          ratio <= bar ? "holds" : "DOES NOT HOLD");
-        }
-        return text;
-    }
-
     bool mHolds = true;
 };
 

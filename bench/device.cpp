@@ -12,10 +12,6 @@ namespace {
 
 uint64_t g_something; ///< What a host's handles point at. Nobody looks into it.
 
-void Complete(OemLayer::RequestPrivData* privData, uint32_t /*status*/) {
-    ++static_cast<PrivData*>(privData)->completed;
-}
-
 std::optional<kit::Adapter> g_library;
 
 } // namespace
@@ -62,7 +58,7 @@ HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::str
 OemLayer::OffCamApplicationCallbacks* HostCallbacks() {
     static OemLayer::OffCamApplicationCallbacks callbacks = {
         .releaseRtBuffers = [](auto...) {},
-        .requestComplete = Complete,
+        .requestComplete = [](auto* record, auto) { ++static_cast<PrivData*>(record)->completed; },
         .captureResult = [](auto...) {},
     };
     return &callbacks;

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <malloc.h>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace {
@@ -20,18 +21,14 @@ constexpr int kWrongArguments = 2;
 constexpr uint32_t kCameras = 4;
 
 using Clock = std::chrono::steady_clock;
-
-[[noreturn]] void Fail(const char* what, const char* why) {
-    std::fprintf(stderr, "size_probe: %s: %s\n", what, why);
-    std::exit(kCannotMeasure);
-}
+using Microseconds = std::chrono::duration<double, std::micro>;
 
 /// The file's text. It is kept in static memory, so that reading it does not change what it says.
 const char* Read(const char* file) {
     static char text[1U << 20U];
     const int descriptor = open(file, O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {
-        Fail(file, std::strerror(errno));
+        throw std::runtime_error(std::string(file) + ": " + std::strerror(errno));
     }
     size_t length = 0;
     ssize_t count = 0;
@@ -80,12 +77,8 @@ int main(int argc, char** argv) try {
     const auto ready = Clock::now();
 
     Memory last;
-    const auto microseconds = [](Clock::duration time) {
-        return static_cast<long>(
-            std::chrono::duration_cast<std::chrono::microseconds>(time).count());
-    };
-    std::printf("opened %ld\nready %ld\n", microseconds(opened - start),
-                microseconds(ready - start));
+    std::printf("opened %.0f\nready %.0f\n", Microseconds(opened - start).count(),
+                Microseconds(ready - start).count());
     std::printf("loaded %ld\nlibrary %ld\n", last.resident - before.resident,
                 ResidentLibrary("/camera.oemlayer.adapter.so"));
 
@@ -99,7 +92,6 @@ int main(int argc, char** argv) try {
                     static_cast<long>(now.heap) - static_cast<long>(last.heap));
         last = now;
     }
-    std::printf("library%u %ld\n", kCameras, ResidentLibrary("/camera.oemlayer.adapter.so"));
     for (auto& table : tables) {
         table.TearDownResource(&table);
         table.Destroy(&table);

@@ -66,8 +66,8 @@ Request* Camera::Prepare() {
     request->numInputBuffers = mPlan.frames * static_cast<uint32_t>(mPlan.inputs.size());
     request->partialResultBase = kit::kPartialBase;
     if (TakeBuffers(*request)) {
-        for (uint32_t i = 0; i < mPlan.frames; ++i) {
-            request->metadata.push_back(CreateSetMetadata(i));
+        while (request->metadata.size() < mPlan.frames) {
+            request->metadata.push_back(CreateSetMetadata(request->metadata.size()));
         }
     } else {
         Drop(*request, "the vendor gives no image buffers");
@@ -279,18 +279,12 @@ void Camera::EndInFlight() {
 
 void Camera::GiveBack(Request& request) {
     GiveBackBuffers(request);
-    DestroyAll(request.metadata);
+    GiveBackAll(&PlatFormIntCallbacks::MetadataDestroy, request.metadata);
 }
 
 void Camera::GiveBackBuffers(Request& request) {
-    for (auto* buffers : {&request.rawBuffers, &request.yuvBuffers}) {
-        for (void* buffer : *buffers) {
-            if (buffer != nullptr) {
-                mTable.ReleaseImageBuffer(&mTable, buffer);
-            }
-        }
-        buffers->clear();
-    }
+    GiveBackAll(&PlatFormIntCallbacks::ReleaseImageBuffer, request.rawBuffers);
+    GiveBackAll(&PlatFormIntCallbacks::ReleaseImageBuffer, request.yuvBuffers);
 }
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------

@@ -5,6 +5,8 @@
 #include "standin/tags.h"
 
 #include <iterator>
+#include <span>
+#include <utility>
 
 namespace kit {
 
@@ -44,23 +46,24 @@ template <class Host, class Request> class HostCamera : private camera3_callback
     }
 
     /// Metadata that says which set of a request it is for. Null if the vendor gives none.
-    void* CreateSetMetadata(uint32_t index) {
+    void* CreateSetMetadata(size_t index) {
         constexpr uint32_t kTags[] = {1, 2};
         void* const metadata = mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0);
-        const standin::SetMark mark{mWrapper.identity.cameraId, index};
+        const standin::SetMark mark{mWrapper.identity.cameraId, static_cast<uint32_t>(index)};
         if (metadata != nullptr) {
             mTable.SetTag(&mTable, metadata, standin::kSetMarkTag, &mark, sizeof mark, 0);
         }
         return metadata;
     }
 
-    void DestroyAll(std::vector<void*>& metadata) {
-        for (void* const each : metadata) {
+    /// Gives back what is there, through an entry of the table.
+    template <class Entry>
+    void GiveBackAll(Entry PlatFormIntCallbacks::*entry, std::span<void*> all) {
+        for (void*& each : all) {
             if (each != nullptr) {
-                mTable.MetadataDestroy(&mTable, each);
+                (mTable.*entry)(&mTable, std::exchange(each, nullptr));
             }
         }
-        metadata.clear();
     }
 
     PlatFormIntCallbacks mTable;

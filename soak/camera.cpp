@@ -118,11 +118,8 @@ void Camera::TakeImages() {
 }
 
 void Camera::GiveImagesBack() {
-    for (const std::span<void*> images : {Raws(), std::span<void*>(mWrapper.yuvBufferHandles)}) {
-        for (void* const image : images) {
-            mTable.ReleaseImageBuffer(&mTable, image);
-        }
-    }
+    GiveBackAll(&PlatFormIntCallbacks::ReleaseImageBuffer, Raws());
+    GiveBackAll(&PlatFormIntCallbacks::ReleaseImageBuffer, mWrapper.yuvBufferHandles);
 }
 
 /// Sends a burst, on two threads where the camera has them, and waits for its completion.
@@ -176,8 +173,9 @@ void Camera::Prepare(Request& request, const OfflineDataWraper& wrapper, std::st
         request.inputStreams.push_back(input == 'Y' ? &mYuv : &mRaw.at(raws++));
     }
     request.numInputBuffers = wrapper.numBuffers * static_cast<uint32_t>(inputs.size());
-    for (uint32_t i = 0; i < wrapper.numBuffers; ++i) {
-        request.metadata.push_back(CreateSetMetadata(i));
+    request.metadata.clear();
+    while (request.metadata.size() < wrapper.numBuffers) {
+        request.metadata.push_back(CreateSetMetadata(request.metadata.size()));
     }
     camera3_stream* const stream = wrapper.identity.pOutStream;
     request.watch.emplace(request.name);
@@ -222,7 +220,7 @@ void Camera::Send(uint32_t index) {
 /// Takes back what the request was lent. It is in flight until the next one, where that is sent
 /// from here, is submitted.
 void Camera::End(Request& request) {
-    DestroyAll(request.metadata);
+    GiveBackAll(&PlatFormIntCallbacks::MetadataDestroy, request.metadata);
     std::unique_lock lock(mMutex);
     if (!std::exchange(request.isInFlight, false)) {
         return; // It was completed twice, which its watch reports.

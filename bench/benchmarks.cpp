@@ -297,7 +297,7 @@ void MeasureClosing(benchmark::State& state, size_t others) {
 struct CallCase {
     const char* name;
     void (*library)(PlatFormIntCallbacks&);
-    void (*floor)(ChiOfflineMetadataOps&, ChiOfflineBufferManagerOps&, ChiOfflineInterface&);
+    void (*floor)(const Vendor&);
 };
 
 uint32_t g_word; ///< In the place of all objects.
@@ -308,49 +308,47 @@ ChiStreamBuffer g_ours;
 
 const CallCase kCalls[] = {
     {"CreateAndroidMetadata", [](auto& t) { t.CreateAndroidMetadata(&t, &g_word, 1, &g_word); },
-     [](auto& m, auto&, auto&) { m.pCreateAndroid(&m, &g_word, 1, 1, 1, &g_word); }},
+     [](auto& v) { v.metadata->pCreateAndroid(v.metadata, &g_word, 1, 1, 1, &g_word); }},
     {"CreateByAndroidMetadata", [](auto& t) { t.CreateByAndroidMetadata(&t, &g_word); },
-     [](auto& m, auto&, auto&) { m.pCreateFromAndroid(&m, &g_word, 0, 0, 0); }},
+     [](auto& v) { v.metadata->pCreateFromAndroid(v.metadata, &g_word, 0, 0, 0); }},
     {"ReleaseAndroidMetadata", [](auto& t) { t.ReleaseAndroidMetadata(&t, &g_word); },
-     [](auto& m, auto&, auto&) { m.pReleaseAndroid(&m, &g_word); }},
+     [](auto& v) { v.metadata->pReleaseAndroid(v.metadata, &g_word); }},
     {"CreateWithUsage", [](auto& t) { t.CreateWithUsage(&t, &g_word, 1, 0); },
-     [](auto& m, auto&, auto&) { m.pCreateWithUsage(&m, &g_word, 1, 0); }},
+     [](auto& v) { v.metadata->pCreateWithUsage(v.metadata, &g_word, 1, 0); }},
     {"Copy", [](auto& t) { t.Copy(&t, &g_word, &g_word, 0); },
-     [](auto& m, auto&, auto&) { m.pCopy(&g_word, &g_word, 0); }},
+     [](auto& v) { v.metadata->pCopy(&g_word, &g_word, 0); }},
     {"MetadataDestroy", [](auto& t) { t.MetadataDestroy(&t, &g_word); },
-     [](auto& m, auto&, auto&) { m.pDestroy(&g_word); }},
+     [](auto& v) { v.metadata->pDestroy(&g_word); }},
     {"GetTag", [](auto& t) { t.GetTag(&t, &g_word, 1, &g_word, 0); },
-     [](auto& m, auto&, auto&) { m.pGetTag(&g_word, 1, 0, &g_entry); }},
+     [](auto& v) { v.metadata->pGetTag(&g_word, 1, 0, &g_entry); }},
     {"SetTag", [](auto& t) { t.SetTag(&t, &g_word, 1, &g_word, 1, 0); },
-     [](auto& m, auto&, auto&) { m.pSetTag(&g_word, 1, &g_word, 1, 0); }},
+     [](auto& v) { v.metadata->pSetTag(&g_word, 1, &g_word, 1, 0); }},
     {"DeleteTag", [](auto& t) { t.DeleteTag(&t, &g_word, 1); },
-     [](auto& m, auto&, auto&) { m.pDeleteTag(&g_word, 1); }},
+     [](auto& v) { v.metadata->pDeleteTag(&g_word, 1); }},
     {"GetImageBuffer", [](auto& t) { t.GetImageBuffer(&t, &g_stream); },
-     [](auto&, auto& b, auto&) { b.pGetImageBuffer(&g_word); }},
+     [](auto& v) { v.buffers->pGetImageBuffer(&g_word); }},
     {"ReleaseImageBuffer", [](auto& t) { t.ReleaseImageBuffer(&t, &g_word); },
-     [](auto&, auto& b, auto&) { b.pReleaseImageBuffer(&g_word); }},
+     [](auto& v) { v.buffers->pReleaseImageBuffer(&g_word); }},
     {"GetCPUAddress", [](auto& t) { t.GetCPUAddress(&t, &g_word); },
-     [](auto&, auto& b, auto&) { b.pGetCPUAddress(&g_word); }},
+     [](auto& v) { v.buffers->pGetCPUAddress(&g_word); }},
     {"TranslateToBuffer", [](auto& t) { t.TranslateToBuffer(&t, &g_theirs, &g_ours); },
-     [](auto&, auto&, auto& i) { i.pTranslateToChiBuffer(&g_theirs, &g_ours); }},
+     [](auto& v) { v.interface->pTranslateToChiBuffer(&g_theirs, &g_ours); }},
     {"TranslateFromBuffer", [](auto& t) { t.TranslateFromBuffer(&t, &g_ours, &g_theirs); },
-     [](auto&, auto&, auto& i) { i.pTranslateFromChiBuffer(&g_ours, &g_theirs); }},
+     [](auto& v) { v.interface->pTranslateFromChiBuffer(&g_ours, &g_theirs); }},
 };
 
 void MeasureCall(benchmark::State& state, const CallCase& call) {
     constexpr size_t kUnits = 1000;
     Camera camera(0);
-    const auto library = [&] {
-        for (size_t i = 0; i < kUnits; ++i) {
-            call.library(camera.table);
-        }
+    const auto repeat = [](auto function, auto& argument) {
+        return [function, &argument] {
+            for (size_t i = 0; i < kUnits; ++i) {
+                function(argument);
+            }
+        };
     };
-    const auto floor = [&, m = MetadataOps(), b = BufferOps(), i = Interface()] {
-        for (size_t count = 0; count < kUnits; ++count) {
-            call.floor(*m, *b, *i);
-        }
-    };
-    Pair{{library}, {floor}, kUnits}.Measure(state);
+    Pair{{repeat(call.library, camera.table)}, {repeat(call.floor, TheVendor())}, kUnits}.Measure(
+        state);
 }
 
 // --- The table

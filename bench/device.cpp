@@ -16,22 +16,14 @@ std::optional<kit::Adapter> g_library;
 
 } // namespace
 
-ChiOfflineInterface* Interface() {
-    static auto* const interface = kit::OpenOfflineInterface();
-    return interface;
-}
-
-ChiOfflineMetadataOps* MetadataOps() {
-    static auto* const ops = [] {
+const Vendor& TheVendor() {
+    static const Vendor vendor = [] {
+        ChiOfflineInterface* const interface = kit::OpenOfflineInterface();
         ChiMetadataOpsOpenInfo info = {0, 1, 0, 1};
-        return Interface()->pOpenMetadataOps(Interface(), &info);
+        return Vendor{interface, interface->pOpenMetadataOps(interface, &info),
+                      interface->pOpenBufferOps(interface)};
     }();
-    return ops;
-}
-
-ChiOfflineBufferManagerOps* BufferOps() {
-    static auto* const ops = Interface()->pOpenBufferOps(Interface());
-    return ops;
+    return vendor;
 }
 
 HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::string& featureName,

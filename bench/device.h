@@ -22,9 +22,12 @@ struct FloorSession;
 inline constexpr size_t kCacheLine = 64;
 
 /// The vendor's tables. One of each for the process.
-ChiOfflineInterface* Interface();
-ChiOfflineMetadataOps* MetadataOps();
-ChiOfflineBufferManagerOps* BufferOps();
+struct Vendor {
+    ChiOfflineInterface* interface;
+    ChiOfflineMetadataOps* metadata;
+    ChiOfflineBufferManagerOps* buffers;
+};
+const Vendor& TheVendor();
 
 /// The host's record of a request, and how often it was completed.
 struct PrivData : OemLayer::RequestPrivData {

@@ -49,8 +49,8 @@ class alignas(kCacheLine) FloorCamera {
 
     std::mutex mRegistryMutex;
     std::mutex mConfigurationMutex;
-    ChiOfflineInterface* mpInterface = Interface();
-    ChiOfflineMetadataOps* mpMetadataOps = MetadataOps();
+    ChiOfflineInterface* mpInterface = TheVendor().interface;
+    ChiOfflineMetadataOps* mpMetadataOps = TheVendor().metadata;
     uint64_t mContext = 0;
     uint32_t mWord = 0;
     camera3_callback_ops* mpFrameworkOps = nullptr;

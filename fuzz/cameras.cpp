@@ -7,8 +7,8 @@
 
 namespace fuzz {
 
-HostCamera& Scene::PickCamera() {
-    HostCamera& camera = Pick(cameras);
+Camera& Scene::PickCamera() {
+    Camera& camera = Pick(cameras);
     if (!camera.exists) {
         Trace("Create %u", camera.id);
         PlatformIntContext(&camera.slots, camera.id);
@@ -20,7 +20,7 @@ HostCamera& Scene::PickCamera() {
 
 namespace {
 
-void* GetImage(Scene& scene, HostCamera& camera, size_t stream) {
+void* GetImage(Scene& scene, Camera& camera, size_t stream) {
     const bool comes = scene.model.GetImage(camera, g_inputs[stream], stream < kImages);
     void* const image = camera.slots.GetImageBuffer(&camera.slots, &g_inputs[stream]);
     Expect("the presence of an image", image != nullptr, comes);
@@ -30,14 +30,14 @@ void* GetImage(Scene& scene, HostCamera& camera, size_t stream) {
     return image;
 }
 
-void ReleaseImage(Scene& scene, HostCamera& camera) {
+void ReleaseImage(Scene& scene, Camera& camera) {
     const Image image = scene.Take(camera.images);
     scene.model.ReleaseImage(camera, g_inputs[image.stream]);
     camera.slots.ReleaseImageBuffer(&camera.slots, image.handle);
 }
 
 /// A host that is careful gives its images back first.
-void TearDown(Scene& scene, HostCamera& camera) {
+void TearDown(Scene& scene, Camera& camera) {
     const bool isCareful = !scene.Flag();
     StandinControl()->SetTracePoints(scene.Flag());
     Trace("TearDown %u, careful %d", camera.id, isCareful);
@@ -52,19 +52,18 @@ void TearDown(Scene& scene, HostCamera& camera) {
 
 } // namespace
 
-void* ImageFor(Scene& scene, HostCamera& camera, size_t stream) {
+void* ImageFor(Scene& scene, Camera& camera, size_t stream) {
     const auto known =
         std::find_if(camera.images.begin(), camera.images.end(),
                      [stream](const Image& image) { return image.stream == stream; });
     return known != camera.images.end() ? known->handle : GetImage(scene, camera, stream);
 }
 
-void Destroy(Scene& scene, HostCamera& camera) {
+void Destroy(Scene& scene, Camera& camera) {
     TearDown(scene, camera);
     Trace("Destroy %u", camera.id);
     scene.model.Destroy(camera);
     Expect("what Destroy returns", camera.slots.Destroy(&camera.slots), 0);
-    camera.setMetadata.clear();
 }
 
 void DestroyStep(Scene& scene) { Destroy(scene, scene.PickCamera()); }
@@ -72,14 +71,14 @@ void DestroyStep(Scene& scene) { Destroy(scene, scene.PickCamera()); }
 void TearDownStep(Scene& scene) { TearDown(scene, scene.PickCamera()); }
 
 void FlushStep(Scene& scene) {
-    HostCamera& camera = scene.PickCamera();
+    Camera& camera = scene.PickCamera();
     Trace("Flush %u", camera.id);
     scene.model.Flush(camera);
     camera.slots.Flush(&camera.slots);
 }
 
 void ImageStep(Scene& scene) {
-    HostCamera& camera = scene.PickCamera();
+    Camera& camera = scene.PickCamera();
     void* const image = GetImage(scene, camera, scene.Below(std::size(kInputs)));
     if (image != nullptr) {
         const bool isThere = scene.model.Buffers(camera, Entry::GetCPUAddress);
@@ -89,7 +88,7 @@ void ImageStep(Scene& scene) {
 }
 
 void ReleaseImageStep(Scene& scene) {
-    HostCamera& camera = scene.PickCamera();
+    Camera& camera = scene.PickCamera();
     if (!camera.images.empty()) {
         ReleaseImage(scene, camera);
     }
@@ -149,7 +148,7 @@ void* Made(void* made, bool comes, size_t& alive, const char* what) {
 
 } // namespace
 
-void* CreateWithUsage(Scene& scene, HostCamera& camera) {
+void* CreateWithUsage(Scene& scene, Camera& camera) {
     const bool comes = scene.model.Metadata(camera, Entry::MetadataCreateWithUsage);
     const uint32_t tags[] = {1, 2};
     return Made(camera.slots.CreateWithUsage(&camera.slots, tags, 2, scene.Byte()), comes,
@@ -157,7 +156,7 @@ void* CreateWithUsage(Scene& scene, HostCamera& camera) {
 }
 
 void MakeStep(Scene& scene) {
-    HostCamera& camera = scene.PickCamera();
+    Camera& camera = scene.PickCamera();
     void* made = nullptr;
     if (scene.Flag()) {
         made = CreateWithUsage(scene, camera);
@@ -177,7 +176,7 @@ void MakeStep(Scene& scene) {
 }
 
 void ReleaseAndroidStep(Scene& scene) {
-    HostCamera& camera = scene.PickCamera();
+    Camera& camera = scene.PickCamera();
     void* const object = scene.android.empty() ? nullptr : scene.Take(scene.android);
     // The presence of the one entry decides for the other.
     const bool isAsked = object != nullptr && scene.model.Has(Entry::MetadataCreateFromAndroid);
@@ -190,7 +189,7 @@ void ReleaseAndroidStep(Scene& scene) {
 
 /// An object from hand to hand, and its end.
 void MetadataStep(Scene& scene) {
-    HostCamera& camera = scene.PickCamera();
+    Camera& camera = scene.PickCamera();
     if (scene.metadata.empty()) {
         return;
     }

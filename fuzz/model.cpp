@@ -83,7 +83,7 @@ Answered Model::Ask(bool hasTable, Entry entry) {
 // --- Cameras
 
 void Model::Create(Camera& camera) {
-    camera = {.id = camera.id, .exists = true};
+    camera = {.id = camera.id, .slots = camera.slots, .exists = true};
     const size_t rows = Works(Entry::GetKeyCount) ? kConfigRows : 0;
     Call(Entry::GetValuesCount);
     for (size_t i = 0; i < rows && Works(Entry::GetList); ++i) {

@@ -110,8 +110,18 @@ struct Delivered {
     bool hasSecond = false; ///< A second block with something in it.
 };
 
+struct Image {
+    void* handle;
+    size_t stream; ///< Among the host's inputs.
+};
+
 struct Camera {
     uint32_t id = 0;
+    PlatFormIntCallbacks slots{};
+    std::vector<Image> images{};
+    std::vector<void*> setMetadata{};
+
+    // The model's part.
     bool exists = false;
     bool hasMetadata = false, hasBuffers = false; ///< Operations.
     uint32_t table = NoTable;                     ///< Of the last submission, as the next one.

@@ -45,27 +45,24 @@ void OnResult(RequestPrivData* data, Event event, const camera3_capture_result& 
 }
 
 template <uint32_t Index> OffCamApplicationCallbacks MakeTable() {
-    OffCamApplicationCallbacks table{};
-    if (HasCallback(Index, Event::Release)) {
-        table.releaseRtBuffers = [](auto* data) { OnEvent(data, {Event::Release, Index}); };
-    }
-    if (HasCallback(Index, Event::Complete)) {
-        table.requestComplete = [](RequestPrivData* data, uint32_t status) {
-            OnEvent(data, {Event::Complete, Index, status});
-        };
-    }
-    if (HasCallback(Index, Event::Result)) {
-        table.captureResult = [](RequestPrivData* data, camera3_capture_result* result) {
-            OnResult(data, {Event::Result, Index}, *result);
-        };
-    }
-    return table;
+    return {[](auto* data) {
+                OnEvent(data, {Event::Release, Index});
+            },
+            [](auto* data, auto status) {
+                OnEvent(data, {Event::Complete, Index, status});
+            },
+            [](auto* data, auto* result) {
+                OnResult(data, {Event::Result, Index}, *result);
+            }};
 }
 
 OffCamApplicationCallbacks* Callbacks(uint32_t table) {
     static OffCamApplicationCallbacks tables[] = {MakeTable<All>(), MakeTable<Other>(),
                                                   MakeTable<NoRelease>(), MakeTable<NoComplete>(),
                                                   MakeTable<NoResult>()};
+    tables[NoRelease].releaseRtBuffers = nullptr;
+    tables[NoComplete].requestComplete = nullptr;
+    tables[NoResult].captureResult = nullptr;
     return table == NoTable ? nullptr : &tables[table];
 }
 
@@ -110,7 +107,7 @@ void DrawStreams(Scene& scene, Request& request) {
     }
 }
 
-void DrawInputs(Scene& scene, HostCamera& camera, Request& request) {
+void DrawInputs(Scene& scene, Camera& camera, Request& request) {
     OfflineDataWraper& wrapper = request.wrapper;
     wrapper.rtFrameNumber = scene.Byte();
     wrapper.numBuffers = scene.Below(16) == 15 ? scene.Word() : scene.Below(14);
@@ -156,7 +153,7 @@ void Spoil(Request& request, uint32_t how) {
 }
 
 /// Reads a request into a free record. Null if there is none.
-Request* Draw(Scene& scene, HostCamera& camera, bool mayNest) {
+Request* Draw(Scene& scene, Camera& camera, bool mayNest) {
     Request* const request = scene.model.NewRequest(camera);
     if (request == nullptr) {
         return nullptr;
@@ -176,7 +173,7 @@ Request* Draw(Scene& scene, HostCamera& camera, bool mayNest) {
 }
 
 void Submit(Request& request) {
-    PlatFormIntCallbacks& table = static_cast<HostCamera&>(*request.camera).slots;
+    PlatFormIntCallbacks& table = request.camera->slots;
     // The record and the output are the library's only during the call.
     OfflineDataWraper wrapper = request.wrapper;
     camera3_stream_buffer output = request.output;

@@ -34,27 +34,16 @@ inline constexpr camera3_stream kInputs[] = {
 inline constexpr size_t kYuv = 2;
 inline constexpr size_t kImages = 6;
 
-struct Image {
-    void* handle;
-    size_t stream; ///< Among the inputs.
-};
-
-struct HostCamera : Camera {
-    PlatFormIntCallbacks slots{};
-    std::vector<Image> images{};
-    std::vector<void*> setMetadata{};
-};
-
 struct Scene : Input {
     Scene(const Input& bytes, bool hasInterface) : Input(bytes), model(hasInterface) {}
 
     Model model;
-    HostCamera cameras[3] = {{{.id = 0}}, {{.id = 7}}, {{.id = 15}}};
+    Camera cameras[3] = {{.id = 0}, {.id = 7}, {.id = 15}};
     std::vector<void*> metadata, android; ///< Objects that the host has.
     uint32_t lastTag = 0;
 
     /// One of the cameras, which is made where it is not.
-    HostCamera& PickCamera();
+    Camera& PickCamera();
     template <class T> T Take(std::vector<T>& list) {
         const auto place = list.begin() + static_cast<std::ptrdiff_t>(Byte() % list.size());
         T taken = *place;
@@ -69,10 +58,10 @@ inline camera3_stream g_outputs[4];
 inline uint8_t g_memory[64 * 64 * 3 / 2]; ///< Of all output buffers.
 inline buffer_handle_t g_handle;
 
-void Destroy(Scene& scene, HostCamera& camera);
+void Destroy(Scene& scene, Camera& camera);
 /// An image that the host has already, or a new one.
-void* ImageFor(Scene& scene, HostCamera& camera, size_t stream);
-void* CreateWithUsage(Scene& scene, HostCamera& camera);
+void* ImageFor(Scene& scene, Camera& camera, size_t stream);
+void* CreateWithUsage(Scene& scene, Camera& camera);
 
 // --- The steps
 

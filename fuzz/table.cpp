@@ -34,7 +34,7 @@ Left Run(const Input& input, bool hasInterface) {
         scene.Pick(kSteps)(scene);
         scene.model.CheckRequests();
     }
-    for (HostCamera& camera : scene.cameras) {
+    for (Camera& camera : scene.cameras) {
         if (camera.exists) {
             Destroy(scene, camera);
         }

@@ -22,14 +22,12 @@ Camera::Identity IdentityOf(const Request& request) {
     return {identity.pOutStream, identity.cameraId, identity.featureName};
 }
 
-const Camera::Chain* FindChain(const Camera& camera, const Request& request) {
-    const auto known = camera.chains.find(request.wrapper.identity.pOutStream);
-    if (known == camera.chains.end()) {
-        return nullptr;
-    }
-    for (const Camera::Chain& chain : known->second) {
-        if (chain.first == IdentityOf(request)) {
-            return &chain;
+const Camera::Chain* FindChain(const Camera& camera, const Camera::Identity& identity) {
+    for (const auto& [stream, chains] : camera.chains) {
+        for (const Camera::Chain& chain : chains) {
+            if (chain.first == identity) {
+                return &chain;
+            }
         }
     }
     return nullptr;
@@ -124,12 +122,9 @@ void Model::Flush(Camera& camera) {
 }
 
 void Model::Close(Camera& camera, Session* session) {
-    if (!HasInterface(Entry::CloseSession)) {
-        return;
-    }
     if (session == nullptr) {
-        camera.hasZeroRecord = false;
-    } else if (Works(Entry::CloseSession)) {
+        camera.hasZeroRecord = camera.hasZeroRecord && !HasInterface(Entry::CloseSession);
+    } else if (Interface(Entry::CloseSession)) {
         --alive.sessions;
         --left.sessions;
         left.formats -= AsFormats(*session);
@@ -141,22 +136,17 @@ void Model::Close(Camera& camera, Session* session) {
 /// Images that go may be those of any request in flight.
 void Model::TakeImages() {
     for (const Request& request : requests) {
-        if (request.state == Request::InFlight) {
-            broken.insert(Rule::ImageAlive);
-        }
+        Breaks(Rule::ImageAlive, request.state == Request::InFlight);
     }
 }
 
 void Model::TearDown(Camera& camera) {
     TakeImages();
     for (const auto& [stream, manager] : camera.managers) {
-        if (!Buffers(camera, Entry::BufferManagerDestroy) || !manager.isThere) {
-            continue;
-        }
-        --alive.bufferManagers;
-        alive.imageBuffers -= manager.images;
-        if (manager.images != 0) {
-            broken.insert(Rule::ImageReleased);
+        if (Buffers(camera, Entry::BufferManagerDestroy) && manager.isThere) {
+            --alive.bufferManagers;
+            alive.imageBuffers -= manager.images;
+            Breaks(Rule::ImageReleased, manager.images != 0);
         }
     }
     camera.managers.clear();
@@ -190,11 +180,12 @@ void Model::ReleaseImage(Camera& camera, const camera3_stream& stream) {
 
 Session* Model::FindSession(Camera& camera, const Request& request) {
     // A new stream has two attempts.
+    const Camera::Identity identity = IdentityOf(request);
     const bool isNew = !camera.chains.contains(request.wrapper.identity.pOutStream);
-    for (int i = isNew ? 0 : 1; i < 2 && FindChain(camera, request) == nullptr; ++i) {
+    for (int i = isNew ? 0 : 1; i < 2 && FindChain(camera, identity) == nullptr; ++i) {
         Generate(camera, request);
     }
-    const Camera::Chain* const chain = FindChain(camera, request);
+    const Camera::Chain* const chain = FindChain(camera, identity);
     return chain != nullptr ? chain->second : nullptr;
 }
 
@@ -234,33 +225,22 @@ Session* Model::Open(Camera& camera, const Request& request) {
 }
 
 bool Model::Configure(Camera& camera, Session* session, const Request& request) {
-    bool hasSettings = false;
-    if (session != nullptr) {
-        for (const camera3_stream* stream : request.privData.inputStreams) {
-            session->inputs.push_back(*stream);
-        }
-        left.formats += AsFormats(*session);
-        session->pOutput = request.wrapper.identity.pOutStream;
-        session->isListed =
-            std::all_of(session->inputs.begin(), session->inputs.end(), [](const auto& stream) {
-                return stream.stream_type == CAMERA3_STREAM_OUTPUT;
-            });
-        hasSettings = Metadata(camera, Entry::MetadataCreateFromAndroid);
-        alive.metadata += hasSettings ? 1 : 0;
-        if (!hasSettings) {
-            broken.insert(Rule::SessionSettings);
-        }
-        if (session->isListed && session->pOutput->stream_type != CAMERA3_STREAM_OUTPUT) {
-            broken.insert(Rule::StreamTypes);
-        }
-    }
-    if (!HasInterface(Entry::ConfigureStreams)) {
-        return false;
-    }
     if (session == nullptr) {
-        return true;
+        return HasInterface(Entry::ConfigureStreams);
     }
-    const bool succeeds = Works(Entry::ConfigureStreams);
+    session->isListed = true;
+    for (const camera3_stream* stream : request.privData.inputStreams) {
+        session->inputs.push_back(*stream);
+        session->isListed = session->isListed && stream->stream_type == CAMERA3_STREAM_OUTPUT;
+    }
+    left.formats += AsFormats(*session);
+    session->pOutput = request.wrapper.identity.pOutStream;
+    const bool hasSettings = Metadata(camera, Entry::MetadataCreateFromAndroid);
+    alive.metadata += hasSettings ? 1 : 0;
+    Breaks(Rule::SessionSettings, !hasSettings);
+    Breaks(Rule::StreamTypes,
+           session->isListed && session->pOutput->stream_type != CAMERA3_STREAM_OUTPUT);
+    const bool succeeds = Interface(Entry::ConfigureStreams);
     // Else they are kept until a close that never comes.
     if (succeeds && hasSettings && Metadata(camera, Entry::MetadataDestroy)) {
         --alive.metadata;
@@ -347,31 +327,23 @@ bool Model::Feed(const Session& session, Request& request) {
 /// What the vendor may object to in a request that is as the host made it.
 void Model::Tolerate(const Session& session, const Request& request) {
     for (uint32_t i = 0; i < request.wrapper.numBuffers; ++i) {
-        if (request.wrapper.pChiMetadataHandles[i] == nullptr) {
-            broken.insert(Rule::SetMetadata);
-        }
+        Breaks(Rule::SetMetadata, request.wrapper.pChiMetadataHandles[i] == nullptr);
     }
     for (const camera3_stream* stream : FedStreams(session, request)) {
-        if (!request.hasImages) {
-            broken.insert(Rule::ImageAlive);
-        }
-        if (!request.ownManagers) {
-            broken.insert(Rule::InputManager);
-        }
         const camera3_stream& image = *request.pRawImage;
-        if (IsRaw(stream) && (stream->format != image.format || stream->width != image.width ||
-                              stream->height != image.height)) {
-            broken.insert(Rule::Memory);
-        }
-        if (stream == session.pOutput) {
-            broken.insert(
-                {Rule::InputStream, Rule::InputFormat, Rule::FilterPattern, Rule::Memory});
-        }
+        const bool isOutput = stream == session.pOutput;
+        Breaks(Rule::ImageAlive, !request.hasImages);
+        Breaks(Rule::InputManager, !request.ownManagers);
+        Breaks(Rule::Memory, isOutput || (IsRaw(stream) && (stream->format != image.format ||
+                                                            stream->width != image.width ||
+                                                            stream->height != image.height)));
+        Breaks(Rule::InputStream, isOutput);
+        Breaks(Rule::InputFormat, isOutput);
+        Breaks(Rule::FilterPattern, isOutput);
     }
-    if (request.buffer.hasStream ? request.output.stream != session.pOutput
-                                 : request.hasOutput && request.output.stream == nullptr) {
-        broken.insert(Rule::Output);
-    }
+    Breaks(Rule::Output, request.buffer.hasStream
+                             ? request.output.stream != session.pOutput
+                             : request.hasOutput && request.output.stream == nullptr);
 }
 
 // --- Results
@@ -398,12 +370,12 @@ void Model::Deliver(Request& request, Shape withShape) {
 }
 
 void Model::Receive(Request& request, const Delivered& result) {
+    if (!result.hasMain) {
+        return;
+    }
     Delivered seen = result;
     if (seen.metadata == Delivered::Output && request.metadata == Request::NoMetadata) {
         seen.metadata = Delivered::None;
-    }
-    if (!seen.hasMain) {
-        return;
     }
     if (seen.hasSecond) {
         Report(request, seen);
@@ -474,13 +446,13 @@ void Model::Emit(Request& request, const Event& event) {
 
 /// One buffer of the framework's takes the place of the output, where there is one.
 void Model::AskFramework(Request& request) {
-    if (request.camera->framework != Framework::Answers || answer.result != 0 ||
-        answer.returned == 0 || answer.count == 0) {
-        return;
+    if (request.camera->framework == Framework::Answers && answer.result == 0 &&
+        answer.returned != 0 && answer.count != 0) {
+        request.buffer = {};
+        if (Interface(Entry::TranslateToChiBuffer)) {
+            request.buffer = {static_cast<uint32_t>(answer.status), true};
+        }
     }
-    request.buffer = Interface(Entry::TranslateToChiBuffer)
-                         ? Buffer{static_cast<uint32_t>(answer.status), true}
-                         : Buffer{};
 }
 
 // --- The checks

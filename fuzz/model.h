@@ -228,6 +228,11 @@ class Model {
     void Report(Request& request, const Delivered& result);
     void Complete(Request& request, const Delivered& result);
     void Emit(Request& request, const Event& event);
+    void Breaks(Rule rule, bool isBroken) {
+        if (isBroken) {
+            broken.insert(rule);
+        }
+    }
     void TakeImages();
     void Lose(const Session* session, const Camera* camera);
 

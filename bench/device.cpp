@@ -4,6 +4,7 @@
 #include "kit/library.h"
 #include "standin/control.h"
 
+#include <algorithm>
 #include <iterator>
 #include <optional>
 
@@ -17,12 +18,10 @@ std::optional<kit::Adapter> g_library;
 } // namespace
 
 const Vendor& TheVendor() {
-    static const Vendor vendor = [] {
-        ChiOfflineInterface* const interface = kit::OpenOfflineInterface();
-        ChiMetadataOpsOpenInfo info = {0, 1, 0, 1};
-        return Vendor{interface, interface->pOpenMetadataOps(interface, &info),
-                      interface->pOpenBufferOps(interface)};
-    }();
+    static ChiOfflineInterface* const interface = kit::OpenOfflineInterface();
+    static ChiMetadataOpsOpenInfo info = {0, 1, 0, 1};
+    static const Vendor vendor = {interface, interface->pOpenMetadataOps(interface, &info),
+                                  interface->pOpenBufferOps(interface)};
     return vendor;
 }
 
@@ -36,15 +35,11 @@ HostRequest::HostRequest(const Inputs& inputs, uint32_t cameraId, const std::str
     privData.pYuvBufferManager = &g_something;
     output.stream = pOutStream;
     wrapper.numBuffers = inputs.sets;
-    wrapper.identity.pOutStream = pOutStream;
-    wrapper.identity.cameraId = cameraId;
-    wrapper.identity.featureName = featureName;
+    wrapper.identity = {pOutStream, cameraId, featureName};
     wrapper.yuvInput = 1;
-    for (uint32_t i = 0; i < inputs.sets; ++i) {
-        wrapper.pChiMetadataHandles[i] = &g_something;
-        wrapper.pRDIBufferHandles[i] = &g_something;
-        wrapper.yuvBufferHandles[i] = &g_something;
-    }
+    std::fill_n(wrapper.pChiMetadataHandles, inputs.sets, &g_something);
+    std::fill_n(wrapper.pRDIBufferHandles, inputs.sets, &g_something);
+    std::fill_n(wrapper.yuvBufferHandles, inputs.sets, &g_something);
 }
 
 OemLayer::OffCamApplicationCallbacks* HostCallbacks() {

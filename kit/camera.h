@@ -25,16 +25,6 @@ template <class Host, class Request> class HostCamera : private camera3_callback
     HostCamera(const Adapter& library, uint32_t id)
         : camera3_callback_ops{}, mTable(library.Table(id)) {
         request_stream_buffers = LendAll;
-        mCallbacks.releaseRtBuffers = [](OemLayer::RequestPrivData* record) {
-            Of(record).camera.OnRelease(Of(record));
-        };
-        mCallbacks.requestComplete = [](OemLayer::RequestPrivData* record, uint32_t status) {
-            Of(record).camera.OnCompletion(Of(record), status);
-        };
-        mCallbacks.captureResult = [](OemLayer::RequestPrivData* record,
-                                      camera3_capture_result* result) {
-            Of(record).camera.OnResult(Of(record), *result);
-        };
         mWrapper.identity.cameraId = id;
         mWrapper.pCamera3CbOps = this;
         mWrapper.m_pRealtimeSessionParameters =
@@ -67,7 +57,10 @@ template <class Host, class Request> class HostCamera : private camera3_callback
     }
 
     PlatFormIntCallbacks mTable;
-    OemLayer::OffCamApplicationCallbacks mCallbacks{};
+    OemLayer::OffCamApplicationCallbacks mCallbacks{
+        [](auto* record) { Of(record).camera.OnRelease(Of(record)); },
+        [](auto* record, auto status) { Of(record).camera.OnCompletion(Of(record), status); },
+        [](auto* record, auto* result) { Of(record).camera.OnResult(Of(record), *result); }};
     OemLayer::OfflineDataWraper mWrapper{}; ///< Of all requests, as far as they are alike.
 
   private:

@@ -61,17 +61,13 @@ void* TakeFollowed(size_t size, HeapForm form) {
 void GiveFollowed(void* memory, HeapForm form) {
     if (!t_isInside) {
         WithList([&](auto& blocks) {
-            const auto found = blocks.find(KeyOf(memory));
-            if (found == blocks.end()) {
-                return;
-            }
-            const HeapForm taken = found->second.form;
-            if (taken.isArray != form.isArray || taken.alignment != form.alignment) {
+            const auto block = blocks.extract(KeyOf(memory));
+            if (!block.empty() && (block.mapped().form.isArray != form.isArray ||
+                                   block.mapped().form.alignment != form.alignment)) {
                 (void)std::fputs("FOUND: a block is given back in another form than taken\n",
                                  stderr);
                 std::abort();
             }
-            blocks.erase(found);
         });
     }
     std::free(memory);

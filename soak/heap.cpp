@@ -20,12 +20,6 @@
 #include <stdexcept>
 #include <string>
 
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SOAK_COUNTS_C 0
-#else
-#define SOAK_COUNTS_C 1
-#endif
-
 namespace soak::heap {
 namespace {
 
@@ -88,8 +82,6 @@ void Watch(void* inLibrary) {
 }
 
 Live Count() { return {g_libraryBytes, g_libraryBytesC, g_processBytes}; }
-
-bool CountsC() { return SOAK_COUNTS_C != 0; }
 
 } // namespace soak::heap
 

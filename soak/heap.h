@@ -7,17 +7,16 @@ namespace soak::heap {
 
 /// What is allocated at one moment.
 struct Live {
-    int64_t library;  ///< By `operator new`, for the library.
-    int64_t libraryC; ///< By the C allocator, for the library; as large as the blocks really are.
-    int64_t process;  ///< By `operator new`, for all.
+    int64_t library; ///< By `operator new`, for the library.
+    /// By the C allocator, for the library; as large as the blocks really are. 0 where
+    /// SOAK_COUNTS_C says so: a sanitizer has the C allocator for itself.
+    int64_t libraryC;
+    int64_t process; ///< By `operator new`, for all.
 };
 
 /// Counts for the library that this address is in from now on. While no other thread runs.
 void Watch(void* inLibrary);
 
 Live Count();
-
-/// Whether `Live::libraryC` is counted: a sanitizer has the C allocator for itself.
-bool CountsC();
 
 } // namespace soak::heap

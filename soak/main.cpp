@@ -207,8 +207,8 @@ bool Soak::Judge() const {
                 g_tally.creations.load());
     std::printf("memory     %ld format records of %ld bytes to stay; %s\n",
                 g_tally.formatsLeft.load(), kFormatRecord,
-                soak::heap::CountsC() ? "what the C allocator gives is counted, too"
-                                      : "the C allocator is a sanitizer's, and not counted");
+                SOAK_COUNTS_C ? "what the C allocator gives is counted, too"
+                              : "the C allocator is a sanitizer's, and not counted");
     const std::vector<std::string> problems = Problems();
     for (size_t i = 0; i < problems.size() && i < kMostShown; ++i) {
         std::printf("%s%s\n", i == 0 ? "failed     " : "           ", problems[i].c_str());

@@ -103,7 +103,8 @@ struct Pair {
 /// Sessions of a camera, the library's or the floor's, with a request for each.
 template <class AnyCamera> class Sessions {
   public:
-    Sessions(const Inputs& inputs, size_t numStreams, size_t featuresPerStream, uint32_t cameraId)
+    explicit Sessions(const Inputs& inputs, size_t numStreams = 1, size_t featuresPerStream = 1,
+                      uint32_t cameraId = 0)
         : mOutStreams(numStreams, MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)), mCamera(cameraId) {
         for (size_t i = 0; i < numStreams * featuresPerStream; ++i) {
             mRecords.emplace_back(inputs, cameraId, "Feature" + std::to_string(i),
@@ -155,10 +156,8 @@ template <class AnyCamera> class Sessions {
 
 /// The same for both. Each has records of its own.
 struct Traffic {
-    explicit Traffic(const Inputs& inputs, size_t numStreams = 1, size_t featuresPerStream = 1,
-                     uint32_t cameraId = 0)
-        : library(inputs, numStreams, featuresPerStream, cameraId),
-          floor(inputs, numStreams, featuresPerStream, cameraId) {}
+    template <class... Args> explicit Traffic(const Args&... args)
+        : library(args...), floor(args...) {}
 
     /// What `act` does with the sessions, and `prepare` before.
     template <class Act, class Prepare = std::identity>
@@ -192,9 +191,9 @@ constexpr size_t kBatch = 256;
 /// Has the work fail that does not call the heap just so often for each of its requests.
 void ExpectHeapCalls(benchmark::State& state, HeapCalls expected, size_t requests,
                      const Work& work) {
-    const HeapCalls before = CountedHeapCalls();
+    const HeapCalls before = t_heapCalls;
     work();
-    const HeapCalls found = CountedHeapCalls() - before;
+    const HeapCalls found = t_heapCalls - before;
     state.counters["new"] = static_cast<double>(found.allocations) / static_cast<double>(requests);
     state.counters["delete"] = static_cast<double>(found.frees) / static_cast<double>(requests);
     if (found != HeapCalls{expected.allocations * requests, expected.frees * requests}) {

@@ -16,7 +16,7 @@ struct HeapCalls {
     bool operator==(const HeapCalls&) const = default;
 };
 
-/// Of the calling thread, since it began.
-HeapCalls CountedHeapCalls();
+/// Of this thread, since it began.
+inline constinit thread_local HeapCalls t_heapCalls{};
 
 } // namespace bench

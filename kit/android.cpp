@@ -7,10 +7,7 @@
 namespace kit {
 namespace {
 
-/// All is Android's.
-class Android final : public AndroidSink {};
-
-Android g_android;
+AndroidSink g_android; ///< All is Android's.
 std::atomic<AndroidSink*> g_sink = &g_android;
 
 } // namespace

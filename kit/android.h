@@ -15,9 +15,6 @@ class AndroidSink {
     virtual void End() {}
 
     std::atomic<uint64_t> enabledTraceTags = 0;
-
-  protected:
-    ~AndroidSink() = default;
 };
 
 /// Gets all calls of the process from now on. Before the threads start, and until the end.

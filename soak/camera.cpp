@@ -78,8 +78,6 @@ void Camera::Create() {
     ++mTally.creations;
 }
 
-void Camera::Destroy() { mTable.Destroy(&mTable); }
-
 // --- Rounds and bursts --------------------------------------------------------------------------
 
 void Camera::Drive(const Round& round, uint64_t requests) {

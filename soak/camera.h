@@ -66,7 +66,7 @@ class Camera : public kit::HostCamera<Camera, Request> {
     Camera(const kit::Adapter& library, uint32_t id, Tally& tally);
 
     void Create();
-    void Destroy();
+    void Destroy() { mTable.Destroy(&mTable); }
 
     /// Sends bursts of requests until there were so many, or the run is over, and flushes after
     /// each. Now and then the camera is destroyed and created again. Leaves it idle, without

@@ -9,9 +9,9 @@ namespace {
 
 TEST(HeapCount, CountsABlockOfEachFormOnceAndItsEndOnce) {
     for (const test::HeapForm& form : test::kHeapForms) {
-        const bench::HeapCalls before = bench::CountedHeapCalls();
+        const bench::HeapCalls before = bench::t_heapCalls;
         form.give(form.take());
-        EXPECT_EQ(bench::CountedHeapCalls() - before, (bench::HeapCalls{1, 1})) << form.name;
+        EXPECT_EQ(bench::t_heapCalls - before, (bench::HeapCalls{1, 1})) << form.name;
     }
 }
 

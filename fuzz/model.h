@@ -43,9 +43,8 @@ struct Event {
 /// The host's tables of callbacks: all entries, another with all, each with one left out, none.
 enum Table : uint32_t { All, Other, NoRelease, NoComplete, NoResult, NoTable, NumTables };
 inline constexpr bool HasCallback(uint32_t table, Event::Kind kind) {
-    return table != NoTable && table != (kind == Event::Result    ? NoResult
-                                         : kind == Event::Release ? NoRelease
-                                                                  : NoComplete);
+    constexpr Table kWithout[] = {NoResult, NoRelease, NoComplete}; // By kind.
+    return table != NoTable && table != kWithout[kind];
 }
 
 /// What the framework answers when it is asked for buffers.

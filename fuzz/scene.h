@@ -59,18 +59,14 @@ inline uint8_t g_memory[64 * 64 * 3 / 2]; ///< Of all output buffers.
 inline buffer_handle_t g_handle;
 
 void Destroy(Scene& scene, Camera& camera);
-/// An image that the host has already, or a new one.
-void* ImageFor(Scene& scene, Camera& camera, size_t stream);
-void* CreateWithUsage(Scene& scene, Camera& camera);
 
 // --- The steps
 
 using Step = void(Scene& scene);
 
-// cameras.cpp
+// host.cpp
 Step DestroyStep, FlushStep, TearDownStep, NoCameraStep, ImageStep, ReleaseImageStep, TranslateStep,
-    MakeStep, MetadataStep, ReleaseAndroidStep;
-Step SubmitStep; // requests.cpp
+    MakeStep, MetadataStep, ReleaseAndroidStep, SubmitStep;
 // vendor.cpp
 Step DeliverStep, CraftStep, NothingStep, FaultStep, MissingStep, VendorStep, FrameworkStep,
     StreamStep;

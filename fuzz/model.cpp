@@ -61,13 +61,13 @@ std::vector<const camera3_stream*> FedStreams(const Session& session, const Requ
 
 std::optional<uint32_t> Model::Call(Entry entry) {
     ++calls[static_cast<size_t>(entry)];
-    Fault& fault = faults[entry];
+    standin::Fault& fault = script.faults[entry];
     if (fault.times == 0) {
         return std::nullopt;
     }
     const bool fails = fault.wait == 0;
     --(fails ? fault.times : fault.wait);
-    return fails ? std::optional(fault.result) : std::nullopt;
+    return fails ? std::optional(static_cast<uint32_t>(fault.result)) : std::nullopt;
 }
 
 Answered Model::Ask(bool hasTable, Entry entry) {
@@ -301,10 +301,10 @@ uint32_t Model::Start(Request& request) {
     request.session = session;
     request.state = Request::InFlight;
     request.execution = mExecutions++;
-    request.asks = asks;
-    request.waits = delivery == standin::Delivery::ByHand;
+    request.asks = script.asksForFrameworkBuffers;
+    request.waits = script.delivery == standin::Delivery::ByHand;
     if (!request.waits) {
-        Deliver(request, shape);
+        Deliver(request, script.shape);
     }
     return 0;
 }

@@ -7,7 +7,7 @@
 #pragma once
 
 #include "adapterlayer/oemlayer_host.h"
-#include "standin/control.h"
+#include "standin/state.h"
 
 #include <array>
 #include <list>
@@ -143,12 +143,6 @@ struct Left {
     size_t requests, formats, buffers, sessions, chains;
 };
 
-struct Fault {
-    uint32_t result = 0;
-    uint32_t wait = 0; ///< Calls that still succeed.
-    uint32_t times = 0;
-};
-
 /// What comes of an operation that the library passes on: status 0 also where there is none.
 struct Answered {
     bool works = false;
@@ -162,13 +156,8 @@ class Model {
   public:
     explicit Model(bool hasInterface) : mHasInterface(hasInterface) {}
 
-    // --- The device's script; whoever changes it tells the device the same
-
-    std::map<Entry, Fault> faults;
-    std::map<Entry, bool> missing;
-    standin::Delivery delivery = standin::Delivery::ByHand;
-    Shape shape = Shape::MetadataFirst;
-    bool asks = false;
+    /// The device's script as it was last told; both use up their faults alike.
+    standin::Script script = StandinControl()->Internals().Lock()->script;
     Framework answer;
 
     // --- What must be seen at the end
@@ -188,8 +177,8 @@ class Model {
     Answered Interface(Entry entry) { return Ask(mHasInterface, entry); }
     Answered Metadata(const Camera& camera, Entry entry) { return Ask(camera.hasMetadata, entry); }
     Answered Buffers(const Camera& camera, Entry entry) { return Ask(camera.hasBuffers, entry); }
-    bool Has(Entry entry) { return !missing[entry]; }
-    bool HasInterface(Entry entry) { return mHasInterface && Has(entry); }
+    bool Has(Entry entry) const { return !script.missing.contains(entry); }
+    bool HasInterface(Entry entry) const { return mHasInterface && Has(entry); }
 
     void Create(Camera& camera);
     void Destroy(Camera& camera);

@@ -19,13 +19,19 @@ Entry PickEntry(Scene& scene, Entry end) {
     return static_cast<Entry>(kFirst + scene.Below(static_cast<uint32_t>(end) - kFirst));
 }
 
+Shape PickShape(Scene& scene) {
+    return static_cast<Shape>(scene.Below(static_cast<uint32_t>(Shape::Count)));
+}
+
+void TellModel(Scene& scene) { scene.model.script = StandinControl()->Internals().Lock()->script; }
+
 } // namespace
 
 void FaultStep(Scene& scene) {
     constexpr uint32_t kResults[] = {1, 3, static_cast<uint32_t>(-3)};
     constexpr uint32_t kTimes[] = {1, 2, UINT32_MAX, 0};
     const Entry entry = PickEntry(scene, Entry::Count);
-    Fault fault{scene.Pick(kResults), scene.Below(4), scene.Pick(kTimes)};
+    standin::Fault fault{scene.Pick(kResults), scene.Below(4), scene.Pick(kTimes)};
     if (standin::FailureOf(entry) == 0) {
         fault.result = 0;
     }
@@ -33,10 +39,10 @@ void FaultStep(Scene& scene) {
     if (entry == Entry::BufferManagerDestroy) {
         fault = {fault.result, 0, fault.times == 0 ? 0 : UINT32_MAX};
     }
-    Trace("Fail %s %u + 1, %u times: %u", standin::EntryName(entry), fault.wait, fault.times,
+    Trace("Fail %s %u + 1, %u times: %lu", standin::EntryName(entry), fault.wait, fault.times,
           fault.result);
-    scene.model.faults[entry] = fault;
     StandinControl()->Fail(entry, fault.result, fault.wait + 1, fault.times);
+    TellModel(scene);
 }
 
 void MissingStep(Scene& scene) {
@@ -44,19 +50,16 @@ void MissingStep(Scene& scene) {
     const Entry entry = PickEntry(scene, Entry(static_cast<uint32_t>(Entry::GetCPUAddress) + 1));
     const bool missing = scene.Flag();
     Trace("%s is missing: %d", standin::EntryName(entry), missing);
-    scene.model.missing[entry] = missing;
     StandinControl()->SetMissing(entry, missing);
+    TellModel(scene);
 }
 
 void VendorStep(Scene& scene) {
     using standin::Delivery;
-    Model& model = scene.model;
-    model.delivery = scene.Flag() ? Delivery::OnCallerThread : Delivery::ByHand;
-    model.shape = static_cast<Shape>(scene.Below(static_cast<uint32_t>(Shape::Count)));
-    model.asks = scene.Flag();
-    StandinControl()->SetDelivery(model.delivery);
-    StandinControl()->SetShape(model.shape);
-    StandinControl()->SetAsksForFrameworkBuffers(model.asks);
+    StandinControl()->SetDelivery(scene.Flag() ? Delivery::OnCallerThread : Delivery::ByHand);
+    StandinControl()->SetShape(PickShape(scene));
+    StandinControl()->SetAsksForFrameworkBuffers(scene.Flag());
+    TellModel(scene);
 }
 
 void FrameworkStep(Scene& scene) {
@@ -122,7 +125,7 @@ void Send(Scene& scene, Request& request, const Delivered& result, ChiMetadataHa
 /// The device's own results, for a request that has had none yet.
 void DeliverStep(Scene& scene) {
     Request* const request = PickWaiting(scene);
-    const auto shape = static_cast<Shape>(scene.Below(static_cast<uint32_t>(Shape::Count)));
+    const Shape shape = PickShape(scene);
     if (request != nullptr && !request->wasTouched) {
         Trace("Deliver execution %zu in shape %u", request->execution,
               static_cast<uint32_t>(shape));

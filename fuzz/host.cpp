@@ -1,5 +1,5 @@
-/// What the host does: its cameras with their images and metadata, its requests, and what it does when
-/// it is called back.
+/// What the host does: its cameras with their images and metadata, its requests, and what comes
+/// back of them.
 
 #include "fuzz/scene.h"
 

@@ -1,5 +1,5 @@
-/// What the device does: its faults and answers from now on, and the framework's; and results, its own
-/// and such as no session of it delivers.
+/// What the device does from now on, with its faults, and the framework; and results, the device's
+/// own and such as no session of it delivers.
 
 #include "adapterlayer/qcomadaptee.h"
 #include "fuzz/scene.h"

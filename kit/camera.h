@@ -15,9 +15,9 @@ namespace kit {
 inline constexpr uint32_t kPartialBase = 2;
 inline constexpr uint32_t kMetadataPartial = kPartialBase + 255;
 
-/// A camera of a host, and the framework's side of it: the base of `Host`, whose members `OnResult`,
-/// `OnRelease` and `OnCompletion` are called on the vendor's threads, and `Lend`, which has the
-/// buffer that a stream asks for. A `Request` starts with the record that the library gets, and has
+/// A camera of a host, and the framework's side of it: the base of `Host`. Its members `OnResult`,
+/// `OnRelease` and `OnCompletion` are called on the vendor's threads, as is `Lend`, which has the
+/// buffer for a stream that asks. A `Request` starts with the record that the library gets, and has
 /// a member `camera`.
 template <class Host, class Request> class HostCamera : private camera3_callback_ops {
   protected:

@@ -29,9 +29,7 @@ constexpr size_t kLine = 511; ///< Most characters of a line of the Android log.
 /// A conversion such as "%-8.3s".
 std::string Conversion(fuzz::Input& input, const char* kind) {
     static constexpr const char* kFlags[] = {"", "-", "0", "+", " "};
-    std::string text = "%";
-    const uint32_t flag = input.Below(kind[0] == 's' ? 2 : 5);
-    text += kFlags[flag];
+    std::string text = std::string("%") + kFlags[input.Below(kind[0] == 's' ? 2 : 5)];
     if (input.Flag()) {
         text += std::to_string(1 + input.Below(256) * (input.Flag() ? 4 : 1));
     }
@@ -54,13 +52,20 @@ struct Case {
     std::string format, text;
     int number;
     long longNumber;
+
+    /// Has a function of printf's kind format this, behind its first arguments.
+    template <class Function, class... First> auto Call(Function function, First... first) const {
+        return function(first..., format.c_str(), text.c_str(), number, longNumber);
+    }
 };
 
 Case ReadCase(fuzz::Input& input) {
     Case read{};
     read.size = input.Byte() | (input.Below(5) << 8U);
-    const std::string conversions[] = {Conversion(input, "s"), Conversion(input, "d"),
-                                       Conversion(input, "lx")};
+    std::string conversions;
+    for (const char* const kind : {"s", "d", "lx"}) {
+        conversions += Conversion(input, kind);
+    }
     const size_t textLength = input.Byte() | (input.Below(5) << 8U);
     const size_t literalLength = input.Byte() | (input.Below(4) << 8U);
     read.number = static_cast<int>(input.Word());
@@ -71,17 +76,14 @@ Case ReadCase(fuzz::Input& input) {
     for (const char byte : Repeat(part, literalLength)) {
         read.format += byte == '%' ? "%%" : std::string(1, byte);
     }
-    for (const std::string& conversion : conversions) {
-        read.format += conversion;
-    }
+    read.format += conversions;
     return read;
 }
 
 /// All that the format yields.
 std::string Whole(const Case& wanted) {
     char* text = nullptr;
-    const int length = asprintf(&text, wanted.format.c_str(), wanted.text.c_str(), wanted.number,
-                                wanted.longNumber);
+    const int length = wanted.Call(asprintf, &text);
     fuzz::Check(length >= 0, "the C library cannot format this");
     std::string whole(text, static_cast<size_t>(length));
     std::free(text);
@@ -100,8 +102,7 @@ int Print(char* buffer, size_t size, const char* format, ...) {
 template <class Function>
 void CheckPrint(Function print, const Case& wanted, const std::string& whole) {
     const std::unique_ptr<char[]> buffer(new char[wanted.size]);
-    const int result = print(buffer.get(), wanted.size, wanted.format.c_str(), wanted.text.c_str(),
-                             wanted.number, wanted.longNumber);
+    const int result = wanted.Call(print, buffer.get(), wanted.size);
     const bool isCut = wanted.size != 0 && whole.size() >= wanted.size;
     fuzz::Expect("the result", result, isCut ? -1 : static_cast<int>(whole.size()));
     if (wanted.size != 0) {
@@ -109,16 +110,14 @@ void CheckPrint(Function print, const Case& wanted, const std::string& whole) {
     }
     // A size that no int holds counts as too small, although the text fits.
     const std::unique_ptr<char[]> large(new char[whole.size() + 1]);
-    fuzz::Expect("the result of a huge size",
-                 print(large.get(), size_t{INT_MAX} + 1, wanted.format.c_str(), wanted.text.c_str(),
-                       wanted.number, wanted.longNumber),
+    fuzz::Expect("the result of a huge size", wanted.Call(print, large.get(), size_t{INT_MAX} + 1),
                  -1);
     fuzz::Check(large.get() == whole, "another text of a huge size");
 }
 
 void CheckLine(void (*write)(const char*, ...), int priority, const Case& wanted,
                const std::string& whole) {
-    write(wanted.format.c_str(), wanted.text.c_str(), wanted.number, wanted.longNumber);
+    wanted.Call(write);
     fuzz::Expect("the priority", fuzz::g_platform.priority, priority);
     fuzz::Check(std::strcmp(fuzz::g_platform.tag, "CamZ") == 0, "another tag");
     fuzz::Check(fuzz::g_platform.line == whole.substr(0, kLine), "another line");

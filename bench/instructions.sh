@@ -16,16 +16,15 @@ cp "$library" "$folder/camera.oemlayer.adapter.so"
 GLIBC_TUNABLES=glibc.malloc.tcache_count=127
 export GLIBC_TUNABLES+=:glibc.cpu.hwcaps=-AVX512F,-AVX2,-AVX,-ERMS,-FSRM,-SSE4_2
 
-"$program" >"$folder/cases"
 number=0
-while read -r requests name; do
+"$program" | while read -r requests name; do
     valgrind --tool=callgrind --toggle-collect=OneRequest --callgrind-out-file="$folder/$number" \
         "$program" "$number" "$folder/camera.oemlayer.adapter.so" >"$folder/log" 2>&1 ||
         { cat "$folder/log" >&2; exit 1; }
     awk -v name="$name" -v requests="$requests" '/^totals: / { print int($2 / requests), name }' \
         "$folder/$number"
     number=$((number + 1))
-done <"$folder/cases" >"$folder/found"
+done >"$folder/found"
 [ "$update" != --update ] || cp "$folder/found" "$figures"
 
 printf 'Of the first, by where they are:\n'

@@ -49,7 +49,7 @@ inline constexpr bool HasCallback(uint32_t table, Event::Kind kind) {
 
 /// What the framework answers when it is asked for buffers.
 struct Framework {
-    enum Kind : uint32_t { NoOps, NoEntry, Answers } kind = NoOps;
+    enum Kind : uint32_t { NoOps, NoEntry, Answers };
     int32_t result = 0;
     uint32_t returned = 1; ///< Answers; the next two are of each.
     uint32_t count = 1;

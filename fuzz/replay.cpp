@@ -16,8 +16,7 @@ int main(int argc, char** argv) {
             // For whoever looks for the one that ended the process.
             (void)std::fprintf(stderr, "%s\n", file.path().c_str());
             std::ifstream stream(file.path(), std::ios::binary);
-            const std::vector<char> content(std::istreambuf_iterator<char>(stream), {});
-            const std::vector<uint8_t> bytes(content.begin(), content.end());
+            const std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(stream), {});
             LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
             ++count;
         }

@@ -7,6 +7,7 @@
 
 #include "adapterlayer/oemlayer_host.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -20,7 +21,8 @@ class IdentityKey {
   public:
     explicit IdentityKey(const OfflineSessionIdentitys& identity)
         : mpOutStream(identity.pOutStream), mpName(&identity.featureName),
-          mNameSize(static_cast<uint32_t>(mpName->size())), mCameraId(identity.cameraId) {
+          mNameSize(static_cast<uint32_t>(std::min<size_t>(mpName->size(), UINT32_MAX))),
+          mCameraId(identity.cameraId) {
         const char* name = mpName->data();
         uint64_t nameTail = 0;
         if (mNameSize >= sizeof(uint64_t)) {
@@ -43,8 +45,8 @@ class IdentityKey {
 
     size_t Hash() const { return mHash; }
 
-    /// The name's tail need not be kept: its multiple, an odd one, is all that is left of the hash
-    /// where everything else is equal.
+    /// The name's tail need not be kept: where everything else is equal, what is left of the hash is
+    /// the tail times an odd number, which differs for each tail.
     bool operator==(const IdentityKey& other) const {
         return mHash == other.mHash && mpOutStream == other.mpOutStream &&
                mNameHead == other.mNameHead && mNameSize == other.mNameSize &&

@@ -147,7 +147,7 @@ namespace {
 constexpr const char kSubmit[] = "SubmitRequestFromRT";
 
 /// Has the processor fetch what the host wrote and the submission reads after its locks, past which
-/// it does not look ahead. This reads nothing: what is no address does no harm.
+/// it does not look ahead. Nothing is read from there: what is no address does no harm.
 OEM_STEP void FetchAhead(const OfflineDataWraper& wrapper, RequestPrivData* pPrivData) {
     __builtin_prefetch(wrapper.identity.pOutStream);
     __builtin_prefetch(wrapper.pRDIBufferHandles);
@@ -836,7 +836,8 @@ bool IsYuvFormat(uint32_t format) { return format == ChiStreamFormatYCbCr420_888
 } // namespace
 
 /// The session's configured streams. One that could not be prepared has none, whatever its count
-/// says. Which of them are fed is counted only where not all of them would have room.
+/// says. Where not all of them would have room, those that are fed are counted, and no set feeds
+/// more.
 QcomAdaptee::SessionStreams QcomAdaptee::ReadSessionStreams(const PrivateSessionInfo& session,
                                                             const OfflineDataWraper& wrapper,
                                                             uint32_t numSets) {
@@ -868,10 +869,12 @@ QcomAdaptee::OfflineRequest* QcomAdaptee::NewOfflineRequest(uint32_t numSets,
                                                             RequestPrivData& privData,
                                                             ChiStreamBuffer* pOutputBuffer) {
     const uint32_t inputCapacity = std::max(2 * numSets, streams.inputsPerSet);
+    static_assert(sizeof(OfflineRequest) % alignof(ChiStreamBuffer) == 0);
     const size_t size = sizeof(OfflineRequest) + inputCapacity * sizeof(ChiStreamBuffer);
-    auto* pRequest = static_cast<OfflineRequest*>(std::memset(::operator new(size), 0, size));
+    auto* pBlock = static_cast<char*>(std::memset(::operator new(size), 0, size));
+    auto* pRequest = reinterpret_cast<OfflineRequest*>(pBlock);
     pRequest->inputCapacity = inputCapacity;
-    pRequest->pInputBuffers = reinterpret_cast<ChiStreamBuffer*>(pRequest + 1);
+    pRequest->pInputBuffers = reinterpret_cast<ChiStreamBuffer*>(pBlock + sizeof(OfflineRequest));
     pRequest->pRtPrivData = &privData;
     pRequest->pAdaptee = this;
     pRequest->pMetadataOps = mpOfflineMetadataOps;
@@ -1117,7 +1120,8 @@ void QcomAdaptee::CompleteRequest(const ChiOfflineResultBlock& block, OfflineReq
     // the first buffer counts, and it does whatever the block's count says.
     const uint32_t bufferStatus = block.pBuffers != nullptr ? block.pBuffers[0].bufferStatus : 0;
     if (pPrivData == nullptr) {
-        // A request fed by another offline session; its buffers are not freed.
+        // A request fed by another offline session; its output buffer and its format records are
+        // not freed.
         OEM_LOG_INFO_IN(kCaptureResult, "Free up OC->OC metadata and buffers - pending");
     } else {
         OEM_LOG_INFO_IN(kCaptureResult,
@@ -1187,10 +1191,9 @@ void TranslateAnswer(const ChiOfflineInterface* pIntf, const camera3_stream_buff
     returned.pStream = query.pStream;
     returned.status = static_cast<uint32_t>(answer.status);
     returned.numBuffers = count;
-    const bool translates =
-        pIntf != nullptr && pIntf->pTranslateToChiBuffer != nullptr && pBuffers != nullptr;
-    for (uint32_t j = 0; translates && j < count; ++j) {
-        pIntf->pTranslateToChiBuffer(&handed.pBuffers[j], &pBuffers[j]);
+    const auto translate = pIntf != nullptr ? pIntf->pTranslateToChiBuffer : nullptr;
+    for (uint32_t j = 0; translate != nullptr && pBuffers != nullptr && j < count; ++j) {
+        translate(&handed.pBuffers[j], &pBuffers[j]);
     }
 }
 
@@ -1296,11 +1299,12 @@ void QcomAdaptee::TranslateOutputBuffers(const ChiOfflineResultBlock& block, uin
                          numBuffers, kMaxResultBuffers);
     }
     const uint32_t count = std::min(numBuffers, kMaxResultBuffers);
-    const bool translates = mpChiOfflineIntfOps != nullptr &&
-                            mpChiOfflineIntfOps->pTranslateFromChiBuffer != nullptr &&
-                            block.pBuffers != nullptr;
-    for (uint32_t i = 0; translates && i < count; ++i) {
-        mpChiOfflineIntfOps->pTranslateFromChiBuffer(&block.pBuffers[i], &pBuffers[i]);
+    // Once: what the vendor makes of its table and its block while it translates changes nothing.
+    const ChiStreamBuffer* pTranslated = block.pBuffers;
+    const auto translate =
+        mpChiOfflineIntfOps != nullptr ? mpChiOfflineIntfOps->pTranslateFromChiBuffer : nullptr;
+    for (uint32_t i = 0; translate != nullptr && pTranslated != nullptr && i < count; ++i) {
+        translate(&pTranslated[i], &pBuffers[i]);
     }
     result.num_output_buffers = count;
     result.output_buffers = pBuffers;
@@ -1353,7 +1357,7 @@ uint32_t SessionManagers::Flush() {
         for (const SessionObjects* pSession : sessions) {
             status = m_pAdaptee->CloseOfflineSessions(pSession->GetSessionHandle());
             delete pSession;
-            // After each: a host that submits from within a close has its session found again.
+            // After each: their keys refer to chains, also where the vendor refused the close.
             m_found.Clear();
         }
     }
@@ -1405,6 +1409,7 @@ void QcomAdaptee::FreeSession(unsigned long handle) {
     }
     delete pInfo;
     mSessInfoMap.erase(handle);
+    mpSessionManagers->ForgetFound();
 }
 
 } // namespace OemLayer

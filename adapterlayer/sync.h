@@ -21,8 +21,8 @@
 
 namespace OemLayer {
 
-/// What the memory of two processors is kept apart by. A record that requests write to is aligned
-/// to it, so that no two cameras write to the same piece.
+/// What the memory of two processors is kept apart by. A camera's records that requests write to
+/// are aligned to it, so that no two cameras write to the same piece.
 inline constexpr std::size_t kCacheLine = 64;
 
 /// Atomic access to members whose type is part of a record or that vendor code writes through a

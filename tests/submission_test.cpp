@@ -96,9 +96,9 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
     const Changing changings[] = {
         // The second set points where its own count says, behind which nothing was written.
         {{37, 37}, {"11", "10", "11"}, " 0:1000@a0 | 1:1001@a0 3:0@0"},
-        // There is room for all that are inputs by then.
+        // All streams have room: what is an input by then is fed.
         {{37, 37}, {"10", "11", "11"}, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
-        // There is not: no more of a set than were inputs at first.
+        // Not all have: no more of a set than were inputs at first.
         {{37, 37, 37, 37}, {"1000", "1100", "1111"}, " 0:1000@a0 | 0:1001@a0"},
         // Neither an input nor an output alone, and so not fed.
         {{37}, {"12", "12", "12"}, " 0:1000@a0 | 0:1001@a0"},

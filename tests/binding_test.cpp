@@ -113,7 +113,7 @@ TEST_P(SoftLack, IsLoggedOnceOrNotAtAllAndTheRestIsBound) {
     const size_t withOffline = lack.library == kOffline ? 0 : 1;
     EXPECT_EQ(CountLogged("I", "OfflineCameraContext"), withOffline);
     EXPECT_EQ(device->CallCount(Entry::SetOfflineLoggerOps), lack.library == kUtils ? 0U : 1U);
-    const PlatFormIntCallbacks table = device.Table(0);
+    const PlatFormIntCallbacks table = device.library.Table(0);
     EXPECT_EQ(table.GetNCSCallback(nullptr) == nullptr, lack.what == "ncs");
     EXPECT_EQ(table.GetHWCallback(nullptr) == nullptr, lack.what == "hw");
     EXPECT_EQ(table.GetPerfCallback(nullptr) == nullptr, lack.what == "perf");
@@ -175,17 +175,18 @@ TEST(HardLack, IsLoggedAndThenAbortsTheLoad) {
 }
 
 TEST(HardLack, ACallBeforeTheLoadIsLoggedAndThenAborts) {
-    ExpectAbort({"", "", Named("EnumerateSensorModes", "pEnumerateSensorModesCb is NULL!")},
-                [](Device& device) { device.Table(0).EnumerateSensorModes(0, 0, nullptr); });
+    ExpectAbort(
+        {"", "", Named("EnumerateSensorModes", "pEnumerateSensorModesCb is NULL!")},
+        [](Device& device) { device.library.Table(0).EnumerateSensorModes(0, 0, nullptr); });
     ExpectAbort(
         {"", "", Named("ExtensionProcessResultMeta", "pExtensionProcessResultMetaCb is NULL!")},
-        [](Device& device) { device.Table(0).ExtensionProcessResultMeta(0, nullptr); });
+        [](Device& device) { device.library.Table(0).ExtensionProcessResultMeta(0, nullptr); });
 }
 
 TEST(HardLack, YieldsOneWhereTheSignalIsIgnored) {
     std::signal(SIGABRT, SIG_IGN);
     Device device;
-    const PlatFormIntCallbacks table = device.Table(0);
+    const PlatFormIntCallbacks table = device.library.Table(0);
     EXPECT_EQ(table.EnumerateSensorModes(7, 7, nullptr), 1U);
     EXPECT_EQ(table.ExtensionProcessResultMeta(7, nullptr), 1U);
     device->RefuseLibrary(kExtension);
@@ -196,7 +197,7 @@ TEST(HardLack, YieldsOneWhereTheSignalIsIgnored) {
 
 TEST(Bound, SettersAreTheCameraModulesAndNeedNoTable) {
     Device device;
-    const PlatFormIntCallbacks table = device.Table(0);
+    const PlatFormIntCallbacks table = device.library.Table(0);
     EXPECT_EQ(table.GetPerfCallback(nullptr), nullptr) << "not bound yet";
     device.Load();
     EXPECT_EQ(table.GetNCSCallback(nullptr), SymbolOf(kCamera, "SetVeltoNCSCallback"));
@@ -210,7 +211,7 @@ TEST(Bound, FunctionsGetTheirArgumentsAndTheirResultsComeBackWithoutACamera) {
     device->Fail(Entry::ExtensionProcessResultMeta, 0x80000002);
     device->Fail(Entry::CreateSensorInitSettings, static_cast<uint64_t>(-5));
     device.Load();
-    PlatFormIntCallbacks table = device.Table(11);
+    PlatFormIntCallbacks table = device.library.Table(11);
     int settings = 0;
     void* metadata = &settings;
     EXPECT_EQ(table.EnumerateSensorModes(21, 22, &table), 0x80000001);

@@ -16,7 +16,7 @@ using namespace test;
 
 TEST(EntryPoints, LoadContextStoresTheLoadAndTheLogMapFunction) {
     Device device;
-    const PlatformLoadFunctions functions = device.LoadContext();
+    const PlatformLoadFunctions functions = device.library.LoadFunctions();
     ASSERT_NE(functions.logMap, nullptr);
     char text[] = "4";
     functions.logMap(4, text, text);
@@ -32,7 +32,7 @@ TEST(EntryPoints, IntContextFillsTheTableAndMakesNoCamera) {
         PlatFormIntCallbacks table = {};
         uint64_t behind = kUntouched;
     } record;
-    device.Exported<decltype(&PlatformIntContext)>("PlatformIntContext")(&record.table, 3);
+    device.library.Find<decltype(PlatformIntContext)>("PlatformIntContext")(&record.table, 3);
     uint64_t words[27];
     std::memcpy(words, &record.table, sizeof words);
     const std::set<uint64_t> slots(words + 1, words + 27);
@@ -47,8 +47,8 @@ TEST(EntryPoints, IntContextFillsTheTableAndMakesNoCamera) {
 TEST(Cameras, AreFiledUnderTheArgumentOfCreateAndFoundUnderTheTablesId) {
     Device device;
     device.Load();
-    PlatFormIntCallbacks tableOf2 = device.Table(2);
-    PlatFormIntCallbacks tableOf5 = device.Table(5);
+    PlatFormIntCallbacks tableOf2 = device.library.Table(2);
+    PlatFormIntCallbacks tableOf5 = device.library.Table(5);
     EXPECT_NE(tableOf2.Create(&tableOf2, 5), nullptr);
     EXPECT_EQ(device->Calls(Entry::OpenMetadataOps).at(0).args.at(2), 5U);
     EXPECT_DEATH(tableOf2.Flush(&tableOf2), "") << "there is no camera 2";
@@ -73,7 +73,7 @@ TEST(Cameras, ReplacedByASecondCreateAreNotFreed) {
     Device device;
     device.ExpectLeftovers();
     device.Load();
-    PlatFormIntCallbacks table = device.Table(0);
+    PlatFormIntCallbacks table = device.library.Table(0);
     static const void* volatile first = table.Create(&table, 0); // reachable, so not called a leak
     EXPECT_NE(table.Create(&table, 0), first);
     EXPECT_EQ(device->CallCount(Entry::MetadataOpsClose), 0U);
@@ -83,7 +83,7 @@ TEST(Cameras, ReplacedByASecondCreateAreNotFreed) {
 
 TEST(Cameras, AreNotTouchedByProcRequest) {
     Device device;
-    PlatFormIntCallbacks table = device.Table(9);
+    PlatFormIntCallbacks table = device.library.Table(9);
     table.ProcRequest(&table); // there is none, so that touching it would fault
     EXPECT_TRUE(device->Calls().empty() && device->Logs().empty());
 }
@@ -104,7 +104,7 @@ TEST(Logging, WritesEachLineToBothSinksInOneShape) {
     camera.Flush();
 
     const auto logs = device->Logs();
-    const auto lines = AndroidLines();
+    const auto lines = g_android.Lines();
     ASSERT_EQ(logs.size(), lines.size());
     std::set<std::string> seen;
     for (size_t i = 0; i < logs.size(); ++i) {
@@ -130,7 +130,7 @@ TEST(Logging, CutsTheAndroidLineAt511CharactersAndTheRecordNever) {
     request.Submit(camera);
     EXPECT_EQ(CountLogged("I", "pOutStream (nil) cameraId 0 featureName " + name), 1U);
     size_t longest = 0;
-    for (const AndroidLine& line : AndroidLines()) {
+    for (const AndroidLine& line : g_android.Lines()) {
         longest = std::max(longest, line.text.size());
     }
     EXPECT_EQ(longest, 511U);
@@ -155,7 +155,7 @@ TEST(Formatting, ReturnsTheLengthAndMinusOneWhereTheTextIsCut) {
     };
     Device device;
     const auto print =
-        device.Exported<int (*)(char*, size_t, const char*, ...)>("_ZN8CdkUtils8SNPrintFEPcmPKcz");
+        device.library.Find<int(char*, size_t, const char*, ...)>("_ZN8CdkUtils8SNPrintFEPcmPKcz");
     for (const Case& wanted : cases) {
         SCOPED_TRACE(wanted.argument);
         char text[16] = "untouched";
@@ -185,9 +185,9 @@ TEST(Tracing, TearDownIsASectionWhereTheVendorsBitAndATagAreOn) {
         Camera camera{device};
         std::memset(settings, wanted.others, 100);
         settings[65] = wanted.byte65;
-        SetEnabledTraceTags(wanted.tags);
+        g_android.enabledTraceTags = wanted.tags;
         camera->TearDownResource(camera.Table());
-        EXPECT_EQ(TraceCalls(), (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
+        EXPECT_EQ(g_android.traceCalls, (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
         std::memset(settings, 0, 100);
     }
 }
@@ -199,10 +199,10 @@ TEST(Tracing, TheSectionSpansTheDestructionOfTheManagers) {
     ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
     camera->ReleaseImageBuffer(camera.Table(), camera->GetImageBuffer(camera.Table(), &stream));
     device->SetTracePoints(true);
-    SetEnabledTraceTags(0xC00);
-    OnTraceCall([&](const std::string&) {
+    g_android.enabledTraceTags = 0xC00;
+    g_android.onTraceCall = [&](const std::string&) {
         destroyed.push_back(device->CallCount(Entry::BufferManagerDestroy));
-    });
+    };
     camera->TearDownResource(camera.Table());
     EXPECT_EQ(destroyed, (std::vector<size_t>{0, 1})) << "managers destroyed at begin and end";
 }
@@ -211,10 +211,10 @@ TEST(Tracing, TheBitIsReadAgainAtTheEnd) {
     Device device;
     Camera camera{device};
     device->SetTracePoints(true);
-    SetEnabledTraceTags(0xC00);
-    OnTraceCall([&](const std::string&) { device->SetTracePoints(false); });
+    g_android.enabledTraceTags = 0xC00;
+    g_android.onTraceCall = [&](const std::string&) { device->SetTracePoints(false); };
     camera->TearDownResource(camera.Table());
-    EXPECT_EQ(TraceCalls(), Texts{kBegin});
+    EXPECT_EQ(g_android.traceCalls, Texts{kBegin});
 }
 
 } // namespace

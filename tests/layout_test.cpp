@@ -159,18 +159,19 @@ TEST(Layout, FormatNumbers) {
 TEST(ProductionLibrary, LogsOnlyWhatItWasBuiltFor) {
     Device device{TEST_PLAIN_ADAPTER_LIBRARY};
     char text[] = "4";
-    device.LoadContext().logMap(4, text, text);
+    device.library.LoadFunctions().logMap(4, text, text);
     Camera camera{device};
     Request request;
     request.UseVendorBuffers(camera);
     ASSERT_EQ(request.Submit(camera), 0U);
-    ASSERT_TRUE(request.WaitComplete());
+    device->WaitIdle();
+    ASSERT_EQ(request.Events().back().kind, Event::Complete);
     request.GiveBack(camera);
     camera->CreateByAndroidMetadata(camera.Table(), nullptr); // logs an error where errors are on
     camera.Flush();
     camera.Destroy();
     EXPECT_EQ(device->Logs().empty(), TEST_PLAIN_LIBRARY_IS_SILENT);
-    EXPECT_EQ(AndroidLines().empty(), TEST_PLAIN_LIBRARY_IS_SILENT);
+    EXPECT_EQ(g_android.Lines().empty(), TEST_PLAIN_LIBRARY_IS_SILENT);
 }
 
 } // namespace

@@ -12,13 +12,13 @@ using namespace test;
 
 /// Acts on the next line of the library's log that has this text.
 void OnceOnLine(const std::string& text, const std::function<void()>& act) {
-    OnAndroidLine([=](const std::string& line) {
+    g_android.onLine = [=](const std::string& line) {
         if (line.find(text) != line.npos) {
             const auto once = act; // What follows ends this function's own.
-            OnAndroidLine(nullptr);
+            g_android.onLine = nullptr;
             once();
         }
-    });
+    };
 }
 
 /// The vendor's table, which is the device's own: an entry that is replaced stays so in the test.

@@ -118,15 +118,15 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
             }
         };
         setTypes(row.types[0]);
-        OnAndroidLine([&](const std::string& line) {
+        g_android.onLine = [&](const std::string& line) {
             for (int i = 0; i < 2; ++i) {
                 if (line.find(Printed("bufferIndex:%d/", i)) != line.npos) {
                     setTypes(row.types[1 + i]);
                 }
             }
-        });
+        };
         scene.Submit();
-        OnAndroidLine(nullptr);
+        g_android.onLine = nullptr;
         EXPECT_EQ(Fed(scene, 1), row.fed);
         const auto& inputs = scene.Executed(1).inputs;
         EXPECT_EQ(inputs[0].buffers[0].pInputFormat == inputs[1].buffers[0].pInputFormat,

@@ -1,70 +1,40 @@
 /// The scene: device, camera, and requests of a host.
 #include "tests/support/device.h"
 
-#include "kit/android.h"
-
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 
 namespace test {
-namespace {
-
-using Act = std::function<void(const std::string&)>;
-
-/// Keeps what the library tells the log and the trace.
-class Android final : public kit::AndroidSink {
-  public:
-    Android() noexcept { kit::SetAndroidSink(*this); }
-    void Line(int priority, const char* tag, const char* text) override {
-        if (onLine) {
-            onLine(text);
-        }
-        const std::lock_guard lock(mutex);
-        lines.push_back({priority, tag, text});
-    }
-    void Begin(const char* name) override { AddTraceCall(std::string("begin ") + name); }
-    void End() override { AddTraceCall("end"); }
-
-    void Clear() {
-        const std::lock_guard lock(mutex);
-        lines.clear();
-        traceCalls.clear();
-        enabledTraceTags = 0;
-        onTraceCall = nullptr;
-        onLine = nullptr;
-    }
-
-    std::mutex mutex; ///< Guards the lines.
-    std::vector<AndroidLine> lines;
-    Texts traceCalls;
-    Act onTraceCall, onLine;
-
-  private:
-    void AddTraceCall(const std::string& call) {
-        traceCalls.push_back(call);
-        if (onTraceCall) {
-            onTraceCall(call);
-        }
-    }
-};
 
 Android g_android;
 
-} // namespace
-
-std::vector<AndroidLine> AndroidLines() {
-    const std::lock_guard lock(g_android.mutex);
-    return g_android.lines;
+void Android::Line(int priority, const char* tag, const char* text) {
+    if (onLine) {
+        onLine(text);
+    }
+    const std::lock_guard lock(mMutex);
+    mLines.push_back({priority, tag, text});
 }
 
-Texts TraceCalls() { return g_android.traceCalls; }
+std::vector<AndroidLine> Android::Lines() const {
+    const std::lock_guard lock(mMutex);
+    return mLines;
+}
 
-void SetEnabledTraceTags(uint64_t tags) { g_android.enabledTraceTags = tags; }
+void Android::Clear() {
+    const std::lock_guard lock(mMutex);
+    mLines.clear();
+    traceCalls.clear();
+    enabledTraceTags = 0;
+    onTraceCall = onLine = nullptr;
+}
 
-void OnTraceCall(Act act) { g_android.onTraceCall = std::move(act); }
-
-void OnAndroidLine(Act act) { g_android.onLine = std::move(act); }
+void Android::AddTraceCall(const std::string& call) {
+    traceCalls.push_back(call);
+    if (onTraceCall) {
+        onTraceCall(call);
+    }
+}
 
 size_t CountLogged(const std::string& letter, const std::string& start) {
     size_t count = 0;
@@ -107,10 +77,18 @@ std::string Printed(const char* format, ...) {
     return text;
 }
 
+std::string WithName(std::string text, const void* address, const std::string& name) {
+    for (const std::string& form : {Printed("%p", address), std::to_string(Address(address))}) {
+        for (size_t at = 0; address != nullptr && (at = text.find(form)) != text.npos;) {
+            text.replace(at, form.size(), name);
+        }
+    }
+    return text;
+}
+
 // --- The device
 
-Device::Device(std::string library)
-    : mPath(library.empty() ? kit::AdapterFile(true) : std::move(library)) {
+Device::Device(std::string file) : library(std::move(file)) {
     StandinControl()->Reset();
     g_android.Clear();
 }
@@ -126,19 +104,12 @@ Device::~Device() {
     StandinControl()->Reset();
 }
 
-const kit::Adapter& Device::Library() {
-    if (!mLibrary.has_value()) {
-        mLibrary.emplace(mPath);
-    }
-    return *mLibrary;
-}
-
 void* Device::Load() {
     mLoaded = true;
-    return Library().Load();
+    return library.Load();
 }
 
-Camera::Camera(Device& device, uint32_t cameraId) : mTable(device.Table(cameraId)) {
+Camera::Camera(Device& device, uint32_t cameraId) : mTable(device.library.Table(cameraId)) {
     device.EnsureLoaded();
     mTable.Create(&mTable, cameraId);
 }
@@ -194,14 +165,6 @@ void Request::Add(OemLayer::RequestPrivData* data, Event event) {
     Request* request = static_cast<PrivData*>(data)->owner;
     const std::lock_guard lock(request->mMutex);
     request->mEvents.push_back(std::move(event));
-    request->mChanged.notify_all();
-}
-
-void Request::ShareStreams(const Request& other) {
-    mRaw = other.mRaw;
-    privData.inputStreams = {mRaw};
-    wrapper.identity.pOutStream = other.wrapper.identity.pOutStream;
-    output.stream = other.wrapper.identity.pOutStream;
 }
 
 uint32_t Request::Submit(Camera& camera) {
@@ -209,45 +172,25 @@ uint32_t Request::Submit(Camera& camera) {
                                        callbacksArgument);
 }
 
-bool Request::WaitComplete() {
-    std::unique_lock lock(mMutex);
-    return mChanged.wait_for(lock, std::chrono::seconds(10), [this] {
-        return !mEvents.empty() && mEvents.back().kind == Event::Complete;
-    });
-}
-
 std::vector<Event> Request::Events() const {
     const std::lock_guard lock(mMutex);
     return mEvents;
 }
 
-void* Request::TakeBuffer(Camera& camera, camera3_stream& stream) {
-    return mImageBuffers.emplace_back(camera->GetImageBuffer(camera.Table(), &stream));
-}
-
-void* Request::TakeMetadata(Camera& camera) {
-    return mMetadata.emplace_back(camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
-}
-
-void Request::UseVendorBuffers(Camera& camera, uint32_t sets) {
-    wrapper.numBuffers = sets;
-    for (uint32_t i = 0; i < sets; ++i) {
-        wrapper.pRDIBufferHandles[i] = TakeBuffer(camera, *mRaw);
-        wrapper.pChiMetadataHandles[i] = TakeMetadata(camera);
-    }
-    if (!mImageBuffers.empty()) {
-        privData.pBufferManager = StandinControl()->ManagerOf(mImageBuffers.front());
-    }
+void Request::UseVendorBuffers(Camera& camera) {
+    void* image = camera->GetImageBuffer(camera.Table(), privData.inputStreams.front());
+    mTaken.emplace(image, camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
+    wrapper.pRDIBufferHandles[0] = image;
+    wrapper.pChiMetadataHandles[0] = mTaken->second;
+    privData.pBufferManager = StandinControl()->ManagerOf(image);
     mOutput.emplace(output.stream->width, output.stream->height);
     output.buffer = mOutput->Reference();
 }
 
 void Request::GiveBack(Camera& camera) {
-    for (void* buffer : mImageBuffers) {
-        camera->ReleaseImageBuffer(camera.Table(), buffer);
-    }
-    for (void* metadata : mMetadata) {
-        camera->MetadataDestroy(camera.Table(), metadata);
+    if (const auto taken = std::exchange(mTaken, std::nullopt)) {
+        camera->ReleaseImageBuffer(camera.Table(), taken->first);
+        camera->MetadataDestroy(camera.Table(), taken->second);
     }
     for (const Event& event : Events()) {
         if (event.result.result != nullptr) {
@@ -255,8 +198,6 @@ void Request::GiveBack(Camera& camera) {
             camera->ReleaseAndroidMetadata(camera.Table(), metadata);
         }
     }
-    mImageBuffers.clear();
-    mMetadata.clear();
 }
 
 } // namespace test

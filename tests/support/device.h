@@ -4,19 +4,18 @@
 /// that what the library binds once per process is bound anew in each.
 #pragma once
 
+#include "kit/android.h"
 #include "kit/library.h"
 #include "kit/stream.h"
 #include "standin/control.h"
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
-#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace test {
@@ -41,15 +40,27 @@ struct AndroidLine {
     std::string text;
 };
 
-/// What reached the platform's log and trace libraries, which this program stands in front of.
-std::vector<AndroidLine> AndroidLines();
-Texts TraceCalls(); ///< "begin NAME" and "end".
-void SetEnabledTraceTags(uint64_t tags);
-/// Is called with each trace call from now on, until the next `Device`.
-void OnTraceCall(std::function<void(const std::string& call)> act);
+/// Keeps what reaches the platform's log and trace libraries, which this program stands in front
+/// of. A new `Device` empties it.
+class Android final : public kit::AndroidSink {
+  public:
+    Android() noexcept { kit::SetAndroidSink(*this); }
+    void Line(int priority, const char* tag, const char* text) override;
+    void Begin(const char* name) override { AddTraceCall(std::string("begin ") + name); }
+    void End() override { AddTraceCall("end"); }
+    std::vector<AndroidLine> Lines() const;
+    void Clear();
 
-/// Is called with each line of the Android log from now on, until the next `Device`.
-void OnAndroidLine(std::function<void(const std::string& line)> act);
+    Texts traceCalls;                                            ///< "begin NAME" and "end".
+    std::function<void(const std::string&)> onTraceCall, onLine; ///< What to do meanwhile.
+
+  private:
+    void AddTraceCall(const std::string& call);
+
+    mutable std::mutex mMutex; ///< Guards the lines.
+    std::vector<AndroidLine> mLines;
+};
+extern Android g_android;
 
 /// All records of one function as "E message", or of all functions as "E function: message". The
 /// letter is one of E, W, I and V.
@@ -62,29 +73,27 @@ size_t CountLogged(const std::string& letter, const std::string& start = "");
 /// A message as the C library formats it.
 __attribute__((format(printf, 1, 2))) std::string Printed(const char* format, ...);
 
-/// The stand-in device, reset. The library is loaded by the first `Load`, after the test's script.
+/// The text with a name wherever this address stands in it, in either of the usual forms.
+std::string WithName(std::string text, const void* address, const std::string& name);
+
+/// The stand-in device, reset, and the library, which is loaded by the first `Load`, after the
+/// test's script.
 class Device {
   public:
-    /// \param library the built library, by default the one with every log level on.
-    explicit Device(std::string library = "");
+    /// \param file the built library, by default the one with every log level on.
+    explicit Device(std::string file = kit::AdapterFile(true));
     ~Device();
 
     standin::Control* operator->() const { return StandinControl(); }
 
-    /// Opens the library and runs its load function. \returns what the load function returned.
+    /// Runs the library's load function. \returns what that returned.
     void* Load();
     void EnsureLoaded() {
         if (!mLoaded) {
             Load();
         }
     }
-    /// Opens the library only.
-    PlatformLoadFunctions LoadContext() { return Library().LoadFunctions(); }
-    PlatFormIntCallbacks Table(uint32_t cameraId) { return Library().Table(cameraId); }
-    /// An exported function of the library, by its name for the linker.
-    template <typename Function> Function Exported(const char* symbol) {
-        return Library().Find<std::remove_pointer_t<Function>>(symbol);
-    }
+    const kit::Adapter library;
 
     /// Ends `Device` without the checks that nothing is alive and nothing was violated, where a
     /// test is about what stays behind.
@@ -93,10 +102,6 @@ class Device {
     void ExpectViolations() { mExpectViolations = true; }
 
   private:
-    const kit::Adapter& Library();
-
-    std::string mPath;
-    std::optional<kit::Adapter> mLibrary;
     bool mLoaded = false;
     bool mExpectLeftovers = false;
     bool mExpectViolations = false;
@@ -139,8 +144,6 @@ class Request {
     Request& operator=(const Request&) = delete;
 
     uint32_t Submit(Camera& camera);
-    /// Waits for the completion callback. \returns false after ten seconds.
-    bool WaitComplete();
     std::vector<Event> Events() const;
 
     /// The streams: `raw` is the only input, `output` the identity's. Replace their fields before
@@ -160,20 +163,11 @@ class Request {
     camera3_stream_buffer* outputArgument = &output;
     OemLayer::OffCamApplicationCallbacks* callbacksArgument = &callbacks;
 
-    /// Takes `sets` input buffers of `raw` and their metadata from the vendor through the table,
-    /// and an output buffer in host memory, so that the vendor's checks hold. Results' metadata is
-    /// released, and the buffers are given back, by `GiveBack`.
-    void UseVendorBuffers(Camera& camera, uint32_t sets = 1);
+    /// Takes an input buffer of `raw` and its metadata from the vendor through the table, and an
+    /// output buffer in host memory, so that the vendor's checks hold. `GiveBack` gives them back,
+    /// and releases the results' metadata.
+    void UseVendorBuffers(Camera& camera);
     void GiveBack(Camera& camera);
-    /// Takes one input buffer of a stream, and gives it back with the others.
-    void* TakeBuffer(Camera& camera, camera3_stream& stream);
-    /// Takes metadata for an input set, likewise.
-    void* TakeMetadata(Camera& camera);
-    /// The memory of the output buffer that `UseVendorBuffers` made.
-    std::span<const uint8_t> OutputPixels() const { return mOutput->Pixels(); }
-
-    /// Uses the streams of another request, which outlives this one, instead of its own.
-    void ShareStreams(const Request& other);
 
     /// Called on the vendor's thread at the end of the release callback.
     std::function<void()> onRelease;
@@ -181,12 +175,9 @@ class Request {
   private:
     static void Add(OemLayer::RequestPrivData* privData, Event event);
 
-    camera3_stream* mRaw = &raw;
     mutable std::mutex mMutex;
-    std::condition_variable mChanged;
     std::vector<Event> mEvents;
-    std::vector<void*> mImageBuffers;
-    std::vector<void*> mMetadata;
+    std::optional<std::pair<void*, void*>> mTaken; ///< Image and metadata.
     std::optional<kit::OutputBuffer> mOutput;
 };
 

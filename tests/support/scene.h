@@ -100,6 +100,10 @@ struct Scene {
     }
 
     uint32_t Submit() { return request.Submit(camera); }
+    uint32_t Submit(const std::string& feature) {
+        request.wrapper.identity.featureName = feature;
+        return Submit();
+    }
     standin::SessionCopy Session() const { return device->Sessions().at(0); }
     SessionInfo& Info() const { return InfoOf(Session()); }
     standin::Execution Executed(size_t index = 0) const { return device->Executions().at(index); }
@@ -111,17 +115,19 @@ struct Scene {
     void Receive(ChiOfflineCaptureResultInfo* info) const {
         Session().pCallbacks->ProcessCaptureResultCb(Session().pCallbacks, 1, info);
     }
-    /// Delivers a result through the session's callbacks. Buffers are copies of the output.
+    void Receive(ChiOfflineResultBlock block, const Result& rest = {}, size_t index = 0) const {
+        ChiOfflineCaptureResultInfo info = {rest.frame, &block, rest.pSecond, &Pending(index)};
+        Receive(&info);
+    }
+    /// Delivers a result through it. Buffers are copies of the output.
     void Send(const Result& result, size_t index = 0) const {
         std::vector<ChiStreamBuffer> buffers(result.statuses.size(),
                                              Executed(index).output.buffers.at(0));
         for (size_t i = 0; i < buffers.size(); ++i) {
             buffers[i].bufferStatus = result.statuses[i];
         }
-        ChiOfflineResultBlock block = {static_cast<uint32_t>(buffers.size()), buffers.data(),
-                                       result.partials, result.metadata};
-        ChiOfflineCaptureResultInfo info = {result.frame, &block, result.pSecond, &Pending(index)};
-        Receive(&info);
+        const auto count = static_cast<uint32_t>(buffers.size());
+        Receive({count, buffers.data(), result.partials, result.metadata}, result, index);
     }
     /// Completes a request, whatever it waits for, so that nothing of it stays.
     void Finish(size_t index = 0) const {
@@ -132,12 +138,7 @@ struct Scene {
     /// A log in which the addresses of this scene are names.
     std::string Named(std::string log) const {
         const auto name = [&log](const void* address, const std::string& as) {
-            for (const std::string& text :
-                 {Printed("%p", address), std::to_string(Address(address))}) {
-                for (size_t at = 0; address != nullptr && (at = log.find(text)) != log.npos;) {
-                    log.replace(at, text.size(), as);
-                }
-            }
+            log = WithName(log, address, as);
         };
         name(&request.raw, "<in>");
         name(&request.outputStream, "<out>");

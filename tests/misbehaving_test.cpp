@@ -21,11 +21,6 @@ void OnceOnLine(const std::string& text, const std::function<void()>& act) {
     };
 }
 
-/// The vendor's table, which is the device's own: an entry that is replaced stays so in the test.
-ChiOfflineInterface& Vendor(const Scene& scene) {
-    return *scene.Info().pAdaptee->GetChiOfflineIntfOps();
-}
-
 template <typename Record> bool IsClear(const Record& record) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
     return std::all_of(bytes, bytes + sizeof record, [](unsigned char byte) { return byte == 0; });
@@ -62,47 +57,6 @@ TEST(Misbehaving, VendorThatChangesAStreamWhileItIsFedFeedsItOnce) {
     EXPECT_EQ(stream->streamType, ChiStreamTypeInput) << "it is written for each input";
 }
 
-/// A session that asks the framework for one buffer, and both change their records meanwhile.
-struct RaisedQuery : Scene {
-    static inline RaisedQuery* current;
-    camera3_stream stream = MakeStream(35);
-    ChiOfflineQueryBuffer query = {&stream, 1};
-    camera3_stream_buffer others[4] = {}; ///< Not on the heap: freeing them would end the test.
-    ChiStreamBuffer storage[4] = {};
-    ChiOfflineQueryStreamBuffer answer = {nullptr, 9, 9, &storage[0]};
-
-    RaisedQuery() : Scene(Delivery::ByHand) {
-        current = this;
-        request.frameworkOps.request_stream_buffers = [](const camera3_callback_ops*, uint32_t,
-                                                         const camera3_buffer_request*, uint32_t*,
-                                                         camera3_stream_buffer_ret* answers) {
-            answers[0].num_output_buffers = current->query.numBuffers = 4;
-            answers[0].output_buffers = &current->others[0];
-            return 0;
-        };
-        Submit();
-        Vendor(*this).pTranslateToChiBuffer = [](const camera3_stream_buffer*,
-                                                 ChiStreamBuffer* buffer) {
-            current->answer.numBuffers = 4;
-            ++buffer->bufferStatus;
-            return 0U;
-        };
-    }
-    // NOLINTNEXTLINE(bugprone-exception-escape): whatever is thrown here ends the test's process
-    ~RaisedQuery() { Finish(); }
-};
-
-TEST(Misbehaving, VendorAndFrameworkThatChangeAQueryExchangeAsManyBuffersAsWereAskedFor) {
-    RaisedQuery scene;
-    ChiOfflineSessionCallbacks* callbacks = scene.Session().pCallbacks;
-    unsigned int count = 0;
-    EXPECT_EQ(callbacks->GetFrameworkBuffers(callbacks, 1, &scene.query, &count, &scene.answer),
-              0U);
-    EXPECT_EQ(scene.storage[0].bufferStatus, 1U);
-    EXPECT_TRUE(IsClear(scene.storage[1]));
-    EXPECT_EQ(LastLog("GetFrameworkBuffers"), "E 4 buffers returned, 1 wanted, surplus ignored");
-}
-
 // --- What is not used is clear
 
 TEST(Misbehaving, VendorThatReadsPastItsInputsFindsNothingOfEarlierRequests) {
@@ -112,8 +66,8 @@ TEST(Misbehaving, VendorThatReadsPastItsInputsFindsNothingOfEarlierRequests) {
     static size_t clear;
     clear = 0;
     static decltype(ChiOfflineInterface::pExecuteRequest) execute;
-    execute = Vendor(scene).pExecuteRequest;
-    Vendor(scene).pExecuteRequest = [](uint64_t session, ChiOfflineExecuteRequest* request) {
+    execute = scene.Vendor().pExecuteRequest;
+    scene.Vendor().pExecuteRequest = [](uint64_t session, ChiOfflineExecuteRequest* request) {
         const ChiOfflineBufferSet* sets = request->pInputs;
         for (size_t i = 1; i < OemLayer::kMaxInputSets; ++i) {
             clear += IsClear(sets[i]) ? 1 : 0;
@@ -159,8 +113,8 @@ TEST(Misbehaving, HostThatSubmitsFromWithinAFlushGetsANewSessionAfterIt) {
     current = &scene;
     scene.Submit();
     const uint64_t first = scene.Session().handle;
-    close = std::exchange(Vendor(scene).pCloseSession, [](uint64_t session) {
-        Vendor(*current).pCloseSession = close;
+    close = std::exchange(scene.Vendor().pCloseSession, [](uint64_t session) {
+        current->Vendor().pCloseSession = close;
         EXPECT_EQ(current->Submit(), 0U);
         return close(session);
     });
@@ -175,14 +129,13 @@ TEST(Misbehaving, VendorWhoseOpenEntryGoesAwayMeanwhileHasOpenedAllTheSame) {
     static ChiOfflineInterface* vendor;
     static decltype(ChiOfflineInterface::pOpenSession) open;
     scene.Submit();
-    vendor = &Vendor(scene);
+    vendor = &scene.Vendor();
     open = std::exchange(vendor->pOpenSession,
                          [](ChiOfflineInterface* self, ChiOfflineSessionCreateInfo* create) {
                              vendor->pOpenSession = nullptr;
                              return open(self, create);
                          });
-    scene.request.wrapper.identity.featureName = "Hdr";
-    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.Submit("Hdr"), 0U);
     vendor->pOpenSession = open;
     EXPECT_EQ(CountLogged("E", "find offline info Hdr"), 3U);
     EXPECT_EQ(InfoOf(scene.device->Sessions().at(1)).sessionName, "Hdr");
@@ -192,11 +145,8 @@ TEST(Misbehaving, VendorThatReportsNoBufferAndABadArrayFailsTheRequest) {
     Scene scene(Delivery::ByHand);
     scene.Submit();
     scene.Send({.statuses = {0}, .metadata = scene.Pending().pOutputMetadata, .partials = 1});
-    ChiStreamBuffer bad = {};
-    bad.bufferStatus = 3;
-    ChiOfflineResultBlock block = {0, &bad, 0, nullptr};
-    ChiOfflineCaptureResultInfo info = {1, &block, nullptr, &scene.Pending()};
-    scene.Receive(&info);
+    ChiStreamBuffer bad = {.bufferStatus = 3};
+    scene.Receive({0, &bad, 0, nullptr});
     EXPECT_EQ(Story(scene.request), "MB R C1");
     EXPECT_EQ(CountLogged("E", "ERROR BUFFER status 3"), 1U);
 }

@@ -1,4 +1,5 @@
-/// How the first request of an identity makes its session, and how later ones find it.
+/// How the first request of an identity makes its session, how later ones find it, and how flush
+/// and destruction close it, so that nothing of it stays.
 
 #include "tests/support/scene.h"
 
@@ -8,10 +9,6 @@
 namespace {
 
 using namespace test;
-
-constexpr const char kNoSession[] = "E Invalid session handle or NULL session info in mSessInfoMap";
-
-// --- The first request
 
 TEST(Session, IsOpenedPreparedAndConfiguredByItsFirstRequest) {
     Scene scene(Delivery::OnCallerThread, 2);
@@ -128,15 +125,11 @@ TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
     EXPECT_EQ(Address(list.at(2)), Address(&output));
     EXPECT_EQ(At(output, 144), 0x5A5A5A5AU) << "0 at 148, and nothing before it";
     EXPECT_EQ(At(output, 152), 0x5A5A5A5AFFFFFFFFU);
-    const auto made = scene.device->Calls(Entry::MetadataCreateFromAndroid).at(0).args;
-    EXPECT_EQ(std::vector(made.begin() + 1, made.end()),
-              (std::vector<uint64_t>{0x77, 0, 0, 0xFFFFFFFF}));
-    EXPECT_EQ(scene.device->Calls(Entry::MetadataDestroy).at(0).args.at(0), At(session.config, 32));
+    EXPECT_EQ(Args(Entry::MetadataCreateFromAndroid, 0, 1), (Words{0x77, 0, 0, 0xFFFFFFFF}));
+    EXPECT_EQ(Args(Entry::MetadataDestroy), Words{At(session.config, 32)});
     EXPECT_EQ(Log("MapChiStreamFormatToChiBufferFormat"),
               "E Unsurport streamFormat:34 return ChiFormatYUV420NV12 by default");
 }
-
-// --- Later requests
 
 TEST(Session, IsSharedByEqualIdentitiesOnly) {
     Scene scene;
@@ -146,10 +139,9 @@ TEST(Session, IsSharedByEqualIdentitiesOnly) {
     EXPECT_EQ(scene.Named(LastLog("GetSessHandle")), "I Session handle <session> matched.");
     scene.request.wrapper.identity.cameraId = 1;
     scene.Submit();
-    scene.request.wrapper.identity.featureName = "Hdr";
     Put(scene.request.wrapper, 96, 0x77); // Of the submission that opens the session.
-    EXPECT_EQ(scene.Submit(), 0U);
-    EXPECT_EQ(scene.device->Calls(Entry::MetadataCreateFromAndroid).at(2).args.at(1), 0x77U);
+    EXPECT_EQ(scene.Submit("Hdr"), 0U);
+    EXPECT_EQ(Args(Entry::MetadataCreateFromAndroid, 2).at(1), 0x77U);
     const auto sessions = scene.device->Sessions(); // In the order of opening.
     ASSERT_EQ(sessions.size(), 3U);
     const char* const chains[] = {"cameraId 0 feature Night", "cameraId 1 feature Night",
@@ -164,23 +156,6 @@ TEST(Session, IsSharedByEqualIdentitiesOnly) {
     EXPECT_EQ(scene.Executed(3).session, sessions[2].handle);
 }
 
-// --- Sessions that cannot be made
-
-struct NoSession {
-    void (*spoil)(Request&);
-    const char* line;       ///< Of the registry.
-    size_t generationLines; ///< Two for each attempt.
-};
-
-constexpr const char kNoStream[] = "E Failed to find pOutStream in m_pStream2SuppSessMap";
-constexpr NoSession kNoSessions[] = {
-    {[](Request& r) { r.wrapper.identity.pOutStream = nullptr; }, "E pOutStream is null!!!", 0},
-    {[](Request& r) { r.outputStream.stream_type = CAMERA3_STREAM_INPUT; }, kNoStream, 0},
-    {[](Request& r) { r.outputStream.width = 0; }, kNoStream, 0},
-    {[](Request& r) { r.outputStream.height = 0; }, kNoStream, 0},
-    {[](Request& r) { r.privData.inputStreams.clear(); }, "E Cannot match any session!!!", 4},
-};
-
 TEST(Session, IsFoundAgainByEachLetterOfItsName) {
     Scene scene;
     scene.UseWords({37});
@@ -193,8 +168,7 @@ TEST(Session, IsFoundAgainByEachLetterOfItsName) {
     std::vector<uint64_t> sessions;
     for (int round = 0; round < 2; ++round) {
         for (const std::string& name : names) {
-            scene.request.wrapper.identity.featureName = name;
-            EXPECT_EQ(scene.Submit(), 0U);
+            EXPECT_EQ(scene.Submit(name), 0U);
             sessions.push_back(scene.device->Executions().back().session);
         }
     }
@@ -205,14 +179,27 @@ TEST(Session, IsFoundAgainByEachLetterOfItsName) {
 }
 
 TEST(Session, IsNotMadeForAStreamThatCannotHaveOneOrWithoutInputs) {
-    for (const NoSession& row : kNoSessions) {
+    constexpr const char kNoStream[] = "E Failed to find pOutStream in m_pStream2SuppSessMap";
+    const struct {
+        void (*spoil)(Request&);
+        const char* line;       ///< Of the registry.
+        size_t generationLines; ///< Two for each attempt.
+    } rows[] = {
+        {[](Request& r) { r.wrapper.identity.pOutStream = nullptr; }, "E pOutStream is null!!!", 0},
+        {[](Request& r) { r.outputStream.stream_type = CAMERA3_STREAM_INPUT; }, kNoStream, 0},
+        {[](Request& r) { r.outputStream.width = 0; }, kNoStream, 0},
+        {[](Request& r) { r.outputStream.height = 0; }, kNoStream, 0},
+        {[](Request& r) { r.privData.inputStreams.clear(); }, "E Cannot match any session!!!", 4},
+    };
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         Scene scene;
         row.spoil(scene.request);
         EXPECT_EQ(scene.Submit(), 4U);
         EXPECT_EQ(LastLog("GetSessHandle"), row.line);
         EXPECT_EQ(LogLines("GenerateOfflineSessions").size(), row.generationLines);
-        EXPECT_EQ(LastLog("SubmitRequestFromRT"), kNoSession);
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  "E Invalid session handle or NULL session info in mSessInfoMap");
         EXPECT_EQ(scene.device->Calls().size(), 1U) << "the translation";
     }
 }
@@ -231,6 +218,54 @@ TEST(Session, WhoseOpeningFailedIsListedWithHandleZeroUntilFlush) {
     scene.camera.Flush();
     EXPECT_EQ(scene.device->CallCount(Entry::CloseSession), 0U);
     EXPECT_EQ(scene.Submit(), 0U);
+}
+
+TEST(Flush, ClosesSessionsByStreamAddressThenInTheOrderOfOpening) {
+    Scene scene;
+    camera3_stream outputs[2] = {scene.request.outputStream, scene.request.outputStream};
+    for (const auto& [used, feature] :
+         {std::pair{1, "Night"}, {0, "Portrait"}, {1, "Hdr"}, {0, "SuperRes"}}) {
+        scene.request.wrapper.identity.pOutStream = &outputs[used];
+        scene.request.output.stream = &outputs[used];
+        EXPECT_EQ(scene.Submit(feature), 0U);
+    }
+    const auto opened = scene.device->Sessions();
+    scene.device->ClearRecords();
+    scene.camera.Flush();
+
+    std::string expected = "I Flush: Adapter Flush\nI Flush: Start destroy session managers.\n";
+    for (const size_t i : {1, 3, 0, 2}) {
+        expected += Printed("I CloseOfflineSessions: close sessionHdl: %li\n",
+                            static_cast<long>(opened.at(i).handle));
+    }
+    EXPECT_EQ(Log(), expected + "E Flush: Flush X");
+    EXPECT_EQ(scene.device->CallCount(Entry::CloseSession), 4U);
+    EXPECT_EQ(scene.device->Calls().size(), 4U);
+}
+
+TEST(Flush, SetsTheCamerasCounterToZero) {
+    Scene scene; // Results come before the counter is raised, and do not lower it.
+    scene.Submit();
+    const uint64_t first = scene.Session().handle;
+    scene.camera.Flush();
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_NE(scene.Session().handle, first);
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+              "I Execute rtFrameNumber:7<->offlineFrame:2 success mTotalCounter 2");
+}
+
+TEST(Destroy, ClosesSessionsBeforeTheOperations) {
+    Scene scene;
+    scene.UseWords({37, 37, 37}, 9); // Too many for a request, but a session is made.
+    EXPECT_EQ(scene.Submit(), 4U);
+    scene.request.GiveBack(scene.camera);
+    scene.device->ClearRecords();
+    scene.camera.Destroy();
+    const auto calls = scene.device->Calls();
+    EXPECT_EQ(calls.at(0).entry, Entry::BufferManagerDestroy);
+    EXPECT_EQ(calls.at(1).entry, Entry::CloseSession);
+    EXPECT_EQ(calls.at(2).entry, Entry::MetadataOpsClose);
+    EXPECT_EQ(CountLogged("E", "Flush X"), 0U);
 }
 
 } // namespace

@@ -10,14 +10,7 @@ namespace {
 using namespace test;
 using standin::Execution;
 
-// --- What is fed
-
-struct Feeding {
-    std::vector<int32_t> formats;
-    uint32_t sets, yuvInput, dualRdi;
-    const char* fed; ///< "stream:handle@manager" of each buffer, with a bar between the sets.
-};
-
+/// "stream:handle@manager" of each buffer, with a bar between the sets.
 std::string Fed(const Scene& scene, size_t index = 0) {
     const Execution execution = scene.Executed(index);
     const std::vector<ChiStream*> list = scene.Session().streamPointers;
@@ -33,7 +26,11 @@ std::string Fed(const Scene& scene, size_t index = 0) {
 }
 
 TEST(Submission, FeedsTheInputStreamsOfEachSet) {
-    const Feeding feedings[] = {
+    const struct {
+        std::vector<int32_t> formats;
+        uint32_t sets, yuvInput, dualRdi;
+        const char* fed;
+    } rows[] = {
         {{37, 32}, 2, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
         {{37, 37}, 2, 0, 1, " 0:1000@a0 1:1001@a1 | 0:1001@a0 1:1003@a1"},
         {{37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0"},
@@ -46,7 +43,7 @@ TEST(Submission, FeedsTheInputStreamsOfEachSet) {
         {{38, 33}, 1, 1, 0, ""},
         {{37}, 0, 0, 0, ""},
     };
-    for (const Feeding& row : feedings) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.fed);
         Scene scene;
         scene.UseWords(row.formats, row.sets);
@@ -84,16 +81,14 @@ TEST(Submission, PointsEachSetAtItsCountTimesItsIndex) {
     }
 }
 
-struct Changing {
-    std::vector<int32_t> formats;
-    const char* types[3];      ///< Of the inputs when they are counted, and in each of two sets.
-    const char* fed;           ///< As above; stream 3 is no stream.
-    bool sharesFormat = false; ///< Of the first records of both sets.
-};
-
 // Nothing of the library changes a configured stream's type, but nothing keeps others from it.
 TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
-    const Changing changings[] = {
+    const struct {
+        std::vector<int32_t> formats;
+        const char* types[3]; ///< Of the inputs when they are counted, and in each of two sets.
+        const char* fed;      ///< As above; stream 3 is no stream.
+        bool sharesFormat = false; ///< Of the first records of both sets.
+    } rows[] = {
         // The second set points where its own count says, behind which nothing was written.
         {{37, 37}, {"11", "10", "11"}, " 0:1000@a0 | 1:1001@a0 3:0@0"},
         // All streams have room: what is an input by then is fed.
@@ -105,7 +100,7 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
         // A YUV input writes no format, so that the one at its place in the array stays.
         {{37, 35}, {"10", "10", "01"}, " 0:1000@a0 | 1:3001@a2", true},
     };
-    for (const Changing& row : changings) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.fed);
         Scene scene;
         scene.UseWords(row.formats, 2);
@@ -133,8 +128,6 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
                   row.sharesFormat);
     }
 }
-
-// --- The records
 
 /// Every word of a record is as given, or 0.
 template <typename Record>
@@ -185,8 +178,6 @@ TEST(Submission, FillsTheExecuteRecordAndItsOutput) {
               Address(&scene.request.outputStream));
 }
 
-// --- The call
-
 TEST(Submission, LogsItsStepsInOrder) {
     Scene scene;
     scene.UseWords({37, 38});
@@ -232,17 +223,6 @@ TEST(Submission, HostRecordsMayBeOverwrittenOnceItReturned) {
     EXPECT_EQ(scene.request.Events().at(0).buffers.at(0).stream, &scene.request.outputStream);
 }
 
-TEST(Submission, HoldsNoLockWhileTheVendorExecutesAndTheHostIsCalled) {
-    Scene scene;
-    scene.request.onRelease = [&scene] {
-        scene.request.onRelease = nullptr;
-        scene.request.wrapper.identity.featureName = "Hdr";
-        EXPECT_EQ(scene.Submit(), 0U);
-    };
-    EXPECT_EQ(scene.Submit(), 0U);
-    EXPECT_EQ(Story(scene.request), "MB R MB R C0 C0");
-}
-
 // --- What is refused, and what is not
 
 TEST(Submission, RefusesAMissingWrapper) {
@@ -274,25 +254,22 @@ TEST(Submission, RefusesMoreThanTwentyFourInputRecords) {
     EXPECT_EQ(Story(scene.request), "MB R C0");
 }
 
-struct Lacking {
-    void (*take)(Scene&);
-    const char* story;     ///< What the host is told all the same.
-    const char* line = ""; ///< In the log of the submission.
-    bool output = true;    ///< Otherwise the vendor gets an empty record.
-};
-
-constexpr const char kNoOutput[] = "E pOfflineOutputBuffer is NULL";
-constexpr const char kNoMetadata[] = "create offline output metadata:(nil)";
-constexpr Lacking kLacking[] = {
-    {[](Scene& s) { s.request.outputArgument = nullptr; }, "Mb R C0", kNoOutput, false},
-    {[](Scene& s) { s.device->Fail(Entry::TranslateToChiBuffer, 1); }, "Mb R C0", "", false},
-    {[](Scene& s) { s.device->Fail(Entry::MetadataCreate, 0); }, "B R C0", kNoMetadata},
-    {[](Scene& s) { s.request.callbacks.releaseRtBuffers = nullptr; }, "MB C0"},
-    {[](Scene& s) { s.request.callbacks.requestComplete = nullptr; }, "MB R"},
-};
-
 TEST(Submission, GoesOnWithoutWhatItCanLack) {
-    for (const Lacking& row : kLacking) {
+    constexpr const char kNoOutput[] = "E pOfflineOutputBuffer is NULL";
+    constexpr const char kNoMetadata[] = "create offline output metadata:(nil)";
+    const struct {
+        void (*take)(Scene&);
+        const char* story;     ///< What the host is told all the same.
+        const char* line = ""; ///< In the log of the submission.
+        bool output = true;    ///< Otherwise the vendor gets an empty record.
+    } rows[] = {
+        {[](Scene& s) { s.request.outputArgument = nullptr; }, "Mb R C0", kNoOutput, false},
+        {[](Scene& s) { s.device->Fail(Entry::TranslateToChiBuffer, 1); }, "Mb R C0", "", false},
+        {[](Scene& s) { s.device->Fail(Entry::MetadataCreate, 0); }, "B R C0", kNoMetadata},
+        {[](Scene& s) { s.request.callbacks.releaseRtBuffers = nullptr; }, "MB C0"},
+        {[](Scene& s) { s.request.callbacks.requestComplete = nullptr; }, "MB R"},
+    };
+    for (const auto& row : rows) {
         Scene scene;
         row.take(scene);
         EXPECT_EQ(scene.Submit(), 0U);

@@ -68,6 +68,11 @@ std::string LastLog(const std::string& function) {
     return log.substr(log.rfind('\n') + 1);
 }
 
+Words Args(Entry entry, size_t call, size_t from) {
+    const Words args = StandinControl()->Calls(entry).at(call).args;
+    return {args.begin() + static_cast<std::ptrdiff_t>(from), args.end()};
+}
+
 std::string Printed(const char* format, ...) {
     char text[1024];
     va_list arguments;

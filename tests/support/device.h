@@ -70,6 +70,8 @@ std::string Log(const std::string& function = "");
 std::string LastLog(const std::string& function);
 /// How many records have this letter and a message that starts so.
 size_t CountLogged(const std::string& letter, const std::string& start = "");
+/// The arguments of a call of this entry, from the one with the index `from` on.
+Words Args(Entry entry, size_t call = 0, size_t from = 0);
 /// A message as the C library formats it.
 __attribute__((format(printf, 1, 2))) std::string Printed(const char* format, ...);
 

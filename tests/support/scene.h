@@ -106,6 +106,8 @@ struct Scene {
     }
     standin::SessionCopy Session() const { return device->Sessions().at(0); }
     SessionInfo& Info() const { return InfoOf(Session()); }
+    /// The device's own table: an entry that is replaced stays so in the test.
+    ChiOfflineInterface& Vendor() const { return *Info().pAdaptee->GetChiOfflineIntfOps(); }
     standin::Execution Executed(size_t index = 0) const { return device->Executions().at(index); }
     OfflineRequest& Pending(size_t index = 0) const {
         return *static_cast<OfflineRequest*>(Executed(index).request.pPrivateData);

@@ -180,12 +180,12 @@ struct Call {
 
 /// One camera from load to destruction, with three requests of one identity, whose session asks the
 /// framework for buffers. It follows the vendor's calls.
-class Life : public standin::Observer {
+class Life {
   public:
     Life() {
         s_current = this;
         device.ExpectLeftovers();
-        device->SetObserver(this);
+        device.onEntry = [this](const std::string& name) { Follow(name); };
         device->SetDelivery(Delivery::OnCallerThread);
         device->SetShape(Shape::Together);
         device->SetAsksForFrameworkBuffers(true);
@@ -218,10 +218,9 @@ class Life : public standin::Observer {
     Entry missing = {};
 
   private:
-    void NameThread(const std::string&) override {}
-    void Begin(const char* what) override {
+    void Follow(const std::string& name) {
         uint32_t entry = 0;
-        while (std::strcmp(standin::EntryName(static_cast<Entry>(entry)), what) != 0) {
+        while (standin::EntryName(static_cast<Entry>(entry)) != name) {
             if (++entry == static_cast<uint32_t>(Entry::Count)) {
                 return; // A session at work.
             }
@@ -231,8 +230,6 @@ class Life : public standin::Observer {
             device->SetMissing(missing);
         }
     }
-    void End() override {}
-
     void Submit(Camera& camera, Point point) {
         mPoint = point;
         mAsked.clear();

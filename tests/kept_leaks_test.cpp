@@ -7,15 +7,12 @@ namespace {
 
 using namespace test;
 using OemLayer::SessionObjects;
-using OfflineRequest = OemLayer::QcomAdaptee::OfflineRequest;
-using PrivateSessionInfo = OemLayer::QcomAdaptee::PrivateSessionInfo;
+using PrivateSessionInfo = SessionInfo;
 
 // docs/kept-behaviours.md states these.
 static_assert(sizeof(OfflineRequest) == 88);
 static_assert(sizeof(SessionObjects) == 48);
 static_assert(sizeof(PrivateSessionInfo) == 288);
-
-// --- Submissions that end early
 
 TEST(KeptLeaks, ARequestWithoutPrivateDataIsRefusedAfterTheLookUp) {
     for (const bool known : {false, true}) {
@@ -48,16 +45,13 @@ TEST(KeptLeaks, ARequestThatIsNotExecutedIsNotCounted) {
 }
 
 TEST(KeptLeaks, RequestsInFlightAtACloseAreNeitherFreedNorReported) {
-    Scene scene(Delivery::ByHand);
+    Submitted scene;
     scene.device.ExpectLeftovers();
-    scene.Submit();
     scene.camera.Flush();
     EXPECT_EQ(Story(scene.request), "");
     EXPECT_EQ(scene.device->CountAlive().sessions, 0U);
     EXPECT_EQ(scene.device->CountAlive().metadata, 2U);
 }
-
-// --- Sessions that stay open
 
 TEST(KeptLeaks, ConfigurationThatFailsIsTriedAgainOnceAndEndsWithHandleZero) {
     Scene scene;
@@ -78,8 +72,7 @@ TEST(KeptLeaks, ASessionThatFailedToOpenCanStillCallBackAfterALaterOneFailed) {
     Scene scene;
     scene.device->Fail(Entry::OpenSession, 0);
     scene.Submit();
-    scene.request.wrapper.identity.featureName = "Hdr";
-    scene.Submit();
+    scene.Submit("Hdr");
     const auto opened = scene.device->Calls(Entry::OpenSession);
     ASSERT_EQ(opened.size(), 2U);
     const auto* create = static_cast<ChiOfflineSessionCreateInfo*>(MadeUp(opened[0].args.at(1)));
@@ -106,10 +99,9 @@ struct ThreeFeatures : Scene {
         Texts outcomes;
         for (const char* feature : {"Night", "Portrait", "Hdr"}) {
             const size_t before = request.Events().size();
-            request.wrapper.identity.featureName = feature;
             request.output.stream = &outputs[isShared ? 0 : outcomes.size()];
             request.wrapper.identity.pOutStream = request.output.stream;
-            const std::string status = std::to_string(Submit());
+            const std::string status = std::to_string(Submit(feature));
             outcomes.push_back(status + " " + Story(request, before));
         }
         return outcomes;
@@ -135,9 +127,8 @@ TEST(KeptLeaks, ACloseThatFailsLeavesOneSessionAndItsIdentity) {
 }
 
 TEST(KeptLeaks, ACloseThatFailsTearsNothingDown) {
-    Scene scene(Delivery::ByHand);
+    Submitted scene;
     scene.device.ExpectLeftovers();
-    scene.Submit();
     scene.device->Fail(Entry::CloseSession, 8, 1, 1);
     scene.camera.Flush();
     EXPECT_EQ(Log("CloseOfflineSessions"),
@@ -146,8 +137,7 @@ TEST(KeptLeaks, ACloseThatFailsTearsNothingDown) {
     EXPECT_EQ(scene.Info().configInfo.ppChiStreams[0]->format, 37U);
     scene.Finish(); // The session still delivers,
     EXPECT_EQ(Story(scene.request), "M R C0");
-    scene.request.wrapper.identity.featureName = "Hdr";
-    scene.Submit(); // and the counter goes on.
+    scene.Submit("Hdr"); // and the counter goes on.
     EXPECT_EQ(LastLog("SubmitRequestFromRT"),
               "I Execute rtFrameNumber:7<->offlineFrame:2 success mTotalCounter 3");
 }
@@ -157,17 +147,14 @@ TEST(KeptLeaks, AHandleThatTheVendorGivesTwiceTakesBothIdentitiesAlong) {
     scene.device.ExpectLeftovers();
     scene.Submit();
     scene.device->Fail(Entry::OpenSession, scene.Session().handle, 1, 1);
-    scene.request.wrapper.identity.featureName = "Hdr";
-    EXPECT_EQ(scene.Submit(), 0U);
-    scene.request.wrapper.identity.featureName = "Night";
-    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(scene.Submit("Hdr"), 0U);
+    EXPECT_EQ(scene.Submit("Night"), 0U);
     EXPECT_EQ(scene.Executed(2).request.pOfflineFrameNumber,
               scene.Executed(1).request.pOfflineFrameNumber)
         << "of the handle's later record";
     scene.camera.Flush();
     for (const char* feature : {"Night", "Hdr"}) {
-        scene.request.wrapper.identity.featureName = feature;
-        EXPECT_EQ(scene.Submit(), 0U);
+        EXPECT_EQ(scene.Submit(feature), 0U);
     }
     EXPECT_EQ(CountLogged("W"), 0U);
 }

@@ -1,6 +1,7 @@
 /// A host and a vendor that change words, or look where they should not, while the library works.
 ///
-/// Where a test needs to act in the middle of a call, it does so on a line of the library's log.
+/// Where a test needs to act in the middle of a call, it does so on a line of the library's log, or
+/// when the library calls the vendor.
 
 #include "tests/support/scene.h"
 
@@ -9,17 +10,6 @@
 namespace {
 
 using namespace test;
-
-/// Acts on the next line of the library's log that has this text.
-void OnceOnLine(const std::string& text, const std::function<void()>& act) {
-    g_android.onLine = [=](const std::string& line) {
-        if (line.find(text) != line.npos) {
-            const auto once = act; // What follows ends this function's own.
-            g_android.onLine = nullptr;
-            once();
-        }
-    };
-}
 
 template <typename Record> bool IsClear(const Record& record) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
@@ -32,7 +22,8 @@ TEST(Misbehaving, HostThatChangesTheNumberOfSetsDuringTheCallChangesNothing) {
     for (const uint32_t sets : {0U, 24U, 300U}) {
         Scene scene;
         scene.UseWords({37}, 2);
-        OnceOnLine("configure camera", [&] { scene.request.wrapper.numBuffers = sets; });
+        Once(g_android.onLine, "configure camera",
+             [&] { scene.request.wrapper.numBuffers = sets; });
         EXPECT_EQ(scene.Submit(), 0U);
         EXPECT_EQ(scene.Executed().request.numInputs, 2U);
         EXPECT_EQ(scene.Executed().inputs.at(1).set.pMetadata, MadeUp(0x2001));
@@ -45,7 +36,7 @@ TEST(Misbehaving, VendorThatChangesAStreamWhileItIsFedFeedsItOnce) {
     scene.request.wrapper.yuvInput = 1;
     scene.Submit();
     ChiStream* stream = scene.Session().streamPointers.at(0);
-    OnceOnLine("Input Stream Buffer Format Info", [stream] {
+    Once(g_android.onLine, "Input Stream Buffer Format Info", [stream] {
         stream->format = ChiStreamFormatYCbCr420_888;
         stream->streamType = ChiStreamTypeOutput;
     });
@@ -83,20 +74,13 @@ TEST(Misbehaving, VendorThatReadsPastItsInputsFindsNothingOfEarlierRequests) {
 }
 
 TEST(Misbehaving, HostThatReadsPastAResultsBuffersFindsNothingOfEarlierResults) {
-    Scene scene(Delivery::ByHand);
-    static size_t clear;
-    clear = 0;
-    static decltype(scene.request.callbacks.captureResult) report;
-    report = scene.request.callbacks.captureResult;
-    OemLayer::OffCamApplicationCallbacks callbacks = scene.request.callbacks;
-    callbacks.captureResult = [](OemLayer::RequestPrivData* data, camera3_capture_result* result) {
-        for (size_t i = result->num_output_buffers; i < 8; ++i) {
-            clear += IsClear(result->output_buffers[i]) ? 1 : 0;
+    Submitted scene;
+    size_t clear = 0;
+    scene.request.onResult = [&clear](const camera3_capture_result& result) {
+        for (size_t i = result.num_output_buffers; i < 8; ++i) {
+            clear += IsClear(result.output_buffers[i]) ? 1 : 0;
         }
-        report(data, result);
     };
-    scene.request.callbacksArgument = &callbacks;
-    scene.Submit();
     scene.Info().totalResult = 9;
     scene.Send({.statuses = std::vector<uint32_t>(8, 1)});
     EXPECT_EQ(clear, 0U);
@@ -108,42 +92,25 @@ TEST(Misbehaving, HostThatReadsPastAResultsBuffersFindsNothingOfEarlierResults) 
 
 TEST(Misbehaving, HostThatSubmitsFromWithinAFlushGetsANewSessionAfterIt) {
     Scene scene;
-    static Scene* current;
-    static decltype(ChiOfflineInterface::pCloseSession) close;
-    current = &scene;
     scene.Submit();
     const uint64_t first = scene.Session().handle;
-    close = std::exchange(scene.Vendor().pCloseSession, [](uint64_t session) {
-        current->Vendor().pCloseSession = close;
-        EXPECT_EQ(current->Submit(), 0U);
-        return close(session);
-    });
+    Once(scene.device.onEntry, "CloseSession", [&] { EXPECT_EQ(scene.Submit(), 0U); });
     scene.camera.Flush();
     EXPECT_EQ(scene.Submit(), 0U);
     EXPECT_NE(scene.Session().handle, first);
-    current = nullptr;
 }
 
 TEST(Misbehaving, VendorWhoseOpenEntryGoesAwayMeanwhileHasOpenedAllTheSame) {
     Scene scene;
-    static ChiOfflineInterface* vendor;
-    static decltype(ChiOfflineInterface::pOpenSession) open;
-    scene.Submit();
-    vendor = &scene.Vendor();
-    open = std::exchange(vendor->pOpenSession,
-                         [](ChiOfflineInterface* self, ChiOfflineSessionCreateInfo* create) {
-                             vendor->pOpenSession = nullptr;
-                             return open(self, create);
-                         });
-    EXPECT_EQ(scene.Submit("Hdr"), 0U);
-    vendor->pOpenSession = open;
-    EXPECT_EQ(CountLogged("E", "find offline info Hdr"), 3U);
-    EXPECT_EQ(InfoOf(scene.device->Sessions().at(1)).sessionName, "Hdr");
+    Once(scene.device.onEntry, "OpenSession",
+         [&] { scene.device->SetMissing(Entry::OpenSession); });
+    EXPECT_EQ(scene.Submit(), 0U);
+    EXPECT_EQ(CountLogged("E", "find offline info Night"), 3U);
+    EXPECT_EQ(scene.Info().sessionName, "Night");
 }
 
 TEST(Misbehaving, VendorThatReportsNoBufferAndABadArrayFailsTheRequest) {
-    Scene scene(Delivery::ByHand);
-    scene.Submit();
+    Submitted scene;
     scene.Send({.statuses = {0}, .metadata = scene.Pending().pOutputMetadata, .partials = 1});
     ChiStreamBuffer bad = {.bufferStatus = 3};
     scene.Receive({0, &bad, 0, nullptr});
@@ -152,12 +119,11 @@ TEST(Misbehaving, VendorThatReportsNoBufferAndABadArrayFailsTheRequest) {
 }
 
 TEST(Misbehaving, VendorHasTranslatedAllBuffersOfAResultBeforeTheFirstIsLogged) {
-    Scene scene(Delivery::ByHand);
-    scene.Submit();
+    Submitted scene;
     scene.Info().totalResult = 3;
     size_t translated = 0;
-    OnceOnLine("offline buffer received",
-               [&] { translated = scene.device->CallCount(Entry::TranslateFromChiBuffer); });
+    Once(g_android.onLine, "offline buffer received",
+         [&] { translated = scene.device->CallCount(Entry::TranslateFromChiBuffer); });
     scene.Send({.statuses = {0, 0, 0}, .metadata = scene.Pending().pOutputMetadata});
     EXPECT_EQ(translated, 3U);
     EXPECT_EQ(Story(scene.request), "MBBB R C0");

@@ -7,13 +7,6 @@ namespace {
 
 using namespace test;
 
-/// One request that waits for its results.
-struct Submitted : Scene {
-    Submitted() : Scene(Delivery::ByHand) { EXPECT_EQ(Submit(), 0U); }
-};
-
-// --- Completion
-
 TEST(Completion, TellsTheHostInOrderWhateverTheShapeOfTheResults) {
     const std::pair<Shape, const char*> shapes[] = {
         {Shape::MetadataFirst, "M B R C0"}, {Shape::BuffersFirst, "B M R C0"},
@@ -171,8 +164,6 @@ TEST(Completion, CallsTheTableThatTheLastSubmissionBrought) {
     EXPECT_EQ(Story(scene.request), "MB");
 }
 
-// --- Results that are not for the host
-
 TEST(Result, WithoutItsRequestIsLoggedAndIgnored) {
     for (const bool present : {false, true}) {
         Submitted scene;
@@ -213,8 +204,6 @@ TEST(Result, IsReportedOnceMoreForASecondBlockWithMetadataOrAnArray) {
         scene.Finish();
     }
 }
-
-// --- Capture results
 
 TEST(CaptureResult, CarriesTheRequestsFrameAndThePartialNumberOfItsMetadata) {
     Submitted scene;
@@ -272,8 +261,6 @@ TEST(CaptureResult, ReportsTheFirstEightOfMoreBuffers) {
         EXPECT_NE(Log("ProcessOfflineCaptureResultCb").find(last), std::string::npos);
     }
 }
-
-// --- Framework buffers
 
 /// A framework that answers as told, and a session that asks it for one buffer and for two.
 struct Framework : Submitted {

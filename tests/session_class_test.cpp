@@ -220,26 +220,18 @@ TEST(Opening, OfAnIdentityThatIsThereLeavesBothSessionsAndTheFirstMapping) {
 }
 
 TEST(Closing, DestroysSettingsThatAreLeftWhileHandleAndIdentityStandForTheSession) {
-    static AdapteeScene* current;
-    static unsigned long handle;
-    static decltype(ChiOfflineMetadataOps::pDestroy) destroy;
     AdapteeScene scene;
-    current = &scene;
-    handle = scene.OpenAndPrepare();
+    const unsigned long handle = scene.OpenAndPrepare();
     const void* settings = InfoOf(scene.device->Sessions().at(0)).configInfo.pSessionSettings;
-    ChiOfflineMetadataOps& vendor = *scene.adaptee->GetChiOfflineMetadataOps();
-    destroy = std::exchange(vendor.pDestroy, [](ChiMetadataHandle metadata) {
-        EXPECT_NE(current->adaptee->FindSessionInfo(handle), nullptr);
-        EXPECT_EQ(current->Open(), 0U) << "the identity is there";
-        return destroy(metadata);
+    Once(scene.device.onEntry, "MetadataDestroy", [&] {
+        EXPECT_NE(scene.adaptee->FindSessionInfo(handle), nullptr);
+        EXPECT_EQ(scene.Open(), 0U) << "the identity is there";
     });
     EXPECT_EQ(scene.adaptee->CloseOfflineSessions(handle), 0U);
-    vendor.pDestroy = destroy;
     EXPECT_EQ(CountLogged("W", "identity{3, "), 1U);
     EXPECT_EQ(Log("CloseOfflineSessions"),
               Printed("I close sessionHdl: %lu\nI destroy chimeta: %p", handle, settings));
     EXPECT_EQ(scene.device->CallCount(Entry::MetadataDestroy), 1U);
-    current = nullptr;
 }
 
 TEST(Closing, OfAnUnknownHandleThatTheVendorRefusesReturnsItsStatus) {

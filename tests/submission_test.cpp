@@ -210,8 +210,7 @@ TEST(Submission, WritesItsArgumentsIntoTheWrapperAndTheFrameIntoThePrivateData) 
 }
 
 TEST(Submission, HostRecordsMayBeOverwrittenOnceItReturned) {
-    Scene scene(Delivery::ByHand);
-    scene.Submit();
+    Submitted scene;
     auto* wrapper = reinterpret_cast<char*>(&scene.request.wrapper);
     std::memset(wrapper, 0xA5, 48); // All around the identity's text.
     std::memset(wrapper + 72, 0xA5, sizeof scene.request.wrapper - 72);

@@ -6,6 +6,16 @@
 
 namespace test {
 
+void Once(Hook& hook, const std::string& text, const std::function<void()>& act) {
+    hook = [=, &hook](const std::string& what) {
+        if (what.find(text) != what.npos) {
+            const auto once = act; // What follows ends this function's own.
+            hook = nullptr;
+            once();
+        }
+    };
+}
+
 Android g_android;
 
 void Android::Line(int priority, const char* tag, const char* text) {
@@ -95,6 +105,7 @@ std::string WithName(std::string text, const void* address, const std::string& n
 
 Device::Device(std::string file) : library(std::move(file)) {
     StandinControl()->Reset();
+    StandinControl()->SetObserver(this);
     g_android.Clear();
 }
 
@@ -107,6 +118,13 @@ Device::~Device() {
         EXPECT_EQ(StandinControl()->Violations(), Texts());
     }
     StandinControl()->Reset();
+    StandinControl()->SetObserver(nullptr);
+}
+
+void Device::Begin(const char* what) {
+    if (onEntry) {
+        onEntry(what);
+    }
 }
 
 void* Device::Load() {
@@ -151,6 +169,10 @@ Request::Request()
         Add(data, {.kind = Event::Complete, .status = status});
     };
     callbacks.captureResult = [](OemLayer::RequestPrivData* data, camera3_capture_result* result) {
+        const Request& request = *static_cast<PrivData*>(data)->owner;
+        if (request.onResult) {
+            request.onResult(*result);
+        }
         Event event{.kind = Event::Result, .result = *result};
         event.buffers.assign(result->output_buffers,
                              result->output_buffers + result->num_output_buffers);

@@ -33,6 +33,11 @@ template <typename Pointer> uint64_t Address(Pointer* pointer) {
 /// A handle that nothing stands behind.
 inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
 
+/// What a test does in the middle of a call, where it is told how far that is.
+using Hook = std::function<void(const std::string& what)>;
+/// Acts once, where the hook is next told something with this text in it.
+void Once(Hook& hook, const std::string& text, const std::function<void()>& act);
+
 /// One line of the Android log.
 struct AndroidLine {
     int priority;
@@ -51,8 +56,8 @@ class Android final : public kit::AndroidSink {
     std::vector<AndroidLine> Lines() const;
     void Clear();
 
-    Texts traceCalls;                                            ///< "begin NAME" and "end".
-    std::function<void(const std::string&)> onTraceCall, onLine; ///< What to do meanwhile.
+    Texts traceCalls; ///< "begin NAME" and "end".
+    Hook onTraceCall, onLine;
 
   private:
     void AddTraceCall(const std::string& call);
@@ -80,7 +85,7 @@ std::string WithName(std::string text, const void* address, const std::string& n
 
 /// The stand-in device, reset, and the library, which is loaded by the first `Load`, after the
 /// test's script.
-class Device {
+class Device : standin::Observer {
   public:
     /// \param file the built library, by default the one with every log level on.
     explicit Device(std::string file = kit::AdapterFile(true));
@@ -96,6 +101,7 @@ class Device {
         }
     }
     const kit::Adapter library;
+    Hook onEntry; ///< Told the name of each entry that is called, before that does anything.
 
     /// Ends `Device` without the checks that nothing is alive and nothing was violated, where a
     /// test is about what stays behind.
@@ -104,6 +110,10 @@ class Device {
     void ExpectViolations() { mExpectViolations = true; }
 
   private:
+    void NameThread(const std::string&) override {}
+    void Begin(const char* what) override;
+    void End() override {}
+
     bool mLoaded = false;
     bool mExpectLeftovers = false;
     bool mExpectViolations = false;
@@ -171,8 +181,9 @@ class Request {
     void UseVendorBuffers(Camera& camera);
     void GiveBack(Camera& camera);
 
-    /// Called on the vendor's thread at the end of the release callback.
+    /// Called on the vendor's thread in these callbacks.
     std::function<void()> onRelease;
+    std::function<void(const camera3_capture_result&)> onResult;
 
   private:
     static void Add(OemLayer::RequestPrivData* privData, Event event);

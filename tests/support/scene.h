@@ -170,4 +170,9 @@ struct Scene {
     }
 };
 
+/// With one request that waits for its results.
+struct Submitted : Scene {
+    Submitted() : Scene(Delivery::ByHand) { EXPECT_EQ(Submit(), 0U); }
+};
+
 } // namespace test

@@ -2,44 +2,21 @@
 #include "host/run.h"
 #include "host/timeline.h"
 #include "standin/located_json.h"
+#include "tests/support/device.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 #include <set>
-#include <unistd.h>
 
 namespace {
 
 using namespace host;
-
-/// A file that is gone after the test.
-struct File {
-    static inline int number = 0;
-    const std::string path = testing::TempDir() + "oemlayer_host_" + std::to_string(getpid()) +
-                             "_" + std::to_string(++number) + ".json";
-
-    explicit File(const std::string& text = "") { std::ofstream(path) << text; }
-    ~File() { std::filesystem::remove(path); }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-};
-
-/// What the exception says that `act` throws, "" where it throws none.
-template <class Function> std::string Thrown(Function act) {
-    try {
-        act();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return {};
-}
+using test::Folder;
+using test::Texts;
+using test::Thrown;
 
 Outcome RunText(const std::string& text) {
-    const File file(text);
+    const Folder folder;
     StandinControl()->Reset();
-    const Scenario scenario = Scenario::Read(file.path);
+    const Scenario scenario = Scenario::Read(folder.Write("scenario.json", text));
     host::Run run(scenario, TEST_ADAPTER_LIBRARY);
     run.Go();
     return run.Judge();
@@ -69,77 +46,79 @@ std::string WithFault(const std::string& fault, const std::string& expect = "") 
 
 } // namespace
 
+using Mistakes = const std::pair<std::string, std::string>[];
+
 TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
-    const struct {
-        const char* text;
-        const char* problem;
-    } kMistakes[] = {
+    static Mistakes anywhere = {
         {"{\n\"cameras\": [\n{\"frames\": 13}]}",
-         ":3: cameras/0/frames is 13, and must be a whole number from 1 to 12"},
+         "3: cameras/0/frames is 13, and must be a whole number from 1 to 12"},
         {"{\n\"cameras\": [{}, {\n\"width\":\n 130}]}",
-         ":3: cameras/1/width is 130, and must be a multiple of 4 from 128 to 16384"},
+         "3: cameras/1/width is 130, and must be a multiple of 4 from 128 to 16384"},
         {"{\n\n\"vendor\": {\"shape\": \"round\"}}",
-         ":3: vendor/shape is \"round\", and must be one of \"buffers-first\", \"error-buffer\", "
-         "\"metadata-first\", \"partials\", \"second-block\", \"together\""},
-        {"{\"expect\": {\"complete\": 3}}",
-         ":1: 'complete' is not among the keys that there are: completed, refused, notSent, "
+         R"(3: vendor/shape is "round", and must be one of "buffers-first", "error-buffer", )"
+         R"("metadata-first", "partials", "second-block", "together")"},
+        {R"({"expect": {"complete": 3}})",
+         "1: 'complete' is not among the keys that there are: completed, refused, notSent, "
          "unanswered, errors, sessions, pictures, abort, violations"},
-        {"{\"seed\": 1,\n\"seed\": 2}", ":2: 'seed' stands there twice"},
+        {"{\"seed\": 1,\n\"seed\": 2}", "2: 'seed' stands there twice"},
         {"{\"vendor\": {\"faults\": [\n\"fail OpenDoor\"]}}",
-         ":2: vendor/faults/0 is \"fail OpenDoor\", and there is no entry OpenDoor at the device"},
-        {"{\"vendor\": {\"faults\": [\"missing GetKeyCount\"]}}",
-         ":1: vendor/faults/0 is \"missing GetKeyCount\", and GetKeyCount is in no table, so that "
-         "it "
-         "cannot be missing there"},
-        {"{\"cameras\": [{},\n{\"id\": 0}]}", ":2: camera 0: there are two of this id"},
-        {"{\"cameras\": [{\"inputs\": [\"RAW10\", \"RAW10\"]}]}",
-         ":1: camera 0: two raw inputs can have 6 frames at most"},
-        {"{\"cameras\": [{\"inputs\": [\"YUV\", \"RAW10\"]}]}",
-         ":1: camera 0: a YUV input must be the last"},
-        {"{\"cameras\": [{\"width\": 128, \"height\": 96, \"frames\": 7,\n"
-         "\"inputs\": [\"RAW10\", \"YUV\"]}]}",
-         ":1: camera 0: the size must be from 256 x 192 for so many frames to 16384 x 16384"},
-        {"{\"cameras\": [{\"requests\": 1000000}]}",
-         ":1: camera 0: the pictures of so many requests take more than 4 GiB"},
-        {"{\"cameras\": [{\"flushAfter\": 3}]}",
-         ":1: camera 0: flushAfter must be less than requests"},
-        {"{\"cameras\": [{\"flushAfter\": 2, \"heldAtFlush\": 2, \"inFlight\": 2}]}",
-         ":1: camera 0: heldAtFlush must be flushAfter at most and less than inFlight, on one "
-         "camera with one thread"},
-        {"{\"vendor\": {\"faults\": [\"fail CloseSession 0\"]}}",
-         ":1: vendor/faults/0 is \"fail CloseSession 0\", and a count must be a number from 1 on"},
-        {"{\"vendor\": {\"faults\": [\"fail CloseSession 1\", \"missing CloseSession\"]}}",
-         ":1: vendor/faults/1 is \"missing CloseSession\", and is the second fault at the same "
+         R"(2: vendor/faults/0 is "fail OpenDoor", and there is no entry OpenDoor at the device)"},
+        {R"({"vendor": {"faults": ["fail CloseSession 1", "missing CloseSession"]}})",
+         R"(1: vendor/faults/1 is "missing CloseSession", and is the second fault at the same )"
          "place"},
-        {"{\"vendor\": {\"faults\": [\"refuse /vendor/lib64/none.so\"]}}",
-         ":1: vendor/faults/0 is \"refuse /vendor/lib64/none.so\", and there is no library "
-         "/vendor/lib64/none.so on the device"},
-        {"{\"expect\": {\"violations\": [\"V99\"]}}",
-         ":1: expect/violations/0 is \"V99\", and must be the number of a rule, as in "
+        {"{\"cameras\": [{},\n{\"id\": 0}]}", "2: camera 0: there are two of this id"},
+        {R"({"expect": {"violations": ["V99"]}})",
+         R"(1: expect/violations/0 is "V99", and must be the number of a rule, as in )"
          "docs/contract.md"},
-        {"{\"cameras\": []}", ":1: cameras is [], and must not be empty"},
-        {"[1]", ":1: the file's content is [1], and must be an object with some of the keys shows, "
+        {R"({"cameras": []})", "1: cameras is [], and must not be empty"},
+        {"[1]", "1: the file's content is [1], and must be an object with some of the keys shows, "
                 "cameras, vendor, seed, patience, scene, expect"},
-        {"{\"seed\":\n}", ":2: syntax error while parsing value - unexpected '}'; expected "
+        {"{\"seed\":\n}", "2: syntax error while parsing value - unexpected '}'; expected "
                           "'[', '{', or a literal"},
     };
-    for (const auto& [text, problem] : kMistakes) {
-        const File file(text);
-        EXPECT_EQ(Thrown([&] { Scenario::Read(file.path); }), file.path + problem) << text;
+    static Mistakes ofACamera = {
+        {R"("inputs": ["RAW10", "RAW10"])", "two raw inputs can have 6 frames at most"},
+        {R"("inputs": ["YUV", "RAW10"])", "a YUV input must be the last"},
+        {"\"width\": 128, \"height\": 96, \"frames\": 7,\n\"inputs\": [\"RAW10\", \"YUV\"]",
+         "the size must be from 256 x 192 for so many frames to 16384 x 16384"},
+        {R"("requests": 1000000)", "the pictures of so many requests take more than 4 GiB"},
+        {R"("flushAfter": 3)", "flushAfter must be less than requests"},
+        {R"("flushAfter": 2, "heldAtFlush": 2, "inFlight": 2)",
+         "heldAtFlush must be flushAfter at most and less than inFlight, on one camera with one "
+         "thread"},
+    };
+    static Mistakes inAFault = {
+        {"missing GetKeyCount", "GetKeyCount is in no table, so that it cannot be missing there"},
+        {"fail CloseSession 0", "a count must be a number from 1 on"},
+        {"refuse /vendor/lib64/none.so", "there is no library /vendor/lib64/none.so on the device"},
+    };
+    const Folder folder;
+    const auto expect = [&](const std::string& text, const std::string& problem) {
+        const std::string file = folder.Write("a.json", text);
+        EXPECT_EQ(Thrown([&] { Scenario::Read(file); }), file + ":" + problem) << text;
+    };
+    for (const auto& [text, problem] : anywhere) {
+        expect(text, problem);
     }
-    const File file("{}");
-    EXPECT_EQ(Thrown([&] { Scenario::Read(file.path); }), "");
+    for (const auto& [camera, problem] : ofACamera) {
+        expect(R"({"cameras": [{)" + camera + "}]}", "1: camera 0: " + problem);
+    }
+    for (const auto& [fault, problem] : inAFault) {
+        expect(WithFault(fault), "3: vendor/faults/0 is \"" + fault + "\", and " + problem);
+    }
+    EXPECT_EQ(Thrown([&] { Scenario::Read(folder.Write("a.json", "{}")); }), "");
 }
 
 TEST(Scenario, ThatCannotBeReadIsNamedAndSoIsItsScene) {
     for (const std::string name : {"no/such.json", "/proc"}) {
         EXPECT_EQ(Thrown([&] { Scenario::Read(name); }), name + ": the file cannot be read");
     }
-    const File file("{\n\"scene\": \"none.png\"}");
-    const Scenario scenario = Scenario::Read(file.path);
+    const Folder folder;
+    const std::string file = folder.Write("a.json", "{\n\"scene\": \"none.png\"}");
+    const Scenario scenario = Scenario::Read(file);
     const std::string problem =
         Thrown([&] { const host::Run run(scenario, TEST_ADAPTER_LIBRARY); });
-    EXPECT_TRUE(problem.starts_with(file.path + ":2: ")) << problem;
+    EXPECT_TRUE(problem.starts_with(file + ":2: ")) << problem;
     EXPECT_NE(problem.find("none.png"), std::string::npos);
 }
 
@@ -147,8 +126,8 @@ namespace {
 
 struct FaultCase {
     const char* fault;
-    const char* expect;                ///< Of a scenario.
-    const char* unfulfilled = nullptr; ///< What has no word there.
+    const char* expect;     ///< Of a scenario.
+    Texts unfulfilled = {}; ///< What has no word there.
 };
 void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.fault; }
 class RunWithFault : public testing::TestWithParam<FaultCase> {};
@@ -166,11 +145,8 @@ constexpr const char kNoBuffer[] = R"("violations": ["H4"])";
 
 TEST_P(RunWithFault, FindsWhatItDoes) {
     const Outcome outcome = RunText(WithFault(GetParam().fault, GetParam().expect));
-    std::vector<std::string> unfulfilled;
-    if (GetParam().unfulfilled != nullptr) {
-        unfulfilled.emplace_back(GetParam().unfulfilled);
-    }
-    EXPECT_EQ(outcome.unfulfilled, unfulfilled) << testing::PrintToString(outcome.violations);
+    EXPECT_EQ(outcome.unfulfilled, GetParam().unfulfilled)
+        << testing::PrintToString(outcome.violations);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -185,7 +161,8 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"missing ConfigureStreams", kNotConfigured},
         FaultCase{"fail ExecuteRequest", kNotExecuted},
         FaultCase{"missing ExecuteRequest", kNotExecuted},
-        FaultCase{"missing TranslateToChiBuffer", kNoBuffer, "wrong pictures: 0 expected, 3 found"},
+        FaultCase{
+            "missing TranslateToChiBuffer", kNoBuffer, {"wrong pictures: 0 expected, 3 found"}},
         FaultCase{"missing TranslateFromChiBuffer", kNoBuffer},
         FaultCase{"fail MetadataCreate", kNoMetadata},
         FaultCase{"fail MetadataCreateAndroid", kNoMetadata},
@@ -204,15 +181,14 @@ TEST(Run, ComparesWithWhatIsExpected) {
         "vendor": {"faults": ["fail ExecuteRequest 5"]},
         "expect": {"completed": 1, "refused": {"1": 1}, "errors": 1, "sessions": 1,
                    "violations": ["V4"], "abort": true}})");
-    const std::vector<std::string> expected{
-        "completed requests: 1 expected, 0 found",
-        "submissions refused with status 1: 1 expected, 0 found",
-        "submissions refused with status 4: 0 expected, 2 found",
-        "completions with a failure: 1 expected, 0 found",
-        "sessions opened: 1 expected, 0 found",
-        "rules broken: V4 expected, none found",
-        "a call that was to fail ExecuteRequest 5 never came",
-        "the process should have ended by SIGABRT"};
+    const Texts expected{"completed requests: 1 expected, 0 found",
+                         "submissions refused with status 1: 1 expected, 0 found",
+                         "submissions refused with status 4: 0 expected, 2 found",
+                         "completions with a failure: 1 expected, 0 found",
+                         "sessions opened: 1 expected, 0 found",
+                         "rules broken: V4 expected, none found",
+                         "a call that was to fail ExecuteRequest 5 never came",
+                         "the process should have ended by SIGABRT"};
     EXPECT_EQ(outcome.unfulfilled, expected);
 }
 
@@ -245,7 +221,7 @@ TEST(Run, ThatIsInterruptedEndsWithWhatIsInFlight) {
     EXPECT_EQ(outcome.unanswered, 0U);
     EXPECT_GE(outcome.completed, 3U);
     EXPECT_LT(outcome.completed, 100000U);
-    EXPECT_EQ(outcome.violations, std::vector<std::string>{});
+    EXPECT_EQ(outcome.violations, Texts{});
 }
 
 TEST(Run, HasAPictureOfEachKindOfInputThatTheAdapterFeeds) {
@@ -265,7 +241,7 @@ TEST(Run, HasAPictureOfEachKindOfInputThatTheAdapterFeeds) {
     }
     const Outcome outcome = RunText(R"({"cameras": [)" + cameras + "]}");
     EXPECT_EQ(outcome.completed, 8U);
-    EXPECT_EQ(outcome.unfulfilled, std::vector<std::string>{});
+    EXPECT_EQ(outcome.unfulfilled, Texts{});
 }
 
 // --- The timeline -------------------------------------------------------------------------------
@@ -276,7 +252,7 @@ using nlohmann::json;
 
 struct Lane {
     std::string name;
-    std::vector<std::string> open; ///< Slices, from the outermost.
+    Texts open; ///< Slices, from the outermost.
     double last = 0;
     std::set<std::string> slices;
 };
@@ -330,25 +306,25 @@ struct Trace {
 } // namespace
 
 TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToCompletion) {
-    const File scenarioFile(R"({
+    const Folder folder;
+    const std::string file = folder.Write("a.json", R"({
         "cameras": [{"requests": 6, "threads": 2, "features": ["Night", "Hdr"], "frames": 1,
                      "width": 128, "height": 96}],
         "vendor": {"latency": 20}})"); // Long enough for both threads to get something to do.
-    const File traceFile;
-    const Scenario scenario = Scenario::Read(scenarioFile.path);
+    const Scenario scenario = Scenario::Read(file);
     timeline::Start();
     host::Run run(scenario, TEST_ADAPTER_LIBRARY);
     run.Go();
-    timeline::Write(traceFile.path);
-    const Trace trace(traceFile.path);
+    timeline::Write(folder / "trace.json");
+    const Trace trace(folder / "trace.json");
 
     std::map<std::string, std::set<std::string>> slices;
     for (const auto& [number, lane] : trace.lanes) {
-        EXPECT_EQ(lane.open, std::vector<std::string>{}) << lane.name;
+        EXPECT_EQ(lane.open, Texts{}) << lane.name;
         const bool isVendor = lane.name.starts_with("vendor session ");
         slices[isVendor ? "vendor" : lane.name].insert(lane.slices.begin(), lane.slices.end());
     }
-    const auto has = [&](const std::string& lane, const std::vector<std::string>& wanted) {
+    const auto has = [&](const std::string& lane, const Texts& wanted) {
         for (const std::string& slice : wanted) {
             EXPECT_TRUE(slices[lane].contains(slice)) << lane << " lacks " << slice;
         }

@@ -7,11 +7,8 @@
 
 #include <algorithm>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <png.h>
-#include <unistd.h>
 
 namespace {
 
@@ -240,30 +237,6 @@ void WriteFile(const std::string& path, const Pixels& pixels) {
     EXPECT_NE(png_image_write_to_file(&image, path.c_str(), 0, pixels.rgb.data(), 0, nullptr), 0);
 }
 
-/// A folder for the files of a test.
-class Folder {
-  public:
-    Folder() { std::filesystem::create_directories(mPath); }
-    ~Folder() { std::filesystem::remove_all(mPath); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string operator/(const std::string& name) const { return mPath + "/" + name; }
-
-  private:
-    std::string mPath = testing::TempDir() + "picture_test." + std::to_string(getpid());
-};
-
-/// What the message of the exception is that `act` throws.
-template <class Function> std::string Thrown(Function act) {
-    try {
-        act();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "nothing";
-}
-
 TEST(PictureFile, ShowsANoisyFrameAndTheMergedOneSideBySide) {
     const Folder folder;
     const Scene scene(kWidth, kHeight);
@@ -326,7 +299,7 @@ TEST(PictureFile, ThatCannotBeReadIsNamedWithItsReason) {
     WriteFile(folder / "wide.png", {16385, 1, Bytes(size_t{16385} * 3)});
     WriteFile(folder / "cut.png", {64, 64, Bytes(size_t{64} * 64 * 3)});
     std::filesystem::resize_file(folder / "cut.png", 60);
-    std::ofstream(folder / "text.png") << "no picture at all";
+    folder.Write("text.png", "no picture at all");
     const std::pair<const char*, const char*> cases[] = {
         {"missing.png", "No such file or directory"},
         {"text.png", "Not a PNG file"},
@@ -342,7 +315,7 @@ TEST(PictureFile, ThatCannotBeReadIsNamedWithItsReason) {
 
 TEST(PictureFile, ThatCannotBeWrittenIsNamedWithItsReason) {
     const Folder folder;
-    std::ofstream(folder / "file") << "in the way of a folder";
+    folder.Write("file", "in the way of a folder");
     const Scene scene(128, 96);
     const Exposure frame = Burst(kYuv, 1)[0];
     const Bytes nv12(standin::ImageSize(kYuv, 128, 96));

@@ -1,4 +1,4 @@
-/// The scene of a test: a device, a camera on it, and requests of a host.
+/// The scene of a test: a device, a camera on it, requests of a host, and files.
 ///
 /// The built library is driven through its table. CTest runs each test in a process of its own, so
 /// that what the library binds once per process is bound anew in each.
@@ -11,10 +11,13 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -82,6 +85,35 @@ __attribute__((format(printf, 1, 2))) std::string Printed(const char* format, ..
 
 /// The text with a name wherever this address stands in it, in either of the usual forms.
 std::string WithName(std::string text, const void* address, const std::string& name);
+
+/// What the exception says that `act` throws, "" where it throws none.
+template <class Function> std::string Thrown(Function act) {
+    try {
+        act();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return {};
+}
+
+/// A folder for the files of a test, which are gone after it.
+class Folder {
+  public:
+    Folder() { std::filesystem::create_directories(mPath); }
+    ~Folder() { std::filesystem::remove_all(mPath); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string operator/(const std::string& name) const { return mPath + "/" + name; }
+    /// \returns the path of a file with this text.
+    std::string Write(const std::string& name, const std::string& text) const {
+        std::ofstream(*this / name) << text;
+        return *this / name;
+    }
+
+  private:
+    const std::string mPath = testing::TempDir() + "oemlayer_test." + std::to_string(getpid());
+};
 
 /// The stand-in device, reset, and the library, which is loaded by the first `Load`, after the
 /// test's script.

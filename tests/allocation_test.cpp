@@ -87,31 +87,22 @@ class Counted {
     }
 };
 
-struct Burst {
-    std::vector<int32_t> formats; ///< Of the inputs of each set.
-    uint32_t sets;
-    size_t allocations;
-    size_t formatsLeft; ///< Format records behind the ones that the completion frees.
-};
-
-/// A burst whose identity has had its first request.
-struct KnownBurst : Scene {
-    explicit KnownBurst(const Burst& burst) : Scene(Delivery::ByHand) {
-        UseWords(burst.formats, burst.sets);
-        request.wrapper.yuvInput = 1;
+TEST(AllocationOf, ARequestIsTheFourKindsOnlyAndItsResultLeavesTheKeptFormatRecords) {
+    const struct {
+        std::vector<int32_t> formats; ///< Of the inputs of each set.
+        uint32_t sets;
+        size_t allocations;
+        size_t formatsLeft; ///< Format records behind the ones that the completion frees.
+    } bursts[] = {{{37}, 1, 4, 0}, {{37}, 4, 7, 3}, {{37, 37}, 2, 7, 3}, {{35}, 1, 3, 0}};
+    for (const auto& burst : bursts) {
+        Scene scene(Delivery::ByHand);
+        scene.UseWords(burst.formats, burst.sets);
+        scene.request.wrapper.yuvInput = 1;
         // Longer than a string keeps in itself, so that a copy would show.
-        request.wrapper.identity.featureName = "AFeatureWithANameThatIsLong";
-        EXPECT_EQ(Submit(), 0U);
-        device->Deliver(0, Shape::Together);
-    }
-};
-
-TEST(AllocationOf, ARequestIsOfThreeKindsOnlyAndItsResultLeavesTheKeptFormatRecords) {
-    for (const Burst& burst : {Burst{{37}, 1, 3, 0}, Burst{{37}, 4, 6, 3}, Burst{{37, 37}, 2, 6, 3},
-                               Burst{{35}, 1, 2, 0}}) {
-        KnownBurst scene(burst);
+        EXPECT_EQ(scene.Submit("AFeatureWithANameThatIsLong"), 0U);
+        scene.device->Deliver(0, Shape::Together);
         const Counted counted;
-        EXPECT_EQ(scene.Submit(), 0U);
+        EXPECT_EQ(scene.Submit(), 0U) << "of a known identity";
         const std::vector<size_t> sizes = Counted::Sizes();
         EXPECT_EQ(sizes.size(), burst.allocations);
         EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 208U), 1) << "the output buffer";
@@ -124,17 +115,16 @@ TEST(AllocationOf, ARequestIsOfThreeKindsOnlyAndItsResultLeavesTheKeptFormatReco
 }
 
 TEST(Completion, FreesAsManyFormatRecordsAsBuffersCameAndOnlyOfTheLastSet) {
-    struct Row {
+    const struct {
         uint32_t sets;
         std::vector<uint32_t> statuses;
         const char* freed; ///< 1 for each record that is freed, set by set.
-    };
-    const Row rows[] = {{1, {0}, "10"},
-                        {1, {0, 0}, "11"},
-                        {1, {0, 0, 0}, "11"},
-                        {3, {0, 0}, "000011"},
-                        {3, {0}, "000010"}};
-    for (const Row& row : rows) {
+    } rows[] = {{1, {0}, "10"},
+                {1, {0, 0}, "11"},
+                {1, {0, 0, 0}, "11"},
+                {3, {0, 0}, "000011"},
+                {3, {0}, "000010"}};
+    for (const auto& row : rows) {
         Scene scene(Delivery::ByHand);
         scene.UseWords({37, 32}, row.sets);
         const Counted counted;

@@ -37,17 +37,14 @@ Texts Errors() {
     return lines;
 }
 
-// --- Loading
-
 TEST(Load, BindsTheLibrariesInOrderAndReturnsTheExtension) {
     Device device;
     void* extension = device.Load();
     EXPECT_EQ(Steps(device), (Texts{kOffline, "OpenContext", kCamera, kUtils, "OfflineLogEntry",
                                     "SetOfflineLoggerOps", kExtension}));
     EXPECT_EQ(extension, SymbolOf(kExtension, "ExtensionProcessResultMeta"));
-    const Words logger = device->Calls(Entry::OfflineLogEntry).at(0).args;
-    EXPECT_NE(logger, Words{0});
-    EXPECT_EQ(device->Calls(Entry::SetOfflineLoggerOps).at(0).args, logger);
+    EXPECT_NE(Args(Entry::OfflineLogEntry), Words{0});
+    EXPECT_EQ(Args(Entry::SetOfflineLoggerOps), Args(Entry::OfflineLogEntry));
 }
 
 TEST(Load, OpensTheOfflineContextAndLogsIt) {
@@ -55,9 +52,9 @@ TEST(Load, OpensTheOfflineContextAndLogsIt) {
     device.Load();
     const std::string log = Log();
     Camera camera{device};
-    EXPECT_EQ(device->Calls(Entry::OpenContext).at(0).args, (Words{0, 512}));
-    const auto* context = reinterpret_cast<const ChiOfflineInterface*>(
-        device->Calls(Entry::OpenMetadataOps).at(0).args.at(0));
+    EXPECT_EQ(Args(Entry::OpenContext), (Words{0, 512}));
+    const auto* context =
+        reinterpret_cast<const ChiOfflineInterface*>(Args(Entry::OpenMetadataOps)[0]);
     EXPECT_EQ(log, Printed("I LoadOfflineLib: Load Offline Camera interfaces\n"
                            "I LoadOfflineLib: OfflineCameraContext %p, size:%d, name:%s\n"
                            "I LoadVeltoCallbackInt: Velto Calllback interfaces",
@@ -193,8 +190,6 @@ TEST(HardLack, YieldsOneWhereTheSignalIsIgnored) {
     EXPECT_EQ(Address(device.Load()), 1U);
 }
 
-// --- The bound functions in the table
-
 TEST(Bound, SettersAreTheCameraModulesAndNeedNoTable) {
     Device device;
     const PlatFormIntCallbacks table = device.library.Table(0);
@@ -217,11 +212,9 @@ TEST(Bound, FunctionsGetTheirArgumentsAndTheirResultsComeBackWithoutACamera) {
     EXPECT_EQ(table.EnumerateSensorModes(21, 22, &table), 0x80000001);
     EXPECT_EQ(table.ExtensionProcessResultMeta(23, &metadata), 0x80000002);
     EXPECT_EQ(table.CreateSensorInitSettings(&table, settings, 24), -5);
-    EXPECT_EQ(device->Calls(Entry::EnumerateSensorModes)[0].args, (Words{21, 22, Address(&table)}));
-    EXPECT_EQ(device->Calls(Entry::ExtensionProcessResultMeta)[0].args,
-              (Words{23, Address(&metadata)}));
-    EXPECT_EQ(device->Calls(Entry::CreateSensorInitSettings)[0].args,
-              (Words{Address(&settings), 24}));
+    EXPECT_EQ(Args(Entry::EnumerateSensorModes), (Words{21, 22, Address(&table)}));
+    EXPECT_EQ(Args(Entry::ExtensionProcessResultMeta), (Words{23, Address(&metadata)}));
+    EXPECT_EQ(Args(Entry::CreateSensorInitSettings), (Words{Address(&settings), 24}));
 }
 
 } // namespace

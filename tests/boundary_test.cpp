@@ -12,8 +12,6 @@ namespace {
 
 using namespace test;
 
-// --- Entry points
-
 TEST(EntryPoints, LoadContextStoresTheLoadAndTheLogMapFunction) {
     Device device;
     const PlatformLoadFunctions functions = device.library.LoadFunctions();
@@ -42,15 +40,13 @@ TEST(EntryPoints, IntContextFillsTheTableAndMakesNoCamera) {
     EXPECT_TRUE(device->Calls().empty());
 }
 
-// --- Cameras
-
 TEST(Cameras, AreFiledUnderTheArgumentOfCreateAndFoundUnderTheTablesId) {
     Device device;
     device.Load();
     PlatFormIntCallbacks tableOf2 = device.library.Table(2);
     PlatFormIntCallbacks tableOf5 = device.library.Table(5);
     EXPECT_NE(tableOf2.Create(&tableOf2, 5), nullptr);
-    EXPECT_EQ(device->Calls(Entry::OpenMetadataOps).at(0).args.at(2), 5U);
+    EXPECT_EQ(Args(Entry::OpenMetadataOps).at(2), 5U);
     EXPECT_DEATH(tableOf2.Flush(&tableOf2), "") << "there is no camera 2";
     EXPECT_EQ(tableOf5.Destroy(&tableOf5), 0);
     EXPECT_EQ(device->CountAlive().metadataOps, 0U);
@@ -87,8 +83,6 @@ TEST(Cameras, AreNotTouchedByProcRequest) {
     table.ProcRequest(&table); // there is none, so that touching it would fault
     EXPECT_TRUE(device->Calls().empty() && device->Logs().empty());
 }
-
-// --- Logging
 
 TEST(Logging, WritesEachLineToBothSinksInOneShape) {
     const std::map<std::string, std::pair<std::string, int>> levels = {
@@ -136,16 +130,13 @@ TEST(Logging, CutsTheAndroidLineAt511CharactersAndTheRecordNever) {
     EXPECT_EQ(longest, 511U);
 }
 
-// --- Formatting
-
 TEST(Formatting, ReturnsTheLengthAndMinusOneWhereTheTextIsCut) {
-    struct Case {
+    const struct {
         const char* argument;
         size_t size;
         int result;
         const char* text;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"123456", 8, 7, "<123456"},
         {"1234567", 8, -1, "<123456"},
         {"123456789", 8, -1, "<123456"},
@@ -156,7 +147,7 @@ TEST(Formatting, ReturnsTheLengthAndMinusOneWhereTheTextIsCut) {
     Device device;
     const auto print =
         device.library.Find<int(char*, size_t, const char*, ...)>("_ZN8CdkUtils8SNPrintFEPcmPKcz");
-    for (const Case& wanted : cases) {
+    for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.argument);
         char text[16] = "untouched";
         EXPECT_EQ(print(text, wanted.size, "<%s", wanted.argument), wanted.result);
@@ -164,47 +155,36 @@ TEST(Formatting, ReturnsTheLengthAndMinusOneWhereTheTextIsCut) {
     }
 }
 
-// --- Tracing
-
 constexpr const char kBegin[] = "begin PlatformAdapter_TearDownResource";
 
-TEST(Tracing, TearDownIsASectionWhereTheVendorsBitAndATagAreOn) {
-    struct Case {
+TEST(Tracing, TearDownOfTheManagersIsASectionWhereTheVendorsBitAndATagAreOn) {
+    const struct {
         uint64_t tags;
         unsigned char byte65, others;
         bool traced;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0xC00, 0x40, 0x00, true},  {0x400, 0x40, 0x00, true},       {0x800, 0x40, 0x00, true},
         {0x3FF, 0x40, 0x00, false}, {UINT64_MAX, 0xBF, 0xFF, false},
     };
     auto* settings = static_cast<unsigned char*>(dlsym(RTLD_DEFAULT, "g_enableChxLogs"));
-    for (const Case& wanted : cases) {
+    for (const auto& wanted : cases) {
         SCOPED_TRACE(Printed("byte %x, tags %lx", wanted.byte65, wanted.tags));
         Device device;
         Camera camera{device};
+        ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
+        camera->ReleaseImageBuffer(camera.Table(), camera->GetImageBuffer(camera.Table(), &stream));
+        std::vector<size_t> destroyed; // At its begin and end.
+        g_android.onTraceCall = [&](const std::string&) {
+            destroyed.push_back(device->CallCount(Entry::BufferManagerDestroy));
+        };
         std::memset(settings, wanted.others, 100);
         settings[65] = wanted.byte65;
         g_android.enabledTraceTags = wanted.tags;
         camera->TearDownResource(camera.Table());
         EXPECT_EQ(g_android.traceCalls, (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
+        EXPECT_EQ(destroyed, wanted.traced ? (std::vector<size_t>{0, 1}) : std::vector<size_t>{});
         std::memset(settings, 0, 100);
     }
-}
-
-TEST(Tracing, TheSectionSpansTheDestructionOfTheManagers) {
-    std::vector<size_t> destroyed;
-    Device device;
-    Camera camera{device};
-    ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
-    camera->ReleaseImageBuffer(camera.Table(), camera->GetImageBuffer(camera.Table(), &stream));
-    device->SetTracePoints(true);
-    g_android.enabledTraceTags = 0xC00;
-    g_android.onTraceCall = [&](const std::string&) {
-        destroyed.push_back(device->CallCount(Entry::BufferManagerDestroy));
-    };
-    camera->TearDownResource(camera.Table());
-    EXPECT_EQ(destroyed, (std::vector<size_t>{0, 1})) << "managers destroyed at begin and end";
 }
 
 TEST(Tracing, TheBitIsReadAgainAtTheEnd) {

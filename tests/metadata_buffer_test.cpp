@@ -12,8 +12,6 @@ uint64_t Word(uint32_t number) { return number; }
 void* P(uint64_t word) { return reinterpret_cast<void*>(word); }
 uint32_t* N(uint64_t word) { return static_cast<uint32_t*>(P(word)); }
 
-// --- Forwarding
-
 constexpr uint32_t kWide = 0x8000'0000; ///< Where a narrower or a signed type would change it.
 constexpr uint64_t kMeta = 0xEC04D;     ///< Stands for the metadata operations' record.
 
@@ -56,11 +54,10 @@ TEST(Forwarding, PassesArgumentsOnAndTheResultBack) {
     }
     EXPECT_EQ(CountLogged("E"), 0U);
     camera.Destroy();
-    const uint64_t record = device->Calls(MetadataOpsClose).at(0).args.at(0);
     for (const Forward& forward : kForwards) {
         Words wanted = forward.received;
-        std::replace(wanted.begin(), wanted.end(), kMeta, record);
-        EXPECT_EQ(device->Calls(forward.entry).at(0).args, wanted) << forward.name;
+        std::replace(wanted.begin(), wanted.end(), kMeta, Args(MetadataOpsClose)[0]);
+        EXPECT_EQ(Args(forward.entry), wanted) << forward.name;
         EXPECT_EQ(device->CallCount(forward.entry), 1U) << forward.name;
     }
 }
@@ -123,8 +120,6 @@ TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
     EXPECT_EQ(LastLog("ReleaseAndroidMetadata"), "E ReleaseAndroidMetadata fail");
 }
 
-// --- Tags
-
 TEST(GetTag, ReturnsTheDataAndItsSize) {
     Device device;
     Camera camera{device};
@@ -136,11 +131,11 @@ TEST(GetTag, ReturnsTheDataAndItsSize) {
     EXPECT_EQ(size, 5U);
     EXPECT_EQ(camera->GetTag(camera.Table(), metadata, 0x80000ABC, nullptr, 0), data);
 
-    const Words args = device->Calls(MetadataGetTag).at(0).args;
-    EXPECT_EQ((Words{args.begin(), args.begin() + 3}), (Words{Word(metadata), 0x80000ABC, 0xFE}));
+    const uint64_t record = Args(MetadataGetTag).at(3);
+    EXPECT_EQ(Args(MetadataGetTag), (Words{Word(metadata), 0x80000ABC, 0xFE, record}));
     EXPECT_EQ(LogLines("GetTag").at(0),
               Printed("V returnSize %p tagId 80000abc typeId 254 pTagData %p entryInfo.size 5",
-                      &size, P(args.at(3) + 8)));
+                      &size, P(record + 8)));
     camera->MetadataDestroy(camera.Table(), metadata);
 }
 
@@ -154,8 +149,6 @@ TEST(GetTag, ReadsAClearedRecordWhereTheVendorFillsNone) {
     EXPECT_EQ(CountLogged("E"), 0U) << "the vendor's result is not looked at";
 }
 
-// --- Image buffers
-
 constexpr uint64_t kImage = 0x1234;
 constexpr uint64_t kTP10 = 0x7FA30C09;
 constexpr const char kNV124RWarning[] =
@@ -166,19 +159,18 @@ constexpr const char kPD10Warning[] =
     "support ChiStreamFormatPD10";
 
 TEST(GetImageBuffer, MakesTheManagerThatTheStreamsFormatAsksFor) {
-    struct Case {
+    const struct {
         uint32_t format, width, height;
         Words made; ///< Width, height, format.
         const char* name;
         const char* log = "";
-    };
-    const Case cases[] = {
+    } cases[] = {
         {35, 4000, 3000, {4000, 3000, 35}, "35_wxh_4000x3000"},
         {33, 4000, 3000, {48000000, 1, 33}, "33_wxh_48000000x1"},
         {40, 64, 32, {64, 32, kTP10}, "2141391881_wxh_64x32", kNV124RWarning},
         {0x7FA30C08, 64, 32, {64, 32, kTP10}, "2141391881_wxh_64x32", kPD10Warning},
     };
-    for (const Case& wanted : cases) {
+    for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.format);
         Device device;
         Camera camera{device};
@@ -189,7 +181,7 @@ TEST(GetImageBuffer, MakesTheManagerThatTheStreamsFormatAsksFor) {
         camera.Destroy();
 
         const standin::Call made = device->Calls(BufferManagerCreate).at(0);
-        EXPECT_EQ(made.args.at(0), device->Calls(BufferOpsClose).at(0).args.at(0));
+        EXPECT_EQ(made.args.at(0), Args(BufferOpsClose)[0]);
         EXPECT_EQ((Words{made.args.begin() + 2, made.args.begin() + 5}), wanted.made);
         EXPECT_EQ(made.args.at(5), Address(&stream));
         EXPECT_EQ(made.text, std::string("OEM_CHI_BUFFER_MANAGER_format_") + wanted.name);

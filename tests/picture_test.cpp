@@ -27,6 +27,7 @@ constexpr uint64_t kSeed = 5;
 constexpr uint32_t kRaw10 = HAL_PIXEL_FORMAT_RAW10;
 constexpr uint32_t kRaw16 = HAL_PIXEL_FORMAT_RAW16;
 constexpr uint32_t kYuv = HAL_PIXEL_FORMAT_YCBCR_420_888;
+constexpr uint32_t kSwapped = standin::CfaGRBG; ///< Of the usual GBRG.
 
 uint32_t BufferFormatOf(uint32_t format) {
     return format == kRaw10   ? ChiFormatRaw10
@@ -59,33 +60,28 @@ Bytes Developed(const Scene& scene, const Exposures& frames, const Exposure& rea
     return nv12;
 }
 
-struct Deviation {
+constexpr struct {
     const char* name;
     uint32_t format;
     uint32_t count;
     void (*deviate)(Exposures& frames);
-};
-
-constexpr Deviation kDeviations[] = {
+} kDeviations[] = {
     {"the first of 12 left out", kRaw10, 12, [](Exposures& all) { all.erase(all.begin()); }},
     {"the last of 12 left out", kYuv, 12, [](Exposures& all) { all.pop_back(); }},
     {"one of 8 fed instead of another", kRaw10, 8, [](Exposures& all) { all[3] = all[2]; }},
     {"one of 8 fed once more", kRaw16, 8, [](Exposures& all) { all.push_back(all[2]); }},
     {"another frame number", kRaw10, 1, [](Exposures& all) { all[0].shot.number += 1; }},
-    {"one frame of 8 of another request", kRaw10, 8,
-     [](Exposures& all) { all[7].shot.number += 1; }},
+    {"one of 8 of another request", kRaw10, 8, [](Exposures& all) { all[7].shot.number += 1; }},
     {"another pattern", kRaw10, 1, [](Exposures& all) { all[0].cfaPattern = standin::CfaRGGB; }},
-    {"the pattern with red and blue swapped", kRaw10, 1,
-     [](Exposures& all) { all[0].cfaPattern = standin::CfaGRBG; }},
-    {"the pattern of one frame of 8", kRaw10, 8,
-     [](Exposures& all) { all[7].cfaPattern = standin::CfaRGGB; }},
+    {"red and blue swapped", kRaw10, 1, [](Exposures& all) { all[0].cfaPattern = kSwapped; }},
+    {"one of 8 patterns", kRaw10, 8, [](Exposures& all) { all[7].cfaPattern = standin::CfaRGGB; }},
     {"RAW16 read as RAW10", kRaw10, 1, [](Exposures& all) { all[0].format = kRaw16; }},
     {"RAW10 read as RAW16", kRaw16, 1, [](Exposures& all) { all[0].format = kRaw10; }},
 };
 
 TEST(PictureJudgement, FindsWhatDeviates) {
     const Scene scene(kWidth, kHeight);
-    for (const Deviation& deviation : kDeviations) {
+    for (const auto& deviation : kDeviations) {
         SCOPED_TRACE(deviation.name);
         const Exposures frames = Burst(deviation.format, deviation.count);
         Exposures fed = frames;
@@ -176,12 +172,11 @@ TEST(PictureDevelopment, ReadsPackedPixels) {
 }
 
 TEST(PictureDevelopment, WeighsEveryFrameTheSameAndRoundsAtTheEndAlone) {
-    struct Case {
+    const struct {
         std::vector<int> raw;
         std::vector<uint8_t> yuv;
         uint8_t luma;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{800}, {}, 187},
         {{803}, {}, 188},
         {{800, 800, 803}, {}, 188},
@@ -190,7 +185,7 @@ TEST(PictureDevelopment, WeighsEveryFrameTheSameAndRoundsAtTheEndAlone) {
         {{803}, {100, 100, 100}, 122},
         {{803, 803, 803}, {100}, 166},
     };
-    for (const Case& wanted : cases) {
+    for (const auto& wanted : cases) {
         std::deque<Bytes> memories;
         std::vector<standin::Frame> frames;
         for (const int value : wanted.raw) {

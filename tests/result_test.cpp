@@ -129,20 +129,17 @@ TEST(Completion, WithoutAnyMetadataLeavesTheOutputMetadataToTheVendor) {
 }
 
 TEST(Completion, LowersTheCamerasCounterByTheFrameOfAResultWithBuffers) {
-    struct Row {
-        Result result;
-        int count; ///< After it; 6 before.
-    };
-    for (const Row& row : {Row{{.statuses = {0}, .partials = 1, .frame = 2}, 4},
-                           Row{{.statuses = {0}, .partials = 1, .frame = 6}, 0},
-                           Row{{.statuses = {0}, .partials = 1, .frame = 7}, 6},
-                           Row{{.partials = 1, .frame = 2}, 6}}) {
+    const std::pair<Result, int> rows[] = {{{.statuses = {0}, .partials = 1, .frame = 2}, 4},
+                                           {{.statuses = {0}, .partials = 1, .frame = 6}, 0},
+                                           {{.statuses = {0}, .partials = 1, .frame = 7}, 6},
+                                           {{.partials = 1, .frame = 2}, 6}};
+    for (const auto& [result, counterAfterwards] : rows) {
         Submitted scene; // Frame 1.
         scene.Submit();
         scene.Submit();
-        scene.Send(row.result);
+        scene.Send(result);
         const std::string log = Log("ProcessCaptureResultCb");
-        EXPECT_NE(log.find(Printed(" pLastCount %d\n", row.count)), log.npos) << log;
+        EXPECT_NE(log.find(Printed(" pLastCount %d\n", counterAfterwards)), log.npos) << log;
         for (size_t i = 0; i < 3; ++i) {
             scene.Finish(i);
         }

@@ -37,20 +37,15 @@ Texts Errors() {
     return lines;
 }
 
-TEST(Load, BindsTheLibrariesInOrderAndReturnsTheExtension) {
+TEST(Load, BindsTheLibrariesInOrderAndLogsTheOfflineContext) {
     Device device;
     void* extension = device.Load();
+    const std::string log = Log();
     EXPECT_EQ(Steps(device), (Texts{kOffline, "OpenContext", kCamera, kUtils, "OfflineLogEntry",
                                     "SetOfflineLoggerOps", kExtension}));
     EXPECT_EQ(extension, SymbolOf(kExtension, "ExtensionProcessResultMeta"));
     EXPECT_NE(Args(Entry::OfflineLogEntry), Words{0});
     EXPECT_EQ(Args(Entry::SetOfflineLoggerOps), Args(Entry::OfflineLogEntry));
-}
-
-TEST(Load, OpensTheOfflineContextAndLogsIt) {
-    Device device;
-    device.Load();
-    const std::string log = Log();
     Camera camera{device};
     EXPECT_EQ(Args(Entry::OpenContext), (Words{0, 512}));
     const auto* context =

@@ -490,8 +490,6 @@ constexpr HostRow kHostRows[]{
     {Rule::AfterClose, "MRC0XR", "a release"},
 };
 
-// --- Each rule
-
 /// Of the vendor's side, in a client's whole life. `call` is what the client does after each row,
 /// with its name in the violation.
 void ExpectViolations(std::span<const Row> rows, const std::string& call = "",
@@ -551,17 +549,8 @@ TEST(Contract, EveryRuleHasARowHere) {
     }
 }
 
-// --- All is right
-
-TEST(Contract, HoldsForAClientThatKeepsIt) {
-    Client client;
-    client.Execute();
-    client.End();
-    EXPECT_EQ(client.device->Violations(), Texts());
-}
-
 /// Whoever reads what was lent for the call alone after it is found out.
-TEST(Contract, ARequestsRecordsAreSpoiledOnceItIsExecuted) {
+TEST(Contract, HoldsForAClientThatKeepsItAndSpoilsTheRecordsThatAreLent) {
     Client client;
     client.Execute();
     const auto isSpoiled = [](const auto& record) {
@@ -572,6 +561,7 @@ TEST(Contract, ARequestsRecordsAreSpoiledOnceItIsExecuted) {
     EXPECT_TRUE(isSpoiled(client.inputSets[0]) && isSpoiled(client.outputSet));
     EXPECT_TRUE(isSpoiled(client.inputs[0]));
     client.End();
+    EXPECT_EQ(client.device->Violations(), Texts());
 }
 
 /// An instant device answers at once and sees nothing; what is run after it is watched again.

@@ -8,32 +8,27 @@ names=$(grep -hE '^TEST(_P)?\(' tests/*.cpp | sed -E 's/^TEST(_P)?\(//; s/\).*//
 quoted=$(grep -ohE '`[A-Z][A-Za-z]+\.([A-Z][A-Za-z]+|\*)`' docs/*.md README.md | tr -d '`')
 [ -n "$quoted" ]
 status=0
+wrong() { # wrong WHAT: is said, and fails the check in the end
+    printf '%s\n' "$*"
+    status=1
+}
 while read -r name; do
     pattern="^${name//./\\.}\$"
-    if ! grep -qE "${pattern/%\*\$/}" <<<"$names"; then
-        printf 'no such test: %s\n' "$name"
-        status=1
-    fi
+    grep -qE "${pattern/%\*\$/}" <<<"$names" || wrong "no such test: $name"
 done <<<"$quoted"
 
 listed=$(sed -nE 's/^ *RULE\([A-Za-z]+, ([VH][0-9]+), .*/\1/p' standin/rules.h)
 rows=$(grep -E '^\| [VH][0-9]+ ' docs/contract.md)
 [ -n "$listed" ]
-if ! diff <(printf '%s\n' "$listed") <(cut -d' ' -f2 <<<"$rows"); then
-    printf 'the rules of standin/rules.h (<) and docs/contract.md (>) are not the same\n'
-    status=1
-fi
+diff <(printf '%s\n' "$listed") <(cut -d' ' -f2 <<<"$rows") ||
+    wrong 'the rules of standin/rules.h (<) and docs/contract.md (>) are not the same'
 while read -r row; do
     places=$(grep -oE '`[A-Za-z]+` in `[a-z_/.]+`' <<<"$row" | tr -d '`') || {
-        printf 'watched nowhere: %s\n' "$row"
-        status=1
+        wrong "watched nowhere: $row"
         continue
     }
     while read -r function _ file; do
-        if ! grep -qE "\b$function\(" "$file"; then
-            printf 'no such function: %s in %s\n' "$function" "$file"
-            status=1
-        fi
+        grep -qE "\b$function\(" "$file" || wrong "no such function: $function in $file"
     done <<<"$places"
 done <<<"$rows"
 # What the documents say of a record's size is asserted in the code.
@@ -41,16 +36,12 @@ sizes=$(grep -ohE '`[A-Za-z]+`, [0-9]+ bytes' docs/*.md | tr -d '`,' | sort -u)
 [ -n "$sizes" ]
 while read -r record size _; do
     asserted="(ABI_SIZE\\(|sizeof\\()$record(,|\\) ==) $size\\)"
-    if ! grep -qE "$asserted" platform/*/*.h adapterlayer/*.h tests/kept_leaks_test.cpp; then
-        printf 'not asserted: %s has %s bytes\n' "$record" "$size"
-        status=1
-    fi
+    grep -qE "$asserted" platform/*/*.h adapterlayer/*.h tests/kept_leaks_test.cpp ||
+        wrong "not asserted: $record has $size bytes"
 done <<<"$sizes"
 # Every record whose size the headers assert is in the tests' own list, too.
 while read -r record; do
-    grep -qE "RECORD\\(([A-Za-z]+::)*$record," tests/layout_test.cpp || {
-        printf 'not in tests/layout_test.cpp: %s\n' "$record"
-        status=1
-    }
+    grep -qE "RECORD\\(([A-Za-z]+::)*$record," tests/layout_test.cpp ||
+        wrong "not in tests/layout_test.cpp: $record"
 done < <(grep -ohP '^ *ABI_SIZE\(\K\w+' adapterlayer/*.h platform/*/*.h)
 exit "$status"

@@ -164,7 +164,8 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{
             "missing TranslateToChiBuffer", kNoBuffer, {"wrong pictures: 0 expected, 3 found"}},
         FaultCase{"missing TranslateFromChiBuffer", kNoBuffer},
-        FaultCase{"fail MetadataCreate", kNoMetadata},
+        FaultCase{"fail GetCPUAddress", "", {"wrong pictures: 0 expected, 3 found"}},
+        FaultCase{"fail GetImageBuffer", kNotSent}, FaultCase{"fail MetadataCreate", kNoMetadata},
         FaultCase{"fail MetadataCreateAndroid", kNoMetadata},
         FaultCase{"fail OpenMetadataOps", kNoMetadata},
         FaultCase{"fail CloseSession", R"("violations": ["V5"])"},
@@ -190,16 +191,6 @@ TEST(Run, ComparesWithWhatIsExpected) {
                          "a call that was to fail ExecuteRequest 5 never came",
                          "the process should have ended by SIGABRT"};
     EXPECT_EQ(outcome.unfulfilled, expected);
-}
-
-TEST(Run, CountsWhatHasNoPictureAndWhatWasNotSent) {
-    const Outcome blind = RunText(WithFault("fail GetCPUAddress"));
-    EXPECT_EQ(blind.completed, 3U);
-    EXPECT_EQ(blind.wrongPictures, 3U);
-    const Outcome none = RunText(WithFault("fail GetImageBuffer"));
-    EXPECT_EQ(none.requests, 3U);
-    EXPECT_EQ(none.sent, 0U);
-    EXPECT_FALSE(none.unfulfilled.empty());
 }
 
 TEST(Run, ThatTheVendorDoesNotEndIsEndedByItsPatienceOrByAnInterruption) {

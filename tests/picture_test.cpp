@@ -289,37 +289,33 @@ TEST(PictureFile, BecomesASceneOfTheFramesSizeWithRoomForNoise) {
     }
 }
 
-TEST(PictureFile, ThatCannotBeReadIsNamedWithItsReason) {
+TEST(PictureFile, ThatCannotBeReadOrWrittenIsNamedWithItsReason) {
     const Folder folder;
     WriteFile(folder / "wide.png", {16385, 1, Bytes(size_t{16385} * 3)});
     WriteFile(folder / "cut.png", {64, 64, Bytes(size_t{64} * 64 * 3)});
     std::filesystem::resize_file(folder / "cut.png", 60);
     folder.Write("text.png", "no picture at all");
-    const std::pair<const char*, const char*> cases[] = {
-        {"missing.png", "No such file or directory"},
-        {"text.png", "Not a PNG file"},
-        {"cut.png", "Read Error"},
-        {"wide.png", "16385 x 1 is larger than 16384 pixels"},
-    };
-    for (const auto& [name, reason] : cases) {
-        const std::string path = folder / name;
-        EXPECT_EQ(Thrown([&] { Scene(128, 96, path); }),
-                  "cannot read the picture " + path + ": " + reason);
-    }
-}
-
-TEST(PictureFile, ThatCannotBeWrittenIsNamedWithItsReason) {
-    const Folder folder;
-    folder.Write("file", "in the way of a folder");
     const Scene scene(128, 96);
     const Exposure frame = Burst(kYuv, 1)[0];
     const Bytes nv12(standin::ImageSize(kYuv, 128, 96));
-    const std::pair<const char*, const char*> cases[] = {
-        {"file/picture.png", "its folder cannot be made: File exists"}, {"", "Is a directory"}};
-    for (const auto& [name, reason] : cases) {
-        const std::string path = folder / name;
-        EXPECT_EQ(Thrown([&] { WritePng(path, scene, frame, nv12); }),
-                  "cannot write the picture " + path + ": " + reason);
+    const auto read = [](const std::string& path) { Scene(128, 96, path); };
+    const auto write = [&](const std::string& path) { WritePng(path, scene, frame, nv12); };
+    const struct {
+        const char* name;
+        std::function<void(const std::string& path)> act;
+        const char *start, *reason;
+    } cases[] = {
+        {"missing.png", read, "cannot read", "No such file or directory"},
+        {"text.png", read, "cannot read", "Not a PNG file"},
+        {"cut.png", read, "cannot read", "Read Error"},
+        {"wide.png", read, "cannot read", "16385 x 1 is larger than 16384 pixels"},
+        {"text.png/a.png", write, "cannot write", "its folder cannot be made: File exists"},
+        {"", write, "cannot write", "Is a directory"},
+    };
+    for (const auto& wanted : cases) {
+        const std::string path = folder / wanted.name;
+        EXPECT_EQ(Thrown([&] { wanted.act(path); }),
+                  std::string(wanted.start) + " the picture " + path + ": " + wanted.reason);
     }
 }
 

@@ -31,7 +31,8 @@ TEST(Submission, FeedsTheInputStreamsOfEachSet) {
         uint32_t sets, yuvInput, dualRdi;
         const char* fed;
     } rows[] = {
-        {{37, 32}, 2, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
+        {{37, 32}, 3, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0 | 0:1002@a0 1:1002@a0"},
+        {{37, 38}, 4, 0, 0, " 0:1000@a0 | 0:1001@a0 | 0:1002@a0 | 0:1003@a0"},
         {{37, 37}, 2, 0, 1, " 0:1000@a0 1:1001@a1 | 0:1001@a0 1:1003@a1"},
         {{37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0"},
         {{37, 37}, 1, 0, 2, " 0:1000@a0 1:1000@a0"},
@@ -51,7 +52,13 @@ TEST(Submission, FeedsTheInputStreamsOfEachSet) {
         scene.request.wrapper.dualRdi = row.dualRdi;
         EXPECT_EQ(scene.Submit(), 0U);
         EXPECT_EQ(Fed(scene), row.fed);
-        EXPECT_EQ(scene.Executed().request.numInputs, row.sets);
+        const Execution execution = scene.Executed();
+        EXPECT_EQ(execution.request.numInputs, row.sets);
+        for (size_t i = 0; i < row.sets; ++i) {
+            const ChiOfflineBufferSet& set = execution.inputs.at(i).set;
+            EXPECT_EQ(At(set, 8), At(execution.inputs[0].set, 8) + 208UL * set.numBuffers * i);
+            EXPECT_EQ(At(set, 24), 0x2000 + i);
+        }
         EXPECT_EQ(Story(scene.request), "MB R C0");
     }
 }
@@ -62,23 +69,8 @@ TEST(Submission, ReadsRawHandlesPastTheirThirteenWords) {
     scene.request.wrapper.dualRdi = 1;
     scene.Submit();
     const std::string fed = Fed(scene);
-    EXPECT_NE(fed.find("| 0:1006@a0 1:100d@a1 |"), std::string::npos) << fed;
+    EXPECT_NE(fed.find("| 0:1006@a0 1:100d@a1 |"), fed.npos) << fed;
     EXPECT_TRUE(fed.ends_with("| 0:100b@a0 1:1017@a1")) << fed;
-}
-
-TEST(Submission, PointsEachSetAtItsCountTimesItsIndex) {
-    for (const auto& [format, count] : {std::pair{32, 2U}, {38, 1U}}) {
-        Scene scene;
-        scene.UseWords({37, 38, format}, 4);
-        scene.Submit();
-        const Execution execution = scene.Executed();
-        for (size_t i = 0; i < 4; ++i) {
-            const ChiOfflineBufferSet& set = execution.inputs.at(i).set;
-            EXPECT_EQ(At<uint32_t>(set, 0), count);
-            EXPECT_EQ(At(set, 8), At(execution.inputs[0].set, 8) + 208UL * count * i);
-            EXPECT_EQ(At(set, 24), 0x2000 + i);
-        }
-    }
 }
 
 // Nothing of the library changes a configured stream's type, but nothing keeps others from it.
@@ -158,7 +150,7 @@ TEST(Submission, FillsTheRecordsOfItsInputs) {
     }
 }
 
-TEST(Submission, FillsTheExecuteRecordAndItsOutput) {
+TEST(Submission, FillsTheExecuteRecordAndWritesIntoTheHostsRecords) {
     Scene scene;
     scene.Submit();
     const Execution execution = scene.Executed();
@@ -176,6 +168,10 @@ TEST(Submission, FillsTheExecuteRecordAndItsOutput) {
     EXPECT_NE(output.pMetadata, nullptr);
     EXPECT_EQ(Address(execution.output.buffers.at(0).pStream),
               Address(&scene.request.outputStream));
+    EXPECT_EQ(At(scene.request.wrapper, 2624), Address(&scene.request.output));
+    EXPECT_EQ(At(scene.request.wrapper, 2728), Address(&scene.request.privData));
+    EXPECT_EQ(At(scene.request.wrapper, 2736), Address(&scene.request.callbacks));
+    EXPECT_EQ(At<uint32_t>(scene.request.privData, 100), 7U);
 }
 
 TEST(Submission, LogsItsStepsInOrder) {
@@ -200,15 +196,6 @@ I rtFrameNumber:7, submiting request to offline session:<session> with 1 input b
 I Execute rtFrameNumber:7<->offlineFrame:1 success mTotalCounter 1)");
 }
 
-TEST(Submission, WritesItsArgumentsIntoTheWrapperAndTheFrameIntoThePrivateData) {
-    Scene scene;
-    scene.Submit();
-    EXPECT_EQ(At(scene.request.wrapper, 2624), Address(&scene.request.output));
-    EXPECT_EQ(At(scene.request.wrapper, 2728), Address(&scene.request.privData));
-    EXPECT_EQ(At(scene.request.wrapper, 2736), Address(&scene.request.callbacks));
-    EXPECT_EQ(At<uint32_t>(scene.request.privData, 100), 7U);
-}
-
 TEST(Submission, HostRecordsMayBeOverwrittenOnceItReturned) {
     Submitted scene;
     auto* wrapper = reinterpret_cast<char*>(&scene.request.wrapper);
@@ -222,21 +209,15 @@ TEST(Submission, HostRecordsMayBeOverwrittenOnceItReturned) {
     EXPECT_EQ(scene.request.Events().at(0).buffers.at(0).stream, &scene.request.outputStream);
 }
 
-// --- What is refused, and what is not
-
-TEST(Submission, RefusesAMissingWrapper) {
+TEST(Submission, RefusesAMissingWrapperAndMoreThanTwelveSetsBeforeAnythingElse) {
     Scene scene;
     PlatFormIntCallbacks* table = scene.camera.Table();
     EXPECT_EQ(table->SubmitRequestFromRT(table, nullptr, nullptr, nullptr, nullptr), 4U);
     EXPECT_EQ(Log(), "E SubmitRequestFromRT: Invalid input parameters, pDataWraper is NULL");
-}
-
-TEST(Submission, RefusesMoreThanTwelveSetsBeforeAnythingElse) {
-    Scene scene;
     scene.request.wrapper.numBuffers = 13;
     EXPECT_EQ(scene.Submit(), 4U);
     EXPECT_TRUE(scene.device->Calls().empty());
-    EXPECT_EQ(LogLines().size(), 2U);
+    EXPECT_EQ(LogLines().size(), 1U + 2U);
     EXPECT_TRUE(LastLog("SubmitRequestFromRT").starts_with("E "));
 }
 

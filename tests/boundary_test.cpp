@@ -98,7 +98,7 @@ TEST(Logging, WritesEachLineToBothSinksInOneShape) {
     camera.Flush();
 
     const auto logs = device->Logs();
-    const auto lines = g_android.Lines();
+    const auto& lines = g_android.lines;
     ASSERT_EQ(logs.size(), lines.size());
     std::set<std::string> seen;
     for (size_t i = 0; i < logs.size(); ++i) {
@@ -124,7 +124,7 @@ TEST(Logging, CutsTheAndroidLineAt511CharactersAndTheRecordNever) {
     request.Submit(camera);
     EXPECT_EQ(CountLogged("I", "pOutStream (nil) cameraId 0 featureName " + name), 1U);
     size_t longest = 0;
-    for (const AndroidLine& line : g_android.Lines()) {
+    for (const Android::LogLine& line : g_android.lines) {
         longest = std::max(longest, line.text.size());
     }
     EXPECT_EQ(longest, 511U);

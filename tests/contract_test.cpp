@@ -574,7 +574,7 @@ TEST(Contract, IsNotWatchedByAnInstantDeviceUntilTheReset) {
         request.UseVendorBuffers(camera);
         request.Submit(camera);
         device->WaitIdle();
-        EXPECT_EQ(request.Events().back().kind, Event::Complete);
+        EXPECT_EQ(request.Events().back().kind, "complete");
         EXPECT_EQ(device->CallCount(Entry::ExecuteRequest), seen);
         request.GiveBack(camera);
         camera.Destroy();

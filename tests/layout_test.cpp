@@ -165,13 +165,13 @@ TEST(ProductionLibrary, LogsOnlyWhatItWasBuiltFor) {
     request.UseVendorBuffers(camera);
     ASSERT_EQ(request.Submit(camera), 0U);
     device->WaitIdle();
-    ASSERT_EQ(request.Events().back().kind, Event::Complete);
+    ASSERT_EQ(request.Events().back().kind, "complete");
     request.GiveBack(camera);
     camera->CreateByAndroidMetadata(camera.Table(), nullptr); // logs an error where errors are on
     camera.Flush();
     camera.Destroy();
     EXPECT_EQ(device->Logs().empty(), TEST_PLAIN_LIBRARY_IS_SILENT);
-    EXPECT_EQ(g_android.Lines().empty(), TEST_PLAIN_LIBRARY_IS_SILENT);
+    EXPECT_EQ(g_android.lines.empty(), TEST_PLAIN_LIBRARY_IS_SILENT);
 }
 
 } // namespace

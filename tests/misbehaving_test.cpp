@@ -75,15 +75,15 @@ TEST(Misbehaving, VendorThatReadsPastItsInputsFindsNothingOfEarlierRequests) {
 
 TEST(Misbehaving, HostThatReadsPastAResultsBuffersFindsNothingOfEarlierResults) {
     Submitted scene;
+    scene.Info().totalResult = 9;
+    scene.Send({.statuses = std::vector<uint32_t>(8, 1)});
     size_t clear = 0;
-    scene.request.onResult = [&clear](const camera3_capture_result& result) {
+    Once(scene.request.onCallback, "result", [&] {
+        const camera3_capture_result result = scene.request.Events().back().result;
         for (size_t i = result.num_output_buffers; i < 8; ++i) {
             clear += IsClear(result.output_buffers[i]) ? 1 : 0;
         }
-    };
-    scene.Info().totalResult = 9;
-    scene.Send({.statuses = std::vector<uint32_t>(8, 1)});
-    EXPECT_EQ(clear, 0U);
+    });
     scene.Send({.statuses = {1}, .metadata = scene.Pending().pOutputMetadata});
     EXPECT_EQ(clear, 7U);
 }

@@ -29,11 +29,10 @@ TEST(Completion, GoesToTheTableOfASubmissionFromWithinTheRelease) {
     Scene scene;
     auto other = scene.request.callbacks;
     other.requestComplete = [](OemLayer::RequestPrivData*, uint32_t) { ++completions; };
-    scene.request.onRelease = [&] {
-        scene.request.onRelease = nullptr;
+    Once(scene.request.onCallback, "release", [&] {
         scene.request.callbacksArgument = &other;
         EXPECT_EQ(scene.Submit("Hdr"), 0U);
-    };
+    });
     EXPECT_EQ(scene.Submit(), 0U);
     EXPECT_EQ(Story(scene.request), "MB R MB R");
     EXPECT_EQ(completions, 2);

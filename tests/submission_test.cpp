@@ -113,7 +113,7 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
             }
         };
         scene.Submit();
-        g_android.onLine = nullptr;
+        g_android.onLine = kNothing;
         EXPECT_EQ(Fed(scene, 1), row.fed);
         const auto& inputs = scene.Executed(1).inputs;
         EXPECT_EQ(inputs[0].buffers[0].pInputFormat == inputs[1].buffers[0].pInputFormat,

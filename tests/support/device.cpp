@@ -10,7 +10,7 @@ void Once(Hook& hook, const std::string& text, const std::function<void()>& act)
     hook = [=, &hook](const std::string& what) {
         if (what.find(text) != what.npos) {
             const auto once = act; // What follows ends this function's own.
-            hook = nullptr;
+            hook = kNothing;
             once();
         }
     };
@@ -19,31 +19,21 @@ void Once(Hook& hook, const std::string& text, const std::function<void()>& act)
 Android g_android;
 
 void Android::Line(int priority, const char* tag, const char* text) {
-    if (onLine) {
-        onLine(text);
-    }
+    onLine(text);
     const std::lock_guard lock(mMutex);
-    mLines.push_back({priority, tag, text});
-}
-
-std::vector<AndroidLine> Android::Lines() const {
-    const std::lock_guard lock(mMutex);
-    return mLines;
+    lines.push_back({priority, tag, text});
 }
 
 void Android::Clear() {
-    const std::lock_guard lock(mMutex);
-    mLines.clear();
+    lines.clear();
     traceCalls.clear();
     enabledTraceTags = 0;
-    onTraceCall = onLine = nullptr;
+    onTraceCall = onLine = kNothing;
 }
 
 void Android::AddTraceCall(const std::string& call) {
     traceCalls.push_back(call);
-    if (onTraceCall) {
-        onTraceCall(call);
-    }
+    onTraceCall(call);
 }
 
 size_t CountLogged(const std::string& letter, const std::string& start) {
@@ -101,8 +91,6 @@ std::string WithName(std::string text, const void* address, const std::string& n
     return text;
 }
 
-// --- The device
-
 Device::Device(std::string file) : library(std::move(file)) {
     StandinControl()->Reset();
     StandinControl()->SetObserver(this);
@@ -119,12 +107,6 @@ Device::~Device() {
     }
     StandinControl()->Reset();
     StandinControl()->SetObserver(nullptr);
-}
-
-void Device::Begin(const char* what) {
-    if (onEntry) {
-        onEntry(what);
-    }
 }
 
 void* Device::Load() {
@@ -144,8 +126,6 @@ void Camera::Destroy() {
     }
 }
 
-// --- A request of the host
-
 Request::Request()
     : raw(MakeStream(HAL_PIXEL_FORMAT_RAW10)),
       outputStream(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)) {
@@ -159,24 +139,13 @@ Request::Request()
     privData.inputStreams = {&raw};
     privData.numInputBuffers = 1;
     privData.partialResultBase = 100;
-    callbacks.releaseRtBuffers = [](OemLayer::RequestPrivData* data) {
-        Add(data, {.kind = Event::Release});
-        if (data != nullptr && static_cast<PrivData*>(data)->owner->onRelease) {
-            static_cast<PrivData*>(data)->owner->onRelease();
-        }
-    };
+    callbacks.releaseRtBuffers = [](OemLayer::RequestPrivData* data) { Add(data, {"release"}); };
     callbacks.requestComplete = [](OemLayer::RequestPrivData* data, uint32_t status) {
-        Add(data, {.kind = Event::Complete, .status = status});
+        Add(data, {"complete", status});
     };
     callbacks.captureResult = [](OemLayer::RequestPrivData* data, camera3_capture_result* result) {
-        const Request& request = *static_cast<PrivData*>(data)->owner;
-        if (request.onResult) {
-            request.onResult(*result);
-        }
-        Event event{.kind = Event::Result, .result = *result};
-        event.buffers.assign(result->output_buffers,
-                             result->output_buffers + result->num_output_buffers);
-        Add(data, std::move(event));
+        const camera3_stream_buffer* buffers = result->output_buffers;
+        Add(data, {"result", 0, *result, {buffers, buffers + result->num_output_buffers}});
     };
 }
 
@@ -185,13 +154,13 @@ Request::~Request() {
     StandinControl()->WaitIdle();
 }
 
-void Request::Add(OemLayer::RequestPrivData* data, Event event) {
-    if (data == nullptr) {
-        return;
+void Request::Add(OemLayer::RequestPrivData* data, const Event& event) {
+    Request& request = *static_cast<PrivData*>(data)->owner;
+    {
+        const std::lock_guard lock(request.mMutex);
+        request.mEvents.push_back(event);
     }
-    Request* request = static_cast<PrivData*>(data)->owner;
-    const std::lock_guard lock(request->mMutex);
-    request->mEvents.push_back(std::move(event));
+    request.onCallback(event.kind);
 }
 
 uint32_t Request::Submit(Camera& camera) {

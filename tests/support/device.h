@@ -38,35 +38,32 @@ inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
 
 /// What a test does in the middle of a call, where it is told how far that is.
 using Hook = std::function<void(const std::string& what)>;
+inline const Hook kNothing = [](const std::string&) {};
 /// Acts once, where the hook is next told something with this text in it.
 void Once(Hook& hook, const std::string& text, const std::function<void()>& act);
 
-/// One line of the Android log.
-struct AndroidLine {
-    int priority;
-    std::string tag;
-    std::string text;
-};
-
 /// Keeps what reaches the platform's log and trace libraries, which this program stands in front
-/// of. A new `Device` empties it.
+/// of. A new `Device` empties it. For when nobody logs, but the hooks.
 class Android final : public kit::AndroidSink {
   public:
     Android() noexcept { kit::SetAndroidSink(*this); }
     void Line(int priority, const char* tag, const char* text) override;
     void Begin(const char* name) override { AddTraceCall(std::string("begin ") + name); }
     void End() override { AddTraceCall("end"); }
-    std::vector<AndroidLine> Lines() const;
     void Clear();
 
+    struct LogLine {
+        int priority;
+        std::string tag, text;
+    };
+    std::vector<LogLine> lines;
     Texts traceCalls; ///< "begin NAME" and "end".
-    Hook onTraceCall, onLine;
+    Hook onTraceCall = kNothing, onLine = kNothing;
 
   private:
     void AddTraceCall(const std::string& call);
 
-    mutable std::mutex mMutex; ///< Guards the lines.
-    std::vector<AndroidLine> mLines;
+    std::mutex mMutex; ///< Guards the lines against each other.
 };
 extern Android g_android;
 
@@ -133,7 +130,8 @@ class Device : standin::Observer {
         }
     }
     const kit::Adapter library;
-    Hook onEntry; ///< Told the name of each entry that is called, before that does anything.
+    Hook onEntry =
+        kNothing; ///< Told the name of each entry that is called, before that does anything.
 
     /// Ends `Device` without the checks that nothing is alive and nothing was violated, where a
     /// test is about what stays behind.
@@ -143,7 +141,7 @@ class Device : standin::Observer {
 
   private:
     void NameThread(const std::string&) override {}
-    void Begin(const char* what) override;
+    void Begin(const char* what) override { onEntry(what); }
     void End() override {}
 
     bool mLoaded = false;
@@ -171,10 +169,10 @@ class Camera {
 
 /// One call of the host's callbacks, in the order of arrival.
 struct Event {
-    enum Kind { Result, Release, Complete } kind;
+    std::string kind; ///< "result", "release" or "complete".
     uint32_t status = 0;
     camera3_capture_result result = {};
-    std::vector<camera3_stream_buffer> buffers;
+    std::vector<camera3_stream_buffer> buffers = {};
 };
 
 /// One request of a host, with all its records. By default one input set of one raw buffer, for the
@@ -213,12 +211,10 @@ class Request {
     void UseVendorBuffers(Camera& camera);
     void GiveBack(Camera& camera);
 
-    /// Called on the vendor's thread in these callbacks.
-    std::function<void()> onRelease;
-    std::function<void(const camera3_capture_result&)> onResult;
+    Hook onCallback = kNothing; ///< Told "result", "release" or "complete", on the vendor's thread.
 
   private:
-    static void Add(OemLayer::RequestPrivData* privData, Event event);
+    static void Add(OemLayer::RequestPrivData* privData, const Event& event);
 
     mutable std::mutex mMutex;
     std::vector<Event> mEvents;

@@ -37,15 +37,15 @@ inline std::string Story(const Request& request, size_t skipped = 0) {
             continue;
         }
         story += story.empty() ? "" : " ";
-        if (event.kind == Event::Result) {
-            std::string brought = event.result.result != nullptr ? "M" : "";
-            for (const camera3_stream_buffer& buffer : event.buffers) {
-                brought += buffer.stream != nullptr ? 'B' : 'b';
-            }
-            story += brought.empty() ? "-" : brought;
-        } else {
-            story += event.kind == Event::Release ? "R" : "C" + std::to_string(event.status);
+        if (event.kind != "result") {
+            story += event.kind == "release" ? "R" : "C" + std::to_string(event.status);
+            continue;
         }
+        std::string brought = event.result.result != nullptr ? "M" : "";
+        for (const camera3_stream_buffer& buffer : event.buffers) {
+            brought += buffer.stream != nullptr ? 'B' : 'b';
+        }
+        story += brought.empty() ? "-" : brought;
     }
     return story;
 }

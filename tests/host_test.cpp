@@ -44,8 +44,6 @@ std::string WithFault(const std::string& fault, const std::string& expect = "") 
            fault + R"("]}, "expect": {)" + expect + "}}";
 }
 
-} // namespace
-
 using Mistakes = const std::pair<std::string, std::string>[];
 
 TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
@@ -122,8 +120,6 @@ TEST(Scenario, ThatCannotBeReadIsNamedAndSoIsItsScene) {
     EXPECT_NE(problem.find("none.png"), std::string::npos);
 }
 
-namespace {
-
 struct FaultCase {
     const char* fault;
     const char* expect;     ///< Of a scenario.
@@ -140,8 +136,31 @@ constexpr const char kNotExecuted[] =
 constexpr const char kNotSent[] = R"("completed": 0, "notSent": 3)";
 constexpr const char kNoMetadata[] = R"("violations": ["H5"])";
 constexpr const char kNoBuffer[] = R"("violations": ["H4"])";
-
-} // namespace
+const FaultCase kFaults[] = {
+    {"fail OpenSession", kRefused},
+    {"missing OpenSession", kRefused},
+    {"fail OpenSession 1 1", R"("completed": 1, "refused": {"4": 2})"},
+    {"fail OpenSession 2 1", R"("completed": 2, "refused": {"4": 1})"},
+    {"fail ConfigureStreams", kNotConfigured},
+    {"fail ConfigureStreams 1 1",
+     R"("completed": 1, "refused": {"4": 2}, "violations": ["V5", "V23"])"},
+    {"missing ConfigureStreams", kNotConfigured},
+    {"fail ExecuteRequest", kNotExecuted},
+    {"missing ExecuteRequest", kNotExecuted},
+    {"missing TranslateToChiBuffer", kNoBuffer, {"wrong pictures: 0 expected, 3 found"}},
+    {"missing TranslateFromChiBuffer", kNoBuffer},
+    {"fail GetCPUAddress", "", {"wrong pictures: 0 expected, 3 found"}},
+    {"fail GetImageBuffer", kNotSent},
+    {"fail MetadataCreate", kNoMetadata},
+    {"fail MetadataCreateAndroid", kNoMetadata},
+    {"fail OpenMetadataOps", kNoMetadata},
+    {"fail CloseSession", R"("violations": ["V5"])"},
+    {"fail OpenBufferOps", kNotSent},
+    {"refuse /vendor/lib64/hw/com.qti.chi.offline.so", kNotSent},
+    {"refuse /vendor/lib64/libcamxcommonutils.so", ""},
+    {"variant /vendor/lib64/hw/camera.qcom.so camera.qcom.no-perf.so", ""},
+    {"variant /vendor/lib64/libcamxcommonutils.so libcamxcommonutils.no-log-entry.so", ""},
+};
 
 TEST_P(RunWithFault, FindsWhatItDoes) {
     const Outcome outcome = RunText(WithFault(GetParam().fault, GetParam().expect));
@@ -149,32 +168,7 @@ TEST_P(RunWithFault, FindsWhatItDoes) {
         << testing::PrintToString(outcome.violations);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Each, RunWithFault,
-    testing::Values(
-        FaultCase{"fail OpenSession", kRefused}, FaultCase{"missing OpenSession", kRefused},
-        FaultCase{"fail OpenSession 1 1", R"("completed": 1, "refused": {"4": 2})"},
-        FaultCase{"fail OpenSession 2 1", R"("completed": 2, "refused": {"4": 1})"},
-        FaultCase{"fail ConfigureStreams", kNotConfigured},
-        FaultCase{"fail ConfigureStreams 1 1",
-                  R"("completed": 1, "refused": {"4": 2}, "violations": ["V5", "V23"])"},
-        FaultCase{"missing ConfigureStreams", kNotConfigured},
-        FaultCase{"fail ExecuteRequest", kNotExecuted},
-        FaultCase{"missing ExecuteRequest", kNotExecuted},
-        FaultCase{
-            "missing TranslateToChiBuffer", kNoBuffer, {"wrong pictures: 0 expected, 3 found"}},
-        FaultCase{"missing TranslateFromChiBuffer", kNoBuffer},
-        FaultCase{"fail GetCPUAddress", "", {"wrong pictures: 0 expected, 3 found"}},
-        FaultCase{"fail GetImageBuffer", kNotSent}, FaultCase{"fail MetadataCreate", kNoMetadata},
-        FaultCase{"fail MetadataCreateAndroid", kNoMetadata},
-        FaultCase{"fail OpenMetadataOps", kNoMetadata},
-        FaultCase{"fail CloseSession", R"("violations": ["V5"])"},
-        FaultCase{"fail OpenBufferOps", kNotSent},
-        FaultCase{"refuse /vendor/lib64/hw/com.qti.chi.offline.so", kNotSent},
-        FaultCase{"refuse /vendor/lib64/libcamxcommonutils.so", ""},
-        FaultCase{"variant /vendor/lib64/hw/camera.qcom.so camera.qcom.no-perf.so", ""},
-        FaultCase{"variant /vendor/lib64/libcamxcommonutils.so libcamxcommonutils.no-log-entry.so",
-                  ""}));
+INSTANTIATE_TEST_SUITE_P(Each, RunWithFault, testing::ValuesIn(kFaults));
 
 TEST(Run, ComparesWithWhatIsExpected) {
     const Outcome outcome = RunText(R"({
@@ -237,8 +231,6 @@ TEST(Run, HasAPictureOfEachKindOfInputThatTheAdapterFeeds) {
 
 // --- The timeline -------------------------------------------------------------------------------
 
-namespace {
-
 using nlohmann::json;
 
 struct Lane {
@@ -294,8 +286,6 @@ struct Trace {
     }
 };
 
-} // namespace
-
 TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToCompletion) {
     const Folder folder;
     const std::string file = folder.Write("a.json", R"({
@@ -340,3 +330,5 @@ TEST(Timeline, ThatCannotBeWrittenIsNamed) {
     EXPECT_EQ(Thrown([] { timeline::Write("/proc/no/trace.json"); }),
               "/proc/no/trace.json: the trace cannot be written");
 }
+
+} // namespace

@@ -3,7 +3,6 @@
 #include "tests/support/scene.h"
 
 #include <algorithm>
-#include <map>
 
 namespace {
 
@@ -118,14 +117,6 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
         const auto& inputs = scene.Executed(1).inputs;
         EXPECT_EQ(inputs[0].buffers[0].pInputFormat == inputs[1].buffers[0].pInputFormat,
                   row.sharesFormat);
-    }
-}
-
-/// Every word of a record is as given, or 0.
-template <typename Record>
-void ExpectWords(const Record& record, const std::map<size_t, uint64_t>& words) {
-    for (size_t offset = 0; offset < sizeof record; offset += 8) {
-        EXPECT_EQ(At(record, offset), words.contains(offset) ? words.at(offset) : 0) << offset;
     }
 }
 

@@ -5,6 +5,8 @@
 #include "tests/support/device.h"
 
 #include <cstring>
+#include <deque>
+#include <map>
 
 namespace test {
 
@@ -19,6 +21,14 @@ template <typename Word = uint64_t, typename Record> Word At(const Record& recor
 }
 template <typename Record> void Put(Record& record, size_t offset, uint64_t word) {
     std::memcpy(reinterpret_cast<char*>(&record) + offset, &word, sizeof word);
+}
+
+/// Every word of a record is as given, or 0.
+template <typename Record>
+void ExpectWords(const Record& record, const std::map<size_t, uint64_t>& words) {
+    for (size_t offset = 0; offset < sizeof record; offset += 8) {
+        EXPECT_EQ(At(record, offset), words.contains(offset) ? words.at(offset) : 0) << offset;
+    }
 }
 
 /// What the library keeps for a session, as the vendor gets it back with every result.
@@ -64,7 +74,7 @@ struct Scene {
     Device device;
     Camera camera;
     Request request;
-    std::vector<camera3_stream> inputs;
+    std::deque<camera3_stream> inputs;
 
     explicit Scene(Delivery delivery = Delivery::OnCallerThread, uint32_t cameraId = 0)
         : camera(device, cameraId) {
@@ -79,12 +89,9 @@ struct Scene {
     /// buffers, 2000 for metadata, 3000 for YUV buffers; a0, a1 and a2 for their managers.
     void UseWords(const std::vector<int32_t>& formats, uint32_t sets = 1) {
         device.ExpectViolations();
-        for (const int32_t format : formats) {
-            inputs.push_back(MakeStream(format));
-        }
         request.privData.inputStreams.clear();
-        for (camera3_stream& input : inputs) {
-            request.privData.inputStreams.push_back(&input);
+        for (const int32_t format : formats) {
+            request.privData.inputStreams.push_back(&inputs.emplace_back(MakeStream(format)));
         }
         request.wrapper.numBuffers = sets;
         for (size_t i = 0; i < 26; ++i) {

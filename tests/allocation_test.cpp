@@ -87,16 +87,27 @@ class Counted {
     }
 };
 
-TEST(AllocationOf, ARequestIsTheFourKindsOnlyAndItsResultLeavesTheKeptFormatRecords) {
+TEST(AllocationOf, ARequestIsTheFourKindsAndACompletionFreesAsManyFormatRecordsAsBuffersCame) {
     const struct {
         std::vector<int32_t> formats; ///< Of the inputs of each set.
         uint32_t sets;
+        std::vector<uint32_t> statuses; ///< Of the buffers that come.
         size_t allocations;
-        size_t formatsLeft; ///< Format records behind the ones that the completion frees.
-    } bursts[] = {{{37}, 1, 4, 0}, {{37}, 4, 7, 3}, {{37, 37}, 2, 7, 3}, {{35}, 1, 3, 0}};
-    for (const auto& burst : bursts) {
+        const char* freed; ///< 1 for each input whose record is freed, or that has none.
+    } rows[] = {
+        {{37}, 1, {0}, 4, "1"},
+        {{37}, 4, {0}, 7, "0001"}, // Only of the last set.
+        {{37, 37}, 2, {0}, 7, "0010"},
+        {{35}, 1, {0}, 3, "1"},
+        {{37, 32}, 1, {0}, 5, "10"},
+        {{37, 32}, 1, {0, 0}, 5, "11"},
+        {{37, 32}, 1, {0, 0, 0}, 5, "11"},
+        {{37, 32}, 3, {0, 0}, 9, "000011"},
+        {{37, 32}, 3, {0}, 9, "000010"},
+    };
+    for (const auto& row : rows) {
         Scene scene(Delivery::ByHand);
-        scene.UseWords(burst.formats, burst.sets);
+        scene.UseWords(row.formats, row.sets);
         scene.request.wrapper.yuvInput = 1;
         // Longer than a string keeps in itself, so that a copy would show.
         EXPECT_EQ(scene.Submit("AFeatureWithANameThatIsLong"), 0U);
@@ -104,34 +115,13 @@ TEST(AllocationOf, ARequestIsTheFourKindsOnlyAndItsResultLeavesTheKeptFormatReco
         const Counted counted;
         EXPECT_EQ(scene.Submit(), 0U) << "of a known identity";
         const std::vector<size_t> sizes = Counted::Sizes();
-        EXPECT_EQ(sizes.size(), burst.allocations);
+        EXPECT_EQ(sizes.size(), row.allocations);
         EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 208U), 1) << "the output buffer";
-        EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 88 + 416U * burst.sets), 1)
-            << "the request with its input array";
-        scene.device->Deliver(1, Shape::Together);
-        EXPECT_EQ(Counted::Sizes(), sizes) << "a result allocates nothing";
-        EXPECT_EQ(Counted::BytesAlive(), 96 * burst.formatsLeft);
-    }
-}
-
-TEST(Completion, FreesAsManyFormatRecordsAsBuffersCameAndOnlyOfTheLastSet) {
-    const struct {
-        uint32_t sets;
-        std::vector<uint32_t> statuses;
-        const char* freed; ///< 1 for each record that is freed, set by set.
-    } rows[] = {{1, {0}, "10"},
-                {1, {0, 0}, "11"},
-                {1, {0, 0, 0}, "11"},
-                {3, {0, 0}, "000011"},
-                {3, {0}, "000010"}};
-    for (const auto& row : rows) {
-        Scene scene(Delivery::ByHand);
-        scene.UseWords({37, 32}, row.sets);
-        const Counted counted;
-        scene.Submit();
-        const standin::Execution execution = scene.Executed();
+        EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 416U * row.sets), 1) << "the inputs";
+        const standin::Execution execution = scene.Executed(1);
         scene.Info().totalResult = static_cast<uint32_t>(row.statuses.size());
-        scene.Send({.statuses = row.statuses, .metadata = scene.Pending().pOutputMetadata});
+        scene.Send({.statuses = row.statuses, .metadata = scene.Pending(1).pOutputMetadata}, 1);
+        EXPECT_EQ(Counted::Sizes(), sizes) << "a result allocates nothing";
         std::string freed;
         for (const standin::BufferSetCopy& set : execution.inputs) {
             for (const ChiStreamBuffer& buffer : set.buffers) {
@@ -139,6 +129,7 @@ TEST(Completion, FreesAsManyFormatRecordsAsBuffersCameAndOnlyOfTheLastSet) {
             }
         }
         EXPECT_EQ(freed, row.freed);
+        EXPECT_EQ(Counted::BytesAlive(), 96U * std::count(freed.begin(), freed.end(), '0'));
     }
 }
 

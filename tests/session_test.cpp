@@ -14,7 +14,6 @@ TEST(Session, IsOpenedPreparedAndConfiguredByItsFirstRequest) {
     Scene scene(Delivery::OnCallerThread, 2);
     scene.request.wrapper.identity.cameraId = 5;
     scene.request.raw.width = 96;
-    Put(scene.request.wrapper, 72, 0x55);
     Put(scene.request.wrapper, 96, 0x77);
     scene.device.ExpectViolations(); // The input buffer is not as wide.
     EXPECT_EQ(scene.Submit(), 0U);
@@ -60,6 +59,13 @@ I GetSessHandle: Session handle <session> matched.
               " TranslateToChiBuffer OpenSession MetadataCreateFromAndroid ConfigureStreams "
               "MetadataDestroy MetadataCreate ExecuteRequest TranslateFromChiBuffer "
               "MetadataCreateAndroid MetadataDestroy");
+}
+
+TEST(Session, IsOpenedWithItsNameAndCallbacks) {
+    Scene scene;
+    scene.request.wrapper.identity.cameraId = 5;
+    Put(scene.request.wrapper, 72, 0x55);
+    scene.Submit();
     const standin::SessionCopy session = scene.Session();
     // The text that was handed over stays, while the record's own name is the feature's by now.
     EXPECT_STREQ(At<const char*>(*session.pCreateInfo, 0), "session_of_camera_5");

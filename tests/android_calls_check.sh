@@ -2,8 +2,7 @@
 # android_calls_check.sh LIBRARY LIST: Android's C library has everything that the library takes
 # from Debian's.
 set -euo pipefail
-library=$1
-list=$2
+library=$1 list=$2
 readelf=$(command -v llvm-readelf-14 || command -v llvm-readelf)
 
 # Debian's C library is the one whose symbols have a version "GLIBC". What is weak may be missing.

@@ -130,8 +130,6 @@ INSTANTIATE_TEST_SUITE_P(
         Lack{kUtils, "", std::string("LoadOfflineLoggerLib: dlopen ") + kUtils + " failed."},
         Lack{kUtils, "log-entry", "LoadOfflineLoggerLib: dlsym ChiOfflineLogEntry failed."}));
 
-// --- What a device must have
-
 constexpr int kLoggedBefore = 42;
 std::string g_expectedError;
 

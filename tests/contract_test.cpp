@@ -30,8 +30,6 @@ void ExpectViolation(Rule rule, const std::string& values, const Names& names) {
     EXPECT_EQ(violations, Texts{Printed("%s %s: %s", text.number, text.name, values.c_str())});
 }
 
-// --- The vendor's side
-
 /// Uses the vendor as the library does, without the library: a session with one raw input, and all
 /// that a request to it needs.
 struct Client {
@@ -132,8 +130,6 @@ struct Client {
     ChiBufferManagerHandle CreateManager(const char* name) {
         return pBufferOps->pCreate(pBufferOps, name, &managerData);
     }
-    void ReleaseImage() { pBufferOps->pReleaseImageBuffer(image); }
-    void DestroyManager() { pBufferOps->pDestroy(manager); }
     /// An image of the input's stream, and its manager.
     void MakeImage() {
         manager = inputs[0].pBufferManager = CreateManager("raw");
@@ -152,8 +148,8 @@ struct Client {
             : call == 'a' ? Release(android)
             : call == 'm' ? Destroy(metadata)
             : call == 't' ? pCloseMetadataOps(pMetadataOps)
-            : call == 'i' ? ReleaseImage()
-            : call == 'b' ? DestroyManager()
+            : call == 'i' ? pBufferOps->pReleaseImageBuffer(image)
+            : call == 'b' ? pBufferOps->pDestroy(manager)
             : call == 'g' ? void(pBufferOps->pGetImageBuffer(manager))
             : call == 'p' ? void(pBufferOps->pGetCPUAddress(image))
                           : Destroy(image);
@@ -240,8 +236,7 @@ constexpr Row kExecuteRows[]{
      "the presence of a format record is 0 and must be 1"},
     {Rule::InputFormat,
      [](Client& client) {
-         client.ReleaseImage();
-         client.DestroyManager();
+         client.Play("ib");
          client.raw.format = client.managerData.format = ChiStreamFormatYCbCr420_888;
          client.MakeImage();
          client.Configure();
@@ -375,8 +370,6 @@ constexpr Row kObjectRows[]{
     {Rule::TableOpen, kAsUsual, "at the end: 1 operation table left, such as <metadata ops>",
      "samib"},
 };
-
-// --- The host's side
 
 /// A watch over one request, and the library's part in it.
 struct Watched {

@@ -2,8 +2,7 @@
 # demo_check.sh STATUS PATTERN COMMAND...: the command ends with this status, and prints this
 # pattern.
 set -uo pipefail
-status=$1
-pattern=$2
+status=$1 pattern=$2
 shift 2
 output=$("$@" 2>&1)
 found=$?

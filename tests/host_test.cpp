@@ -229,8 +229,6 @@ TEST(Run, HasAPictureOfEachKindOfInputThatTheAdapterFeeds) {
     EXPECT_EQ(outcome.unfulfilled, Texts{});
 }
 
-// --- The timeline -------------------------------------------------------------------------------
-
 using nlohmann::json;
 
 struct Lane {

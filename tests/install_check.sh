@@ -3,8 +3,7 @@
 # which modes, that the library has no run path, and that a host can be compiled against the
 # installed headers.
 set -euo pipefail
-cmake=$1
-build=$2
+cmake=$1 build=$2
 shift 2
 readelf=$(command -v llvm-readelf-14 || command -v llvm-readelf)
 tree=$(mktemp -d)

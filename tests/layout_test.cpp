@@ -154,8 +154,6 @@ TEST(Layout, FormatNumbers) {
 
 // NOLINTEND(bugprone-sizeof-expression, bugprone-sizeof-container)
 
-// --- The library as a device has it
-
 TEST(ProductionLibrary, LogsOnlyWhatItWasBuiltFor) {
     Device device{TEST_PLAIN_ADAPTER_LIBRARY};
     char text[] = "4";

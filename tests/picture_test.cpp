@@ -44,8 +44,6 @@ Exposures Burst(uint32_t format, uint32_t count, uint32_t cfaPattern = standin::
     return frames;
 }
 
-// --- What the host finds out
-
 /// Takes the frames, and develops them read in the format and with the pattern of `read`.
 Bytes Developed(const Scene& scene, const Exposures& frames, const Exposure& read) {
     std::deque<Bytes> memories;
@@ -203,8 +201,6 @@ TEST(PictureDevelopment, WeighsEveryFrameTheSameAndRoundsAtTheEndAlone) {
     }
 }
 
-// --- Files
-
 struct Pixels {
     uint32_t width;
     uint32_t height;
@@ -214,8 +210,7 @@ struct Pixels {
 };
 
 Pixels ReadFile(const std::string& path) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
+    png_image image{.version = PNG_IMAGE_VERSION};
     EXPECT_NE(png_image_begin_read_from_file(&image, path.c_str()), 0) << image.message;
     image.format = PNG_FORMAT_RGB;
     Pixels pixels{image.width, image.height, Bytes(PNG_IMAGE_SIZE(image))};
@@ -224,11 +219,10 @@ Pixels ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const Pixels& pixels) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = pixels.width;
-    image.height = pixels.height;
-    image.format = PNG_FORMAT_RGB;
+    png_image image{.version = PNG_IMAGE_VERSION,
+                    .width = pixels.width,
+                    .height = pixels.height,
+                    .format = PNG_FORMAT_RGB};
     EXPECT_NE(png_image_write_to_file(&image, path.c_str(), 0, pixels.rgb.data(), 0, nullptr), 0);
 }
 

@@ -109,23 +109,6 @@ Device::~Device() {
     StandinControl()->SetObserver(nullptr);
 }
 
-void* Device::Load() {
-    mLoaded = true;
-    return library.Load();
-}
-
-Camera::Camera(Device& device, uint32_t cameraId) : mTable(device.library.Table(cameraId)) {
-    device.EnsureLoaded();
-    mTable.Create(&mTable, cameraId);
-}
-
-void Camera::Destroy() {
-    if (mAlive) {
-        mAlive = false;
-        EXPECT_EQ(mTable.Destroy(&mTable), 0);
-    }
-}
-
 Request::Request()
     : raw(MakeStream(HAL_PIXEL_FORMAT_RAW10)),
       outputStream(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)) {
@@ -149,11 +132,6 @@ Request::Request()
     };
 }
 
-Request::~Request() {
-    // The thread that delivered the last callback may still be on its way out of it.
-    StandinControl()->WaitIdle();
-}
-
 void Request::Add(OemLayer::RequestPrivData* data, const Event& event) {
     Request& request = *static_cast<PrivData*>(data)->owner;
     {
@@ -161,16 +139,6 @@ void Request::Add(OemLayer::RequestPrivData* data, const Event& event) {
         request.mEvents.push_back(event);
     }
     request.onCallback(event.kind);
-}
-
-uint32_t Request::Submit(Camera& camera) {
-    return camera->SubmitRequestFromRT(camera.Table(), &wrapper, privDataArgument, outputArgument,
-                                       callbacksArgument);
-}
-
-std::vector<Event> Request::Events() const {
-    const std::lock_guard lock(mMutex);
-    return mEvents;
 }
 
 void Request::UseVendorBuffers(Camera& camera) {

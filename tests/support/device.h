@@ -123,12 +123,11 @@ class Device : standin::Observer {
     standin::Control* operator->() const { return StandinControl(); }
 
     /// Runs the library's load function. \returns what that returned.
-    void* Load();
-    void EnsureLoaded() {
-        if (!mLoaded) {
-            Load();
-        }
+    void* Load() {
+        isLoaded = true;
+        return library.Load();
     }
+    bool isLoaded = false;
     const kit::Adapter library;
     Hook onEntry =
         kNothing; ///< Told the name of each entry that is called, before that does anything.
@@ -144,7 +143,6 @@ class Device : standin::Observer {
     void Begin(const char* what) override { onEntry(what); }
     void End() override {}
 
-    bool mLoaded = false;
     bool mExpectLeftovers = false;
     bool mExpectViolations = false;
 };
@@ -152,7 +150,13 @@ class Device : standin::Observer {
 /// A camera that is created with the scene and destroyed with it.
 class Camera {
   public:
-    explicit Camera(Device& device, uint32_t cameraId = 0);
+    explicit Camera(Device& device, uint32_t cameraId = 0)
+        : mTable(device.library.Table(cameraId)) {
+        if (!device.isLoaded) {
+            device.Load();
+        }
+        mTable.Create(&mTable, cameraId);
+    }
     ~Camera() { Destroy(); }
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
@@ -160,7 +164,11 @@ class Camera {
     PlatFormIntCallbacks* Table() { return &mTable; }
     const PlatFormIntCallbacks* operator->() const { return &mTable; }
     void Flush() { mTable.Flush(&mTable); }
-    void Destroy();
+    void Destroy() {
+        if (std::exchange(mAlive, false)) {
+            EXPECT_EQ(mTable.Destroy(&mTable), 0);
+        }
+    }
 
   private:
     PlatFormIntCallbacks mTable;
@@ -181,12 +189,17 @@ struct Event {
 class Request {
   public:
     Request();
-    ~Request();
-    Request(const Request&) = delete;
-    Request& operator=(const Request&) = delete;
+    /// The thread that delivered the last callback may still be on its way out of it.
+    ~Request() { StandinControl()->WaitIdle(); }
 
-    uint32_t Submit(Camera& camera);
-    std::vector<Event> Events() const;
+    uint32_t Submit(Camera& camera) {
+        return camera->SubmitRequestFromRT(camera.Table(), &wrapper, privDataArgument,
+                                           outputArgument, callbacksArgument);
+    }
+    std::vector<Event> Events() const {
+        const std::lock_guard lock(mMutex);
+        return mEvents;
+    }
 
     /// The streams: `raw` is the only input, `output` the identity's. Replace their fields before
     /// the first submission.

@@ -202,14 +202,6 @@ TEST(GetImageBuffer, IsNullWithoutTheBufferRecord) {
 class Managers : public testing::Test {
   protected:
     void* Take(ChiStream& stream) { return camera->GetImageBuffer(camera.Table(), &stream); }
-    Words Received(Entry entry) {
-        Words words;
-        for (const standin::Call& call : device->Calls(entry)) {
-            words.push_back(call.args.at(0));
-        }
-        return words;
-    }
-
     Device device;
     Camera camera{device};
     ChiStream first = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
@@ -219,8 +211,8 @@ class Managers : public testing::Test {
 TEST_F(Managers, AreMadeOnceForEachStreamAndGetTheirBuffersBack) {
     void* images[] = {Take(first), Take(second), Take(first)};
     EXPECT_EQ(device->CallCount(BufferManagerCreate), 2U);
-    const Words used = Received(GetImageBuffer);
-    EXPECT_TRUE(used.at(0) == used.at(2) && used.at(0) != used.at(1));
+    EXPECT_EQ(Args(GetImageBuffer, 0), Args(GetImageBuffer, 2));
+    EXPECT_NE(Args(GetImageBuffer, 0), Args(GetImageBuffer, 1));
     for (void* image : images) {
         camera->ReleaseImageBuffer(camera.Table(), image);
     }
@@ -245,22 +237,23 @@ TEST_F(Managers, ThatCouldNotBeMadeAreKeptAsNullUntilTearDown) {
     Take(first);
     EXPECT_EQ(Take(first), nullptr);
     EXPECT_EQ(device->CallCount(BufferManagerCreate), 1U);
-    EXPECT_EQ(Received(GetImageBuffer), (Words{0, 0}));
+    EXPECT_EQ(Args(GetImageBuffer, 0), Words{0});
+    EXPECT_EQ(Args(GetImageBuffer, 1), Words{0});
     camera->TearDownResource(camera.Table());
-    EXPECT_EQ(Received(BufferManagerDestroy), Words{0});
+    EXPECT_EQ(Args(BufferManagerDestroy), Words{0});
 }
 
 TEST_F(Managers, AreNotKeptWhereTheCreateEntryIsMissing) {
     device->SetMissing(BufferManagerCreate);
     device->Fail(GetImageBuffer, kImage);
     EXPECT_EQ(Take(first), P(kImage)) << "asked for with a null manager";
-    EXPECT_EQ(Received(GetImageBuffer), Words{0});
+    EXPECT_EQ(Args(GetImageBuffer), Words{0});
     device->SetMissing(BufferManagerCreate, false);
     Take(first);
     EXPECT_EQ(device->CallCount(BufferManagerCreate), 1U);
     camera.Destroy();
     EXPECT_EQ(LastLog("GetImageBuffer"),
-              Printed("E Invalid m_pBufferAdaptee:%p", P(Received(BufferOpsClose).at(0))));
+              Printed("E Invalid m_pBufferAdaptee:%p", P(Args(BufferOpsClose)[0])));
 }
 
 } // namespace

@@ -183,23 +183,17 @@ TEST(HardLack, YieldsOneWhereTheSignalIsIgnored) {
     EXPECT_EQ(Address(device.Load()), 1U);
 }
 
-TEST(Bound, SettersAreTheCameraModulesAndNeedNoTable) {
+TEST(Bound, AreTheCameraModulesSettersAndFunctionsWhoseResultsComeBackWithoutACamera) {
     Device device;
-    const PlatFormIntCallbacks table = device.library.Table(0);
+    device->Fail(Entry::EnumerateSensorModes, 0x80000001);
+    device->Fail(Entry::ExtensionProcessResultMeta, 0x80000002);
+    device->Fail(Entry::CreateSensorInitSettings, static_cast<uint64_t>(-5));
+    PlatFormIntCallbacks table = device.library.Table(11);
     EXPECT_EQ(table.GetPerfCallback(nullptr), nullptr) << "not bound yet";
     device.Load();
     EXPECT_EQ(table.GetNCSCallback(nullptr), SymbolOf(kCamera, "SetVeltoNCSCallback"));
     EXPECT_EQ(table.GetHWCallback(nullptr), SymbolOf(kCamera, "SetVeltoHWCallback"));
     EXPECT_EQ(table.GetPerfCallback(nullptr), SymbolOf(kCamera, "SetVeltoPerfCallback"));
-}
-
-TEST(Bound, FunctionsGetTheirArgumentsAndTheirResultsComeBackWithoutACamera) {
-    Device device;
-    device->Fail(Entry::EnumerateSensorModes, 0x80000001);
-    device->Fail(Entry::ExtensionProcessResultMeta, 0x80000002);
-    device->Fail(Entry::CreateSensorInitSettings, static_cast<uint64_t>(-5));
-    device.Load();
-    PlatFormIntCallbacks table = device.library.Table(11);
     int settings = 0;
     void* metadata = &settings;
     EXPECT_EQ(table.EnumerateSensorModes(21, 22, &table), 0x80000001);

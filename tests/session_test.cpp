@@ -61,23 +61,6 @@ I GetSessHandle: Session handle <session> matched.
               "MetadataCreateAndroid MetadataDestroy");
 }
 
-TEST(Session, IsOpenedWithItsNameAndCallbacks) {
-    Scene scene;
-    scene.request.wrapper.identity.cameraId = 5;
-    Put(scene.request.wrapper, 72, 0x55);
-    scene.Submit();
-    const standin::SessionCopy session = scene.Session();
-    // The text that was handed over stays, while the record's own name is the feature's by now.
-    EXPECT_STREQ(At<const char*>(*session.pCreateInfo, 0), "session_of_camera_5");
-    EXPECT_EQ(scene.Info().sessionName, "Night");
-    EXPECT_EQ(scene.Info().pCameraInfo, MadeUp(0x55));
-    EXPECT_EQ(At(*session.pCreateInfo, 8), 0U);
-    EXPECT_EQ(At(*session.pCallbacks, 24), 0U);
-    const auto notify = At<decltype(session.pCallbacks->ProcessNotifyCb)>(*session.pCallbacks, 8);
-    notify(session.pCallbacks, 0, nullptr);
-    EXPECT_EQ(LastLog("ProcessNotifyCb"), "I Notify Callback Received - Implementation pending");
-}
-
 TEST(Session, TurnsAHostStreamIntoAVendorStream) {
     Scene scene;
     camera3_stream& raw = scene.request.raw;
@@ -104,9 +87,11 @@ TEST(Session, TurnsAHostStreamIntoAVendorStream) {
     EXPECT_EQ(raw.stream_type, CAMERA3_STREAM_OUTPUT) << "the host's own record is left alone";
 }
 
-TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
+TEST(Session, IsOpenedAndConfiguredWithItsRecordsTheHostsOutputLast) {
     Scene scene;
     scene.UseWords({37, 34});
+    scene.request.wrapper.identity.cameraId = 5;
+    Put(scene.request.wrapper, 72, 0x55);
     Put(scene.request.wrapper, 96, 0x77);
     camera3_stream& output = scene.request.outputStream;
     output.stream_type = CAMERA3_STREAM_BIDIRECTIONAL; // Only an input is no output.
@@ -114,7 +99,13 @@ TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
     scene.Submit();
 
     const standin::SessionCopy session = scene.Session();
-    EXPECT_STREQ(At<const char*>(session.config, 0), "0");
+    // The text that was handed over stays, while the record's own name is the feature's by now.
+    EXPECT_STREQ(At<const char*>(*session.pCreateInfo, 0), "session_of_camera_5");
+    EXPECT_EQ(scene.Info().sessionName, "Night");
+    EXPECT_EQ(scene.Info().pCameraInfo, MadeUp(0x55));
+    EXPECT_EQ(At(*session.pCreateInfo, 8), 0U);
+    EXPECT_EQ(At(*session.pCallbacks, 24), 0U);
+    EXPECT_STREQ(At<const char*>(session.config, 0), "5");
     EXPECT_EQ(At<uint32_t>(session.config, 8), 3U);
     EXPECT_EQ(At<uint32_t>(session.config, 24), 8U) << "the feature's operation mode";
     EXPECT_EQ(At(session.config, 40), 0U);
@@ -128,6 +119,9 @@ TEST(Session, IsConfiguredWithItsInputsThenTheHostsOutputRecord) {
     EXPECT_EQ(Args(Entry::MetadataDestroy), Words{At(session.config, 32)});
     EXPECT_EQ(Log("MapChiStreamFormatToChiBufferFormat"),
               "E Unsurport streamFormat:34 return ChiFormatYUV420NV12 by default");
+    const auto notify = At<decltype(session.pCallbacks->ProcessNotifyCb)>(*session.pCallbacks, 8);
+    notify(session.pCallbacks, 0, nullptr);
+    EXPECT_EQ(LastLog("ProcessNotifyCb"), "I Notify Callback Received - Implementation pending");
 }
 
 TEST(Session, IsSharedByEqualIdentitiesOnly) {

@@ -6,36 +6,6 @@
 
 namespace test {
 
-void Once(Hook& hook, const std::string& text, const std::function<void()>& act) {
-    hook = [=, &hook](const std::string& what) {
-        if (what.find(text) != what.npos) {
-            const auto once = act; // What follows ends this function's own.
-            hook = kNothing;
-            once();
-        }
-    };
-}
-
-Android g_android;
-
-void Android::Line(int priority, const char* tag, const char* text) {
-    onLine(text);
-    const std::lock_guard lock(mMutex);
-    lines.push_back({priority, tag, text});
-}
-
-void Android::Clear() {
-    lines.clear();
-    traceCalls.clear();
-    enabledTraceTags = 0;
-    onTraceCall = onLine = kNothing;
-}
-
-void Android::AddTraceCall(const std::string& call) {
-    traceCalls.push_back(call);
-    onTraceCall(call);
-}
-
 size_t CountLogged(const std::string& letter, const std::string& start) {
     size_t count = 0;
     for (const standin::LogRecord& record : StandinControl()->Logs()) {
@@ -61,16 +31,6 @@ std::string Log(const std::string& function) {
         log += (log.empty() ? "" : "\n") + line;
     }
     return log;
-}
-
-std::string LastLog(const std::string& function) {
-    const std::string log = Log(function);
-    return log.substr(log.rfind('\n') + 1);
-}
-
-Words Args(Entry entry, size_t call, size_t from) {
-    const Words args = StandinControl()->Calls(entry).at(call).args;
-    return {args.begin() + static_cast<std::ptrdiff_t>(from), args.end()};
 }
 
 std::string Printed(const char* format, ...) {

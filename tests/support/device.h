@@ -40,17 +40,34 @@ inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
 using Hook = std::function<void(const std::string& what)>;
 inline const Hook kNothing = [](const std::string&) {};
 /// Acts once, where the hook is next told something with this text in it.
-void Once(Hook& hook, const std::string& text, const std::function<void()>& act);
+inline void Once(Hook& hook, const std::string& text, const std::function<void()>& act) {
+    hook = [=, &hook](const std::string& what) {
+        if (what.find(text) != what.npos) {
+            const auto once = act; // What follows ends this function's own.
+            hook = kNothing;
+            once();
+        }
+    };
+}
 
 /// Keeps what reaches the platform's log and trace libraries, which this program stands in front
 /// of. A new `Device` empties it. For when nobody logs, but the hooks.
 class Android final : public kit::AndroidSink {
   public:
     Android() noexcept { kit::SetAndroidSink(*this); }
-    void Line(int priority, const char* tag, const char* text) override;
+    void Line(int priority, const char* tag, const char* text) override {
+        onLine(text);
+        const std::lock_guard lock(mMutex);
+        lines.push_back({priority, tag, text});
+    }
     void Begin(const char* name) override { AddTraceCall(std::string("begin ") + name); }
     void End() override { AddTraceCall("end"); }
-    void Clear();
+    void Clear() {
+        lines.clear();
+        traceCalls.clear();
+        enabledTraceTags = 0;
+        onTraceCall = onLine = kNothing;
+    }
 
     struct LogLine {
         int priority;
@@ -61,22 +78,31 @@ class Android final : public kit::AndroidSink {
     Hook onTraceCall = kNothing, onLine = kNothing;
 
   private:
-    void AddTraceCall(const std::string& call);
+    void AddTraceCall(const std::string& call) {
+        traceCalls.push_back(call);
+        onTraceCall(call);
+    }
 
     std::mutex mMutex; ///< Guards the lines against each other.
 };
-extern Android g_android;
+inline Android g_android;
 
 /// All records of one function as "E message", or of all functions as "E function: message". The
 /// letter is one of E, W, I and V.
 Texts LogLines(const std::string& function = "");
 /// The same, joined by new lines, and the last one alone, "" where there is none.
 std::string Log(const std::string& function = "");
-std::string LastLog(const std::string& function);
+inline std::string LastLog(const std::string& function) {
+    const std::string log = Log(function);
+    return log.substr(log.rfind('\n') + 1);
+}
 /// How many records have this letter and a message that starts so.
 size_t CountLogged(const std::string& letter, const std::string& start = "");
 /// The arguments of a call of this entry, from the one with the index `from` on.
-Words Args(Entry entry, size_t call = 0, size_t from = 0);
+inline Words Args(Entry entry, size_t call = 0, size_t from = 0) {
+    const Words args = StandinControl()->Calls(entry).at(call).args;
+    return {args.begin() + static_cast<std::ptrdiff_t>(from), args.end()};
+}
 /// A message as the C library formats it.
 __attribute__((format(printf, 1, 2))) std::string Printed(const char* format, ...);
 

@@ -17,7 +17,7 @@ Outcome RunText(const std::string& text) {
     const Folder folder;
     StandinControl()->Reset();
     const Scenario scenario = Scenario::Read(folder.Write("scenario.json", text));
-    host::Run run(scenario, TEST_ADAPTER_LIBRARY);
+    host::Run run(scenario, kit::AdapterFile(false));
     run.Go();
     return run.Judge();
 }
@@ -115,7 +115,7 @@ TEST(Scenario, ThatCannotBeReadIsNamedAndSoIsItsScene) {
     const std::string file = folder.Write("a.json", "{\n\"scene\": \"none.png\"}");
     const Scenario scenario = Scenario::Read(file);
     const std::string problem =
-        Thrown([&] { const host::Run run(scenario, TEST_ADAPTER_LIBRARY); });
+        Thrown([&] { const host::Run run(scenario, kit::AdapterFile(false)); });
     EXPECT_TRUE(problem.starts_with(file + ":2: ")) << problem;
     EXPECT_NE(problem.find("none.png"), std::string::npos);
 }
@@ -286,7 +286,7 @@ TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToC
         "vendor": {"latency": 20}})"); // Long enough for both threads to get something to do.
     const Scenario scenario = Scenario::Read(file);
     timeline::Start();
-    host::Run run(scenario, TEST_ADAPTER_LIBRARY);
+    host::Run run(scenario, kit::AdapterFile(false));
     run.Go();
     timeline::Write(folder / "trace.json");
     const Trace trace(folder / "trace.json");

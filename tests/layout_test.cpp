@@ -155,7 +155,7 @@ TEST(Layout, FormatNumbers) {
 // NOLINTEND(bugprone-sizeof-expression, bugprone-sizeof-container)
 
 TEST(ProductionLibrary, LogsOnlyWhatItWasBuiltFor) {
-    Device device{TEST_PLAIN_ADAPTER_LIBRARY};
+    Device device{kit::AdapterFile(false)};
     char text[] = "4";
     device.library.LoadFunctions().logMap(4, text, text);
     Camera camera{device};

@@ -102,7 +102,8 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
         expect(R"({"cameras": [{)" + camera + "}]}", "1: camera 0: " + problem);
     }
     for (const auto& [fault, problem] : inAFault) {
-        expect(WithFault(fault), "3: vendor/faults/0 is \"" + fault + "\", and " + problem);
+        expect(WithFault(fault), test::Printed("3: vendor/faults/0 is \"%s\", and %s",
+                                               fault.c_str(), problem.c_str()));
     }
     EXPECT_EQ(Thrown([&] { Scenario::Read(folder.Write("a.json", "{}")); }), "");
 }

@@ -103,11 +103,11 @@ TEST(Session, IsOpenedAndConfiguredWithItsRecordsTheHostsOutputLast) {
     EXPECT_STREQ(At<const char*>(*session.pCreateInfo, 0), "session_of_camera_5");
     EXPECT_EQ(scene.Info().sessionName, "Night");
     EXPECT_EQ(scene.Info().pCameraInfo, MadeUp(0x55));
-    EXPECT_EQ(At(*session.pCreateInfo, 8), 0U);
-    EXPECT_EQ(At(*session.pCallbacks, 24), 0U);
+    EXPECT_EQ(At(*session.pCreateInfo, 8) + At(*session.pCallbacks, 24), 0U);
     EXPECT_STREQ(At<const char*>(session.config, 0), "5");
     EXPECT_EQ(At<uint32_t>(session.config, 8), 3U);
     EXPECT_EQ(At<uint32_t>(session.config, 24), 8U) << "the feature's operation mode";
+    EXPECT_EQ(At(session.config, 32), Args(Entry::MetadataDestroy)[0]);
     EXPECT_EQ(At(session.config, 40), 0U);
     const std::vector<ChiStream*>& list = session.streamPointers;
     EXPECT_EQ(list.at(0)->format, 37U);
@@ -116,7 +116,6 @@ TEST(Session, IsOpenedAndConfiguredWithItsRecordsTheHostsOutputLast) {
     EXPECT_EQ(At(output, 144), 0x5A5A5A5AU) << "0 at 148, and nothing before it";
     EXPECT_EQ(At(output, 152), 0x5A5A5A5AFFFFFFFFU);
     EXPECT_EQ(Args(Entry::MetadataCreateFromAndroid, 0, 1), (Words{0x77, 0, 0, 0xFFFFFFFF}));
-    EXPECT_EQ(Args(Entry::MetadataDestroy), Words{At(session.config, 32)});
     EXPECT_EQ(Log("MapChiStreamFormatToChiBufferFormat"),
               "E Unsurport streamFormat:34 return ChiFormatYUV420NV12 by default");
     const auto notify = At<decltype(session.pCallbacks->ProcessNotifyCb)>(*session.pCallbacks, 8);

@@ -105,10 +105,9 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
         };
         setTypes(row.types[0]);
         g_android.onLine = [&](const std::string& line) {
-            for (int i = 0; i < 2; ++i) {
-                if (line.find(Printed("bufferIndex:%d/", i)) != line.npos) {
-                    setTypes(row.types[1 + i]);
-                }
+            const std::string mark = "bufferIndex:";
+            if (const size_t at = line.find(mark); at != line.npos) {
+                setTypes(row.types[1 + line.at(at + mark.size()) - '0']);
             }
         };
         scene.Submit();
@@ -130,14 +129,11 @@ TEST(Submission, FillsTheRecordsOfItsInputs) {
         const ChiStreamBuffer& buffer = set.buffers.at(0);
         const bool raw = bufferFormat != 0;
         EXPECT_EQ(buffer.pInputFormat != nullptr, raw);
-        ExpectWords(buffer, {{0, 208},
-                             {8, Address(scene.Session().streamPointers.at(0))},
-                             {16, 2},
-                             {24, raw ? 0x1000 : 0x3000},
-                             {40, raw ? 0xA0 : 0xA2},
-                             {48, Address(buffer.pInputFormat)}});
+        ExpectWords(buffer,
+                    {208, Address(scene.Session().streamPointers.at(0)), 2, raw ? 0x1000U : 0x3000U,
+                     0, raw ? 0xA0U : 0xA2U, Address(buffer.pInputFormat)});
         // The pattern is what the vendor left in the stream; the buffer format is at 12.
-        ExpectWords(set.formats.at(0), {{0, raw ? 2 : 0}, {8, bufferFormat << 32}});
+        ExpectWords(set.formats.at(0), {raw ? 2U : 0U, bufferFormat << 32});
     }
 }
 
@@ -147,15 +143,11 @@ TEST(Submission, FillsTheExecuteRecordAndWritesIntoTheHostsRecords) {
     const Execution execution = scene.Executed();
     const ChiOfflineExecuteRequest& request = execution.request;
     const int32_t* frame = &scene.Info().offlineFrameNumber;
-    ExpectWords(request, {{0, 1},
-                          {8, Address(request.pInputs)},
-                          {16, Address(request.pOutput)},
-                          {24, Address(request.pPrivateData)},
-                          {32, Address(frame)},
-                          {40, Address(frame - 1)}});
+    ExpectWords(request, {1, Address(request.pInputs), Address(request.pOutput),
+                          Address(request.pPrivateData), Address(frame), Address(frame - 1)});
     EXPECT_EQ(execution.presetFrameNumber, -1);
     const ChiOfflineBufferSet& output = execution.output.set;
-    ExpectWords(output, {{0, 1}, {8, Address(output.pBuffers)}, {24, Address(output.pMetadata)}});
+    ExpectWords(output, {1, Address(output.pBuffers), 0, Address(output.pMetadata)});
     EXPECT_NE(output.pMetadata, nullptr);
     EXPECT_EQ(Address(execution.output.buffers.at(0).pStream),
               Address(&scene.request.outputStream));

@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <deque>
-#include <map>
 
 namespace test {
 
@@ -23,11 +22,11 @@ template <typename Record> void Put(Record& record, size_t offset, uint64_t word
     std::memcpy(reinterpret_cast<char*>(&record) + offset, &word, sizeof word);
 }
 
-/// Every word of a record is as given, or 0.
-template <typename Record>
-void ExpectWords(const Record& record, const std::map<size_t, uint64_t>& words) {
-    for (size_t offset = 0; offset < sizeof record; offset += 8) {
-        EXPECT_EQ(At(record, offset), words.contains(offset) ? words.at(offset) : 0) << offset;
+/// The words of a record, of eight bytes each, are as given, and the others 0.
+template <typename Record> void ExpectWords(const Record& record, Words words) {
+    words.resize(sizeof record / 8);
+    for (size_t i = 0; i < words.size(); ++i) {
+        EXPECT_EQ(At(record, 8 * i), words[i]) << "at " << 8 * i;
     }
 }
 

@@ -38,7 +38,7 @@ inline void* MadeUp(uint64_t word) { return reinterpret_cast<void*>(word); }
 
 /// What a test does in the middle of a call, where it is told how far that is.
 using Hook = std::function<void(const std::string& what)>;
-inline const Hook kNothing = [](const std::string&) {};
+inline constexpr auto kNothing = [](const std::string&) {};
 /// Acts once, where the hook is next told something with this text in it.
 inline void Once(Hook& hook, const std::string& text, const std::function<void()>& act) {
     hook = [=, &hook](const std::string& what) {

@@ -100,27 +100,20 @@ TEST(Forwarding, FailsWithoutTheRecord) {
     ExpectFailures(camera);
 }
 
-TEST(Forwarding, NeedsAndroidMetadata) {
+TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
     Device device;
     Camera camera{device};
     EXPECT_EQ(camera->CreateByAndroidMetadata(camera.Table(), nullptr), nullptr);
     EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), nullptr), 0U);
+    device->SetMissing(MetadataCreateFromAndroid);
+    EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), P(1)), 0U);
     EXPECT_EQ(device->CallCount(MetadataCreateFromAndroid), 0U);
     EXPECT_EQ(device->CallCount(MetadataReleaseAndroid), 0U);
-    EXPECT_EQ(LastLog("CreateByAndroidMetadata"), "E CreateByAndroidMetadata fail");
-    EXPECT_EQ(LastLog("ReleaseAndroidMetadata"), "E ReleaseAndroidMetadata fail");
+    EXPECT_EQ(Log("CreateByAndroidMetadata"), "E CreateByAndroidMetadata fail");
+    EXPECT_EQ(LogLines("ReleaseAndroidMetadata"), Texts(2, "E ReleaseAndroidMetadata fail"));
 }
 
-TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
-    Device device;
-    device->SetMissing(MetadataCreateFromAndroid);
-    Camera camera{device};
-    EXPECT_EQ(camera->ReleaseAndroidMetadata(camera.Table(), P(1)), 0U);
-    EXPECT_EQ(device->CallCount(MetadataReleaseAndroid), 0U);
-    EXPECT_EQ(LastLog("ReleaseAndroidMetadata"), "E ReleaseAndroidMetadata fail");
-}
-
-TEST(GetTag, ReturnsTheDataAndItsSize) {
+TEST(GetTag, ReturnsTheDataAndItsSizeOrAClearedRecordsWhereTheVendorFillsNone) {
     Device device;
     Camera camera{device};
     void* metadata = camera->CreateWithUsage(camera.Table(), nullptr, 0, 0);
@@ -136,17 +129,12 @@ TEST(GetTag, ReturnsTheDataAndItsSize) {
     EXPECT_EQ(LogLines("GetTag").at(0),
               Printed("V returnSize %p tagId 80000abc typeId 254 pTagData %p entryInfo.size 5",
                       &size, P(record + 8)));
-    camera->MetadataDestroy(camera.Table(), metadata);
-}
 
-TEST(GetTag, ReadsAClearedRecordWhereTheVendorFillsNone) {
-    Device device;
-    Camera camera{device};
     device->Fail(MetadataGetTag, 1);
-    uint32_t size = 77;
-    EXPECT_EQ(camera->GetTag(camera.Table(), P(1), 1, &size, 0), nullptr);
+    EXPECT_EQ(camera->GetTag(camera.Table(), metadata, 0x80000ABC, &size, 0), nullptr);
     EXPECT_EQ(size, 0U);
     EXPECT_EQ(CountLogged("E"), 0U) << "the vendor's result is not looked at";
+    camera->MetadataDestroy(camera.Table(), metadata);
 }
 
 constexpr uint64_t kImage = 0x1234;

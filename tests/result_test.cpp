@@ -157,29 +157,23 @@ TEST(Completion, CallsTheTableThatTheLastSubmissionBrought) {
     EXPECT_EQ(Story(scene.request), "MB");
 }
 
-TEST(Result, WithoutItsRequestIsLoggedAndIgnored) {
-    for (const bool present : {false, true}) {
-        Submitted scene;
-        scene.device->ClearRecords();
-        ChiOfflineResultBlock block = {};
-        ChiOfflineCaptureResultInfo info = {1, &block, &block, nullptr};
-        scene.Receive(present ? &info : nullptr);
-        EXPECT_EQ(LogLines().size(), 1U);
-        EXPECT_EQ(Log().find("E ProcessCaptureResultCb: "), 0U);
-        scene.Finish();
-    }
-}
-
-TEST(Result, WithoutAMainBlockOnlyLogs) {
+TEST(Result, WithoutItsRequestOrItsMainBlockOnlyLogs) {
     Submitted scene;
     scene.device->ClearRecords();
-    ChiOfflineResultBlock second = {.pMetadata = MadeUp(1)};
-    ChiOfflineCaptureResultInfo info = {1, nullptr, &second, &scene.Pending()};
-    scene.Receive(&info);
-    EXPECT_EQ(scene.Named(Log()),
-              Printed("I ProcessOfflineCaptureResultCb: pResult:%p pRtPvtData:<private>\n"
-                      "I ProcessCaptureResultCb: Returning from capture result",
-                      MadeUp(Address(&info))));
+    ChiOfflineResultBlock block = {.pMetadata = MadeUp(1)};
+    ChiOfflineCaptureResultInfo withoutRequest = {1, &block, &block, nullptr};
+    ChiOfflineCaptureResultInfo withoutMain = {1, nullptr, &block, &scene.Pending()};
+    scene.Receive(nullptr);
+    scene.Receive(&withoutRequest);
+    EXPECT_EQ(LogLines().size(), 2U);
+    EXPECT_EQ(LogLines("ProcessCaptureResultCb").size(), 2U);
+    EXPECT_EQ(CountLogged("E"), 2U);
+    scene.Receive(&withoutMain);
+    EXPECT_TRUE(scene.Named(Log()).ends_with(
+        Printed("\nI ProcessOfflineCaptureResultCb: pResult:%p pRtPvtData:<private>\n"
+                "I ProcessCaptureResultCb: Returning from capture result",
+                MadeUp(Address(&withoutMain)))));
+    EXPECT_EQ(LogLines().size(), 4U);
     scene.Finish();
 }
 

@@ -168,7 +168,7 @@ TEST(Preparation, FailsWithFiveWhereAListFindsNoMemory) {
     }
 }
 
-TEST(HandleZero, IsPreparedConfiguredAndClosedWithoutTheVendor) {
+TEST(HandleZero, NeedsTheVendorsEntriesButNotTheVendor) {
     AdapteeScene scene;
     scene.device->Fail(Entry::OpenSession, 0);
     scene.Open();
@@ -179,10 +179,6 @@ TEST(HandleZero, IsPreparedConfiguredAndClosedWithoutTheVendor) {
     scene.adaptee->InitSessInfo(0, 1, "", "Night", nullptr); // There is no record any more.
     EXPECT_EQ(Log(), "");
     EXPECT_TRUE(scene.device->Calls().empty());
-}
-
-TEST(HandleZero, NeedsTheEntriesAllTheSame) {
-    AdapteeScene scene;
     scene.device->SetMissing(Entry::ConfigureStreams);
     scene.device->SetMissing(Entry::CloseSession);
     EXPECT_EQ(scene.adaptee->ConfigStreams(0), 1U);

@@ -137,7 +137,8 @@ std::string g_expectedError;
 void ExitOnAbort(int) { _exit(Errors() == Texts{"E " + g_expectedError} ? kLoggedBefore : 1); }
 
 /// Does in a child process what must end it.
-void ExpectAbort(const Lack& lack, void (*act)(Device&)) {
+void ExpectAbort(
+    const Lack& lack, void (*act)(Device&) = [](Device& device) { device.Load(); }) {
     SCOPED_TRACE(lack.error);
     const auto run = [&](void (*onAbort)(int)) {
         g_expectedError = lack.error;
@@ -152,16 +153,12 @@ void ExpectAbort(const Lack& lack, void (*act)(Device&)) {
 }
 
 TEST(HardLack, IsLoggedAndThenAbortsTheLoad) {
-    const Lack lacks[] = {
-        {kCamera, "", Named("GetCamxLibHandle", "dlopen camera.qcom.so failed!")},
-        {kExtension, "", Named("GetExtensionLibHandle", "dlopen camera.qcom.so failed!")},
-        {kCamera, "sensor-modes", Named("LoadCamxFunc", "OemEnumerateSensorModes dlsym failed!")},
-        {kExtension, "result-meta",
-         Named("LoadCamxFunc", "ExtensionProcessResultMeta dlsym failed!")},
-    };
-    for (const Lack& lack : lacks) {
-        ExpectAbort(lack, [](Device& device) { device.Load(); });
-    }
+    ExpectAbort({kCamera, "", Named("GetCamxLibHandle", "dlopen camera.qcom.so failed!")});
+    ExpectAbort({kExtension, "", Named("GetExtensionLibHandle", "dlopen camera.qcom.so failed!")});
+    ExpectAbort(
+        {kCamera, "sensor-modes", Named("LoadCamxFunc", "OemEnumerateSensorModes dlsym failed!")});
+    ExpectAbort({kExtension, "result-meta",
+                 Named("LoadCamxFunc", "ExtensionProcessResultMeta dlsym failed!")});
 }
 
 TEST(HardLack, ACallBeforeTheLoadIsLoggedAndThenAborts) {

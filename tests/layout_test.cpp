@@ -142,14 +142,13 @@ TEST(Layout, VendorOperationTables) {
 }
 
 TEST(Layout, FormatNumbers) {
-    const std::vector<uint32_t> streams = {ChiStreamFormatRaw16,        ChiStreamFormatBlob,
-                                           ChiStreamFormatYCbCr420_888, ChiStreamFormatRaw10,
-                                           ChiStreamFormatRaw12,        ChiStreamFormatUBWCNV124R,
-                                           ChiStreamFormatPD10,         ChiStreamFormatUBWCTP10};
-    EXPECT_EQ(streams, (std::vector<uint32_t>{32, 33, 35, 37, 38, 40, 0x7FA30C08, 0x7FA30C09}));
-    const std::vector<uint32_t> buffers = {ChiFormatYUV420NV12, ChiFormatBlob, ChiFormatRaw10,
-                                           ChiFormatRaw16, ChiFormatRaw12};
-    EXPECT_EQ(buffers, (std::vector<uint32_t>{3, 6, 9, 10, 26}));
+    EXPECT_EQ((Words{ChiStreamFormatRaw16, ChiStreamFormatBlob, ChiStreamFormatYCbCr420_888,
+                     ChiStreamFormatRaw10, ChiStreamFormatRaw12, ChiStreamFormatUBWCNV124R,
+                     ChiStreamFormatPD10, ChiStreamFormatUBWCTP10}),
+              (Words{32, 33, 35, 37, 38, 40, 0x7FA30C08, 0x7FA30C09}));
+    EXPECT_EQ(
+        (Words{ChiFormatYUV420NV12, ChiFormatBlob, ChiFormatRaw10, ChiFormatRaw16, ChiFormatRaw12}),
+        (Words{3, 6, 9, 10, 26}));
 }
 
 // NOLINTEND(bugprone-sizeof-expression, bugprone-sizeof-container)

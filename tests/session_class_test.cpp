@@ -238,6 +238,24 @@ TEST(Closing, OfAnUnknownHandleThatTheVendorRefusesReturnsItsStatus) {
               "E Failed to close session 6 for usecase non for camera non");
 }
 
+TEST(Closing, OfASessionThatWasFoundLeavesNothingToFind) {
+    AdapteeScene scene;
+    // Its chain stays and is closed once more at the end; without callbacks, metadata stays, too.
+    scene.device.ExpectLeftovers();
+    std::vector<camera3_stream*> inputs{&scene.input};
+    OemLayer::RequestPrivData privData = {.inputStreams = inputs};
+    OemLayer::OfflineDataWraper wrapper = {.identity = scene.identity};
+    const auto submit = [&] {
+        return scene.adaptee->SubmitRequestFromRT(&wrapper, &privData, nullptr, nullptr);
+    };
+    EXPECT_EQ(submit(), 0U);
+    EXPECT_EQ(submit(), 0U);
+    EXPECT_EQ(scene.adaptee->CloseOfflineSessions(scene.device->Sessions().at(0).handle), 0U);
+    EXPECT_EQ(submit(), 4U);
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+              "E Invalid session handle or NULL session info in mSessInfoMap");
+}
+
 TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     AdapteeScene scene;
     static std::string calls;

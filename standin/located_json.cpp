@@ -4,20 +4,30 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 namespace standin {
 namespace {
 
 using nlohmann::json;
+using nlohmann::ordered_json;
 
 std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
-/// Follows a parser, and notes on which line each value starts.
+/// Parses a text, and notes on which line each value starts, in the order of the text. A member of
+/// an object starts with its key.
 class LineFinder {
   public:
-    LineFinder(const std::string& text, std::istringstream& stream)
-        : mText(text), mStream(stream) {}
+    explicit LineFinder(const std::string& text) : mText(text), mStream(text) {}
+
+    ordered_json Parse() {
+        const auto follow = [this](int /*depth*/, auto event, const ordered_json& parsed) {
+            Follow(event, parsed);
+            return true;
+        };
+        return ordered_json::parse(mStream, follow);
+    }
 
     size_t Line() const {
         // The parser has read one character past a number.
@@ -26,59 +36,40 @@ class LineFinder {
         return 1 + static_cast<size_t>(std::count(mText.begin(), end, '\n'));
     }
 
-    void Follow(json::parse_event_t event, const json& parsed,
-                std::map<std::string, size_t>& lines) {
-        using Event = json::parse_event_t;
-        if (event == Event::key) {
-            mOpen.back().step = parsed.get<std::string>();
-            if (lines.contains(Pointer())) {
-                throw InputError(Quoted(mOpen.back().step) + " stands there twice");
-            }
-            lines[Pointer()] = Line();
-        } else if (event == Event::object_end || event == Event::array_end) {
-            mOpen.pop_back();
-            Advance();
-        } else {
-            lines.try_emplace(Pointer(), Line());
-            if (event == Event::value) {
-                Advance();
-            } else {
-                mOpen.push_back({event == Event::array_start, 0, "0"});
+    /// Gives the lines to what was parsed, by each value's pointer.
+    void Place(const ordered_json& value, const std::string& pointer,
+               std::map<std::string, size_t>& lines) {
+        lines[pointer] = mLines.at(mPlaced++);
+        if (value.is_structured()) {
+            for (const auto& [step, child] : value.items()) {
+                Place(child, pointer + "/" + step, lines);
             }
         }
     }
 
   private:
-    struct Level {
-        bool isArray;
-        size_t index;
-        std::string step;
-    };
-
-    void Advance() {
-        if (!mOpen.empty() && mOpen.back().isArray) {
-            mOpen.back().step = std::to_string(++mOpen.back().index);
+    void Follow(ordered_json::parse_event_t event, const ordered_json& parsed) {
+        using Event = ordered_json::parse_event_t;
+        if (event == Event::object_start) {
+            mKeys.emplace_back();
+        } else if (event == Event::object_end) {
+            mKeys.pop_back();
+        } else if (event == Event::key && !mKeys.back().insert(parsed).second) {
+            throw InputError(Quoted(parsed) + " stands there twice");
         }
-    }
-    std::string Pointer() const {
-        std::string pointer;
-        for (const Level& level : mOpen) {
-            pointer += "/" + level.step;
+        const bool isEnd = event == Event::object_end || event == Event::array_end;
+        if (!isEnd && !std::exchange(mIsAfterKey, event == Event::key)) {
+            mLines.push_back(Line());
         }
-        return pointer;
     }
 
     const std::string& mText;
-    std::istringstream& mStream;
-    std::vector<Level> mOpen;
+    std::istringstream mStream;
+    std::vector<std::set<std::string>> mKeys; ///< Of the objects that are open.
+    bool mIsAfterKey = false;
+    std::vector<size_t> mLines;
+    size_t mPlaced = 0;
 };
-
-/// The parser's message, less its own name and place.
-std::string MessageOf(const json::parse_error& error) {
-    const std::string text = error.what();
-    const size_t colon = text.find(": ");
-    return colon == std::string::npos ? text : text.substr(colon + 2);
-}
 
 } // namespace
 
@@ -89,18 +80,17 @@ Located Located::Read(const std::string& file) {
     }
     const std::string text(std::istreambuf_iterator<char>(in), {});
     const auto result = std::make_shared<File>(File{file, {}, {}});
-    std::istringstream stream(text);
-    LineFinder finder(text, stream);
-    const auto follow = [&](int /*depth*/, json::parse_event_t event, const json& parsed) {
-        finder.Follow(event, parsed, result->lines);
-        return true;
-    };
+    LineFinder finder(text);
+    const auto place = [&] { return file + ":" + std::to_string(finder.Line()) + ": "; };
     try {
-        result->content = json::parse(stream, follow);
+        const ordered_json content = finder.Parse();
+        finder.Place(content, "", result->lines);
+        result->content = content;
     } catch (const json::parse_error& error) {
-        throw InputError(file + ":" + std::to_string(finder.Line()) + ": " + MessageOf(error));
+        const std::string message = error.what(); // After the parser's own name and place.
+        throw InputError(place() + message.substr(message.find(": ") + 2));
     } catch (const InputError& error) {
-        throw InputError(file + ":" + std::to_string(finder.Line()) + ": " + error.what());
+        throw InputError(place() + error.what());
     }
     return {result, &result->content, ""};
 }

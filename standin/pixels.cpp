@@ -7,6 +7,7 @@
 #include <libyuv.h>
 
 #include <algorithm>
+#include <map>
 
 namespace standin {
 namespace {
@@ -26,26 +27,6 @@ uint64_t Stride(uint32_t format, uint64_t width) {
 
 // --- Raw frames
 
-/// The sum of mosaics of one pattern. Each row has one more pixel at either end.
-class Mosaic {
-  public:
-    Mosaic(uint32_t width, uint32_t height)
-        : mWidth(width), mHeight(height), mSums(size_t{width + 2} * height) {}
-
-    void Add(const Frame& frame);
-    void Demosaic(uint32_t cfaPattern, std::span<uint8_t> nv12);
-
-  private:
-    uint16_t* Row(uint32_t y) { return &mSums[size_t{mWidth + 2} * y + 1]; }
-    void Mirror();
-    void DemosaicRow(uint32_t y, uint32_t cfaPattern, uint8_t* argb);
-
-    uint32_t mWidth;
-    uint32_t mHeight;
-    uint32_t mCount = 0;
-    std::vector<uint16_t> mSums;
-};
-
 /// Four pixels have their upper bits in a byte each, and share a fifth.
 void AddRaw10(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
     for (uint32_t x = 0; x + 4 <= width; x += 4, bytes += 5) {
@@ -61,60 +42,73 @@ void AddRaw16(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
     }
 }
 
-void Mosaic::Add(const Frame& frame) {
-    ++mCount;
-    const bool isRaw10 = frame.format == ChiFormatRaw10;
-    const size_t stride = Stride(isRaw10 ? ChiStreamFormatRaw10 : ChiStreamFormatRaw16, mWidth);
-    const size_t rows = std::min<size_t>(mHeight, frame.memory.size() / stride);
-    for (uint32_t y = 0; y < rows; ++y) {
-        (isRaw10 ? AddRaw10 : AddRaw16)(frame.memory.data() + stride * y, mWidth, Row(y));
-    }
-}
+/// The sum of mosaics of one pattern. Each row has one more pixel at either end.
+class Mosaic {
+  public:
+    Mosaic(uint32_t width, uint32_t height)
+        : mWidth(width), mHeight(height), mSums(size_t{width + 2} * height) {}
 
-/// Continues the rows beyond both ends with the pixels that have the same filters.
-void Mosaic::Mirror() {
-    for (uint32_t y = 0; y < mHeight; ++y) {
-        uint16_t* const row = Row(y);
-        row[-1] = row[1];
-        row[mWidth] = row[mWidth - 2];
+    void Add(const Frame& frame) {
+        ++mCount;
+        const bool isRaw10 = frame.format == ChiFormatRaw10;
+        const size_t stride = Stride(isRaw10 ? ChiStreamFormatRaw10 : ChiStreamFormatRaw16, mWidth);
+        const size_t rows = std::min<size_t>(mHeight, frame.memory.size() / stride);
+        for (uint32_t y = 0; y < rows; ++y) {
+            (isRaw10 ? AddRaw10 : AddRaw16)(frame.memory.data() + stride * y, mWidth, Row(y));
+        }
     }
-}
+    uint32_t Count() const { return mCount; }
 
-/// The pixels of a row with the row's own colour, red or blue, alternate with green ones.
-void Mosaic::DemosaicRow(uint32_t y, uint32_t cfaPattern, uint8_t* argb) {
-    const uint16_t* above = Row(y == 0 ? 1 : y - 1);
-    const uint16_t* row = Row(y);
-    const uint16_t* below = Row(y + 1 == mHeight ? y - 1 : y + 1);
-    const uint32_t greenAt = ColourAt(cfaPattern, 0, y) == 1 ? 0 : 1;
-    const uint32_t colour = ColourAt(cfaPattern, 1 - greenAt, y);
-    const uint32_t scale = (255U << kScaleBits) / (4 * kWhite * mCount);
-    const auto write = [scale](uint8_t& sample, uint32_t fourTimes) {
-        sample = static_cast<uint8_t>((fourTimes * scale + (1U << (kScaleBits - 1))) >> kScaleBits);
-    };
-    for (uint32_t x = 0; x < mWidth; ++x, ++above, ++row, ++below, argb += 4) {
-        const uint32_t own = 4U * row[0];
-        const uint32_t sides = row[-1] + row[1];
-        const uint32_t ends = above[0] + below[0];
-        const uint32_t corners = above[-1] + above[1] + below[-1] + below[1];
-        const bool isGreen = x % 2 == greenAt;
-        write(argb[colour], isGreen ? 2 * sides : own);
-        write(argb[1], isGreen ? own : sides + ends);
-        write(argb[2 - colour], isGreen ? 2 * ends : corners);
+    void Demosaic(uint32_t cfaPattern, std::span<uint8_t> nv12) {
+        // Continues the rows beyond both ends with the pixels that have the same filters.
+        for (uint32_t y = 0; y < mHeight; ++y) {
+            uint16_t* const row = Row(y);
+            row[-1] = row[1];
+            row[mWidth] = row[mWidth - 2];
+        }
+        const int width = static_cast<int>(mWidth);
+        uint8_t* const uv = nv12.data() + size_t{mWidth} * mHeight;
+        std::vector<uint8_t> argb(size_t{mWidth} * 8);
+        for (uint32_t y = 0; y < mHeight; y += 2) {
+            DemosaicRow(y, cfaPattern, argb.data());
+            DemosaicRow(y + 1, cfaPattern, argb.data() + size_t{mWidth} * 4);
+            libyuv::ARGBToNV12(argb.data(), width * 4, nv12.data() + size_t{mWidth} * y, width,
+                               uv + size_t{mWidth} * y / 2, width, width, 2);
+        }
     }
-}
 
-void Mosaic::Demosaic(uint32_t cfaPattern, std::span<uint8_t> nv12) {
-    Mirror();
-    const int width = static_cast<int>(mWidth);
-    uint8_t* const uv = nv12.data() + size_t{mWidth} * mHeight;
-    std::vector<uint8_t> argb(size_t{mWidth} * 8);
-    for (uint32_t y = 0; y < mHeight; y += 2) {
-        DemosaicRow(y, cfaPattern, argb.data());
-        DemosaicRow(y + 1, cfaPattern, argb.data() + size_t{mWidth} * 4);
-        libyuv::ARGBToNV12(argb.data(), width * 4, nv12.data() + size_t{mWidth} * y, width,
-                           uv + size_t{mWidth} * y / 2, width, width, 2);
+  private:
+    uint16_t* Row(uint32_t y) { return &mSums[size_t{mWidth + 2} * y + 1]; }
+
+    /// The pixels of a row with the row's own colour, red or blue, alternate with green ones.
+    void DemosaicRow(uint32_t y, uint32_t cfaPattern, uint8_t* argb) {
+        const uint16_t* above = Row(y == 0 ? 1 : y - 1);
+        const uint16_t* row = Row(y);
+        const uint16_t* below = Row(y + 1 == mHeight ? y - 1 : y + 1);
+        const uint32_t greenAt = ColourAt(cfaPattern, 0, y) == 1 ? 0 : 1;
+        const uint32_t colour = ColourAt(cfaPattern, 1 - greenAt, y);
+        const uint32_t scale = (255U << kScaleBits) / (4 * kWhite * mCount);
+        const auto write = [scale](uint8_t& sample, uint32_t fourTimes) {
+            const uint32_t scaled = fourTimes * scale + (1U << (kScaleBits - 1));
+            sample = static_cast<uint8_t>(scaled >> kScaleBits);
+        };
+        for (uint32_t x = 0; x < mWidth; ++x, ++above, ++row, ++below, argb += 4) {
+            const uint32_t own = 4U * row[0];
+            const uint32_t sides = row[-1] + row[1];
+            const uint32_t ends = above[0] + below[0];
+            const uint32_t corners = above[-1] + above[1] + below[-1] + below[1];
+            const bool isGreen = x % 2 == greenAt;
+            write(argb[colour], isGreen ? 2 * sides : own);
+            write(argb[1], isGreen ? own : sides + ends);
+            write(argb[2 - colour], isGreen ? 2 * ends : corners);
+        }
     }
-}
+
+    uint32_t mWidth;
+    uint32_t mHeight;
+    uint32_t mCount = 0;
+    std::vector<uint16_t> mSums;
+};
 
 // --- All frames
 
@@ -125,25 +119,6 @@ void AddTimes(uint32_t times, std::span<const uint8_t> picture, Sums& sums) {
     for (size_t i = 0; i < size; ++i) {
         sums[i] += static_cast<uint16_t>(times * picture[i]);
     }
-}
-
-/// Adds the merged raw frames of a pattern, once for each.
-void AddRawFrames(std::span<const Frame> frames, uint32_t cfaPattern, uint32_t width,
-                  uint32_t height, Sums& sums) {
-    std::vector<Frame> mosaics;
-    std::copy_if(frames.begin(), frames.end(), std::back_inserter(mosaics), [&](const auto& frame) {
-        return frame.format != ChiFormatYUV420NV12 && frame.cfaPattern % 4 == cfaPattern;
-    });
-    if (mosaics.empty()) {
-        return;
-    }
-    Mosaic mosaic(width, height);
-    for (const Frame& frame : mosaics) {
-        mosaic.Add(frame);
-    }
-    std::vector<uint8_t> picture(sums.size());
-    mosaic.Demosaic(cfaPattern, picture);
-    AddTimes(static_cast<uint32_t>(mosaics.size()), picture, sums);
 }
 
 // --- A session's request
@@ -199,13 +174,18 @@ uint64_t ImageSize(uint32_t format, uint32_t width, uint32_t height) {
 void DevelopFrames(std::span<const Frame> frames, uint32_t width, uint32_t height,
                    std::span<uint8_t> nv12) {
     Sums sums(ImageSize(ChiStreamFormatYCbCr420_888, width, height));
+    std::map<uint32_t, Mosaic> mosaics; // By their pattern.
     for (const Frame& frame : frames) {
         if (frame.format == ChiFormatYUV420NV12) {
             AddTimes(1, frame.memory, sums);
+        } else {
+            mosaics.try_emplace(frame.cfaPattern % 4, width, height).first->second.Add(frame);
         }
     }
-    for (uint32_t cfaPattern = CfaRGGB; cfaPattern <= CfaBGGR; ++cfaPattern) {
-        AddRawFrames(frames, cfaPattern, width, height, sums);
+    for (auto& [cfaPattern, mosaic] : mosaics) {
+        std::vector<uint8_t> picture(sums.size());
+        mosaic.Demosaic(cfaPattern, picture);
+        AddTimes(mosaic.Count(), picture, sums);
     }
     const auto count = static_cast<uint32_t>(frames.size());
     std::transform(sums.begin(), sums.end(), nv12.begin(), [count](uint16_t sum) {

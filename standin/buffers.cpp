@@ -1,7 +1,7 @@
 /// Buffer managers and image buffers of the offline library. The adapter passes on the null manager
 /// that a failed create left, so that null is taken in silence.
-#include "standin/offline.h"
 #include "standin/pixels.h"
+#include "standin/state.h"
 
 namespace standin {
 namespace {

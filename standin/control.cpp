@@ -10,19 +10,13 @@
 namespace standin {
 namespace {
 
-// clang-format off
-constexpr std::array kEntryNames{
-    "LibraryOpen", "OpenContext", "OpenSession", "CloseSession", "ConfigureStreams",
-    "ExecuteRequest", "OpenMetadataOps", "OpenBufferOps", "TranslateToChiBuffer",
-    "TranslateFromChiBuffer", "MetadataOpsClose", "MetadataCreate", "MetadataCreateWithUsage",
-    "MetadataDestroy", "MetadataCreateFromAndroid", "MetadataCreateAndroid",
-    "MetadataReleaseAndroid", "MetadataGetTag", "MetadataSetTag", "MetadataDeleteTag",
-    "MetadataCopy", "BufferOpsClose", "BufferManagerCreate", "BufferManagerDestroy",
-    "GetImageBuffer", "ReleaseImageBuffer", "GetCPUAddress", "CreateSensorInitSettings",
-    "EnumerateSensorModes", "ExtensionProcessResultMeta", "OfflineLogEntry", "SetOfflineLoggerOps",
-    "GetKeyCount", "GetValuesCount", "GetList",};
-// clang-format on
-static_assert(kEntryNames.size() == static_cast<size_t>(Entry::Count));
+struct EntryFacts {
+    const char* name;
+    uint64_t failure;
+};
+#define STANDIN_ENTRY(name, failure) EntryFacts{#name, failure},
+constexpr std::array kEntries{STANDIN_ENTRIES(STANDIN_ENTRY)};
+#undef STANDIN_ENTRY
 
 constexpr size_t kMostViolations = 1000; ///< More of them say nothing new.
 constexpr unsigned char kTraceBit = 1U << 6;
@@ -37,39 +31,11 @@ std::string OwnDeviceRoot() {
     return folder.parent_path().parent_path().string();
 }
 
-/// How many objects of a kind are alive, and which one is the oldest.
-template <class T> std::string Left(const Objects<T>& objects) {
-    std::ostringstream text;
-    const auto& [handle, object] = *objects.begin();
-    text << "at the end: " << objects.size() << ' ' << T::kName << (objects.size() == 1 ? "" : "s")
-         << " left, such as " << Handle{handle};
-    if constexpr (std::is_same_v<T, Session>) {
-        text << " \"" << object->data.name << '"';
-    }
-    return text.str();
-}
-
 } // namespace
 
-const char* EntryName(Entry entry) { return kEntryNames.at(static_cast<size_t>(entry)); }
+const char* EntryName(Entry entry) { return kEntries.at(static_cast<size_t>(entry)).name; }
 
-uint64_t FailureOf(Entry entry) {
-    static const std::set<Entry> objects{Entry::LibraryOpen,
-                                         Entry::OpenContext,
-                                         Entry::OpenSession,
-                                         Entry::OpenMetadataOps,
-                                         Entry::OpenBufferOps,
-                                         Entry::MetadataCreate,
-                                         Entry::MetadataCreateWithUsage,
-                                         Entry::MetadataCreateFromAndroid,
-                                         Entry::MetadataCreateAndroid,
-                                         Entry::BufferManagerCreate,
-                                         Entry::GetImageBuffer,
-                                         Entry::GetCPUAddress,
-                                         Entry::GetKeyCount,
-                                         Entry::GetValuesCount};
-    return objects.contains(entry) ? 0 : kFailed;
-}
+uint64_t FailureOf(Entry entry) { return kEntries.at(static_cast<size_t>(entry)).failure; }
 
 void Arguments::Add(const char* argument) {
     text += text.empty() ? "" : "/";
@@ -176,7 +142,6 @@ void Control::Reset() {
     state->instantResults.clear();
     state->records = {};
     state->nextFrame = 1;
-    ++state->configGeneration;
     state->SetTraceBit(false);
 }
 
@@ -332,11 +297,18 @@ void Control::Report(Rule rule, const std::string& text) {
 
 void Control::CheckAllReturned() {
     const auto objects = mState->Lock()->objects;
-    const auto check = [this](const auto& kind) {
-        using Object = typename std::decay_t<decltype(kind)>::mapped_type::element_type;
-        if (!kind.empty()) {
-            Report(Object::kReturned, Left(kind));
+    const auto check = [this]<class T>(const Objects<T>& left) {
+        if (left.empty()) {
+            return;
         }
+        std::ostringstream text;
+        const auto& [handle, oldest] = *left.begin();
+        text << "at the end: " << left.size() << ' ' << T::kName << (left.size() == 1 ? "" : "s")
+             << " left, such as " << Handle{handle};
+        if constexpr (std::is_same_v<T, Session>) {
+            text << " \"" << oldest->data.name << '"';
+        }
+        Report(T::kReturned, text.str());
     };
     std::apply([check](const auto&... kinds) { (check(kinds), ...); }, objects);
 }

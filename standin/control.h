@@ -20,50 +20,53 @@
 
 namespace standin {
 
-/// Everything that the adapter, or the program for it, can call on the device.
-enum class Entry : uint32_t {
-    LibraryOpen, ///< dlopen of a path on the device.
-    OpenContext,
-    OpenSession,
-    CloseSession,
-    ConfigureStreams,
-    ExecuteRequest,
-    OpenMetadataOps,
-    OpenBufferOps,
-    TranslateToChiBuffer,
-    TranslateFromChiBuffer,
-    MetadataOpsClose,
-    MetadataCreate,
-    MetadataCreateWithUsage,
-    MetadataDestroy,
-    MetadataCreateFromAndroid,
-    MetadataCreateAndroid,
-    MetadataReleaseAndroid,
-    MetadataGetTag,
-    MetadataSetTag,
-    MetadataDeleteTag,
-    MetadataCopy,
-    BufferOpsClose,
-    BufferManagerCreate,
-    BufferManagerDestroy,
-    GetImageBuffer,
-    ReleaseImageBuffer,
-    GetCPUAddress,
-    CreateSensorInitSettings,
-    EnumerateSensorModes,
-    ExtensionProcessResultMeta,
-    OfflineLogEntry,
-    SetOfflineLoggerOps,
-    GetKeyCount,
-    GetValuesCount,
-    GetList,
-    Count,
-};
+// clang-format off
+/// Everything that the adapter, or the program for it, can call on the device; LibraryOpen is the
+/// dlopen of a path there. ENTRY(name, what a call returns that fails): 0 for an object or a count.
+#define STANDIN_ENTRIES(ENTRY) \
+    ENTRY(LibraryOpen, 0) \
+    ENTRY(OpenContext, 0) \
+    ENTRY(OpenSession, 0) \
+    ENTRY(CloseSession, 1) \
+    ENTRY(ConfigureStreams, 1) \
+    ENTRY(ExecuteRequest, 1) \
+    ENTRY(OpenMetadataOps, 0) \
+    ENTRY(OpenBufferOps, 0) \
+    ENTRY(TranslateToChiBuffer, 1) \
+    ENTRY(TranslateFromChiBuffer, 1) \
+    ENTRY(MetadataOpsClose, 1) \
+    ENTRY(MetadataCreate, 0) \
+    ENTRY(MetadataCreateWithUsage, 0) \
+    ENTRY(MetadataDestroy, 1) \
+    ENTRY(MetadataCreateFromAndroid, 0) \
+    ENTRY(MetadataCreateAndroid, 0) \
+    ENTRY(MetadataReleaseAndroid, 1) \
+    ENTRY(MetadataGetTag, 1) \
+    ENTRY(MetadataSetTag, 1) \
+    ENTRY(MetadataDeleteTag, 1) \
+    ENTRY(MetadataCopy, 1) \
+    ENTRY(BufferOpsClose, 1) \
+    ENTRY(BufferManagerCreate, 0) \
+    ENTRY(BufferManagerDestroy, 1) \
+    ENTRY(GetImageBuffer, 0) \
+    ENTRY(ReleaseImageBuffer, 1) \
+    ENTRY(GetCPUAddress, 0) \
+    ENTRY(CreateSensorInitSettings, 1) \
+    ENTRY(EnumerateSensorModes, 1) \
+    ENTRY(ExtensionProcessResultMeta, 1) \
+    ENTRY(OfflineLogEntry, 1) \
+    ENTRY(SetOfflineLoggerOps, 1) \
+    ENTRY(GetKeyCount, 0) \
+    ENTRY(GetValuesCount, 0) \
+    ENTRY(GetList, 1)
+// clang-format on
+
+#define STANDIN_ENTRY(name, failure) name,
+enum class Entry : uint32_t { STANDIN_ENTRIES(STANDIN_ENTRY) Count };
+#undef STANDIN_ENTRY
 
 /// The entry's name, as in "ExecuteRequest".
 const char* EntryName(Entry entry);
-
-/// What the entry returns when it fails: 0 where it returns an object or a count, else 1.
 uint64_t FailureOf(Entry entry);
 
 /// One call that the device received. Integers and pointers are kept as 64-bit words in argument

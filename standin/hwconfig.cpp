@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <list>
 
 namespace {
 
@@ -17,29 +18,24 @@ constexpr const char* kList = "offlineMode";
 constexpr const char* kExpected =
     R"(expected {"OemOfflineFeatureInfoMap": [{"offlineMode": ["Night", "8", "1f", "3"]}, ...]})";
 
-/// The values of each key. Nothing, and a line on standard error, if the file is missing or
-/// malformed.
-std::vector<std::vector<std::string>> Load(const std::string& path) {
-    std::vector<std::vector<std::string>> rows;
-    try {
-        for (const standin::Located& row : standin::Located::Read(path)[kTable].Items()) {
-            rows.emplace_back();
-            for (const standin::Located& value : row[kList].Items()) {
-                rows.back().push_back(value.Text());
-            }
+/// The rows of the file. Nothing, and a line on standard error, if it is missing or malformed.
+std::vector<Row> Load(const std::string& path) try {
+    static std::list<std::string> texts; // The rows point at them.
+    std::vector<Row> rows;
+    for (const standin::Located& row : standin::Located::Read(path)[kTable].Items()) {
+        auto& values = rows.emplace_back().values;
+        for (const standin::Located& value : row[kList].Items()) {
+            values.push_back(texts.emplace_back(value.Text()).c_str());
         }
-    } catch (const standin::InputError& error) {
-        (void)fprintf(stderr, "%s; %s\n", error.what(), kExpected);
-        return {};
     }
     return rows;
+} catch (const standin::InputError& error) {
+    (void)fprintf(stderr, "%s; %s\n", error.what(), kExpected);
+    return {};
 }
 
-/// The rows that hold now. The file is read once for a device root.
+/// The rows that hold now. The file is read once.
 std::vector<Row> Rows(std::string_view table) {
-    static std::vector<std::vector<std::string>> content;
-    static std::vector<Row> fileRows;
-    static unsigned generation = UINT32_MAX;
     const auto device = standin::Device().Lock();
     if (table != kTable) {
         return {};
@@ -47,16 +43,7 @@ std::vector<Row> Rows(std::string_view table) {
     if (device->script.configRows.has_value()) {
         return *device->script.configRows;
     }
-    if (std::exchange(generation, device->configGeneration) != device->configGeneration) {
-        content = Load(device->deviceRoot + kFile);
-        fileRows.clear();
-        for (const auto& row : content) {
-            auto& values = fileRows.emplace_back().values;
-            for (const std::string& value : row) {
-                values.push_back(value.c_str());
-            }
-        }
-    }
+    static const std::vector<Row> fileRows = Load(device->deviceRoot + kFile);
     return fileRows;
 }
 

@@ -1,5 +1,5 @@
 /// Metadata objects of the offline library, and their translation to and from Android metadata.
-#include "standin/offline.h"
+#include "standin/state.h"
 
 namespace standin {
 namespace {
@@ -43,9 +43,7 @@ void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32
     if (!Require<MetadataOps>(ops) || !source) {
         return nullptr;
     }
-    auto android = std::make_shared<AndroidMetadata>();
-    android->tags = source->tags;
-    return Adopt(std::move(android));
+    return Adopt(std::make_shared<AndroidMetadata>(AndroidMetadata{source->tags}));
 }
 
 uint32_t ReleaseAndroid(ChiOfflineMetadataOps* ops, void* android) {

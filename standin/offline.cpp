@@ -1,6 +1,4 @@
 /// The offline interface: sessions, their configuration and their requests, and buffer translation.
-#include "standin/offline.h"
-
 #include "standin/pixels.h"
 #include "standin/session.h"
 #include "standin/tags.h"
@@ -281,19 +279,17 @@ void AssignFrame(Session& session, Execution& execution) {
 
 /// Spoils what was lent for the call alone, so that whoever reads it afterwards is found out.
 void Poison(ChiOfflineExecuteRequest& request, const Execution& execution) {
-    for (const BufferSetCopy& input : execution.inputs) {
-        if (!input.buffers.empty()) {
-            std::memset(input.set.pBuffers, kPoison,
-                        sizeof(ChiStreamBuffer) * input.buffers.size());
+    const auto spoil = [](void* records, size_t size) {
+        if (records != nullptr) {
+            std::memset(records, kPoison, size);
         }
+    };
+    for (const BufferSetCopy& input : execution.inputs) {
+        spoil(input.set.pBuffers, sizeof(ChiStreamBuffer) * input.buffers.size());
     }
-    if (!execution.inputs.empty()) {
-        std::memset(request.pInputs, kPoison, sizeof(ChiOfflineBufferSet) * request.numInputs);
-    }
-    if (request.pOutput != nullptr) {
-        std::memset(request.pOutput, kPoison, sizeof(ChiOfflineBufferSet));
-    }
-    std::memset(&request, kPoison, sizeof request);
+    spoil(request.pInputs, sizeof(ChiOfflineBufferSet) * execution.inputs.size());
+    spoil(request.pOutput, sizeof(ChiOfflineBufferSet));
+    spoil(&request, sizeof request);
 }
 
 int32_t ExecuteRequest(uint64_t handle, ChiOfflineExecuteRequest* request) {
@@ -377,8 +373,6 @@ void Fill(SlotList& slots, ChiOfflineInterface& table) {
     Install<Entry::TranslateFromChiBuffer, TranslateFromChi>(slots, table.pTranslateFromChiBuffer);
 }
 
-} // namespace
-
 /// The record is made at the first call and stays as it is.
 void* OpenContext(void* unused, uint32_t version) {
     Expect<void*>(Rule::OpenArguments, "the first argument", unused, nullptr);
@@ -387,6 +381,7 @@ void* OpenContext(void* unused, uint32_t version) {
     return &interface->record;
 }
 
+} // namespace
 } // namespace standin
 
 extern "C" __attribute__((visibility("default"))) void* ChiOfflineOpenContext(void* unused,

@@ -216,7 +216,6 @@ struct Control::State {
     std::vector<InstantResult> instantResults; ///< For `DeliverInstant`. Not guarded.
     std::map<const void*, SlotList> slots;     ///< By the record; empty for one that was closed.
     unsigned char* pTraceByte = nullptr; ///< The byte with the trace bit, in the context library.
-    unsigned configGeneration = 0;       ///< Counts resets.
     std::atomic<Observer*> observer = nullptr;
 
     /// Records a call. Has a value if the call is to fail: its result.
@@ -371,6 +370,17 @@ template <Entry Name, auto Function, auto Instant = Nothing<decltype(Function)>:
 void Install(SlotList& list, decltype(Function)& place) {
     list.push_back({Name, &place, std::bit_cast<void*>(&Recorded<Name, Function>::Call),
                     std::bit_cast<void*>(Instant)});
+}
+
+// --- The tables that the offline interface opens
+
+ChiOfflineMetadataOps* OpenMetadataOps(ChiOfflineInterface*, ChiMetadataOpsOpenInfo* info);
+ChiOfflineBufferManagerOps* OpenBufferOps(ChiOfflineInterface*);
+
+template <class Record> Record* OpenTable(void (*fill)(SlotList&, Record&)) {
+    const auto table = std::make_shared<Table<Record>>(fill);
+    Device().Lock()->template Of<Table<Record>>().emplace(Word(&table->record), table);
+    return &table->record;
 }
 
 } // namespace standin

@@ -2,19 +2,12 @@
 #include "platform/maker/zlog.h"
 #include "standin/state.h"
 
-namespace {
-
-constexpr uint64_t kFirstOperation = 0x10660000; ///< Recognisable; nothing is called through it.
-
-void FillOperations(ZOfflineLogOps* ops) {
-    uint64_t operation = kFirstOperation;
-    for (void*& slot : ops->reserved0) {
-        slot = standin::As<void*>(operation++);
-    }
-}
-
-} // namespace
-
 extern "C" __attribute__((visibility("default"))) void ChiOfflineLogEntry(ZOfflineLogOps* ops) {
-    standin::Recorded<standin::Entry::OfflineLogEntry, FillOperations>::Call(ops);
+    constexpr auto kFill = +[](ZOfflineLogOps* operations) {
+        uint64_t word = 0x10660000; // Recognisable; nothing is called through it.
+        for (void*& slot : operations->reserved0) {
+            slot = standin::As<void*>(word++);
+        }
+    };
+    standin::Recorded<standin::Entry::OfflineLogEntry, kFill>::Call(ops);
 }

@@ -10,13 +10,11 @@ namespace {
 std::string Text(const char* text) { return text == nullptr ? "(null)" : text; }
 
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    const int length = vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length < 0 ? 0 : static_cast<size_t>(length), '\0');
-    (void)vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
-    return text;
+    char* text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    const std::string copy(text, length < 0 ? 0 : static_cast<size_t>(length));
+    free(text);
+    return copy;
 }
 
 void InstallOperations(ZOfflineLogOps* ops) {

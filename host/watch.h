@@ -10,8 +10,8 @@
 namespace host {
 
 /// What a host may expect of the library for one request, and whether the library keeps to it.
-/// Violations go to the stand-in's control object. Each member may be called from any thread; none
-/// calls anybody while it holds the watch's mutex.
+/// Violations go to the stand-in's control object. Each member may be called from any thread, and
+/// calls nobody but that object.
 class RequestWatch {
   public:
     struct Expected {
@@ -40,11 +40,14 @@ class RequestWatch {
     void OnClosed();
 
   private:
-    class Turn;
     enum class Phase { UnderWay, Completed, Refused, Closed };
 
-    bool MayCome(Turn& turn, const char* what, standin::Rule whenCompleted);
-    void CheckBuffers(Turn& turn, const camera3_capture_result& result);
+    template <class... Parts>
+    bool Check(standin::Rule rule, bool holds, const Parts&... parts) const;
+    template <class T>
+    void CheckEqual(standin::Rule rule, const char* what, T actual, T expected) const;
+    bool MayCome(const char* what, standin::Rule whenCompleted);
+    void CheckBuffers(const camera3_capture_result& result);
 
     const std::string mName;
     std::mutex mMutex; ///< Guards all that follows.

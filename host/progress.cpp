@@ -17,22 +17,13 @@ constexpr std::chrono::milliseconds kTerminalPause{200};
 Progress::Progress(std::function<std::string()> describe)
     : mDescribe(std::move(describe)), mThread([this] { Show(); }) {}
 
-Progress::~Progress() {
-    {
-        const std::lock_guard lock(mMutex);
-        mIsOver = true;
-    }
-    mWake.notify_all();
-    mThread.join();
-}
-
 void Progress::Show() {
     const bool isTerminal = isatty(STDERR_FILENO) != 0;
     const char* const form = isTerminal ? "\r\033[K%s" : "%s\n";
     bool wasShown = false;
-    std::unique_lock lock(mMutex);
+    const auto isOver = mIsOver.get_future();
     for (std::chrono::milliseconds pause = kFirstPause;
-         !mWake.wait_for(lock, pause, [this] { return mIsOver; });
+         isOver.wait_for(pause) == std::future_status::timeout;
          pause = isTerminal ? kTerminalPause : kPause) {
         (void)fprintf(stderr, form, mDescribe().c_str());
         wasShown = true;

@@ -1,9 +1,8 @@
 /// A line that tells a person how far something is.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -15,7 +14,10 @@ class Progress {
   public:
     /// \param describe is called on a thread of the progress' own.
     explicit Progress(std::function<std::string()> describe);
-    ~Progress();
+    ~Progress() {
+        mIsOver.set_value();
+        mThread.join();
+    }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
@@ -23,9 +25,7 @@ class Progress {
     void Show();
 
     const std::function<std::string()> mDescribe;
-    std::mutex mMutex;
-    std::condition_variable mWake;
-    bool mIsOver = false;
+    std::promise<void> mIsOver;
     std::thread mThread;
 };
 

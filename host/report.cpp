@@ -55,24 +55,30 @@ std::string Describe(const CameraPlan& plan) {
 
 // --- The table of requests ----------------------------------------------------------------------
 
-using Moment = std::optional<Clock::time_point> Moments::*;
-constexpr Moment kColumns[] = {&Moments::returned, &Moments::metadata, &Moments::buffer,
-                               &Moments::released, &Moments::completed};
-constexpr size_t kLast = std::size(kColumns) - 1;
+using Times = std::vector<std::optional<double>>; ///< Milliseconds since the submission.
 
+/// A request's row.
 struct Row {
     const Request* request;
-    Moments moments;
-
-    /// Milliseconds from the submission to the moment of a column.
-    std::optional<double> Time(size_t column) const {
-        const auto moment = moments.*kColumns[column];
-        if (!moment.has_value() || !moments.submitted.has_value()) {
-            return std::nullopt;
-        }
-        return std::chrono::duration<double, std::milli>(*moment - *moments.submitted).count();
-    }
+    std::optional<Clock::time_point> submitted;
+    Times times; ///< As in the table: returned, metadata, buffer, released, completed.
 };
+
+double Milliseconds(Clock::duration duration) {
+    return std::chrono::duration<double, std::milli>(duration).count();
+}
+
+Row RowOf(const Request& request) {
+    const Moments when = request.When();
+    Row row{&request, when.submitted, {}};
+    for (const auto& moment :
+         {when.returned, when.metadata, when.buffer, when.released, when.completed}) {
+        row.times.push_back(moment.has_value() && when.submitted.has_value()
+                                ? std::optional(Milliseconds(*moment - *when.submitted))
+                                : std::nullopt);
+    }
+    return row;
+}
 
 std::string StatusOf(const Request& request) {
     if (!request.problem.empty()) {
@@ -89,7 +95,7 @@ std::string StatusOf(const Request& request) {
 }
 
 void PrintCells(const std::string& name, const std::string& feature, const std::string& submitted,
-                const std::vector<std::optional<double>>& times, const std::string& end) {
+                const Times& times, const std::string& end) {
     printf("  %-9s %-10s %10s", name.c_str(), feature.c_str(), submitted.c_str());
     for (const auto& time : times) {
         printf(" %9s", time.has_value() ? Number(*time).c_str() : "-");
@@ -99,15 +105,8 @@ void PrintCells(const std::string& name, const std::string& feature, const std::
 
 void PrintRow(const Row& row, Clock::time_point start) {
     const Request& request = *row.request;
-    std::vector<std::optional<double>> times;
-    for (size_t column = 0; column < std::size(kColumns); ++column) {
-        times.push_back(row.Time(column));
-    }
-    std::string submitted = "-";
-    if (row.moments.submitted.has_value()) {
-        const auto since = *row.moments.submitted - start;
-        submitted = Number(std::chrono::duration<double, std::milli>(since).count());
-    }
+    const std::string submitted =
+        row.submitted.has_value() ? Number(Milliseconds(*row.submitted - start)) : "-";
     const bool isGood = request.completion == 0U &&
                         (!request.judgement.has_value() || request.judgement->IsAsExpected());
     std::string end = StatusOf(request);
@@ -116,16 +115,16 @@ void PrintRow(const Row& row, Clock::time_point start) {
     }
     PrintCells(
         std::to_string(request.camera.Plan().id) + "/" + std::to_string(request.rtFrameNumber),
-        request.feature, submitted, times, Painted(isGood ? Colour::Plain : Colour::Bad, end));
+        request.feature, submitted, row.times, Painted(isGood ? Colour::Plain : Colour::Bad, end));
 }
 
 /// A line with the value at this share of each column: 0.5 for the median, 1 for the worst.
 void PrintSummary(const char* name, const std::vector<Row>& rows, double share) {
-    std::vector<std::optional<double>> times;
-    for (size_t column = 0; column < std::size(kColumns); ++column) {
+    Times times;
+    for (size_t column = 0; column < rows.front().times.size(); ++column) {
         std::vector<double> values;
         for (const Row& row : rows) {
-            if (const auto time = row.Time(column); time.has_value()) {
+            if (const auto time = row.times[column]; time.has_value()) {
                 values.push_back(*time);
             }
         }
@@ -150,13 +149,8 @@ void PrintRate(const Camera& camera) {
     }
     const auto [first, last] = std::minmax_element(submitted.begin(), submitted.end());
     const double seconds = std::chrono::duration<double>(*last - *first).count();
-    printf("  camera %u sent %s of %u requests a second\n", camera.Plan().id,
-           Number(static_cast<double>(submitted.size() - 1) / seconds).c_str(), camera.Plan().rate);
-}
-
-/// The slower it was completed, the further in front; what was not completed comes first.
-bool IsSlower(const Row& one, const Row& other) {
-    return one.Time(kLast).value_or(1e12) > other.Time(kLast).value_or(1e12);
+    printf("  camera %u sent %.1f of %u requests a second\n", camera.Plan().id,
+           static_cast<double>(submitted.size() - 1) / seconds, camera.Plan().rate);
 }
 
 } // namespace
@@ -183,12 +177,15 @@ void PrintRequests(const Run& run) {
     std::vector<Row> rows;
     for (const auto& camera : run.Cameras()) {
         for (const auto& request : camera->Requests()) {
-            rows.push_back({request.get(), request->When()});
+            rows.push_back(RowOf(*request));
         }
     }
     std::vector<Row> shown = rows;
     if (rows.size() > kMostRows) {
-        std::stable_sort(shown.begin(), shown.end(), IsSlower);
+        // The slower it was completed, the further in front; what was not completed comes first.
+        std::stable_sort(shown.begin(), shown.end(), [](const Row& one, const Row& other) {
+            return one.times.back().value_or(1e12) > other.times.back().value_or(1e12);
+        });
         shown.resize(kWorstRows);
     }
     printf("\n  %-9s %-10s %10s %9s %9s %9s %9s %9s\n", "request", "feature", "at ms", "returned",

@@ -85,8 +85,8 @@ void Camera::Drop(Request& request, const std::string& why) {
 /// taken from the first stream.
 bool Camera::TakeBuffers(Request& request) {
     const bool isDual = mPlan.IsDualRdi();
-    const bool hasYuv = mPlan.inputs.back() == HAL_PIXEL_FORMAT_YCBCR_420_888;
-    const uint32_t raws = static_cast<uint32_t>(mPlan.inputs.size()) - (hasYuv ? 1 : 0);
+    const uint32_t raws = mPlan.CountRaws();
+    const bool hasYuv = raws < mPlan.inputs.size();
     const uint32_t rawFrames = raws * mPlan.frames;
     const uint32_t count = rawFrames + (hasYuv ? mPlan.frames : 0);
     bool isGood = true;

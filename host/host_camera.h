@@ -23,6 +23,7 @@ class Camera : public kit::HostCamera<Camera, Request> {
            const Scene& scene);
 
     const CameraPlan& Plan() const { return mPlan; }
+    const Scene& Sees() const { return mScene; }
 
     /// Takes the next request's buffers and exposes its frames. Null when there are no more.
     Request* Prepare();

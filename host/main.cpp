@@ -36,13 +36,10 @@ struct Options {
     uint32_t requests = 0;
 };
 
-const std::map<std::string, int>& LogLevels() {
-    static const std::map<std::string, int> levels{{"verbose", ANDROID_LOG_VERBOSE},
-                                                   {"info", ANDROID_LOG_INFO},
-                                                   {"warn", ANDROID_LOG_WARN},
-                                                   {"error", ANDROID_LOG_ERROR}};
-    return levels;
-}
+const std::map<std::string, int> kLogLevels{{"verbose", ANDROID_LOG_VERBOSE},
+                                            {"info", ANDROID_LOG_INFO},
+                                            {"warn", ANDROID_LOG_WARN},
+                                            {"error", ANDROID_LOG_ERROR}};
 
 void Declare(CLI::App& app, Options& options) {
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
@@ -56,13 +53,13 @@ void Declare(CLI::App& app, Options& options) {
     app.add_option("--log", options.logLevel, "Show the library's log from this level on")
         ->expected(0, 1)
         ->default_str("verbose")
-        ->check(CLI::IsMember(&LogLevels()));
+        ->check(CLI::IsMember(&kLogLevels));
     app.add_option("--fault", options.faults, std::string("A fault at the device: ") + kFaultForms)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check([](const std::string& text) { return Fault{text}.Check(); });
     app.add_option("--shape", options.shape, "How results come back")
-        ->check(CLI::IsMember(&Shapes()));
+        ->check(CLI::IsMember(&kShapes));
     app.add_option("--width", options.width, "Width of the pictures, a multiple of 4");
     app.add_option("--height", options.height, "Height of the pictures, a multiple of 2");
     app.add_option("--frames", options.frames, "Frames of a burst")
@@ -106,7 +103,7 @@ Scenario ReadScenario(const Options& options) {
         scenario.faults.push_back({fault});
     }
     if (!options.shape.empty()) {
-        scenario.shape = Shapes().at(options.shape);
+        scenario.shape = kShapes.at(options.shape);
     }
     if (!options.scene.empty()) {
         scenario.scene = options.scene;
@@ -138,7 +135,7 @@ std::string ChooseLibrary(const Options& options, const Scenario& scenario) {
     const bool logs = !options.logLevel.empty() || !scenario.faults.empty();
     __android_log_set_logger(WriteLogLine);
     __android_log_set_minimum_priority(
-        LogLevels().at(options.logLevel.empty() ? "warn" : options.logLevel));
+        kLogLevels.at(options.logLevel.empty() ? "warn" : options.logLevel));
     return options.library.empty() ? kit::AdapterFile(logs) : options.library;
 }
 

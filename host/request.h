@@ -25,7 +25,10 @@ struct Moments {
 /// Starts with the record that the library gets, so that callbacks find their request. It is the
 /// host's thread's until it is submitted, then the vendor's threads' until the completion.
 struct Request : OemLayer::RequestPrivData {
-    Request(Camera& owner, std::string name, uint32_t number, uint32_t width, uint32_t height);
+    // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
+    Request(Camera& owner, std::string name, uint32_t number, uint32_t width, uint32_t height)
+        : RequestPrivData{}, camera(owner), index(number), output(width, height),
+          watch(std::move(name)) {}
 
     Camera& camera;
     const uint32_t index; ///< Among the camera's requests.
@@ -38,8 +41,17 @@ struct Request : OemLayer::RequestPrivData {
     RequestWatch watch;
 
     /// Notes the time of an event, once.
-    void Note(std::optional<Clock::time_point> Moments::*event);
-    Moments When() const;
+    void Note(std::optional<Clock::time_point> Moments::*event) {
+        const auto now = Clock::now();
+        const std::lock_guard lock(mMutex);
+        if (!(mMoments.*event).has_value()) {
+            mMoments.*event = now;
+        }
+    }
+    Moments When() const {
+        const std::lock_guard lock(mMutex);
+        return mMoments;
+    }
 
     std::string problem;                ///< Why it was not submitted; empty if it was.
     std::optional<uint32_t> status;     ///< Of the submission, once it returned.

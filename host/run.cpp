@@ -189,20 +189,11 @@ void Run::Count(Request& request, Outcome& outcome) const {
     if (request.completion == 0U && mScenario.expect.pictures) {
         if (!request.frames.empty()) {
             request.judgement =
-                host::Judge(SceneOf(request), request.frames, request.output.Pixels());
+                host::Judge(request.camera.Sees(), request.frames, request.output.Pixels());
         }
         const bool isRight = request.judgement.has_value() && request.judgement->IsAsExpected();
         outcome.wrongPictures += isRight ? 0 : 1;
     }
-}
-
-const Scene& Run::SceneOf(const Request& request) const {
-    for (size_t i = 0; i < mCameras.size(); ++i) {
-        if (mCameras[i].get() == &request.camera) {
-            return mScenes[i];
-        }
-    }
-    return mScenes.front();
 }
 
 /// What was expected and did not come true.
@@ -249,8 +240,7 @@ std::string Run::WritePicture(const std::string& file) const {
     for (const auto& camera : mCameras) {
         for (const auto& request : camera->Requests()) {
             if (request->judgement.has_value()) {
-                WritePng(file, SceneOf(*request), request->frames.front(),
-                         request->output.Pixels());
+                WritePng(file, camera->Sees(), request->frames.front(), request->output.Pixels());
                 return request->judgement->Describe();
             }
         }

@@ -55,7 +55,6 @@ class Run {
     void SendAll();
     void Drive(Camera& camera, uint32_t thread) const;
     void Count(Request& request, Outcome& outcome) const;
-    const Scene& SceneOf(const Request& request) const;
     void Compare(Outcome& outcome) const;
 
     const Scenario& mScenario;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <sstream>
 
@@ -34,12 +35,9 @@ constexpr uint32_t kPatience = 60;
 constexpr uint32_t kPatience = 10;
 #endif
 
-const std::map<std::string, int32_t>& Formats() {
-    static const std::map<std::string, int32_t> formats{{"RAW10", HAL_PIXEL_FORMAT_RAW10},
-                                                        {"RAW16", HAL_PIXEL_FORMAT_RAW16},
-                                                        {"YUV", HAL_PIXEL_FORMAT_YCBCR_420_888}};
-    return formats;
-}
+const std::map<std::string, int32_t> kFormats{{"RAW10", HAL_PIXEL_FORMAT_RAW10},
+                                              {"RAW16", HAL_PIXEL_FORMAT_RAW16},
+                                              {"YUV", HAL_PIXEL_FORMAT_YCBCR_420_888}};
 
 std::vector<std::string> Words(const std::string& text) {
     std::istringstream stream(text);
@@ -60,22 +58,12 @@ bool IsCount(const std::string& text) {
            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-} // namespace
-
-const char* const kFaultForms = "\"fail ENTRY [NTH [TIMES]]\", \"missing ENTRY\", \"refuse PATH\" "
-                                "or \"variant PATH FILE\"";
-
-const std::map<std::string, Shape>& Shapes() {
-    static const std::map<std::string, Shape> shapes{
-        {"metadata-first", Shape::MetadataFirst},
-        {"buffers-first", Shape::BuffersFirst},
-        {"together", Shape::Together},
-        {"partials", Shape::Partials},
-        {"error-buffer", Shape::ErrorBuffer},
-        {"second-block", Shape::SecondBlock},
-    };
-    return shapes;
+/// The count at an index of a fault's words.
+uint32_t CountAt(const std::vector<std::string>& words, size_t index, uint32_t fallback) {
+    return index < words.size() ? static_cast<uint32_t>(std::stoul(words[index])) : fallback;
 }
+
+} // namespace
 
 // --- Faults -------------------------------------------------------------------------------------
 
@@ -111,15 +99,11 @@ std::string Fault::Check() const {
 
 bool Fault::WasReached(const standin::Control& device) const {
     const std::vector<std::string> words = Words(text);
-    if (words[0] != "fail") {
-        return true;
-    }
-    const auto nth = words.size() > 2 ? std::stoul(words[2]) : 1;
-    return device.CallCount(*FindEntry(words[1])) >= nth;
+    return words[0] != "fail" || device.CallCount(*FindEntry(words[1])) >= CountAt(words, 2, 1);
 }
 
 void Fault::Apply(standin::Control& device) const {
-    std::vector<std::string> words = Words(text);
+    const std::vector<std::string> words = Words(text);
     if (words[0] == "refuse") {
         device.RefuseLibrary(words[1]);
     } else if (words[0] == "variant") {
@@ -128,10 +112,8 @@ void Fault::Apply(standin::Control& device) const {
         device.SetMissing(*FindEntry(words[1]));
     } else {
         const Entry entry = *FindEntry(words[1]);
-        const auto nth = words.size() > 2 ? std::stoul(words[2]) : 1;
-        const auto times = words.size() > 3 ? std::stoul(words[3]) : UINT32_MAX;
-        device.Fail(entry, standin::FailureOf(entry), static_cast<uint32_t>(nth),
-                    static_cast<uint32_t>(times));
+        device.Fail(entry, standin::FailureOf(entry), CountAt(words, 2, 1),
+                    CountAt(words, 3, UINT32_MAX));
     }
 }
 
@@ -139,30 +121,17 @@ void Fault::Apply(standin::Control& device) const {
 
 namespace {
 
-std::vector<std::string> ReadTexts(const Located& json, const std::string& key) {
-    std::vector<std::string> texts;
-    for (const Located& item : json[key].Items()) {
-        texts.push_back(item.Text());
-    }
-    if (texts.empty()) {
-        json[key].Fail("must not be empty");
-    }
-    return texts;
-}
+int32_t ReadFormat(const Located& json) { return json.Choice(kFormats); }
 
 CameraPlan ReadCamera(const Located& json, uint32_t id) {
     json.AllowKeys({"id", "inputs", "width", "height", "features", "frames", "requests", "rate",
                     "inFlight", "threads", "output", "announcedSets", "flushAfter", "heldAtFlush"});
     CameraPlan plan;
     plan.id = json.Number("id", id, 0, kMostCameras - 1);
-    if (json.Has("inputs")) {
-        plan.inputs.clear();
-        for (const Located& item : json["inputs"].Items()) {
-            plan.inputs.push_back(item.Choice(Formats()));
-        }
-    }
-    if (json.Has("features")) {
-        plan.features = ReadTexts(json, "features");
+    plan.inputs = json.List("inputs", plan.inputs, ReadFormat);
+    plan.features = json.List("features", plan.features, std::mem_fn(&Located::Text));
+    if (plan.features.empty()) {
+        json["features"].Fail("must not be empty");
     }
     plan.width = json.Number("width", plan.width, kLeastWidth, kMostPixels, 4);
     plan.height = json.Number("height", plan.height, kLeastHeight, kMostPixels, 2);
@@ -180,37 +149,19 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
     return plan;
 }
 
-std::vector<Fault> ReadFaults(const Located& json) {
-    std::vector<Fault> faults;
-    std::set<std::string> targets;
-    for (const Located& item : json.Items()) {
-        faults.push_back({item.Text()});
-        if (const std::string problem = faults.back().Check(); !problem.empty()) {
-            item.Fail(problem);
-        }
-        if (!targets.insert(Words(faults.back().text)[1]).second) {
-            item.Fail("is the second fault at the same place");
-        }
+/// The number of a rule.
+std::string ReadRule(const Located& json) {
+    const std::string number = json.Text();
+    if (std::none_of(standin::kRules.begin(), standin::kRules.end(),
+                     [&](const auto& rule) { return rule.number == number; })) {
+        json.Fail("must be the number of a rule, as in docs/contract.md");
     }
-    return faults;
-}
-
-/// Numbers of rules.
-std::vector<std::string> ReadRules(const Located& json) {
-    std::vector<std::string> numbers;
-    for (const Located& item : json.Items()) {
-        numbers.push_back(item.Text());
-        if (std::none_of(standin::kRules.begin(), standin::kRules.end(),
-                         [&](const auto& rule) { return rule.number == numbers.back(); })) {
-            item.Fail("must be the number of a rule, as in docs/contract.md");
-        }
-    }
-    return numbers;
+    return number;
 }
 
 void ReadVendor(const Located& json, Scenario& scenario) {
     json.AllowKeys({"shape", "order", "delivery", "latency", "frameworkBuffers", "faults"});
-    scenario.shape = json.Choice("shape", scenario.shape, Shapes());
+    scenario.shape = json.Choice("shape", scenario.shape, kShapes);
     scenario.order = json.Choice<Order>(
         "order", scenario.order, {{"in-order", Order::InOrder}, {"shuffled", Order::Shuffled}});
     scenario.delivery = json.Choice<Delivery>("delivery", scenario.delivery,
@@ -219,9 +170,18 @@ void ReadVendor(const Located& json, Scenario& scenario) {
                                                {"never", Delivery::ByHand}});
     scenario.latencyMilliseconds = json.Number("latency", 0, 0, 10'000);
     scenario.frameworkBuffers = json.Flag("frameworkBuffers", false);
-    if (json.Has("faults")) {
-        scenario.faults = ReadFaults(json["faults"]);
-    }
+    std::set<std::string> targets;
+    const auto readFault = [&](const Located& item) {
+        const Fault fault{item.Text()};
+        if (const std::string problem = fault.Check(); !problem.empty()) {
+            item.Fail(problem);
+        }
+        if (!targets.insert(Words(fault.text)[1]).second) {
+            item.Fail("is the second fault at the same place");
+        }
+        return fault;
+    };
+    scenario.faults = json.List("faults", scenario.faults, readFault);
 }
 
 std::map<uint32_t, uint32_t> ReadRefused(const Located& json) {
@@ -232,126 +192,93 @@ std::map<uint32_t, uint32_t> ReadRefused(const Located& json) {
 Expectation ReadExpectation(const Located& json) {
     json.AllowKeys({"completed", "refused", "notSent", "unanswered", "errors", "sessions",
                     "pictures", "abort", "violations"});
-    Expectation expect;
-    if (json.Has("completed")) {
-        expect.completed = json.Number("completed", 0, 0, kMost);
-    }
-    if (json.Has("refused")) {
-        expect.refused = ReadRefused(json["refused"]);
-    }
-    expect.notSent = json.Number("notSent", 0, 0, kMost);
-    expect.unanswered = json.Number("unanswered", 0, 0, kMost);
-    expect.errors = json.Number("errors", 0, 0, kMost);
-    if (json.Has("sessions")) {
-        expect.sessions = json.Number("sessions", 0, 0, kMost);
-    }
-    expect.pictures = json.Flag("pictures", true);
-    expect.abort = json.Flag("abort", false);
-    if (json.Has("violations")) {
-        expect.violations = ReadRules(json["violations"]);
-    }
-    return expect;
+    const auto number = [&](const char* key) { return json.Number(key, 0, 0, kMost); };
+    const auto optional = [&](const char* key) {
+        return json.Has(key) ? std::optional(number(key)) : std::nullopt;
+    };
+    return {.completed = optional("completed"),
+            .refused = json.Has("refused") ? ReadRefused(json["refused"]) : Expectation{}.refused,
+            .notSent = number("notSent"),
+            .unanswered = number("unanswered"),
+            .errors = number("errors"),
+            .sessions = optional("sessions"),
+            .pictures = json.Flag("pictures", true),
+            .abort = json.Flag("abort", false),
+            .violations = json.List("violations", Expectation{}.violations, ReadRule)};
 }
 
-/// Whether a camera of the list before this one has its id.
-bool IsTwin(const CameraPlan& plan, const Scenario& scenario) {
-    const auto first = std::find_if(scenario.cameras.begin(), scenario.cameras.end(),
-                                    [&](const CameraPlan& other) { return other.id == plan.id; });
-    return &*first != &plan;
+std::string SizeText(uint32_t width, uint32_t height) {
+    return std::to_string(width) + " x " + std::to_string(height);
 }
 
-std::string CheckSize(const CameraPlan& plan) {
-    const bool isLarge = plan.frames * plan.inputs.size() > kMostOfSmall;
-    const uint32_t leastWidth = isLarge ? 2 * kLeastWidth : kLeastWidth;
-    const uint32_t leastHeight = isLarge ? 2 * kLeastHeight : kLeastHeight;
-    if (plan.width < leastWidth || plan.height < leastHeight ||
-        std::max(plan.width, plan.height) > kMostPixels) {
-        return "the size must be from " + std::to_string(leastWidth) + " x " +
-               std::to_string(leastHeight) + " for so many frames to " +
-               std::to_string(kMostPixels) + " x " + std::to_string(kMostPixels);
-    }
-    if (plan.width % 4 != 0 || plan.height % 2 != 0) {
-        return "the width must be a multiple of 4, the height one of 2";
-    }
-    if (uint64_t{plan.requests} * plan.width * plan.height * 3 / 2 > kMostBytes) {
-        return "the pictures of so many requests take more than 4 GiB";
+/// What is wrong with a camera's plan, empty if nothing is.
+std::string CheckCamera(const CameraPlan& plan, const Scenario& scenario) {
+    const auto isRaw = [](int32_t format) { return format != HAL_PIXEL_FORMAT_YCBCR_420_888; };
+    const auto isTwin = [&](const CameraPlan& other) { return other.id == plan.id; };
+    const size_t inputs = plan.inputs.size();
+    const size_t raws = plan.CountRaws();
+    const uint32_t enlargement = plan.frames * inputs > kMostOfSmall ? 2 : 1;
+    const uint32_t leastWidth = enlargement * kLeastWidth;
+    const uint32_t leastHeight = enlargement * kLeastHeight;
+    const std::pair<bool, std::string> problems[] = {
+        {plan.width < leastWidth || plan.height < leastHeight ||
+             std::max(plan.width, plan.height) > kMostPixels,
+         "the size must be from " + SizeText(leastWidth, leastHeight) + " for so many frames to " +
+             SizeText(kMostPixels, kMostPixels)},
+        {plan.width % 4 != 0 || plan.height % 2 != 0,
+         "the width must be a multiple of 4, the height one of 2"},
+        {uint64_t{plan.requests} * plan.width * plan.height * 3 / 2 > kMostBytes,
+         "the pictures of so many requests take more than 4 GiB"},
+        {inputs == 0 || raws > 2 || inputs - raws > 1,
+         "inputs must be one or two raw streams, or a YUV one, or both"},
+        {!std::is_partitioned(plan.inputs.begin(), plan.inputs.end(), isRaw),
+         "a YUV input must be the last"},
+        {raws == 2 && plan.inputs[0] != plan.inputs[1],
+         "the two raw inputs must come first and have one format"},
+        {raws == 2 && plan.frames > kMostDualSets, "two raw inputs can have 6 frames at most"},
+        {plan.frames * inputs > OemLayer::kMaxInputBuffers,
+         "frames times inputs must be 24 at most"},
+        {plan.lends != scenario.frameworkBuffers,
+         "output must be \"on-request\" where the vendor asks for framework buffers, and nowhere "
+         "else"},
+        {plan.lends && (plan.threads > 1 || plan.rate > 0 || plan.inFlight > 1),
+         "requests whose output is lent must go one at a time"},
+        {plan.flushAfter >= plan.requests, "flushAfter must be less than requests"},
+        {plan.heldAtFlush > 0 && (plan.heldAtFlush > plan.flushAfter || plan.threads > 1 ||
+                                  scenario.cameras.size() > 1 || plan.inFlight <= plan.heldAtFlush),
+         "heldAtFlush must be flushAfter at most and less than inFlight, on one camera with one "
+         "thread"},
+        {&*std::find_if(scenario.cameras.begin(), scenario.cameras.end(), isTwin) != &plan,
+         "there are two of this id"},
+    };
+    for (const auto& [isThere, problem] : problems) {
+        if (isThere) {
+            return "camera " + std::to_string(plan.id) + ": " + problem;
+        }
     }
     return {};
 }
 
-std::string CheckCamera(const CameraPlan& plan, const Scenario& scenario) {
-    const std::string who = "camera " + std::to_string(plan.id) + ": ";
-    const auto raws = std::count_if(plan.inputs.begin(), plan.inputs.end(), [](int32_t format) {
-        return format != HAL_PIXEL_FORMAT_YCBCR_420_888;
-    });
-    if (const std::string problem = CheckSize(plan); !problem.empty()) {
-        return who + problem;
-    }
-    if (plan.inputs.empty() || raws > 2 || plan.inputs.size() - static_cast<size_t>(raws) > 1) {
-        return who + "inputs must be one or two raw streams, or a YUV one, or both";
-    }
-    if (raws > 0 && plan.inputs[0] == HAL_PIXEL_FORMAT_YCBCR_420_888) {
-        return who + "a YUV input must be the last";
-    }
-    if (raws == 2 && plan.inputs[1] == HAL_PIXEL_FORMAT_YCBCR_420_888) {
-        return who + "a YUV input must be the last";
-    }
-    if (plan.IsDualRdi() && plan.inputs[0] != plan.inputs[1]) {
-        return who + "the two raw inputs must come first and have one format";
-    }
-    if (plan.IsDualRdi() && plan.frames > kMostDualSets) {
-        return who + "two raw inputs can have 6 frames at most";
-    }
-    if (plan.frames * plan.inputs.size() > OemLayer::kMaxInputBuffers) {
-        return who + "frames times inputs must be 24 at most";
-    }
-    if (plan.lends != scenario.frameworkBuffers) {
-        return who + "output must be \"on-request\" where the vendor asks for framework buffers, "
-                     "and nowhere else";
-    }
-    if (plan.lends && (plan.threads > 1 || plan.rate > 0 || plan.inFlight > 1)) {
-        return who + "requests whose output is lent must go one at a time";
-    }
-    if (plan.flushAfter >= plan.requests) {
-        return who + "flushAfter must be less than requests";
-    }
-    if (plan.heldAtFlush > 0 &&
-        (plan.heldAtFlush > plan.flushAfter || plan.threads > 1 || scenario.cameras.size() > 1 ||
-         plan.inFlight <= plan.heldAtFlush)) {
-        return who + "heldAtFlush must be flushAfter at most and less than inFlight, on one camera "
-                     "with one thread";
-    }
-    return IsTwin(plan, scenario) ? who + "there are two of this id" : std::string{};
-}
-
 void ReadCameras(const Located& json, Scenario& scenario) {
-    std::vector<Located> places;
-    if (!json.Has("cameras")) {
-        scenario.cameras.emplace_back();
-        places.push_back(json);
-    } else {
-        places = json["cameras"].Items();
-        for (const Located& place : places) {
-            const auto id = static_cast<uint32_t>(scenario.cameras.size()) % kMostCameras;
-            scenario.cameras.push_back(ReadCamera(place, id));
-        }
+    uint32_t count = 0;
+    const auto read = [&](const Located& item) { return ReadCamera(item, count++ % kMostCameras); };
+    scenario.cameras = json.List("cameras", std::vector<CameraPlan>(1), read);
+    if (scenario.cameras.empty()) {
+        json["cameras"].Fail("must not be empty");
     }
-    for (size_t i = 0; i < places.size(); ++i) {
+    for (size_t i = 0; i < scenario.cameras.size(); ++i) {
         const std::string problem = CheckCamera(scenario.cameras[i], scenario);
         if (!problem.empty()) {
-            places[i].Refuse(problem);
+            (json.Has("cameras") ? json["cameras"].Items()[i] : json).Refuse(problem);
         }
-    }
-    if (places.empty()) {
-        json["cameras"].Fail("must not be empty");
     }
 }
 
 } // namespace
 
-bool CameraPlan::IsDualRdi() const {
-    return inputs.size() > 1 && inputs[0] != HAL_PIXEL_FORMAT_YCBCR_420_888 &&
-           inputs[1] != HAL_PIXEL_FORMAT_YCBCR_420_888;
+uint32_t CameraPlan::CountRaws() const {
+    const auto yuvs = std::count(inputs.begin(), inputs.end(), HAL_PIXEL_FORMAT_YCBCR_420_888);
+    return static_cast<uint32_t>(inputs.size() - static_cast<size_t>(yuvs));
 }
 
 std::string Scenario::Check() const {
@@ -368,7 +295,7 @@ Scenario Scenario::Read(const std::string& file) {
     json.AllowKeys({"shows", "cameras", "vendor", "seed", "patience", "scene", "expect"});
     Scenario scenario;
     scenario.name = std::filesystem::path(file).stem().string();
-    scenario.shows = json.Text("shows", "");
+    scenario.shows = json.Has("shows") ? json["shows"].Text() : "";
     scenario.seed = json.Number("seed", scenario.seed, 0, kMost);
     scenario.patienceSeconds = json.Number("patience", kPatience, 1, 3600);
     if (json.Has("scene")) {

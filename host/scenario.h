@@ -24,7 +24,9 @@ struct Fault {
     /// Whether the device was called so often that it failed. True for the other forms.
     bool WasReached(const standin::Control& device) const;
 };
-extern const char* const kFaultForms; ///< For people: the forms of the text.
+/// For people: the forms of the text.
+inline constexpr char kFaultForms[] = "\"fail ENTRY [NTH [TIMES]]\", \"missing ENTRY\", "
+                                      "\"refuse PATH\" or \"variant PATH FILE\"";
 
 /// A camera of a run.
 struct CameraPlan {
@@ -45,7 +47,8 @@ struct CameraPlan {
     uint32_t flushAfter = 0;    ///< Flush before the request with this index; 0 for never.
     uint32_t heldAtFlush = 0;   ///< Requests that the vendor still works on at the flush.
 
-    bool IsDualRdi() const;
+    uint32_t CountRaws() const; ///< Inputs of a raw format.
+    bool IsDualRdi() const { return CountRaws() == 2; }
 };
 
 /// What shall have come true when a run is over.
@@ -84,6 +87,13 @@ struct Scenario {
     std::string Check() const;
 };
 
-const std::map<std::string, standin::Shape>& Shapes(); ///< By their names for people.
+/// By their names for people.
+inline const std::map<std::string, standin::Shape> kShapes{
+    {"metadata-first", standin::Shape::MetadataFirst},
+    {"buffers-first", standin::Shape::BuffersFirst},
+    {"together", standin::Shape::Together},
+    {"partials", standin::Shape::Partials},
+    {"error-buffer", standin::Shape::ErrorBuffer},
+    {"second-block", standin::Shape::SecondBlock}};
 
 } // namespace host

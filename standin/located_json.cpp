@@ -164,10 +164,6 @@ bool Located::Flag(const std::string& key, bool fallback) const {
     return Has(key) ? mValue->at(key).get<bool>() : fallback;
 }
 
-std::string Located::Text(const std::string& key, const std::string& fallback) const {
-    return Has(key) ? (*this)[key].Text() : fallback;
-}
-
 std::string Located::Text() const {
     if (!mValue->is_string()) {
         Fail("must be a text in quotes");

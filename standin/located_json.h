@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -34,14 +35,25 @@ class Located {
     uint32_t Number(const std::string& key, uint32_t fallback, uint32_t from, uint32_t to,
                     uint32_t unit = 1) const;
     bool Flag(const std::string& key, bool fallback) const;
-    std::string Text(const std::string& key, const std::string& fallback) const;
-    std::string Text() const;
+    /// What `read` makes of each item of the key's array.
+    template <class T, class Read>
+    std::vector<T> List(const std::string& key, const std::vector<T>& fallback, Read read) const {
+        if (!Has(key)) {
+            return fallback;
+        }
+        const std::vector<Located> items = (*this)[key].Items();
+        std::vector<T> list;
+        std::transform(items.begin(), items.end(), std::back_inserter(list), read);
+        return list;
+    }
 
-    /// One of the map's names.
     template <class T>
     T Choice(const std::string& key, T fallback, const std::map<std::string, T>& choices) const {
         return Has(key) ? (*this)[key].Choice(choices) : fallback;
     }
+
+    std::string Text() const;
+    /// One of the map's names.
     template <class T> T Choice(const std::map<std::string, T>& choices) const {
         std::string names;
         for (const auto& [name, value] : choices) {

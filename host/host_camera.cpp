@@ -39,24 +39,17 @@ Camera::Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenar
     mTable.Create(&mTable, plan.id);
 }
 
-Request* Camera::NextRequest() {
-    const std::lock_guard lock(mMutex);
-    const auto index = static_cast<uint32_t>(mRequests.size());
-    if (index == mPlan.requests) {
-        return nullptr;
-    }
-    const uint32_t frame = kFirstFrame + kFramesOfCamera * mPlan.id + index;
-    const std::string name =
-        "camera " + std::to_string(mPlan.id) + ", frame " + std::to_string(frame);
-    mRequests.push_back(std::make_unique<Request>(*this, name, index, mPlan.width, mPlan.height));
-    mRequests.back()->rtFrameNumber = frame;
-    return mRequests.back().get();
-}
-
 Request* Camera::Prepare() {
-    Request* const request = NextRequest();
-    if (request == nullptr) {
-        return nullptr;
+    Request* request = nullptr;
+    {
+        const std::lock_guard lock(mMutex);
+        const auto index = static_cast<uint32_t>(mRequests.size());
+        if (index == mPlan.requests) {
+            return nullptr;
+        }
+        const uint32_t frame = kFirstFrame + kFramesOfCamera * mPlan.id + index;
+        mRequests.push_back(std::make_unique<Request>(*this, mPlan, index, frame));
+        request = mRequests.back().get();
     }
     const Slice slice("prepare", request->rtFrameNumber);
     request->feature = mPlan.features[request->index % mPlan.features.size()];

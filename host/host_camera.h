@@ -2,7 +2,6 @@
 #pragma once
 
 #include "host/request.h"
-#include "host/scenario.h"
 #include "kit/camera.h"
 
 #include <atomic>
@@ -58,7 +57,6 @@ class Camera : public kit::HostCamera<Camera, Request> {
     buffer_handle_t* Lend(const camera3_stream* stream);
 
   private:
-    Request* NextRequest();
     bool TakeBuffers(Request& request);
     void* TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
                     uint32_t weight);

@@ -18,7 +18,6 @@ using namespace host;
 using standin::InputError;
 
 enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
-constexpr const char* kOut = "out/";
 
 struct Options {
     std::string scenario = "night-burst";
@@ -76,17 +75,14 @@ std::string ScenarioFile(const std::string& name) {
     return name.ends_with(".json") ? name : kit::Beside("scenarios/" + name + ".json");
 }
 
-std::set<std::string> ScenarioNames() {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(kit::Beside("scenarios"))) {
-        names.insert(entry.path().stem().string());
-    }
-    return names;
-}
-
 int ListScenarios() {
-    for (const std::string& name : ScenarioNames()) {
-        printf("%-22s %s\n", name.c_str(), Scenario::Read(ScenarioFile(name)).shows.c_str());
+    std::set<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(kit::Beside("scenarios"))) {
+        files.insert(entry.path());
+    }
+    for (const auto& file : files) {
+        const std::string shows = Scenario::Read(file).shows;
+        printf("%-22s %s\n", file.stem().c_str(), shows.c_str());
     }
     return kCameTrue;
 }
@@ -94,7 +90,7 @@ int ListScenarios() {
 /// The file's scenario, with what the options want otherwise.
 Scenario ReadScenario(const Options& options) {
     const std::string file = ScenarioFile(options.scenario);
-    if (!options.scenario.ends_with(".json") && !ScenarioNames().contains(options.scenario)) {
+    if (!options.scenario.ends_with(".json") && !std::filesystem::exists(file)) {
         throw InputError("there is no scenario '" + options.scenario +
                          "'; --list lists what there is, and a file's name ends in .json");
     }
@@ -154,16 +150,9 @@ void OnInterrupt(int /*signal*/) {
     _exit(kFailed); // Something else than the library, which only does so while it loads.
 }
 
-void HandleSignals(const Scenario& scenario) {
-    (void)std::signal(SIGINT, OnInterrupt);
-    if (scenario.expect.abort) {
-        (void)std::signal(SIGABRT, OnExpectedAbort);
-    }
-}
-
 /// A bare name goes below the folder for output.
 std::string OutputFile(const std::string& file) {
-    return file.find('/') == std::string::npos ? kOut + file : file;
+    return file.find('/') == std::string::npos ? "out/" + file : file;
 }
 
 /// Writes the files that are wanted, and tells of them. \returns false, with a line on standard
@@ -191,7 +180,10 @@ bool WriteFiles(const Options& options, const Run& run) try {
 int RunScenario(const Options& options) {
     const Scenario scenario = ReadScenario(options);
     const std::string library = ChooseLibrary(options, scenario);
-    HandleSignals(scenario);
+    (void)std::signal(SIGINT, OnInterrupt);
+    if (scenario.expect.abort) {
+        (void)std::signal(SIGABRT, OnExpectedAbort);
+    }
     PrintScenario(scenario, std::filesystem::proximate(library).string());
     if (!options.trace.empty()) {
         timeline::Start();
@@ -209,7 +201,11 @@ int RunScenario(const Options& options) {
     return outcome.unfulfilled.empty() && areWritten && isPrinted ? kCameTrue : kFailed;
 }
 
-int ParseAndRun(int argc, char** argv) {
+} // namespace
+
+int main(int argc, char** argv) try {
+    // Lines go out at once, so that they stand in order with the log's on standard error.
+    (void)setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     Options options;
     CLI::App app{"Drives camera.oemlayer.adapter.so on the stand-in device, as a scenario says.",
                  "./dev host"};
@@ -220,20 +216,7 @@ int ParseAndRun(int argc, char** argv) {
         return app.exit(error) == 0 ? kCameTrue : kWrongInput;
     }
     return options.lists ? ListScenarios() : RunScenario(options);
-}
-
-} // namespace
-
-int main(int argc, char** argv) {
-    // Lines go out at once, so that they stand in order with the log's on standard error.
-    (void)setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    try {
-        return ParseAndRun(argc, argv);
-    } catch (const InputError& error) {
-        (void)fprintf(stderr, "%s\n", error.what());
-        return kWrongInput;
-    } catch (const std::exception& error) {
-        (void)fprintf(stderr, "%s\n", error.what());
-        return kFailed;
-    }
+} catch (const std::exception& error) {
+    (void)fprintf(stderr, "%s\n", error.what());
+    return dynamic_cast<const InputError*>(&error) != nullptr ? kWrongInput : kFailed;
 }

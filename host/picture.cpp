@@ -10,6 +10,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <numeric>
@@ -209,11 +210,9 @@ void PackRaw10(const std::vector<uint16_t>& values, uint8_t* bytes) {
     }
 }
 
+/// The words of the format are this machine's.
 void PackRaw16(const std::vector<uint16_t>& values, uint8_t* bytes) {
-    for (const uint16_t value : values) {
-        *bytes++ = static_cast<uint8_t>(value);
-        *bytes++ = static_cast<uint8_t>(value >> 8);
-    }
+    std::memcpy(bytes, values.data(), values.size() * sizeof values[0]);
 }
 
 /// The sensor's values of one row: ten bits.
@@ -228,13 +227,13 @@ void Sense(const uint32_t* argb, uint32_t y, uint32_t cfaPattern, Noise& noise,
 }
 
 /// The first `rows` rows of a frame, an even number.
-void Render(const Scene& scene, const Exposure& exposure, const Inks& inks, double deviation,
+void Render(const Scene& scene, const Exposure& exposure, const Inks& inks, bool isNoisy,
             uint32_t rows, std::span<uint8_t> memory) {
-    const Panel panel(scene, exposure.shot.number, inks);
-    Noise noise(exposure.shot, deviation);
     const uint32_t width = scene.Width();
     const int stride = static_cast<int>(width);
     const bool isYuv = exposure.format == ChiStreamFormatYCbCr420_888;
+    const Panel panel(scene, exposure.shot.number, inks);
+    Noise noise(exposure.shot, isNoisy ? (isYuv ? kYuvNoise : kRawNoise) : 0);
     const auto pack = exposure.format == ChiStreamFormatRaw10 ? PackRaw10 : PackRaw16;
     std::vector<uint32_t> pixels(size_t{width} * 2);
     std::vector<uint16_t> values(width);
@@ -254,7 +253,7 @@ void Render(const Scene& scene, const Exposure& exposure, const Inks& inks, doub
                                &memory[size_t{width} * (rows + y / 2)], stride, stride, 2);
         }
     }
-    if (isYuv && deviation > 0) {
+    if (isYuv && isNoisy) {
         for (uint8_t& sample : memory) {
             sample = static_cast<uint8_t>(sample + noise.Next());
         }
@@ -270,12 +269,6 @@ Inks InksOf(const Shot& shot) {
 
 // --- Development
 
-Bytes DevelopAll(const Scene& scene, std::span<const standin::Frame> frames, uint32_t rows) {
-    Bytes nv12(standin::ImageSize(ChiStreamFormatYCbCr420_888, scene.Width(), rows));
-    standin::DevelopFrames(frames, scene.Width(), rows, nv12);
-    return nv12;
-}
-
 standin::Frame FrameOf(const Exposure& exposure, std::span<const uint8_t> memory) {
     const bool isYuv = exposure.format == ChiStreamFormatYCbCr420_888;
     const bool isRaw10 = exposure.format == ChiStreamFormatRaw10;
@@ -283,27 +276,30 @@ standin::Frame FrameOf(const Exposure& exposure, std::span<const uint8_t> memory
             exposure.cfaPattern, memory};
 }
 
-Bytes DevelopNoisy(const Scene& scene, const Exposure& exposure) {
-    Bytes memory(standin::ImageSize(exposure.format, scene.Width(), scene.Height()));
-    Expose(scene, exposure, true, memory);
-    return DevelopAll(scene, std::array{FrameOf(exposure, memory)}, scene.Height());
-}
-
-/// What a perfect sensor's frames would become, in the first rows. The merged picture of frames
-/// that differ in their slots alone is that of as many equal ones with a part of each slot's ink.
-Bytes DevelopClean(const Scene& scene, std::span<const Exposure> exposures, const Inks& inks,
-                   uint32_t rows) {
+/// What a sensor's frames would become that differ in their slots alone, in the first rows: the
+/// merged picture is that of as many equal ones with a part of each slot's ink.
+Bytes Developed(const Scene& scene, std::span<const Exposure> exposures, const Inks& inks,
+                bool isNoisy, uint32_t rows) {
     std::map<std::pair<uint32_t, uint32_t>, Bytes> memories;
     std::vector<standin::Frame> frames;
     for (const Exposure& exposure : exposures) {
         Bytes& memory = memories[{exposure.format, exposure.cfaPattern}];
         if (memory.empty()) {
             memory.resize(standin::ImageSize(exposure.format, scene.Width(), rows));
-            Render(scene, exposure, inks, 0, rows, memory);
+            Render(scene, exposure, inks, isNoisy, rows, memory);
         }
         frames.insert(frames.end(), exposure.weight, FrameOf(exposure, memory));
     }
-    return DevelopAll(scene, frames, rows);
+    Bytes nv12(standin::ImageSize(ChiStreamFormatYCbCr420_888, scene.Width(), rows));
+    standin::DevelopFrames(frames, scene.Width(), rows, nv12);
+    return nv12;
+}
+
+/// One frame, once.
+Bytes DevelopedAlone(const Scene& scene, Exposure exposure, bool isNoisy) {
+    exposure.weight = 1;
+    return Developed(scene, std::span(&exposure, 1), InksOf(exposure.shot), isNoisy,
+                     scene.Height());
 }
 
 // --- Judgement
@@ -323,60 +319,40 @@ double Power(std::span<const uint8_t> picture, std::span<const uint8_t> clean, u
 double Decibels(double power) { return 10 * std::log10(power); }
 
 /// The noise power of one frame that is developed alone.
-double PowerOf(const Scene& scene, Exposure exposure) {
-    exposure.weight = 1;
-    const Bytes clean =
-        DevelopClean(scene, std::span(&exposure, 1), InksOf(exposure.shot), scene.Height());
-    return Power(DevelopNoisy(scene, exposure), clean, exposure.format);
+double PowerOf(const Scene& scene, const Exposure& exposure) {
+    return Power(DevelopedAlone(scene, exposure, true), DevelopedAlone(scene, exposure, false),
+                 exposure.format);
 }
 
-/// The luma of all pixels of a slot's figure.
-double InkOf(std::span<const uint8_t> nv12, const Panel& panel, uint32_t slot, uint32_t width) {
-    uint64_t sum = 0;
-    panel.ForSlot(slot, [&](uint32_t x, uint32_t y, uint32_t length) {
-        const uint8_t* const line = &nv12[size_t{width} * y + x];
-        sum = std::accumulate(line, line + length, sum);
-    });
-    return static_cast<double>(sum);
-}
-
-/// Development is linear, so that a figure's ink lies between those of an empty and of a full slot
-/// as far as it is that frame's part of the picture.
+/// Development is linear, so that a figure's ink, the luma of all its pixels, lies between those of
+/// an empty and of a full slot as far as it is that frame's part of the picture.
 std::vector<double> SharesOf(const Scene& scene, std::span<const Exposure> frames, double total,
                              std::span<const uint8_t> nv12) {
     const Inks none(frames[0].shot.count, 0);
     const Panel panel(scene, frames[0].shot.number, none);
     const uint32_t rows = std::min(scene.Height(), panel.Height() / 2 * 2 + 4);
-    const Bytes empty = DevelopClean(scene, frames, none, rows);
-    const Bytes full = DevelopClean(scene, frames, Inks(none.size(), 1), rows);
+    const Bytes empty = Developed(scene, frames, none, false, rows);
+    const Bytes full = Developed(scene, frames, Inks(none.size(), 1), false, rows);
     std::vector<double> shares;
     for (const Exposure& frame : frames) {
-        const double least = InkOf(empty, panel, frame.shot.index, scene.Width());
-        const double most = InkOf(full, panel, frame.shot.index, scene.Width());
-        const double ink = InkOf(nv12, panel, frame.shot.index, scene.Width());
-        shares.push_back(total * (ink - least) / (most - least));
+        const auto ink = [&](std::span<const uint8_t> picture) {
+            uint64_t sum = 0;
+            panel.ForSlot(frame.shot.index, [&](uint32_t x, uint32_t y, uint32_t length) {
+                const uint8_t* const line = &picture[size_t{scene.Width()} * y + x];
+                sum = std::accumulate(line, line + length, sum);
+            });
+            return static_cast<double>(sum);
+        };
+        shares.push_back(total * (ink(nv12) - ink(empty)) / (ink(full) - ink(empty)));
     }
     return shares;
 }
 
-} // namespace
-
-// --- Files
-
-namespace {
-
-/// The simplified interface of libpng works on a record of its own.
-png_image NewImage(uint32_t width = 0, uint32_t height = 0) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = width;
-    image.height = height;
-    return image;
-}
+// --- Files, through libpng's simplified interface
 
 std::vector<uint32_t> ReadPng(const std::string& path, uint32_t width, uint32_t height) {
     const std::string what = "read the picture";
-    png_image image = NewImage();
+    png_image image{.version = PNG_IMAGE_VERSION};
     if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
         Fail(what, path, image.message);
     }
@@ -423,9 +399,7 @@ Scene::Scene(uint32_t width, uint32_t height, const std::string& png)
 }
 
 void Expose(const Scene& scene, const Exposure& exposure, bool isNoisy, std::span<uint8_t> memory) {
-    const bool isYuv = exposure.format == ChiStreamFormatYCbCr420_888;
-    const double deviation = isYuv ? kYuvNoise : kRawNoise;
-    Render(scene, exposure, InksOf(exposure.shot), isNoisy ? deviation : 0, scene.Height(), memory);
+    Render(scene, exposure, InksOf(exposure.shot), isNoisy, scene.Height(), memory);
 }
 
 Judgement Judge(const Scene& scene, std::span<const Exposure> frames,
@@ -449,7 +423,7 @@ Judgement Judge(const Scene& scene, std::span<const Exposure> frames,
     for (double& ink : inks) {
         ink /= total;
     }
-    const Bytes clean = DevelopClean(scene, frames, inks, scene.Height());
+    const Bytes clean = Developed(scene, frames, inks, false, scene.Height());
     judgement.after = Decibels(Power(nv12, clean, first->format));
     judgement.expectedGain = judgement.before - Decibels(expected / (total * total));
     judgement.shares = SharesOf(scene, frames, total, nv12);
@@ -489,19 +463,19 @@ void WritePng(const std::string& path, const Scene& scene, const Exposure& frame
         libyuv::NV12ToRGB24(picture.data(), samples, uv, samples, &pixels[size_t{left} * 3],
                             static_cast<int>(stride), samples, static_cast<int>(scene.Height()));
     };
-    draw(DevelopNoisy(scene, frame), 0);
+    draw(DevelopedAlone(scene, frame, true), 0);
     draw(nv12, width + gap);
 
     std::error_code error;
-    if (const auto folder = std::filesystem::path(path).parent_path(); !folder.empty()) {
-        std::filesystem::create_directories(folder, error);
-    }
+    std::filesystem::create_directories(std::filesystem::absolute(path).parent_path(), error);
     if (error) {
         Fail(what, path, "its folder cannot be made: " + error.message());
     }
-    png_image image = NewImage(2 * width + gap, scene.Height());
-    image.format = PNG_FORMAT_BGR;
-    image.flags = PNG_IMAGE_FLAG_FAST;
+    png_image image{.version = PNG_IMAGE_VERSION,
+                    .width = 2 * width + gap,
+                    .height = scene.Height(),
+                    .format = PNG_FORMAT_BGR,
+                    .flags = PNG_IMAGE_FLAG_FAST};
     if (png_image_write_to_file(&image, path.c_str(), 0, pixels.data(), 0, nullptr) == 0) {
         Fail(what, path, image.message);
     }

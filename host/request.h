@@ -3,6 +3,7 @@
 
 #include "adapterlayer/oemlayer_host.h"
 #include "host/picture.h"
+#include "host/scenario.h"
 #include "host/watch.h"
 #include "kit/stream.h"
 
@@ -26,9 +27,11 @@ struct Moments {
 /// host's thread's until it is submitted, then the vendor's threads' until the completion.
 struct Request : OemLayer::RequestPrivData {
     // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
-    Request(Camera& owner, std::string name, uint32_t number, uint32_t width, uint32_t height)
-        : RequestPrivData{}, camera(owner), index(number), output(width, height),
-          watch(std::move(name)) {}
+    Request(Camera& owner, const CameraPlan& plan, uint32_t number, uint32_t frame)
+        : RequestPrivData{}, camera(owner), index(number), output(plan.width, plan.height),
+          watch("camera " + std::to_string(plan.id) + ", frame " + std::to_string(frame)) {
+        rtFrameNumber = frame;
+    }
 
     Camera& camera;
     const uint32_t index; ///< Among the camera's requests.

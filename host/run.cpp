@@ -67,10 +67,6 @@ Run::Run(const Scenario& scenario, const std::string& library)
     for (const Fault& fault : scenario.faults) {
         fault.Apply(device);
     }
-    DrawScenes();
-}
-
-void Run::DrawScenes() {
     const Progress progress([] { return std::string("drawing what the cameras see"); });
     for (const CameraPlan& plan : mScenario.cameras) {
         try {
@@ -206,10 +202,9 @@ void Run::Compare(Outcome& outcome) const {
         }
     };
     compare("completed requests", outcome.completed, expect.completed.value_or(outcome.requests));
-    for (const uint32_t status : {1U, 4U}) {
-        const auto expected = expect.refused.find(status);
+    for (const auto& [status, expected] : expect.refused) {
         compare("submissions refused with status " + std::to_string(status),
-                outcome.refused[status], expected == expect.refused.end() ? 0 : expected->second);
+                outcome.refused[status], expected);
     }
     compare("requests that were not sent", outcome.requests - outcome.sent, expect.notSent);
     compare("requests that were never completed", outcome.unanswered, expect.unanswered);

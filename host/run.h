@@ -51,7 +51,6 @@ class Run {
     static bool IsLoading();
 
   private:
-    void DrawScenes();
     void SendAll();
     void Drive(Camera& camera, uint32_t thread) const;
     void Count(Request& request, Outcome& outcome) const;

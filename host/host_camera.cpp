@@ -132,7 +132,12 @@ void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_
 
 void Camera::Send(Request& request) {
     if (mPlan.flushAfter > 0 && request.index == mPlan.flushAfter) {
-        FlushInBetween();
+        // When no submission is under way, and the vendor has delivered all but what it shall hold.
+        const std::unique_lock lock(mFlushMutex);
+        const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
+        WaitForVendor(mPlan.heldAtFlush, [until] { return Clock::now() >= until; });
+        Flush();
+        StandinControl()->SetDelivery(mScenario.delivery);
     }
     const bool isHeld =
         request.index < mPlan.flushAfter && request.index + mPlan.heldAtFlush >= mPlan.flushAfter;
@@ -157,20 +162,8 @@ void Camera::Send(Request& request) {
     request.watch.OnSubmitted(*request.status);
     if (*request.status != 0) {
         GiveBack(request);
-        EndInFlight();
+        EndInFlight(request, std::nullopt);
     }
-}
-
-void Camera::FillWrapper(OfflineDataWraper& wrapper, const Request& request) {
-    wrapper.rtFrameNumber = request.rtFrameNumber;
-    wrapper.numBuffers = mPlan.announcedSets == 0 ? mPlan.frames : mPlan.announcedSets;
-    wrapper.identity.pOutStream = &mOutputStream;
-    wrapper.identity.featureName = request.feature;
-    wrapper.dualRdi = mPlan.IsDualRdi() ? 1 : 0;
-    wrapper.yuvInput = request.yuvBuffers.empty() ? 0 : 1;
-    std::copy(request.metadata.begin(), request.metadata.end(), wrapper.pChiMetadataHandles);
-    std::copy(request.rawBuffers.begin(), request.rawBuffers.end(), wrapper.pRDIBufferHandles);
-    std::copy(request.yuvBuffers.begin(), request.yuvBuffers.end(), wrapper.yuvBufferHandles);
 }
 
 /// Both records are overwritten as soon as the library has returned: they are the host's again.
@@ -180,7 +173,15 @@ uint32_t Camera::Submit(Request& request) {
     timeline::Draw(Arrow::Start, ArrowOf(request));
     alignas(OfflineDataWraper) std::byte memory[sizeof(OfflineDataWraper)];
     auto* const wrapper = new (memory) OfflineDataWraper(mWrapper);
-    FillWrapper(*wrapper, request);
+    wrapper->rtFrameNumber = request.rtFrameNumber;
+    wrapper->numBuffers = mPlan.announcedSets == 0 ? mPlan.frames : mPlan.announcedSets;
+    wrapper->identity.pOutStream = &mOutputStream;
+    wrapper->identity.featureName = request.feature;
+    wrapper->dualRdi = mPlan.IsDualRdi() ? 1 : 0;
+    wrapper->yuvInput = request.yuvBuffers.empty() ? 0 : 1;
+    std::copy(request.metadata.begin(), request.metadata.end(), wrapper->pChiMetadataHandles);
+    std::copy(request.rawBuffers.begin(), request.rawBuffers.end(), wrapper->pRDIBufferHandles);
+    std::copy(request.yuvBuffers.begin(), request.yuvBuffers.end(), wrapper->yuvBufferHandles);
     camera3_stream_buffer output =
         StreamBuffer(&mOutputStream, mPlan.lends ? nullptr : request.output.Reference());
     mLast = &request;
@@ -193,15 +194,6 @@ uint32_t Camera::Submit(Request& request) {
 }
 
 // --- Camera: the end of requests that are not completed ------------------------------------------
-
-/// When no submission is under way, and the vendor has delivered all but what it shall hold.
-void Camera::FlushInBetween() {
-    const std::unique_lock lock(mFlushMutex);
-    WaitForVendor(mPlan.heldAtFlush, Clock::now() + std::chrono::seconds(mScenario.patienceSeconds),
-                  [] { return false; });
-    Flush();
-    StandinControl()->SetDelivery(mScenario.delivery);
-}
 
 /// Closes all sessions. What the vendor still works on is lost.
 void Camera::Flush() {
@@ -224,12 +216,6 @@ void Camera::Flush() {
     mChanged.notify_all();
 }
 
-/// Where the vendor did not close a session, it may go on with what was given up.
-bool Camera::IsLost(const Request& request) {
-    const std::lock_guard lock(mMutex);
-    return request.isLost;
-}
-
 void Camera::Close() {
     Flush();
     const Slice slice("destroy camera");
@@ -240,10 +226,9 @@ void Camera::Close() {
     }
 }
 
-bool Camera::TakeRoom(uint32_t limit, Clock::time_point until,
-                      const std::function<bool()>& isOver) {
+bool Camera::TakeRoom(uint32_t limit, const std::function<bool()>& isOver) {
     std::unique_lock lock(mMutex);
-    while (mInFlight >= limit && !isOver() && Clock::now() < until) {
+    while (mInFlight >= limit && !isOver()) {
         mChanged.wait_for(lock, kGlance);
     }
     if (mInFlight >= limit || isOver()) {
@@ -254,17 +239,17 @@ bool Camera::TakeRoom(uint32_t limit, Clock::time_point until,
     return true;
 }
 
-void Camera::WaitForVendor(uint32_t limit, Clock::time_point until,
-                           const std::function<bool()>& isOver) {
+void Camera::WaitForVendor(uint32_t limit, const std::function<bool()>& isOver) {
     std::unique_lock lock(mMutex);
-    while (mInVendor > limit && !isOver() && Clock::now() < until) {
+    while (mInVendor > limit && !isOver()) {
         mChanged.wait_for(lock, kGlance);
     }
 }
 
-void Camera::EndInFlight() {
+void Camera::EndInFlight(Request& request, std::optional<uint32_t> completion) {
     timeline::CountInFlight(-1);
     const std::lock_guard lock(mMutex);
+    request.completion = completion;
     --mInFlight;
     --mInVendor;
     mChanged.notify_all();
@@ -304,7 +289,7 @@ buffer_handle_t* Camera::Lend(const camera3_stream* /*stream*/) {
 void Camera::OnRelease(Request& request) {
     const Slice slice("release", request.rtFrameNumber);
     request.watch.OnRelease();
-    if (!IsLost(request)) {
+    if (!request.isLost) {
         request.Note(&Moments::released);
         GiveBackBuffers(request);
     }
@@ -314,17 +299,13 @@ void Camera::OnCompletion(Request& request, uint32_t status) {
     const Slice slice("completion", request.rtFrameNumber);
     timeline::Draw(Arrow::End, ArrowOf(request));
     request.watch.OnCompletion(status);
-    if (IsLost(request)) {
+    if (request.isLost) {
         return;
     }
     request.Note(&Moments::completed);
     GiveBack(request);
-    {
-        const std::lock_guard lock(mMutex);
-        request.completion = status;
-    }
     ++mCompleted;
-    EndInFlight();
+    EndInFlight(request, status);
 }
 
 } // namespace host

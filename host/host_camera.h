@@ -28,8 +28,8 @@ class Camera : public kit::HostCamera<Camera, Request> {
     Request* Prepare();
 
     /// Waits until fewer than `limit` requests are in flight, and counts one more as such. \returns
-    /// false, without that, where `until` comes first or `isOver` says so.
-    bool TakeRoom(uint32_t limit, Clock::time_point until, const std::function<bool()>& isOver);
+    /// false, without that, where `isOver` says so first.
+    bool TakeRoom(uint32_t limit, const std::function<bool()>& isOver);
 
     /// Hands a prepared request, for which there is room, to the library. A flush that is due comes
     /// first.
@@ -38,9 +38,8 @@ class Camera : public kit::HostCamera<Camera, Request> {
     /// Instead of sending a prepared request.
     void Drop(Request& request, const std::string& why);
 
-    /// Waits until the vendor works on no more than `limit` requests, `until` comes, or `isOver`.
-    void WaitForVendor(uint32_t limit, Clock::time_point until,
-                       const std::function<bool()>& isOver);
+    /// Waits until the vendor works on no more than `limit` requests, or `isOver`.
+    void WaitForVendor(uint32_t limit, const std::function<bool()>& isOver);
 
     /// Ends the camera. Requests that were not completed never will be.
     void Close();
@@ -60,14 +59,11 @@ class Camera : public kit::HostCamera<Camera, Request> {
     bool TakeBuffers(Request& request);
     void* TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
                     uint32_t weight);
-    void FillWrapper(OemLayer::OfflineDataWraper& wrapper, const Request& request);
     uint32_t Submit(Request& request);
-    void FlushInBetween();
     void Flush();
     void GiveBack(Request& request);
     void GiveBackBuffers(Request& request);
-    void EndInFlight();
-    bool IsLost(const Request& request);
+    void EndInFlight(Request& request, std::optional<uint32_t> completion);
 
     const CameraPlan& mPlan;
     const Scenario& mScenario;

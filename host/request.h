@@ -7,6 +7,7 @@
 #include "host/watch.h"
 #include "kit/stream.h"
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
@@ -59,7 +60,8 @@ struct Request : OemLayer::RequestPrivData {
     std::string problem;                ///< Why it was not submitted; empty if it was.
     std::optional<uint32_t> status;     ///< Of the submission, once it returned.
     std::optional<uint32_t> completion; ///< Its status, once the request is completed.
-    bool isLost = false;                ///< Its session was closed before its completion.
+    std::atomic<bool> isLost = false;   ///< Its session was closed before its completion. Where the
+                                        ///< vendor did not close it, it may go on with this.
     std::optional<Judgement> judgement; ///< Of its picture.
 
   private:

@@ -18,18 +18,21 @@ namespace {
 constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
 constexpr std::chrono::seconds kGrace{1};        // For what is in flight at an interruption.
 
-constexpr uint32_t kMicroseconds = 1'000'000; // In a second.
-
 std::atomic<bool> g_interrupted = false;
 
 std::atomic<bool> g_loading = false;
 
 bool IsInterrupted() { return g_interrupted; }
 
+/// Until when to wait: a time, or an interruption.
+auto OverAt(Clock::time_point until) {
+    return [until] { return IsInterrupted() || Clock::now() >= until; };
+}
+
 /// Waits, but not beyond an interruption.
 void WaitUntil(Clock::time_point due) {
-    for (auto now = Clock::now(); now < due && !IsInterrupted(); now = Clock::now()) {
-        std::this_thread::sleep_for(std::min<Clock::duration>(due - now, kGlance));
+    for (const auto isOver = OverAt(due); !isOver();) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(due - Clock::now(), kGlance));
     }
 }
 
@@ -101,12 +104,12 @@ void Run::Go() {
     SendAll();
     const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
     for (const auto& camera : mCameras) {
-        camera->WaitForVendor(0, until, IsInterrupted);
+        camera->WaitForVendor(0, OverAt(until));
     }
     const auto grace = Clock::now() + kGrace;
     for (const auto& camera : mCameras) {
         if (IsInterrupted()) {
-            camera->WaitForVendor(0, grace, [] { return false; });
+            camera->WaitForVendor(0, [grace] { return Clock::now() >= grace; });
         }
         camera->Close();
     }
@@ -138,10 +141,10 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
             continue;
         }
         if (plan.rate > 0) {
-            WaitUntil(mStart +
-                      request->index * std::chrono::microseconds(kMicroseconds) / plan.rate);
+            const std::chrono::microseconds all = std::chrono::seconds(request->index);
+            WaitUntil(mStart + all / plan.rate);
         }
-        if (!camera.TakeRoom(LimitOf(plan), Clock::now() + patience, IsInterrupted)) {
+        if (!camera.TakeRoom(LimitOf(plan), OverAt(Clock::now() + patience))) {
             camera.Drop(*request, IsInterrupted() ? "interrupted" : "the time is up");
             return;
         }

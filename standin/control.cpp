@@ -76,8 +76,7 @@ std::optional<uint64_t> Control::State::Enter(Entry entry, const Arguments& argu
     ++records.counts[entry];
     if (script.recording) {
         const auto* words = arguments.words.data();
-        records.calls.push_back({entry, {words, words + arguments.count}, arguments.text, {}});
-        records.calls.back().thread = std::this_thread::get_id();
+        records.calls.push_back({entry, {words, words + arguments.count}, arguments.text});
     }
     const auto found = script.faults.find(entry);
     if (found == script.faults.end() || found->second.times == 0) {
@@ -231,7 +230,6 @@ std::vector<SessionCopy> Control::Sessions() const {
     const auto state = mState->Lock();
     for (const auto& [handle, session] : state->Of<Session>()) {
         copies.push_back(session->data);
-        copies.back().handle = handle;
         copies.back().name = session->pName == nullptr ? "" : session->pName;
     }
     return copies;

@@ -78,7 +78,6 @@ struct Call {
     Entry entry;
     std::vector<uint64_t> args;
     std::string text;
-    std::thread::id thread;
 };
 
 /// One structured record that reached the maker's logging library.

@@ -37,9 +37,8 @@ uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreate
     Expect(Rule::SessionRecord, "the shared handle", info->sharedSessionHandle, uint64_t{0});
     Expect<void*>(Rule::SessionRecord, "the callbacks' fourth word", callbacks.reserved24, nullptr);
     const auto session = std::make_shared<Session>();
-    session->data.pCreateInfo = info;
-    session->data.pCallbacks = info->pCallbacks;
-    session->data.name = info->pSessionName;
+    session->data = {
+        .name = info->pSessionName, .pCreateInfo = info, .pCallbacks = info->pCallbacks};
     session->pName = info->pSessionName;
     const uint64_t handle = Word(Adopt(session));
     const auto device = Device().Lock();
@@ -271,7 +270,7 @@ void AssignFrame(Session& session, Execution& execution) {
                      static_cast<uint32_t>(execution.offlineFrame), __ATOMIC_RELAXED);
     session.lastFrame = execution.offlineFrame;
     session.lastThread = self;
-    device.Unlock();
+    device.reset();
     if (!isOthers) {
         Expect(Rule::FramePreset, "the preset of the offline frame", preset, kUnsetFrame);
     }

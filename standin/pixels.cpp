@@ -25,8 +25,6 @@ uint64_t Stride(uint32_t format, uint64_t width) {
     return isBytes ? width : width * 2;
 }
 
-// --- Raw frames
-
 /// Four pixels have their upper bits in a byte each, and share a fifth.
 void AddRaw10(const uint8_t* bytes, uint32_t width, uint16_t* sums) {
     for (uint32_t x = 0; x + 4 <= width; x += 4, bytes += 5) {
@@ -110,8 +108,6 @@ class Mosaic {
     std::vector<uint16_t> mSums;
 };
 
-// --- All frames
-
 using Sums = std::vector<uint16_t>;
 
 void AddTimes(uint32_t times, std::span<const uint8_t> picture, Sums& sums) {
@@ -121,8 +117,6 @@ void AddTimes(uint32_t times, std::span<const uint8_t> picture, Sums& sums) {
     }
 }
 
-// --- A session's request
-
 /// Whether an input buffer's memory is that of an image of its stream.
 bool Fits(const ImageBuffer& image, const ChiStream& stream) {
     return Check(Rule::Memory,
@@ -131,34 +125,6 @@ bool Fits(const ImageBuffer& image, const ChiStream& stream) {
                  "an image of ", image.width, "x", image.height, " and format ", image.format,
                  " is an input of a stream of ", stream.width, "x", stream.height, " and format ",
                  stream.format);
-}
-
-using Images = std::vector<std::shared_ptr<const ImageBuffer>>;
-
-/// The request's inputs with known memory and the size of the output; none if one is not right.
-/// `images` keeps their memory.
-std::vector<Frame> InputFrames(const Session& session, const Execution& execution,
-                               const ChiStream& output, Images& images) {
-    std::vector<Frame> frames;
-    for (const BufferSetCopy& set : execution.inputs) {
-        for (size_t i = 0; i < set.buffers.size(); ++i) {
-            const ChiStreamBuffer& buffer = set.buffers[i];
-            const auto image = Require<ImageBuffer>(buffer.bufferHandle);
-            const ChiStream* stream = session.FindStream(buffer.pStream);
-            if (image != nullptr && stream != nullptr && !Fits(*image, *stream)) {
-                return {};
-            }
-            if (image == nullptr || image->width != output.width ||
-                image->height != output.height) {
-                continue;
-            }
-            images.push_back(image);
-            frames.push_back(
-                {buffer.pInputFormat == nullptr ? ChiFormatYUV420NV12 : set.formats[i].bufferFormat,
-                 set.formats[i].cfaPattern, image->memory});
-        }
-    }
-    return frames;
 }
 
 } // namespace
@@ -199,8 +165,26 @@ void Develop(const Session& session, const Execution& execution, const ChiStream
         stream->width % 2 != 0 || stream->height % 2 != 0) {
         return;
     }
-    Images images;
-    const std::vector<Frame> frames = InputFrames(session, execution, *stream, images);
+    std::vector<std::shared_ptr<const ImageBuffer>> images; // Those whose memory is read.
+    std::vector<Frame> frames;
+    for (const BufferSetCopy& set : execution.inputs) {
+        for (size_t i = 0; i < set.buffers.size(); ++i) {
+            const ChiStreamBuffer& buffer = set.buffers[i];
+            const auto image = Require<ImageBuffer>(buffer.bufferHandle);
+            const ChiStream* input = session.FindStream(buffer.pStream);
+            if (image != nullptr && input != nullptr && !Fits(*image, *input)) {
+                return;
+            }
+            if (image == nullptr || image->width != stream->width ||
+                image->height != stream->height) {
+                continue;
+            }
+            images.push_back(image);
+            frames.push_back(
+                {buffer.pInputFormat == nullptr ? ChiFormatYUV420NV12 : set.formats[i].bufferFormat,
+                 set.formats[i].cfaPattern, image->memory});
+        }
+    }
     if (frames.empty()) {
         return;
     }

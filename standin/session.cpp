@@ -18,20 +18,16 @@ struct Result {
     bool secondBlock = false;
 };
 
-struct Results {
-    size_t count;
-    std::array<Result, 3> list;
-};
-
 /// Indexed by Shape.
-constexpr std::array<Results, static_cast<size_t>(Shape::Count)> kResults{{
-    {2, {{{.metadata = true}, {.buffer = true}}}},
-    {2, {{{.buffer = true, .partials = 1}, {.metadata = true}}}},
-    {1, {{{.metadata = true, .buffer = true}}}},
-    {3, {{{.metadata = true, .partials = 2}, {.buffer = true, .partials = 1}, {}}}},
-    {1, {{{.metadata = true, .buffer = true, .bufferStatus = CAMERA3_BUFFER_STATUS_ERROR}}}},
-    {1, {{{.metadata = true, .buffer = true, .secondBlock = true}}}},
-}};
+constexpr std::initializer_list<Result> kResults[] = {
+    {{.metadata = true}, {.buffer = true}},
+    {{.buffer = true, .partials = 1}, {.metadata = true}},
+    {{.metadata = true, .buffer = true}},
+    {{.metadata = true, .partials = 2}, {.buffer = true, .partials = 1}, {}},
+    {{.metadata = true, .buffer = true, .bufferStatus = CAMERA3_BUFFER_STATUS_ERROR}},
+    {{.metadata = true, .buffer = true, .secondBlock = true}},
+};
+static_assert(std::size(kResults) == static_cast<size_t>(Shape::Count));
 
 /// The records of one result. They are on the heap, so that a reader after the callback is caught.
 struct ResultRecords {
@@ -170,7 +166,7 @@ void Session::Prepare(Job& job) {
     if (job.asksForFrameworkBuffers && OutputStream() != nullptr) {
         AskFramework(job.output);
     }
-    const Activity activity("develop");
+    const Activity activity = Begin("develop");
     Develop(*this, execution, job.output);
 }
 
@@ -179,10 +175,10 @@ bool Session::DeliverNext(Job& job) {
     if (job.delivered == 0) {
         Prepare(job);
     }
-    const Results& results = kResults.at(static_cast<size_t>(job.shape));
-    const Activity activity("deliver");
-    Send(data.pCallbacks, *job.execution, job.output, results.list.at(job.delivered));
-    return ++job.delivered == results.count;
+    const auto& results = kResults[static_cast<size_t>(job.shape)];
+    const Activity activity = Begin("deliver");
+    Send(data.pCallbacks, *job.execution, job.output, std::data(results)[job.delivered]);
+    return ++job.delivered == results.size();
 }
 
 /// Replaces the output by a buffer of the framework's, if there is one.

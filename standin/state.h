@@ -188,17 +188,12 @@ struct InstantResult {
 /// One mutex guards all of it. It is never held while the adapter is called back.
 struct Control::State {
     /// Access to the state for as long as this lives.
-    class Locked {
-      public:
-        explicit Locked(State& state) : mLock(state.mutex), mState(&state) {}
-        State* operator->() const { return mState; }
-        void Unlock() { mLock.unlock(); }
-
-      private:
-        std::unique_lock<std::mutex> mLock;
-        State* mState;
+    struct Unlock {
+        std::unique_lock<std::mutex> lock;
+        void operator()(State* /*state*/) { lock.unlock(); }
     };
-    Locked Lock() { return Locked(*this); }
+    using Locked = std::unique_ptr<State, Unlock>;
+    Locked Lock() { return {this, {std::unique_lock(mutex)}}; }
 
     std::mutex mutex;
     std::condition_variable idle; ///< Signalled when `inFlight` falls.
@@ -233,24 +228,17 @@ struct Control::State {
 inline Control::State& Device() { return StandinControl()->Internals(); }
 
 /// Something that the observer shall see as long as this lives.
-class Activity {
-  public:
-    explicit Activity(const char* what) : mObserver(Device().observer) {
-        if (mObserver != nullptr) {
-            mObserver->Begin(what);
-        }
-    }
-    ~Activity() {
-        if (mObserver != nullptr) {
-            mObserver->End();
-        }
-    }
-    Activity(const Activity&) = delete;
-    Activity& operator=(const Activity&) = delete;
-
-  private:
-    Observer* const mObserver;
+struct EndActivity {
+    void operator()(Observer* observer) const { observer->End(); }
 };
+using Activity = std::unique_ptr<Observer, EndActivity>;
+inline Activity Begin(const char* what) {
+    Activity activity(Device().observer);
+    if (activity != nullptr) {
+        activity->Begin(what);
+    }
+    return activity;
+}
 
 // --- Rules of the contract
 
@@ -340,7 +328,7 @@ template <Entry Name, auto Function> struct Recorded;
 template <Entry Name, class R, class... Args, R (*Function)(Args...)>
 struct Recorded<Name, Function> {
     static R Call(Args... args) {
-        const Activity activity(EntryName(Name));
+        const Activity activity = Begin(EntryName(Name));
         if (const auto fault = Device().Enter(Name, Arguments(args...))) {
             return As<R>(*fault);
         }

@@ -18,9 +18,8 @@ class Scene {
   public:
     /// Reads a PNG and scales it to the size; draws a colour chart, a resolution star and a grey
     /// gradient where none is named.
-    /// \param width a multiple of 4, at least 64
-    /// \param height a multiple of 2, at least 32
-    /// \throws std::invalid_argument for another size
+    /// \throws std::invalid_argument where the width is no multiple of 4 from 64 on, or the height
+    /// none of 2 from 32 on
     /// \throws std::runtime_error that names the file and what is wrong with it
     Scene(uint32_t width, uint32_t height, const std::string& png = "");
 

@@ -53,8 +53,6 @@ std::string Describe(const CameraPlan& plan) {
     return text + (plan.threads > 1 ? ", from " + Count(plan.threads, "thread") : "");
 }
 
-// --- The table of requests ----------------------------------------------------------------------
-
 using Times = std::vector<std::optional<double>>; ///< Milliseconds since the submission.
 
 /// A request's row.

@@ -15,11 +15,7 @@
 namespace host {
 namespace {
 
-using standin::Delivery;
-using standin::Entry;
-using standin::Located;
-using standin::Order;
-using standin::Shape;
+using namespace standin;
 
 constexpr uint32_t kMostCameras = 16;
 constexpr uint32_t kLeastWidth = 128, kLeastHeight = 96; // Smaller pictures are judged by chance.
@@ -46,7 +42,7 @@ std::vector<std::string> Words(const std::string& text) {
 
 std::optional<Entry> FindEntry(const std::string& name) {
     for (uint32_t i = 0; i < static_cast<uint32_t>(Entry::Count); ++i) {
-        if (standin::EntryName(Entry{i}) == name) {
+        if (EntryName(Entry{i}) == name) {
             return Entry{i};
         }
     }
@@ -97,12 +93,12 @@ std::string Fault::Check() const {
     return isThere ? "" : "there is no variant " + words[2];
 }
 
-bool Fault::WasReached(const standin::Control& device) const {
+bool Fault::WasReached(const Control& device) const {
     const std::vector<std::string> words = Words(text);
     return words[0] != "fail" || device.CallCount(*FindEntry(words[1])) >= CountAt(words, 2, 1);
 }
 
-void Fault::Apply(standin::Control& device) const {
+void Fault::Apply(Control& device) const {
     const std::vector<std::string> words = Words(text);
     if (words[0] == "refuse") {
         device.RefuseLibrary(words[1]);
@@ -112,8 +108,7 @@ void Fault::Apply(standin::Control& device) const {
         device.SetMissing(*FindEntry(words[1]));
     } else {
         const Entry entry = *FindEntry(words[1]);
-        device.Fail(entry, standin::FailureOf(entry), CountAt(words, 2, 1),
-                    CountAt(words, 3, UINT32_MAX));
+        device.Fail(entry, FailureOf(entry), CountAt(words, 2, 1), CountAt(words, 3, UINT32_MAX));
     }
 }
 
@@ -152,7 +147,7 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
 /// The number of a rule.
 std::string ReadRule(const Located& json) {
     const std::string number = json.Text();
-    if (std::none_of(standin::kRules.begin(), standin::kRules.end(),
+    if (std::none_of(kRules.begin(), kRules.end(),
                      [&](const auto& rule) { return rule.number == number; })) {
         json.Fail("must be the number of a rule, as in docs/contract.md");
     }

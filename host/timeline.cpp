@@ -40,8 +40,7 @@ struct Recording {
     int64_t inFlight = 0;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
-std::atomic<Recording*> g_recording =
-    nullptr; // Never freed: the device's threads may outlive main.
+std::atomic<Recording*> g_recording; ///< Never freed: the device's threads may outlive main.
 
 double Now(const Recording& recording) {
     const auto elapsed = std::chrono::steady_clock::now() - recording.start;

@@ -8,7 +8,7 @@ EXPORTED void SetVeltoHWCallback() {}
 EXPORTED void SetVeltoPerfCallback() {}
 
 EXPORTED uint32_t OemEnumerateSensorModes(uint32_t first, uint32_t second, void* modes) {
-    constexpr auto kSucceed = +[](uint32_t, uint32_t, void*) -> uint32_t { return standin::kOk; };
-    return standin::Recorded<standin::Entry::EnumerateSensorModes, kSucceed>::Call(first, second,
-                                                                                   modes);
+    using namespace standin;
+    constexpr auto kSucceed = Nothing<uint32_t (*)(uint32_t, uint32_t, void*)>::Call;
+    return Recorded<Entry::EnumerateSensorModes, kSucceed>::Call(first, second, modes);
 }

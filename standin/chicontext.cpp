@@ -14,10 +14,10 @@ __attribute__((constructor)) void RegisterTraceByte() {
 } // namespace
 
 int ChiContextInterface::CreateSensorInitSettings(int& settings, int value) {
+    using namespace standin;
     constexpr auto kFill = +[](int* filled, int given) {
         *filled = given;
-        return standin::kOk;
+        return kOk;
     };
-    return standin::Recorded<standin::Entry::CreateSensorInitSettings, kFill>::Call(&settings,
-                                                                                    value);
+    return Recorded<Entry::CreateSensorInitSettings, kFill>::Call(&settings, value);
 }

@@ -99,9 +99,9 @@ std::string Control::State::FileOf(const std::string& devicePath) {
 }
 
 void Slot::Set(const Script& script) const {
-    void* const chosen = script.missing.contains(entry) ? nullptr
-                         : script.instant               ? instant
-                                                        : function;
+    void* const chosen = script.missing[static_cast<size_t>(entry)] ? nullptr
+                         : script.instant                           ? instant
+                                                                    : function;
     // What stays is not written: threads may be calling through it.
     if (std::memcmp(place, &chosen, sizeof chosen) != 0) {
         std::memcpy(place, &chosen, sizeof chosen);
@@ -155,10 +155,7 @@ void Control::SetMissing(Entry entry, bool missing) {
         throw std::logic_error(std::string("SetMissing: no table has ") + EntryName(entry));
     }
     const auto state = mState->Lock();
-    state->script.missing.erase(entry);
-    if (missing) {
-        state->script.missing.insert(entry);
-    }
+    state->script.missing.set(static_cast<size_t>(entry), missing);
     state->FillSlots();
 }
 

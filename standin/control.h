@@ -158,6 +158,14 @@ struct SessionCopy {
     std::vector<ChiStream*> streamPointers;
 };
 
+/// What a host made metadata for, in this device's own tag kSetMarkTag. Metadata of a request's
+/// input sets that has one is held against it.
+struct SetMark {
+    uint32_t cameraId;
+    uint32_t index; ///< Of the input set in its request.
+};
+inline constexpr uint32_t kSetMarkTag = 0x80000001;
+
 /// What the vendor holds for the adapter and its host.
 struct Alive {
     size_t sessions;

@@ -3,7 +3,7 @@
 
 extern "C" __attribute__((visibility("default"))) uint32_t
 ExtensionProcessResultMeta(uint32_t first, void** metadata) {
-    constexpr auto kSucceed = +[](uint32_t, void**) -> uint32_t { return standin::kOk; };
-    return standin::Recorded<standin::Entry::ExtensionProcessResultMeta, kSucceed>::Call(first,
-                                                                                         metadata);
+    using namespace standin;
+    constexpr auto kSucceed = Nothing<uint32_t (*)(uint32_t, void**)>::Call;
+    return Recorded<Entry::ExtensionProcessResultMeta, kSucceed>::Call(first, metadata);
 }

@@ -1,7 +1,6 @@
 /// The offline interface: sessions, their configuration and their requests, and buffer translation.
 #include "standin/pixels.h"
 #include "standin/session.h"
-#include "standin/tags.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -70,7 +69,8 @@ uint32_t CameraOf(const ChiOfflineSessionConfigInfo& config) {
 bool Makes(Entry metadata) {
     const auto device = Device().Lock();
     const auto works = [&](Entry entry) {
-        return !device->script.faults.contains(entry) && !device->script.missing.contains(entry);
+        return !device->script.faults.contains(entry) &&
+               !device->script.missing[static_cast<size_t>(entry)];
     };
     return works(Entry::OpenMetadataOps) && works(metadata);
 }

@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <bit>
+#include <bitset>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -138,7 +139,7 @@ struct Fault {
 
 struct Script {
     std::map<Entry, Fault> faults;
-    std::set<Entry> missing;
+    std::bitset<static_cast<size_t>(Entry::Count)> missing;
     std::set<std::string> refused;
     std::map<std::string, std::string> variants;
     Delivery delivery = Delivery::OnSessionThread;

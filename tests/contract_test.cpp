@@ -2,7 +2,6 @@
 
 #include "host/watch.h"
 #include "platform/maker/zlog.h"
-#include "standin/tags.h"
 #include "tests/support/device.h"
 
 #include <set>

@@ -94,15 +94,12 @@ bool Camera::TakeBuffers(Request& request) {
         request.yuvBuffers.push_back(TakeFrame(request, raws, rawFrames + i, count, 1));
         isGood &= request.yuvBuffers.back() != nullptr;
     }
-    if (isGood) {
-        auto* const device = StandinControl();
-        const auto managerOf = [&](const std::vector<void*>& buffers, size_t i) {
-            return i < buffers.size() ? device->ManagerOf(buffers[i]) : nullptr;
-        };
-        request.pBufferManager = managerOf(request.rawBuffers, 0);
-        request.pSecondRawBufferManager = managerOf(request.rawBuffers, 1);
-        request.pYuvBufferManager = managerOf(request.yuvBuffers, 0);
-    }
+    const auto managerOf = [](const std::vector<void*>& buffers, size_t i) {
+        return i < buffers.size() ? StandinControl()->ManagerOf(buffers[i]) : nullptr;
+    };
+    request.pBufferManager = managerOf(request.rawBuffers, 0);
+    request.pSecondRawBufferManager = managerOf(request.rawBuffers, 1);
+    request.pYuvBufferManager = managerOf(request.yuvBuffers, 0);
     return isGood;
 }
 
@@ -267,15 +264,15 @@ void Camera::GiveBackBuffers(Request& request) {
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------
 
-void Camera::OnResult(Request& request, const camera3_capture_result& result) {
+void Camera::OnResult(Request& request, const camera3_capture_result* result) {
     const Slice slice("result", request.rtFrameNumber);
     timeline::Draw(Arrow::Step, ArrowOf(request));
-    request.watch.OnResult(result);
-    if (result.result != nullptr) {
+    request.watch.OnResult(*result);
+    if (result->result != nullptr) {
         request.Note(&Moments::metadata);
-        mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
+        mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result->result));
     }
-    if (result.num_output_buffers > 0) {
+    if (result->num_output_buffers > 0) {
         request.Note(&Moments::buffer);
     }
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "kit/library.h"
-#include "standin/tags.h"
+#include "standin/control.h"
 
 #include <iterator>
 #include <span>

@@ -298,12 +298,12 @@ void Control::CheckAllReturned() {
         }
         std::ostringstream text;
         const auto& [handle, oldest] = *left.begin();
-        text << "at the end: " << left.size() << ' ' << T::kName << (left.size() == 1 ? "" : "s")
-             << " left, such as " << Handle{handle};
+        text << "at the end: " << left.size() << ' ' << T::kKind.name
+             << (left.size() == 1 ? "" : "s") << " left, such as " << Handle{handle};
         if constexpr (std::is_same_v<T, Session>) {
             text << " \"" << oldest->data.name << '"';
         }
-        Report(T::kReturned, text.str());
+        Report(T::kKind.returned, text.str());
     };
     std::apply([check](const auto&... kinds) { (check(kinds), ...); }, objects);
 }

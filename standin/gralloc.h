@@ -10,17 +10,13 @@
 
 namespace standin::gralloc {
 
-struct Location {
-    uint64_t address;
-    uint64_t size;
-};
-inline constexpr int kInts = sizeof(Location) / sizeof(int);
+inline constexpr int kInts = sizeof(std::span<uint8_t>) / sizeof(int);
 
 /// A handle for memory that stays the caller's. `native_handle_delete` frees the handle alone; both
 /// need libcutils.
 inline native_handle_t* Wrap(void* memory, uint64_t size) {
     native_handle_t* handle = native_handle_create(0, kInts);
-    const Location location{reinterpret_cast<uintptr_t>(memory), size};
+    const std::span<uint8_t> location(static_cast<uint8_t*>(memory), size);
     if (handle != nullptr) {
         std::memcpy(handle->data, &location, sizeof location);
     }
@@ -30,12 +26,11 @@ inline native_handle_t* Wrap(void* memory, uint64_t size) {
 /// The memory behind a buffer; empty if the buffer is none of this device's.
 inline std::span<uint8_t> Memory(const buffer_handle_t* buffer) {
     const native_handle_t* handle = buffer == nullptr ? nullptr : *buffer;
-    if (handle == nullptr || handle->numFds != 0 || handle->numInts != kInts) {
-        return {};
+    std::span<uint8_t> location;
+    if (handle != nullptr && handle->numFds == 0 && handle->numInts == kInts) {
+        std::memcpy(&location, handle->data, sizeof location);
     }
-    Location location{};
-    std::memcpy(&location, handle->data, sizeof location);
-    return {reinterpret_cast<uint8_t*>(location.address), location.size};
+    return location;
 }
 
 } // namespace standin::gralloc

@@ -10,10 +10,7 @@ namespace standin {
 
 /// Members are guarded by the state's mutex unless they say otherwise.
 struct Session : std::enable_shared_from_this<Session> {
-    static constexpr char kMark = 'S';
-    static constexpr const char* kName = "session";
-    static constexpr Rule kAlive = Rule::SessionOpen;
-    static constexpr Rule kReturned = Rule::SessionClosed;
+    static constexpr Kind kKind{'S', "session", Rule::SessionOpen, Rule::SessionClosed};
 
     SessionCopy data{}; ///< The callbacks never change; the streams only in the configure call.
     const char* pName = nullptr; ///< Handed over at opening, readable until the session is closed.

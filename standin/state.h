@@ -25,20 +25,11 @@ inline constexpr int32_t kOk = 0;
 inline constexpr int32_t kFailed = 1;
 
 /// The value of an integer or a pointer as a word, and back.
-template <class T> uint64_t Word(T value) {
-    if constexpr (std::is_pointer_v<T>) {
-        return reinterpret_cast<uint64_t>(value);
-    } else {
-        return static_cast<uint64_t>(value);
-    }
-}
-template <class T> T As([[maybe_unused]] uint64_t word) {
-    if constexpr (std::is_pointer_v<T>) {
-        return std::bit_cast<T>(word);
-    } else {
-        return static_cast<T>(word);
-    }
-}
+template <class T> uint64_t Word(T value) { return static_cast<uint64_t>(value); }
+template <class T> uint64_t Word(T* value) { return reinterpret_cast<uint64_t>(value); }
+template <class T> T As(uint64_t word) { return static_cast<T>(word); }
+template <class T>
+requires std::is_pointer_v<T> T As(uint64_t word) { return std::bit_cast<T>(word); }
 
 /// The arguments of one call, as the record keeps them.
 struct Arguments {
@@ -55,41 +46,37 @@ struct Arguments {
 
 // --- Live objects
 
-// A handle has the mark of its kind in the top byte and a number that is never given out twice, so
-// that a stale one is always caught. It points nowhere. A kind names two rules: that of the
-// object's use, and that of its return.
+/// A handle has the mark of its kind in the top byte and a number that is never given out twice, so
+/// that a stale one is always caught. It points nowhere.
+struct Kind {
+    char mark; ///< 0 where the handle is the address of a record.
+    const char* name;
+    Rule alive;    ///< Broken by the use of an object that is none.
+    Rule returned; ///< Broken where it is given back twice, or never.
+};
 
 using Tags = std::map<uint32_t, std::vector<uint8_t>>;
 
 struct Metadata {
-    static constexpr char kMark = 'M';
-    static constexpr const char* kName = "metadata object";
-    static constexpr Rule kAlive = Rule::MetadataAlive;
-    static constexpr Rule kReturned = Rule::MetadataDestroyed;
+    static constexpr Kind kKind{'M', "metadata object", Rule::MetadataAlive,
+                                Rule::MetadataDestroyed};
     Tags tags;
     uint32_t cameraId = 0; ///< Of the table that made it.
 };
 
 struct AndroidMetadata {
-    static constexpr char kMark = 'A';
-    static constexpr const char* kName = "Android metadata object";
-    static constexpr Rule kReturned = Rule::AndroidMetadataReleased;
+    static constexpr Kind kKind{'A', "Android metadata object", Rule::AndroidMetadataReleased,
+                                Rule::AndroidMetadataReleased};
     Tags tags;
 };
 
 struct BufferManager {
-    static constexpr char kMark = 'B';
-    static constexpr const char* kName = "buffer manager";
-    static constexpr Rule kAlive = Rule::ManagerAlive;
-    static constexpr Rule kReturned = Rule::ManagerDestroyed;
+    static constexpr Kind kKind{'B', "buffer manager", Rule::ManagerAlive, Rule::ManagerDestroyed};
     ChiBufferManagerCreateData data;
 };
 
 struct ImageBuffer {
-    static constexpr char kMark = 'I';
-    static constexpr const char* kName = "image buffer";
-    static constexpr Rule kAlive = Rule::ImageAlive;
-    static constexpr Rule kReturned = Rule::ImageReleased;
+    static constexpr Kind kKind{'I', "image buffer", Rule::ImageAlive, Rule::ImageReleased};
     uint64_t manager;
     uint32_t format;
     uint32_t width;
@@ -113,9 +100,7 @@ using SlotList = std::vector<Slot>;
 /// An operation table. Its handle is the record's address. `fill` lists its slots, which
 /// `SetMissing` reaches as long as the table lives.
 template <class Record> struct Table {
-    static constexpr const char* kName = "operation table";
-    static constexpr Rule kAlive = Rule::TableOpen;
-    static constexpr Rule kReturned = Rule::TableOpen;
+    static constexpr Kind kKind{'\0', "operation table", Rule::TableOpen, Rule::TableOpen};
     Record record{};
     uint32_t cameraId = 0; ///< Of metadata operations.
 
@@ -272,7 +257,7 @@ template <class T> bool Expect(Rule rule, const char* what, T actual, T expected
 /// Takes an object in and returns its new handle.
 template <class T> void* Adopt(std::shared_ptr<T> object) {
     const auto device = Device().Lock();
-    const uint64_t handle = uint64_t{T::kMark} << 56 | ++device->lastSerial;
+    const uint64_t handle = uint64_t{T::kKind.mark} << 56 | ++device->lastSerial;
     device->Of<T>().emplace(handle, std::move(object));
     return As<void*>(handle);
 }
@@ -287,20 +272,20 @@ template <class T> std::shared_ptr<T> Find(auto handle) {
 /// Whether an object once had this handle.
 template <class T> bool WasAlive(uint64_t handle) {
     const auto device = Device().Lock();
-    if constexpr (requires { T::kMark; }) {
-        return handle > uint64_t{T::kMark} << 56 &&
-               handle <= (uint64_t{T::kMark} << 56 | device->lastSerial);
+    if constexpr (T::kKind.mark != '\0') {
+        return handle > uint64_t{T::kKind.mark} << 56 &&
+               handle <= (uint64_t{T::kKind.mark} << 56 | device->lastSerial);
     } else {
         return device->slots.contains(As<void*>(handle));
     }
 }
 
 /// The same where it must be alive. `past` is what is said of a handle that once was.
-template <class T>
-std::shared_ptr<T> Require(auto handle, Rule rule = T::kAlive, const char* past = "destroyed") {
+template <class T> std::shared_ptr<T> Require(auto handle, Rule rule = T::kKind.alive,
+                                              const char* past = "destroyed") {
     auto object = Find<T>(handle);
     if (object == nullptr) {
-        Check(rule, false, Handle{Word(handle)}, " is not a live ", T::kName, ": ",
+        Check(rule, false, Handle{Word(handle)}, " is not a live ", T::kKind.name, ": ",
               WasAlive<T>(Word(handle)) ? past : "never existed");
     }
     return object;
@@ -309,7 +294,7 @@ std::shared_ptr<T> Require(auto handle, Rule rule = T::kAlive, const char* past 
 /// The same, and takes it out.
 template <class T> std::shared_ptr<T> Remove(auto handle) {
     auto node = Device().Lock()->template Of<T>().extract(Word(handle));
-    return node.empty() ? Require<T>(handle, T::kReturned, "destroyed twice") : node.mapped();
+    return node.empty() ? Require<T>(handle, T::kKind.returned, "destroyed twice") : node.mapped();
 }
 
 template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {

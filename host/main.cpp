@@ -35,6 +35,7 @@ struct Options {
     uint32_t requests = 0;
 };
 
+// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
 const std::map<std::string, int> kLogLevels{{"verbose", ANDROID_LOG_VERBOSE},
                                             {"info", ANDROID_LOG_INFO},
                                             {"warn", ANDROID_LOG_WARN},

@@ -175,14 +175,11 @@ class Noise {
     }
 
     int Next() {
-        if (mLeft == 0) {
-            mLeft = 8;
+        const uint32_t shift = mTaken++ % 8 * 8;
+        if (shift == 0) {
             mBits = Mixed(mCounter += kStep);
         }
-        --mLeft;
-        const int value = mTable[mBits & 255];
-        mBits >>= 8;
-        return value;
+        return mTable[mBits >> shift & 255];
     }
 
   private:
@@ -196,7 +193,7 @@ class Noise {
 
     uint64_t mCounter;
     uint64_t mBits = 0;
-    uint32_t mLeft = 0;
+    uint32_t mTaken = 0;
     std::array<int16_t, 256> mTable{};
 };
 

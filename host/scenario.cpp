@@ -31,6 +31,7 @@ constexpr uint32_t kPatience = 60;
 constexpr uint32_t kPatience = 10;
 #endif
 
+// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
 const std::map<std::string, int32_t> kFormats{{"RAW10", HAL_PIXEL_FORMAT_RAW10},
                                               {"RAW16", HAL_PIXEL_FORMAT_RAW16},
                                               {"YUV", HAL_PIXEL_FORMAT_YCBCR_420_888}};
@@ -146,7 +147,7 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
 
 /// The number of a rule.
 std::string ReadRule(const Located& json) {
-    const std::string number = json.Text();
+    std::string number = json.Text();
     if (std::none_of(kRules.begin(), kRules.end(),
                      [&](const auto& rule) { return rule.number == number; })) {
         json.Fail("must be the number of a rule, as in docs/contract.md");
@@ -167,7 +168,7 @@ void ReadVendor(const Located& json, Scenario& scenario) {
     scenario.frameworkBuffers = json.Flag("frameworkBuffers", false);
     std::set<std::string> targets;
     const auto readFault = [&](const Located& item) {
-        const Fault fault{item.Text()};
+        Fault fault{item.Text()};
         if (const std::string problem = fault.Check(); !problem.empty()) {
             item.Fail(problem);
         }

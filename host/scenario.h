@@ -88,6 +88,7 @@ struct Scenario {
 };
 
 /// By their names for people.
+// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
 inline const std::map<std::string, standin::Shape> kShapes{
     {"metadata-first", standin::Shape::MetadataFirst},
     {"buffers-first", standin::Shape::BuffersFirst},

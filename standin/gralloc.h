@@ -18,7 +18,7 @@ inline native_handle_t* Wrap(void* memory, uint64_t size) {
     native_handle_t* handle = native_handle_create(0, kInts);
     const std::span<uint8_t> location(static_cast<uint8_t*>(memory), size);
     if (handle != nullptr) {
-        std::memcpy(handle->data, &location, sizeof location);
+        std::memcpy(handle->data, &location, sizeof(int) * kInts);
     }
     return handle;
 }

@@ -42,7 +42,7 @@ class LineFinder {
         lines[pointer] = mLines.at(mPlaced++);
         if (value.is_structured()) {
             for (const auto& [step, child] : value.items()) {
-                Place(child, pointer + "/" + step, lines);
+                Place(child, std::string(pointer).append("/").append(step), lines);
             }
         }
     }

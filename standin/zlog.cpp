@@ -12,7 +12,7 @@ std::string Text(const char* text) { return text == nullptr ? "(null)" : text; }
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
     char* text = nullptr;
     const int length = vasprintf(&text, format, arguments);
-    const std::string copy(text, length < 0 ? 0 : static_cast<size_t>(length));
+    std::string copy(text, length < 0 ? 0 : static_cast<size_t>(length));
     free(text);
     return copy;
 }

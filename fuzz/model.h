@@ -177,7 +177,7 @@ class Model {
     Answered Interface(Entry entry) { return Ask(mHasInterface, entry); }
     Answered Metadata(const Camera& camera, Entry entry) { return Ask(camera.hasMetadata, entry); }
     Answered Buffers(const Camera& camera, Entry entry) { return Ask(camera.hasBuffers, entry); }
-    bool Has(Entry entry) const { return !script.missing.contains(entry); }
+    bool Has(Entry entry) const { return !script.missing[static_cast<size_t>(entry)]; }
     bool HasInterface(Entry entry) const { return mHasInterface && Has(entry); }
 
     void Create(Camera& camera);

@@ -264,15 +264,15 @@ void Camera::GiveBackBuffers(Request& request) {
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------
 
-void Camera::OnResult(Request& request, const camera3_capture_result* result) {
+void Camera::OnResult(Request& request, const camera3_capture_result& result) {
     const Slice slice("result", request.rtFrameNumber);
     timeline::Draw(Arrow::Step, ArrowOf(request));
-    request.watch.OnResult(*result);
-    if (result->result != nullptr) {
+    request.watch.OnResult(result);
+    if (result.result != nullptr) {
         request.Note(&Moments::metadata);
-        mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result->result));
+        mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
     }
-    if (result->num_output_buffers > 0) {
+    if (result.num_output_buffers > 0) {
         request.Note(&Moments::buffer);
     }
 }

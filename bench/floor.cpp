@@ -60,8 +60,10 @@ void FloorCamera::Open(HostRequest& request) {
     ppList[numInputs] = reinterpret_cast<ChiStream*>(request.wrapper.identity.pOutStream);
     auto* pSettings =
         mpMetadataOps->pCreateFromAndroid(mpMetadataOps, mpSessionParameters, 0, 0, 0xFFFFFFFF);
-    pSession->pConfig = new ChiOfflineSessionConfigInfo{
-        pSession->cameraText.c_str(), numInputs + 1, ppList, 0, pSettings, 0};
+    pSession->pConfig = new ChiOfflineSessionConfigInfo{.pCameraText = pSession->cameraText.c_str(),
+                                                        .numStreams = numInputs + 1,
+                                                        .ppChiStreams = ppList,
+                                                        .pSessionSettings = pSettings};
     mpInterface->pConfigureStreams(pSession->handle, pSession->pConfig);
     mpMetadataOps->pDestroy(pSettings);
     mOpen.push_back(pSession);

@@ -22,3 +22,7 @@ template <std::size_t Actual, std::size_t Expected> struct Equals {
 
 #define ABI_OFFSET(Type, member, expected)                                                         \
     static_assert(layout::Equals<offsetof(Type, member), (expected)>::value)
+
+/// For records that are handed to the vendor: whoever clears the members clears every byte.
+#define ABI_NO_PADDING(Type)                                                                       \
+    static_assert(std::has_unique_object_representations_v<Type>, #Type " must have no padding")

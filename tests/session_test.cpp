@@ -104,10 +104,9 @@ TEST(Session, IsOpenedAndConfiguredWithItsRecordsTheHostsOutputLast) {
     EXPECT_EQ(scene.Info().pCameraInfo, MadeUp(0x55));
     EXPECT_EQ(At(*session.pCreateInfo, 8) + At(*session.pCallbacks, 24), 0U);
     EXPECT_STREQ(At<const char*>(session.config, 0), "5");
-    EXPECT_EQ(At<uint32_t>(session.config, 8), 3U);
-    EXPECT_EQ(At<uint32_t>(session.config, 24), 8U) << "the feature's operation mode";
-    EXPECT_EQ(At(session.config, 32), Args(Entry::MetadataDestroy)[0]);
-    EXPECT_EQ(At(session.config, 40), 0U);
+    constexpr uint64_t kOpMode = 8; // The feature's.
+    ExpectWords(session.config, {At(session.config, 0), 3, Address(session.config.ppChiStreams),
+                                 kOpMode, Args(Entry::MetadataDestroy)[0]});
     const std::vector<ChiStream*>& list = session.streamPointers;
     EXPECT_EQ(list.at(0)->format, 37U);
     EXPECT_EQ(list.at(1), list.at(0) + 1) << "one block";

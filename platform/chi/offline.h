@@ -71,6 +71,7 @@ struct ChiStream {
     uint32_t reserved156;
 };
 ABI_SIZE(ChiStream, 160);
+ABI_NO_PADDING(ChiStream);
 ABI_SIZE(ChiStream, sizeof(camera3_stream));
 ABI_OFFSET(ChiStream, streamType, 0);
 ABI_OFFSET(ChiStream, width, 4);
@@ -104,6 +105,7 @@ struct ChiInputFormat {
     uint64_t reserved16[10];
 };
 ABI_SIZE(ChiInputFormat, 96);
+ABI_NO_PADDING(ChiInputFormat);
 ABI_OFFSET(ChiInputFormat, reserved4, 4);
 ABI_OFFSET(ChiInputFormat, bufferFormat, 12);
 
@@ -124,6 +126,7 @@ struct ChiStreamBuffer {
     uint64_t reserved112[12];
 };
 ABI_SIZE(ChiStreamBuffer, 208);
+ABI_NO_PADDING(ChiStreamBuffer);
 ABI_OFFSET(ChiStreamBuffer, pStream, 8);
 ABI_OFFSET(ChiStreamBuffer, bufferType, 16);
 ABI_OFFSET(ChiStreamBuffer, bufferHandle, 24);
@@ -143,6 +146,7 @@ struct ChiOfflineBufferSet {
     ChiMetadataHandle pMetadata;
 };
 ABI_SIZE(ChiOfflineBufferSet, 32);
+ABI_NO_PADDING(ChiOfflineBufferSet);
 ABI_OFFSET(ChiOfflineBufferSet, pBuffers, 8);
 ABI_OFFSET(ChiOfflineBufferSet, pMetadata, 24);
 
@@ -160,6 +164,7 @@ struct ChiOfflineExecuteRequest {
     uint64_t reserved48;
 };
 ABI_SIZE(ChiOfflineExecuteRequest, 56);
+ABI_NO_PADDING(ChiOfflineExecuteRequest);
 ABI_OFFSET(ChiOfflineExecuteRequest, pInputs, 8);
 ABI_OFFSET(ChiOfflineExecuteRequest, pOutput, 16);
 ABI_OFFSET(ChiOfflineExecuteRequest, pPrivateData, 24);
@@ -228,6 +233,7 @@ struct ChiOfflineSessionCallbacks {
     void* pPrivateCallbackData;
 };
 ABI_SIZE(ChiOfflineSessionCallbacks, 40);
+ABI_NO_PADDING(ChiOfflineSessionCallbacks);
 ABI_OFFSET(ChiOfflineSessionCallbacks, ProcessNotifyCb, 8);
 ABI_OFFSET(ChiOfflineSessionCallbacks, GetFrameworkBuffers, 16);
 ABI_OFFSET(ChiOfflineSessionCallbacks, reserved24, 24);
@@ -240,6 +246,7 @@ struct ChiOfflineSessionCreateInfo {
     ChiOfflineSessionCallbacks* pCallbacks;
 };
 ABI_SIZE(ChiOfflineSessionCreateInfo, 24);
+ABI_NO_PADDING(ChiOfflineSessionCreateInfo);
 ABI_OFFSET(ChiOfflineSessionCreateInfo, sharedSessionHandle, 8);
 ABI_OFFSET(ChiOfflineSessionCreateInfo, pCallbacks, 16);
 
@@ -247,12 +254,15 @@ ABI_OFFSET(ChiOfflineSessionCreateInfo, pCallbacks, 16);
 struct ChiOfflineSessionConfigInfo {
     const char* pCameraText;
     uint32_t numStreams;
+    uint32_t reserved12;
     ChiStream** ppChiStreams; ///< The inputs, then the output.
     uint32_t opMode;
+    uint32_t reserved28;
     ChiMetadataHandle pSessionSettings;
     uint64_t reserved40;
 };
 ABI_SIZE(ChiOfflineSessionConfigInfo, 48);
+ABI_NO_PADDING(ChiOfflineSessionConfigInfo);
 ABI_OFFSET(ChiOfflineSessionConfigInfo, numStreams, 8);
 ABI_OFFSET(ChiOfflineSessionConfigInfo, ppChiStreams, 16);
 ABI_OFFSET(ChiOfflineSessionConfigInfo, opMode, 24);
@@ -266,6 +276,7 @@ struct ChiMetadataOpsOpenInfo {
     uint32_t reserved12; ///< Always 1.
 };
 ABI_SIZE(ChiMetadataOpsOpenInfo, 16);
+ABI_NO_PADDING(ChiMetadataOpsOpenInfo);
 
 /// What the tag read entry fills in.
 struct ChiMetadataTagEntry {

@@ -45,8 +45,8 @@ class IdentityKey {
 
     size_t Hash() const { return mHash; }
 
-    /// The name's tail need not be kept: where everything else is equal, what is left of the hash is
-    /// the tail times an odd number, which differs for each tail.
+    /// The name's tail need not be kept: where all else is equal, what is left of the hash is the
+    /// tail times an odd number, which differs for each tail.
     bool operator==(const IdentityKey& other) const {
         return mHash == other.mHash && mpOutStream == other.mpOutStream &&
                mNameHead == other.mNameHead && mNameSize == other.mNameSize &&

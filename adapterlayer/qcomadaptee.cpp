@@ -772,14 +772,12 @@ struct QcomAdaptee::SessionStreams {
     bool feedsYuv = false;
 };
 
-/// One submission under way. It lives on the stack and holds all that the vendor reads only during
-/// the execute call: the input records are cleared whole before they are filled, and the other two
-/// are written whole. The heap is left to what outlives the call: the request with its input array,
-/// its output buffer, and a format record for each raw input.
+/// One submission under way. It lives on the stack and holds the input records, which the vendor
+/// reads only during the execute call, cleared whole before they are filled. The heap is left to
+/// what outlives the call: the request with its input array, its output buffer, and a format record
+/// for each raw input.
 struct QcomAdaptee::Submission {
     InputRecords inputs;
-    ChiOfflineBufferSet output;
-    ChiOfflineExecuteRequest execute;
     const OfflineDataWraper& wrapper;
     RequestPrivData& privData;
     const SessionStreams& streams;
@@ -980,7 +978,6 @@ void QcomAdaptee::CreateOutputMetadata(Submission& submission) {
     if (mpOfflineMetadataOps != nullptr && mpOfflineMetadataOps->pCreate != nullptr) {
         metadata = mpOfflineMetadataOps->pCreate(mpOfflineMetadataOps, nullptr, 0);
     }
-    submission.output = {1, 0, submission.pRequest->pOutputBuffer, 0, metadata};
     submission.pRequest->pOutputMetadata = metadata;
     OEM_LOG_INFO_IN(kSubmit, "[offline_meta]rtFrameNumber:%d create offline output metadata:%p",
                     submission.wrapper.rtFrameNumber, metadata);
@@ -989,12 +986,14 @@ void QcomAdaptee::CreateOutputMetadata(Submission& submission) {
 uint32_t QcomAdaptee::ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& session,
                                      Submission& submission) {
     const uint32_t rtFrameNumber = submission.wrapper.rtFrameNumber;
-    submission.execute = {
+    OfflineRequest* pRequest = submission.pRequest;
+    ChiOfflineBufferSet output = {1, 0, pRequest->pOutputBuffer, 0, pRequest->pOutputMetadata};
+    ChiOfflineExecuteRequest execute = {
         .numInputs = submission.numSets,
         .reserved4 = 0,
         .pInputs = submission.inputs.sets,
-        .pOutput = &submission.output,
-        .pPrivateData = submission.pRequest,
+        .pOutput = &output,
+        .pPrivateData = pRequest,
         .pOfflineFrameNumber = &session.offlineFrameNumber,
         .pLastFrameField = &session.lastFrameField,
         .reserved48 = 0,
@@ -1007,7 +1006,7 @@ uint32_t QcomAdaptee::ExecuteRequest(uint64_t sessHdl, PrivateSessionInfo& sessi
         OEM_LOG_ERROR_IN(kSubmit, "mpChiOfflineIntfOps->pExecuteRequest is NULL");
         return kStatusFailure;
     }
-    const int32_t result = mpChiOfflineIntfOps->pExecuteRequest(sessHdl, &submission.execute);
+    const int32_t result = mpChiOfflineIntfOps->pExecuteRequest(sessHdl, &execute);
     // From here on the request may be gone. One that the vendor refused stays allocated with all
     // that it owns: "an execute that failed" in docs/kept-behaviours.md.
     const int32_t offlineFrame = LoadRelaxed(session.offlineFrameNumber);

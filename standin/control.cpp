@@ -292,7 +292,8 @@ void Control::Report(Rule rule, const std::string& text) {
 
 void Control::CheckAllReturned() {
     const auto objects = mState->Lock()->objects;
-    const auto check = [this]<class T>(const Objects<T>& left) {
+    const auto check = [this](const auto& left) {
+        using T = typename std::decay_t<decltype(left)>::mapped_type::element_type;
         if (left.empty()) {
             return;
         }

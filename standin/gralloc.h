@@ -28,7 +28,7 @@ inline std::span<uint8_t> Memory(const buffer_handle_t* buffer) {
     const native_handle_t* handle = buffer == nullptr ? nullptr : *buffer;
     std::span<uint8_t> location;
     if (handle != nullptr && handle->numFds == 0 && handle->numInts == kInts) {
-        std::memcpy(&location, handle->data, sizeof location);
+        std::memcpy(&location, handle->data, sizeof(int) * kInts);
     }
     return location;
 }

@@ -84,44 +84,31 @@ TEST(KeptLeaks, ASessionThatFailedToOpenCanStillCallBackAfterALaterOneFailed) {
     EXPECT_EQ(CountLogged("E", "request hal stream buffer failed"), 1U) << "it has its camera";
 }
 
-/// A camera and a request for three features in turn, with a stream for each or one for all.
-struct ThreeFeatures : Scene {
-    camera3_stream outputs[3];
-    const bool isShared;
-
-    explicit ThreeFeatures(bool share)
-        : outputs{request.outputStream, request.outputStream, request.outputStream},
-          isShared(share) {
-        device.ExpectLeftovers();
-    }
-    /// \returns status and story of each, as in "0 MB R C0".
-    Texts SubmitAll() {
-        Texts outcomes;
-        for (const char* feature : {"Night", "Portrait", "Hdr"}) {
-            const size_t before = request.Events().size();
-            request.output.stream = &outputs[isShared ? 0 : outcomes.size()];
-            request.wrapper.identity.pOutStream = request.output.stream;
-            const std::string status = std::to_string(Submit(feature));
-            outcomes.push_back(status + " " + Story(request, before));
-        }
-        return outcomes;
-    }
-};
-
 TEST(KeptLeaks, ACloseThatFailsLeavesOneSessionAndItsIdentity) {
     for (uint32_t i = 0; i < 6; ++i) {
-        const bool share = i < 3; // One stream, so that the sessions are in one list.
+        const uint32_t streams = i < 3 ? 1 : 3; // With one, the sessions are in one list.
         const uint32_t nth = i % 3 + 1;
-        SCOPED_TRACE(Printed("%u%s", nth, share ? " of one stream" : ""));
-        ThreeFeatures scene(share);
-        scene.SubmitAll();
+        SCOPED_TRACE(Printed("%u of %u streams", nth, streams));
+        Scene scene;
+        scene.device.ExpectLeftovers();
+        std::vector outputs(streams, scene.request.outputStream);
+        const auto submitAll = [&] {
+            Texts outcomes;
+            for (const char* feature : {"Night", "Portrait", "Hdr"}) {
+                scene.request.output.stream = &outputs[outcomes.size() % streams];
+                scene.request.wrapper.identity = {scene.request.output.stream, 0, feature};
+                outcomes.push_back(scene.Outcome());
+            }
+            return outcomes;
+        };
+        submitAll();
         scene.device->Fail(Entry::CloseSession, 8, nth, 1);
         scene.camera.Flush();
         EXPECT_EQ(scene.device->CountAlive().sessions, 1U);
         EXPECT_EQ(CountLogged("E", "Failed to close session 8 for usecase "), 1U);
         Texts outcomes(3, "0 MB R C0");
-        outcomes[nth - 1] = "4 "; // Closed in the order of opening: addresses ascend.
-        EXPECT_EQ(scene.SubmitAll(), outcomes);
+        outcomes[nth - 1] = "4"; // Closed in the order of opening: addresses ascend.
+        EXPECT_EQ(submitAll(), outcomes);
         EXPECT_EQ(CountLogged("W", "identity{0, "), 1U);
     }
 }

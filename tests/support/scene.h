@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <deque>
+#include <span>
 
 namespace test {
 
@@ -40,11 +41,8 @@ inline SessionInfo& InfoOf(const standin::SessionCopy& session) {
 /// status for the completion. The first `skipped` events are left out.
 inline std::string Story(const Request& request, size_t skipped = 0) {
     std::string story;
-    for (const Event& event : request.Events()) {
-        if (skipped > 0) {
-            --skipped;
-            continue;
-        }
+    const std::vector<Event> events = request.Events();
+    for (const Event& event : std::span(events).subspan(skipped)) {
         story += story.empty() ? "" : " ";
         if (event.kind != "result") {
             story += event.kind == "release" ? "R" : "C" + std::to_string(event.status);
@@ -57,6 +55,14 @@ inline std::string Story(const Request& request, size_t skipped = 0) {
         story += brought.empty() ? "-" : brought;
     }
     return story;
+}
+
+/// Submits. \returns the status, and the story of what came at once, as in "0 MB R C0".
+inline std::string OutcomeOf(Request& request, Camera& camera) {
+    const size_t before = request.Events().size();
+    const std::string status = std::to_string(request.Submit(camera));
+    const std::string story = Story(request, before);
+    return status + (story.empty() ? "" : " ") + story;
 }
 
 /// A hand-made result, with a buffer for each status.
@@ -106,6 +112,7 @@ struct Scene {
     }
 
     uint32_t Submit() { return request.Submit(camera); }
+    std::string Outcome() { return OutcomeOf(request, camera); }
     uint32_t Submit(const std::string& feature) {
         request.wrapper.identity.featureName = feature;
         return Submit();

@@ -96,7 +96,10 @@ TEST(Forwarding, FailsWithoutTheEntry) {
 TEST(Forwarding, FailsWithoutTheRecord) {
     Device device;
     device->RefuseLibrary("/vendor/lib64/hw/com.qti.chi.offline.so");
+    device.Load();
+    device->ClearRecords();
     Camera camera{device};
+    EXPECT_EQ(Log(), "I PlatformAdapter: meta adpatee (nil) buffer adaptee (nil)");
     ExpectFailures(camera);
 }
 

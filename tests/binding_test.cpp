@@ -37,7 +37,7 @@ Texts Errors() {
     return lines;
 }
 
-TEST(Load, BindsTheLibrariesInOrderAndLogsTheOfflineContext) {
+TEST(Load, BindsTheLibrariesInOrderLogsTheContextAndKeepsTwoHandles) {
     Device device;
     void* extension = device.Load();
     const std::string log = Log();
@@ -54,6 +54,10 @@ TEST(Load, BindsTheLibrariesInOrderAndLogsTheOfflineContext) {
                            "I LoadOfflineLib: OfflineCameraContext %p, size:%d, name:%s\n"
                            "I LoadVeltoCallbackInt: Velto Calllback interfaces",
                            context, context->size, context->pName));
+    device->ClearRecords();
+    device.Load(); // Keeps the handles of the camera module and of the extension.
+    EXPECT_EQ(Steps(device),
+              (Texts{kOffline, "OpenContext", kUtils, "OfflineLogEntry", "SetOfflineLoggerOps"}));
 }
 
 TEST(Load, LogsANullOfflineContextWithoutReadingIt) {
@@ -61,15 +65,6 @@ TEST(Load, LogsANullOfflineContextWithoutReadingIt) {
     device->Fail(Entry::OpenContext, 0);
     EXPECT_NE(device.Load(), nullptr);
     EXPECT_EQ(LastLog("LoadOfflineLib"), "I OfflineCameraContext (nil), size:0, name:(null)");
-}
-
-TEST(Load, KeepsTheHandlesOfTheCameraModuleAndTheExtension) {
-    Device device;
-    device.Load();
-    device->ClearRecords();
-    device.Load();
-    EXPECT_EQ(Steps(device),
-              (Texts{kOffline, "OpenContext", kUtils, "OfflineLogEntry", "SetOfflineLoggerOps"}));
 }
 
 // --- What a device may lack. Each case runs in a process of its own.

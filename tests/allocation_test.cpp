@@ -1,7 +1,5 @@
-/// The heap allocations that the built library makes, and what it frees.
-///
-/// This program's operator new looks up the stack for the module that asked for the memory, and
-/// keeps what the adapter asked for.
+/// The heap allocations that the built library makes, and what it frees. This program's operator
+/// new keeps what the adapter asked for.
 
 #include "kit/heap.h"
 #include "tests/support/scene.h"
@@ -9,14 +7,12 @@
 #include <algorithm>
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <set>
 
 namespace {
 
-constexpr size_t kMaxKept = 256;
-
 bool g_counting = false;
-size_t g_sizes[kMaxKept];
-size_t g_numAllocations = 0;
+std::vector<size_t> g_sizes;
 
 bool NameHas(const Dl_info& info, const char* part) {
     return info.dli_fname != nullptr &&
@@ -42,12 +38,10 @@ bool CalledByAdapter(const void* caller) {
 void* kit::Take(size_t size, HeapForm form, const void* caller) {
     bool isKept = false;
     if (g_counting) {
-        g_counting = false; // The question allocates, too.
-        isKept = CalledByAdapter(caller) && g_numAllocations < kMaxKept;
+        g_counting = false; // The question and the list allocate, too.
+        isKept = CalledByAdapter(caller);
+        g_sizes.insert(g_sizes.end(), isKept ? 1 : 0, size);
         g_counting = true;
-    }
-    if (isKept) {
-        g_sizes[g_numAllocations++] = size;
     }
     return isKept ? TakeFollowed(size, form) : TakeFromC(size, form);
 }
@@ -63,25 +57,20 @@ class Counted {
   public:
     Counted() {
         kit::ForgetFollowed();
-        g_numAllocations = 0;
+        g_sizes.clear();
         g_counting = true;
     }
     ~Counted() { g_counting = false; }
 
     static std::vector<size_t> Sizes() {
-        std::vector<size_t> sizes(g_sizes, g_sizes + g_numAllocations);
+        std::vector<size_t> sizes = g_sizes;
         std::sort(sizes.begin(), sizes.end());
         return sizes;
     }
-    static bool IsAlive(const void* memory) {
-        bool isAlive = false;
-        kit::ForEachFollowed([&](const void* each, size_t) { isAlive |= each == memory; });
-        return isAlive;
-    }
-    static size_t BytesAlive() {
-        size_t sum = 0;
-        kit::ForEachFollowed([&](const void*, size_t size) { sum += size; });
-        return sum;
+    static std::set<const void*> Alive() {
+        std::set<const void*> alive;
+        kit::ForEachFollowed([&](const void* each, size_t) { alive.insert(each); });
+        return alive;
     }
 };
 
@@ -121,14 +110,15 @@ TEST(AllocationOf, ARequestIsTheThreeKindsAndACompletionFreesAsManyFormatRecords
         scene.Info().totalResult = static_cast<uint32_t>(row.statuses.size());
         scene.Send({.statuses = row.statuses, .metadata = scene.Pending(1).pOutputMetadata}, 1);
         EXPECT_EQ(Counted::Sizes(), sizes) << "a result allocates nothing";
+        const auto alive = Counted::Alive();
         std::string freed;
         for (const standin::BufferSetCopy& set : execution.inputs) {
             for (const ChiStreamBuffer& buffer : set.buffers) {
-                freed += Counted::IsAlive(buffer.pInputFormat) ? "0" : "1";
+                freed += alive.contains(buffer.pInputFormat) ? "0" : "1";
             }
         }
         EXPECT_EQ(freed, row.freed);
-        EXPECT_EQ(Counted::BytesAlive(), 96U * std::count(freed.begin(), freed.end(), '0'));
+        EXPECT_EQ(alive.size(), std::count(freed.begin(), freed.end(), '0'));
     }
 }
 
@@ -141,7 +131,7 @@ TEST(AllocationOf, ACameraHasItsAlignedObjectsAndTheyEndWithIt) {
     EXPECT_GE(std::count(sizes.begin(), sizes.end(), sizeof(OemLayer::QcomAdaptee)), 1);
     EXPECT_GE(std::count(sizes.begin(), sizes.end(), sizeof(OemLayer::SessionManagers)), 1);
     camera.Destroy();
-    EXPECT_EQ(Counted::BytesAlive(), 0U);
+    EXPECT_TRUE(Counted::Alive().empty());
 }
 
 } // namespace

@@ -1,20 +1,10 @@
 /// A host and a vendor that change words, or look where they should not, while the library works.
-///
-/// Where a test needs to act in the middle of a call, it does so on a line of the library's log, or
-/// when the library calls the vendor.
 
 #include "tests/support/scene.h"
-
-#include <algorithm>
 
 namespace {
 
 using namespace test;
-
-template <typename Record> bool IsClear(const Record& record) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
-    return std::all_of(bytes, bytes + sizeof record, [](unsigned char byte) { return byte == 0; });
-}
 
 // --- What bounds a write is read once
 
@@ -54,38 +44,32 @@ TEST(Misbehaving, VendorThatReadsPastItsInputsFindsNothingOfEarlierRequests) {
     Scene scene;
     scene.UseWords({37, 32}, 12);
     scene.Submit();
-    static size_t clear;
-    clear = 0;
     static decltype(ChiOfflineInterface::pExecuteRequest) execute;
     execute = scene.Vendor().pExecuteRequest;
     scene.Vendor().pExecuteRequest = [](uint64_t session, ChiOfflineExecuteRequest* request) {
-        const ChiOfflineBufferSet* sets = request->pInputs;
         for (size_t i = 1; i < OemLayer::kMaxInputSets; ++i) {
-            clear += IsClear(sets[i]) ? 1 : 0;
+            ExpectWords(request->pInputs[i], {});
         }
         for (size_t i = 2; i < OemLayer::kMaxInputBuffers; ++i) {
-            clear += IsClear(sets[0].pBuffers[i]) ? 1 : 0;
+            ExpectWords(request->pInputs[0].pBuffers[i], {});
         }
         return execute(session, request);
     };
     scene.request.wrapper.numBuffers = 1;
-    EXPECT_EQ(scene.Submit(), 0U);
-    EXPECT_EQ(clear, 11U + 22U);
+    EXPECT_EQ(scene.Submit(), 0U) << "what only its execution returns";
 }
 
 TEST(Misbehaving, HostThatReadsPastAResultsBuffersFindsNothingOfEarlierResults) {
     Submitted scene;
     scene.Info().totalResult = 9;
     scene.Send({.statuses = std::vector<uint32_t>(8, 1)});
-    size_t clear = 0;
     Once(scene.request.onCallback, "result", [&] {
-        const camera3_capture_result result = scene.request.Events().back().result;
-        for (size_t i = result.num_output_buffers; i < 8; ++i) {
-            clear += IsClear(result.output_buffers[i]) ? 1 : 0;
+        for (size_t i = 1; i < 8; ++i) {
+            ExpectWords(scene.request.Events().back().result.output_buffers[i], {});
         }
     });
     scene.Send({.statuses = {1}, .metadata = scene.Pending().pOutputMetadata});
-    EXPECT_EQ(clear, 7U);
+    EXPECT_EQ(Story(scene.request), "BBBBBBBB MB R C1");
 }
 
 // --- Orders that a vendor can tell

@@ -311,31 +311,39 @@ struct Framework : Submitted {
 };
 
 TEST(FrameworkBuffers, AreTranslatedIntoTheVendorsStorageAsFarAsTheyWereAskedFor) {
+    constexpr const char kUntouched[] = " 0:9:9 0:9:9 with 0 0 0";
     const struct {
-        uint32_t answers, surplus, numReturned;
+        uint32_t answers, surplus;
+        int32_t result; ///< 1 without the entry.
+        uint32_t numReturned;
         const char* returned;
         size_t errors;
+        const char* line = "I request hal stream buffer success";
     } rows[] = {
-        {2, 0, 2, " 0:5:1 1:6:2 with 10 20 21", 0},
-        {1, 0, 1, " 0:5:1 0:9:9 with 10 0 0", 0},
-        {0, 0, 0, " 0:9:9 0:9:9 with 0 0 0", 0},
-        {3, 1, 2, " 0:5:1 1:6:2 with 10 20 21", 3},
+        {2, 0, 0, 2, " 0:5:1 1:6:2 with 10 20 21", 0},
+        {1, 0, 0, 1, " 0:5:1 0:9:9 with 10 0 0", 0},
+        {0, 0, 0, 0, kUntouched, 0},
+        {3, 1, 0, 2, " 0:5:1 1:6:2 with 10 20 21", 3},
+        {2, 0, -5, 77, kUntouched, 1, "E request hal stream buffer failed, non-fatal retval = -5"},
+        {2, 0, 1, 77, kUntouched, 1, "E request hal stream buffer failed, non-fatal retval = 1"},
     };
     for (const auto& row : rows) {
         Framework framework;
         framework.answers = row.answers;
         framework.surplus = row.surplus;
-        EXPECT_EQ(framework.Ask(), 0U);
+        framework.result = row.result;
+        if (row.result == 1) {
+            framework.request.frameworkOps.request_stream_buffers = nullptr;
+        }
+        EXPECT_EQ(framework.Ask(), row.result == 0 ? 0U : 1U);
         EXPECT_EQ(framework.numReturned, row.numReturned);
         EXPECT_EQ(framework.Returned(), row.returned);
         EXPECT_EQ(CountLogged("E"), row.errors);
-        EXPECT_EQ(Log("GetFrameworkBuffers")
-                      .find(Printed("I numOfReqBuffers 1 i 0 pStream %p\n"
-                                    "I numOfReqBuffers 2 i 1 pStream %p\n"
-                                    "I request hal stream buffer success",
-                                    MadeUp(Address(&framework.streams[0])),
-                                    MadeUp(Address(&framework.streams[1])))),
-                  0U);
+        const std::string log = Printed("I numOfReqBuffers 1 i 0 pStream %p\n"
+                                        "I numOfReqBuffers 2 i 1 pStream %p\n%s",
+                                        static_cast<void*>(&framework.streams[0]),
+                                        static_cast<void*>(&framework.streams[1]), row.line);
+        EXPECT_TRUE(Log("GetFrameworkBuffers").starts_with(log)) << log;
     }
 }
 
@@ -362,21 +370,6 @@ TEST(FrameworkBuffers, NeedNoAddressForTheirNumberAndNoStorage) {
     framework.returned[0].pBuffers = nullptr;
     EXPECT_EQ(framework.Ask(nullptr), 0U);
     EXPECT_EQ(framework.Returned(), " 0:5:1 1:6:2 with 0 20 21");
-}
-
-TEST(FrameworkBuffers, ARefusalOrAMissingEntryIsAFailure) {
-    for (const int32_t result : {-5, 1}) {
-        Framework framework;
-        framework.result = result;
-        if (result == 1) {
-            framework.request.frameworkOps.request_stream_buffers = nullptr;
-        }
-        EXPECT_EQ(framework.Ask(), 1U);
-        EXPECT_EQ(framework.numReturned, 77U);
-        EXPECT_EQ(framework.Returned(), " 0:9:9 0:9:9 with 0 0 0");
-        EXPECT_EQ(LastLog("GetFrameworkBuffers"),
-                  Printed("E request hal stream buffer failed, non-fatal retval = %d", result));
-    }
 }
 
 TEST(FrameworkBuffers, NeedTheirArgumentsAndTheFrameworksTable) {

@@ -9,6 +9,14 @@ namespace {
 
 using namespace test;
 
+std::string CalledEntries(const Scene& scene) {
+    std::string entries;
+    for (const standin::Call& call : scene.device->Calls()) {
+        entries += std::string(" ") + standin::EntryName(call.entry);
+    }
+    return entries;
+}
+
 TEST(Session, IsOpenedPreparedAndConfiguredByItsFirstRequest) {
     Scene scene(Delivery::OnCallerThread, 2);
     scene.request.wrapper.identity.cameraId = 5;
@@ -50,11 +58,7 @@ I GenerateOfflineSessions: Supported session[1/1]: handle <session> cameraId 5 f
               R"(for outputStream <out>
 I GetSessHandle: Session handle <session> matched.
 )");
-    std::string entries;
-    for (const standin::Call& call : scene.device->Calls()) {
-        entries += std::string(" ") + standin::EntryName(call.entry);
-    }
-    EXPECT_EQ(entries,
+    EXPECT_EQ(CalledEntries(scene),
               " TranslateToChiBuffer OpenSession MetadataCreateFromAndroid ConfigureStreams "
               "MetadataDestroy MetadataCreate ExecuteRequest TranslateFromChiBuffer "
               "MetadataCreateAndroid MetadataDestroy");
@@ -202,8 +206,6 @@ TEST(Session, WhoseOpeningFailedIsListedWithHandleZeroUntilFlush) {
     EXPECT_EQ(LogLines("FindOfflineInfo").size(), 3U) << "its record is completed all the same";
     EXPECT_EQ(scene.Submit(), 4U);
     EXPECT_EQ(LastLog("GetSessHandle"), "I Session handle 0 matched.");
-    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 1U);
-    EXPECT_EQ(scene.device->CallCount(Entry::ExecuteRequest), 0U);
     scene.camera.Flush();
     EXPECT_EQ(scene.device->CallCount(Entry::CloseSession), 0U);
     EXPECT_EQ(scene.Submit(), 0U);
@@ -246,15 +248,12 @@ TEST(Flush, SetsTheCamerasCounterToZero) {
 TEST(Destroy, ClosesSessionsBeforeTheOperations) {
     Scene scene;
     scene.UseWords({37, 37, 37}, 9); // Too many for a request, but a session is made.
-    EXPECT_EQ(scene.Submit(), 4U);
+    scene.Submit();
     scene.request.GiveBack(scene.camera);
     scene.device->ClearRecords();
     scene.camera.Destroy();
-    const auto calls = scene.device->Calls();
-    EXPECT_EQ(calls.at(0).entry, Entry::BufferManagerDestroy);
-    EXPECT_EQ(calls.at(1).entry, Entry::CloseSession);
-    EXPECT_EQ(calls.at(2).entry, Entry::MetadataOpsClose);
-    EXPECT_EQ(CountLogged("E", "Flush X"), 0U);
+    EXPECT_EQ(CalledEntries(scene), " BufferManagerDestroy CloseSession MetadataOpsClose "
+                                    "BufferOpsClose");
 }
 
 } // namespace

@@ -13,9 +13,6 @@ using namespace test;
 using standin::Rule;
 using Names = std::vector<std::pair<const char*, const void*>>; ///< Of handles and addresses.
 
-constexpr uint32_t kWidth = 64;
-constexpr uint32_t kHeight = 32;
-
 /// The rule's violation is the only one. It shows handles and addresses by their names.
 void ExpectViolation(Rule rule, const std::string& values, const Names& names) {
     Texts violations = StandinControl()->Violations();
@@ -49,8 +46,8 @@ struct Client {
     ChiStream raw = MakeChiStream(ChiStreamTypeInput, ChiStreamFormatRaw10);
     ChiStream yuv = MakeChiStream(ChiStreamTypeOutput, ChiStreamFormatYCbCr420_888);
     ChiStream* streams[2] = {&raw, &yuv};
-    ChiBufferManagerCreateData managerData = {.width = kWidth,
-                                              .height = kHeight,
+    ChiBufferManagerCreateData managerData = {.width = raw.width,
+                                              .height = raw.height,
                                               .format = ChiStreamFormatRaw10,
                                               .reserved16 = 0x40002,
                                               .reserved24 = 0x20022,
@@ -107,11 +104,7 @@ struct Client {
     }
 
     static ChiStream MakeChiStream(uint32_t type, uint32_t format) {
-        return {.streamType = type,
-                .width = kWidth,
-                .height = kHeight,
-                .format = format,
-                .reserved152 = -1};
+        return {.streamType = type, .width = 64, .height = 32, .format = format, .reserved152 = -1};
     }
 
     void Configure() { pInterface->pConfigureStreams(session, &config); }

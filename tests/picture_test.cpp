@@ -140,18 +140,15 @@ Bytes DevelopFlat(const std::vector<standin::Frame>& frames) {
 }
 
 TEST(PictureDevelopment, KeepsAColourToTheEdgesForEachPattern) {
-    // 10 bits of R, G and B are 199, 101 and 50 of 255; and those, by BT.601, these.
+    // 10 bits of R, G and B are 199, 101 and 50 of 255; and those, by BT.601, Y 123, U 91, V 174.
     const std::map<char, int> colour{{'R', 800}, {'G', 404}, {'B', 200}};
-    constexpr int kY = 123;
-    constexpr int kU = 91;
-    constexpr int kV = 174;
     const char* const patterns[] = {"RGGB", "GRBG", "GBRG", "BGGR"};
     for (uint32_t pattern = 0; pattern < 4; ++pattern) {
         SCOPED_TRACE(patterns[pattern]);
         const Bytes mosaic = FlatRaw16(patterns[pattern], colour);
         const Bytes nv12 = DevelopFlat({{ChiFormatRaw16, pattern, mosaic}});
         for (size_t i = 0; i < nv12.size(); ++i) {
-            ASSERT_NEAR(nv12[i], i < kLumas ? kY : (i % 2 == 0 ? kU : kV), 1) << "sample " << i;
+            ASSERT_NEAR(nv12[i], i < kLumas ? 123 : (i % 2 == 0 ? 91 : 174), 1) << "sample " << i;
         }
     }
 }
@@ -202,11 +199,8 @@ TEST(PictureDevelopment, WeighsEveryFrameTheSameAndRoundsAtTheEndAlone) {
 }
 
 struct Pixels {
-    uint32_t width;
-    uint32_t height;
+    uint32_t width, height;
     Bytes rgb;
-
-    const uint8_t* At(uint32_t x, uint32_t y) const { return &rgb[(size_t{width} * y + x) * 3]; }
 };
 
 Pixels ReadFile(const std::string& path) {
@@ -248,8 +242,8 @@ TEST(PictureFile, ShowsANoisyFrameAndTheMergedOneSideBySide) {
     double mean[2][3] = {};
     for (uint32_t i = 0; i < 2 * kSize * kSize; ++i) {
         const uint32_t side = i / (kSize * kSize);
-        const uint8_t* const pixel =
-            file.At(kLeft + i % kSize + side * (kWidth + 2), kTop + i / kSize % kSize);
+        const uint32_t x = kLeft + i % kSize + side * (kWidth + 2);
+        const uint8_t* const pixel = &file.rgb[3 * (file.width * (kTop + i / kSize % kSize) + x)];
         for (size_t j = 0; j < 3; ++j) {
             mean[side][j] += pixel[j] / double{kSize * kSize};
             power[side] += (pixel[j] - rgb[j]) * (pixel[j] - rgb[j]);

@@ -260,11 +260,9 @@ TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     AdapteeScene scene;
     static std::string calls;
     OemLayer::OffCamApplicationCallbacks callbacks = {
-        [](OemLayer::RequestPrivData*) { calls += "release "; },
-        [](OemLayer::RequestPrivData* data, uint32_t status) {
-            calls += Printed("complete %p %u", MadeUp(Address(data)), status);
-        },
-        [](OemLayer::RequestPrivData*, camera3_capture_result*) { calls += "result "; }};
+        [](auto*) { calls += "release "; },
+        [](auto* data, auto status) { calls += Printed("complete %p %u", data, status); },
+        [](auto*, auto*) { calls += "result "; }};
     OemLayer::OfflineDataWraper wrapper = {};
     wrapper.mpOffCamAppCbs = &callbacks;
     scene.adaptee->InitParam(&wrapper);

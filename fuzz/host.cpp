@@ -125,7 +125,7 @@ void NoCameraStep(Scene& scene) {
     Check(table.GetNCSCallback(argument) != nullptr && table.GetHWCallback(argument) != nullptr &&
               table.GetPerfCallback(argument) != nullptr,
           "the camera module has a function less");
-    const auto statusOf = [&](Entry entry) { return scene.model.Call(entry).value_or(0); };
+    const auto statusOf = [&](Entry entry) { return scene.model.Call(entry).status; };
     int settings = 0;
     void* result = nullptr;
     const uint32_t status = statusOf(Entry::CreateSensorInitSettings);

@@ -59,32 +59,24 @@ std::vector<const camera3_stream*> FedStreams(const Session& session, const Requ
 
 } // namespace
 
-std::optional<uint32_t> Model::Call(Entry entry) {
+Answered Model::Call(Entry entry) {
     ++calls[static_cast<size_t>(entry)];
     standin::Fault& fault = script.faults[entry];
     if (fault.times == 0) {
-        return std::nullopt;
+        return {.works = true};
     }
-    const bool fails = fault.wait == 0;
-    --(fails ? fault.times : fault.wait);
-    return fails ? std::optional(static_cast<uint32_t>(fault.result)) : std::nullopt;
-}
-
-Answered Model::Ask(bool hasTable, Entry entry) {
-    if (!hasTable || !Has(entry)) {
-        return {};
-    }
-    const auto fault = Call(entry);
-    return {!fault.has_value(), fault.value_or(0)};
+    const bool works = fault.wait != 0;
+    --(works ? fault.wait : fault.times);
+    return {works, works ? 0 : static_cast<uint32_t>(fault.result)};
 }
 
 // --- Cameras
 
 void Model::Create(Camera& camera) {
     camera = {.id = camera.id, .slots = camera.slots, .exists = true};
-    const size_t rows = Works(Entry::GetKeyCount) ? kConfigRows : 0;
+    const size_t rows = Call(Entry::GetKeyCount) ? kConfigRows : 0;
     Call(Entry::GetValuesCount);
-    for (size_t i = 0; i < rows && Works(Entry::GetList); ++i) {
+    for (size_t i = 0; i < rows && Call(Entry::GetList); ++i) {
     }
     camera.hasMetadata = Interface(Entry::OpenMetadataOps);
     camera.hasBuffers = Interface(Entry::OpenBufferOps);
@@ -97,16 +89,16 @@ void Model::Destroy(Camera& camera) {
     Flush(camera);
     alive.metadataOps -= Metadata(camera, Entry::MetadataOpsClose) ? 1 : 0;
     alive.bufferOps -= Buffers(camera, Entry::BufferOpsClose) ? 1 : 0;
-    Lose(nullptr, &camera);
+    Lose(&camera);
     left.sessions += camera.hasZeroRecord ? 1 : 0;
     camera.exists = false;
 }
 
 /// Requests that are never heard of again: those of a session, or those of a camera.
-void Model::Lose(const Session* session, const Camera* camera) {
+void Model::Lose(const void* owner) {
     for (Request& request : requests) {
         if (request.state == Request::InFlight &&
-            (session != nullptr ? request.session == session : request.camera == camera)) {
+            (request.session == owner || request.camera == owner)) {
             request.state = Request::Free;
         }
     }
@@ -128,7 +120,7 @@ void Model::Close(Camera& camera, Session* session) {
         --alive.sessions;
         --left.sessions;
         left.formats -= AsFormats(*session);
-        Lose(session, nullptr);
+        Lose(session);
         std::erase_if(camera.links, [session](const auto& link) { return link.second == session; });
     }
 }
@@ -156,7 +148,7 @@ bool Model::GetImage(Camera& camera, const camera3_stream& stream, bool isImage)
     auto known = camera.managers.find(&stream);
     if (known == camera.managers.end() && camera.hasBuffers && Has(Entry::BufferManagerCreate)) {
         known = camera.managers.emplace(&stream, Camera::Manager{}).first;
-        known->second.isThere = Works(Entry::BufferManagerCreate);
+        known->second.isThere = Call(Entry::BufferManagerCreate);
         alive.bufferManagers += known->second.isThere ? 1 : 0;
     }
     if (!Buffers(camera, Entry::GetImageBuffer) || !isImage || known == camera.managers.end() ||
@@ -212,7 +204,7 @@ Session* Model::Open(Camera& camera, const Request& request) {
     if (!HasInterface(Entry::OpenSession)) {
         return nullptr;
     }
-    if (!Works(Entry::OpenSession)) {
+    if (!Call(Entry::OpenSession)) {
         left.sessions += camera.hasZeroRecord ? 1 : 0; // Replaced, and the vendor has it.
         camera.hasZeroRecord = true;
         return nullptr;

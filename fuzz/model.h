@@ -143,7 +143,7 @@ struct Left {
     size_t requests, formats, buffers, sessions, chains;
 };
 
-/// What comes of an operation that the library passes on: status 0 also where there is none.
+/// What comes of a call of an entry: status 0 also where the library cannot make it.
 struct Answered {
     bool works = false;
     uint32_t status = 0;
@@ -169,11 +169,11 @@ class Model {
 
     // --- The library
 
-    /// One call of an entry. Has a value if it fails: its result.
-    std::optional<uint32_t> Call(Entry entry);
-    bool Works(Entry entry) { return !Call(entry).has_value(); }
+    Answered Call(Entry entry);
     /// The same where the table of operations may be missing, or the entry in it.
-    Answered Ask(bool hasTable, Entry entry);
+    Answered Ask(bool hasTable, Entry entry) {
+        return hasTable && Has(entry) ? Call(entry) : Answered{};
+    }
     Answered Interface(Entry entry) { return Ask(mHasInterface, entry); }
     Answered Metadata(const Camera& camera, Entry entry) { return Ask(camera.hasMetadata, entry); }
     Answered Buffers(const Camera& camera, Entry entry) { return Ask(camera.hasBuffers, entry); }
@@ -222,7 +222,7 @@ class Model {
         }
     }
     void TakeImages();
-    void Lose(const Session* session, const Camera* camera);
+    void Lose(const void* owner);
 
     bool mHasInterface;
     size_t mExecutions = 0;

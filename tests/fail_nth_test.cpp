@@ -191,7 +191,12 @@ class Life {
         device->SetAsksForFrameworkBuffers(true);
         device->SetConfigRows({{{"Night", "8", "1f", "3"}}});
         Put(mRequest.wrapper, 96, 0x77); // Session parameters.
-        mRequest.frameworkOps.request_stream_buffers = Answer;
+        mRequest.frameworkOps.request_stream_buffers = [](auto*, auto, auto*, auto*, auto* ret) {
+            s_current->mAsked += "F ";
+            ret->num_output_buffers = 1;
+            *ret->output_buffers = s_current->mRequest.output;
+            return 0;
+        };
     }
 
     void Run(const Expected& expected) {
@@ -250,13 +255,6 @@ class Life {
         mAsked.clear();
         const std::string outcome = OutcomeOf(mRequest, camera);
         return mAsked + outcome;
-    }
-    static int32_t Answer(const camera3_callback_ops*, uint32_t, const camera3_buffer_request*,
-                          uint32_t*, camera3_stream_buffer_ret* answers) {
-        s_current->mAsked += "F ";
-        answers->num_output_buffers = 1;
-        *answers->output_buffers = s_current->mRequest.output;
-        return 0;
     }
     /// What was logged at error level, less what is in good times, and the rules that were broken.
     static std::set<std::string> Errors() {

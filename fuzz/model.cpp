@@ -491,31 +491,28 @@ void Model::CheckDevice() const {
     }
 }
 
-void CheckHeap(std::map<size_t, size_t> blocks, const Left& left) {
+void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left) {
     using OemLayer::QcomAdaptee;
-    const auto expect = [&](const char* what, size_t size, size_t count) {
-        Expect(what, blocks[size], count);
-        blocks.erase(size);
-    };
-    expect("the number of format records that stay", sizeof(ChiInputFormat), left.formats);
-    expect("the number of session records that stay", sizeof(QcomAdaptee::PrivateSessionInfo),
-           left.sessions);
     constexpr size_t kRequest = sizeof(QcomAdaptee::OfflineRequest);
-    size_t requests = 0;
-    size_t buffers = 0;
+    Left seen{};
     for (const auto& [size, count] : blocks) {
-        // A request's block holds its input array, too.
-        if (size >= kRequest && (size - kRequest) % sizeof(ChiStreamBuffer) == 0) {
-            requests += count;
-            buffers += count * ((size - kRequest) / sizeof(ChiStreamBuffer));
+        if (size == sizeof(ChiInputFormat)) {
+            seen.formats += count;
+        } else if (size == sizeof(QcomAdaptee::PrivateSessionInfo)) {
+            seen.sessions += count;
+        } else if (size >= kRequest && (size - kRequest) % sizeof(ChiStreamBuffer) == 0) {
+            seen.requests += count; // Such a block holds the request's input array, too.
+            seen.buffers += count * ((size - kRequest) / sizeof(ChiStreamBuffer));
         } else if (size % sizeof(ChiStreamBuffer) == 0) {
-            buffers += count * size / sizeof(ChiStreamBuffer);
+            seen.buffers += count * size / sizeof(ChiStreamBuffer);
         } else if (left.sessions == 0 && left.chains == 0) {
             Fail("%zu blocks of %zu bytes stay", count, size);
         }
     }
-    Expect("the number of requests that stay", requests, left.requests);
-    Expect("the number of buffer records that stay", buffers, left.buffers);
+    Expect("the number of format records that stay", seen.formats, left.formats);
+    Expect("the number of session records that stay", seen.sessions, left.sessions);
+    Expect("the number of requests that stay", seen.requests, left.requests);
+    Expect("the number of buffer records that stay", seen.buffers, left.buffers);
 }
 
 } // namespace fuzz

@@ -231,6 +231,6 @@ class Model {
 
 /// The library's records that stay, by their sizes. Where a session or a chain stays, what else
 /// belongs to them is not counted.
-void CheckHeap(std::map<size_t, size_t> blocks, const Left& left);
+void CheckHeap(const std::map<size_t, size_t>& blocks, const Left& left);
 
 } // namespace fuzz

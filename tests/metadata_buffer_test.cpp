@@ -14,6 +14,9 @@ uint32_t* N(uint64_t word) { return static_cast<uint32_t*>(P(word)); }
 
 constexpr uint32_t kWide = 0x8000'0000; ///< Where a narrower or a signed type would change it.
 constexpr uint64_t kMeta = 0xEC04D;     ///< Stands for the metadata operations' record.
+constexpr const char kNV124RWarning[] =
+    "W Overriding format from ChiStreamFormatUBWCNV124R to ChiStreamFormatUBWCTP10 as Gralloc does "
+    "not support ChiStreamFormatUBWCNV124R";
 
 /// A callback that hands its arguments on and the result back.
 struct Forward {
@@ -101,6 +104,10 @@ TEST(Forwarding, FailsWithoutTheRecord) {
     Camera camera{device};
     EXPECT_EQ(Log(), "I PlatformAdapter: meta adpatee (nil) buffer adaptee (nil)");
     ExpectFailures(camera);
+    ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatUBWCNV124R};
+    EXPECT_EQ(camera->GetImageBuffer(camera.Table(), &stream), nullptr);
+    EXPECT_EQ(Log("GetImageBuffer"),
+              std::string(kNV124RWarning) + "\nE Invalid m_pBufferAdaptee:(nil)");
 }
 
 TEST(Forwarding, ReleasesAndroidMetadataOnlyWhereItCanBeTakenIn) {
@@ -142,9 +149,6 @@ TEST(GetTag, ReturnsTheDataAndItsSizeOrAClearedRecordsWhereTheVendorFillsNone) {
 
 constexpr uint64_t kImage = 0x1234;
 constexpr uint64_t kTP10 = 0x7FA30C09;
-constexpr const char kNV124RWarning[] =
-    "W Overriding format from ChiStreamFormatUBWCNV124R to ChiStreamFormatUBWCTP10 as Gralloc does "
-    "not support ChiStreamFormatUBWCNV124R";
 constexpr const char kPD10Warning[] =
     "W Overriding format from ChiStreamFormatPD10 to ChiStreamFormatRaw12 as Gralloc does not "
     "support ChiStreamFormatPD10";
@@ -178,16 +182,6 @@ TEST(GetImageBuffer, MakesTheManagerThatTheStreamsFormatAsksFor) {
         EXPECT_EQ(made.text, std::string("OEM_CHI_BUFFER_MANAGER_format_") + wanted.name);
         EXPECT_EQ(Log("GetImageBuffer"), wanted.log);
     }
-}
-
-TEST(GetImageBuffer, IsNullWithoutTheBufferRecord) {
-    Device device;
-    device->Fail(OpenBufferOps, 0);
-    Camera camera{device};
-    ChiStream stream = {.width = 8, .height = 8, .format = 40};
-    EXPECT_EQ(camera->GetImageBuffer(camera.Table(), &stream), nullptr);
-    EXPECT_EQ(Log("GetImageBuffer"),
-              std::string(kNV124RWarning) + "\nE Invalid m_pBufferAdaptee:(nil)");
 }
 
 class Managers : public testing::Test {

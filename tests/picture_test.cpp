@@ -29,12 +29,6 @@ constexpr uint32_t kRaw16 = HAL_PIXEL_FORMAT_RAW16;
 constexpr uint32_t kYuv = HAL_PIXEL_FORMAT_YCBCR_420_888;
 constexpr uint32_t kSwapped = standin::CfaGRBG; ///< Of the usual GBRG.
 
-uint32_t BufferFormatOf(uint32_t format) {
-    return format == kRaw10   ? ChiFormatRaw10
-           : format == kRaw16 ? ChiFormatRaw16
-                              : ChiFormatYUV420NV12;
-}
-
 /// All frames of a request, each fed once.
 Exposures Burst(uint32_t format, uint32_t count, uint32_t cfaPattern = standin::CfaGBRG) {
     Exposures frames;
@@ -46,12 +40,15 @@ Exposures Burst(uint32_t format, uint32_t count, uint32_t cfaPattern = standin::
 
 /// Takes the frames, and develops them read in the format and with the pattern of `read`.
 Bytes Developed(const Scene& scene, const Exposures& frames, const Exposure& read) {
+    const uint32_t format = read.format == kRaw10   ? ChiFormatRaw10
+                            : read.format == kRaw16 ? ChiFormatRaw16
+                                                    : ChiFormatYUV420NV12;
     std::deque<Bytes> memories;
     std::vector<standin::Frame> inputs;
     for (const Exposure& frame : frames) {
         Bytes& memory = memories.emplace_back(standin::ImageSize(frame.format, kWidth, kHeight));
         Expose(scene, frame, true, memory);
-        inputs.push_back({BufferFormatOf(read.format), read.cfaPattern, memory});
+        inputs.push_back({format, read.cfaPattern, memory});
     }
     Bytes nv12(standin::ImageSize(kYuv, kWidth, kHeight));
     standin::DevelopFrames(inputs, kWidth, kHeight, nv12);

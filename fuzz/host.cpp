@@ -60,6 +60,20 @@ void* ImageFor(Scene& scene, Camera& camera, size_t stream) {
     return known != camera.images.end() ? known->handle : GetImage(scene, camera, stream);
 }
 
+/// What was made is there if it must come, and then is alive.
+void* Made(void* made, bool comes, size_t& alive, const char* what) {
+    Expect(what, made != nullptr, comes);
+    alive += comes ? 1 : 0;
+    return made;
+}
+
+void* CreateWithUsage(Scene& scene, Camera& camera) {
+    const bool comes = scene.model.Metadata(camera, Entry::MetadataCreateWithUsage);
+    const uint32_t tags[] = {1, 2};
+    return Made(camera.slots.CreateWithUsage(&camera.slots, tags, 2, scene.Byte()), comes,
+                scene.model.alive.metadata, "the presence of metadata");
+}
+
 } // namespace
 
 void Destroy(Scene& scene, Camera& camera) {
@@ -139,24 +153,6 @@ void NoCameraStep(Scene& scene) {
 }
 
 // --- Metadata, in the vendor's form and in Android's --------------------------------------------
-
-namespace {
-
-/// What was made is there if it must come, and then is alive.
-void* Made(void* made, bool comes, size_t& alive, const char* what) {
-    Expect(what, made != nullptr, comes);
-    alive += comes ? 1 : 0;
-    return made;
-}
-
-void* CreateWithUsage(Scene& scene, Camera& camera) {
-    const bool comes = scene.model.Metadata(camera, Entry::MetadataCreateWithUsage);
-    const uint32_t tags[] = {1, 2};
-    return Made(camera.slots.CreateWithUsage(&camera.slots, tags, 2, scene.Byte()), comes,
-                scene.model.alive.metadata, "the presence of metadata");
-}
-
-} // namespace
 
 void MakeStep(Scene& scene) {
     Camera& camera = scene.PickCamera();

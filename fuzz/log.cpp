@@ -11,10 +11,10 @@
 
 #include <android/log.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -37,14 +37,6 @@ std::string Conversion(fuzz::Input& input, const char* kind) {
         text += "." + std::to_string(input.Below(256) * (input.Flag() ? 4 : 1));
     }
     return text + kind;
-}
-
-std::string Repeat(const std::string& part, size_t length) {
-    std::string text;
-    while (text.size() < length) {
-        text += part;
-    }
-    return text.substr(0, length);
 }
 
 struct Case {
@@ -70,10 +62,13 @@ Case ReadCase(fuzz::Input& input) {
     const size_t literalLength = input.Byte() | (input.Below(4) << 8U);
     read.number = static_cast<int>(input.Word());
     read.longNumber = static_cast<long>(uint64_t{input.Word()} << 32 | input.Word());
-    std::string part = input.Text(600);
-    part += part.empty() ? "x" : "";
-    read.text = Repeat(part, textLength);
-    for (const char byte : Repeat(part, literalLength)) {
+    std::string repeated = input.Text(600);
+    repeated += repeated.empty() ? "x" : "";
+    while (repeated.size() < std::max(textLength, literalLength)) {
+        repeated += repeated;
+    }
+    read.text = repeated.substr(0, textLength);
+    for (const char byte : repeated.substr(0, literalLength)) {
         read.format += byte == '%' ? "%%" : std::string(1, byte);
     }
     read.format += conversions;
@@ -82,12 +77,10 @@ Case ReadCase(fuzz::Input& input) {
 
 /// All that the format yields.
 std::string Whole(const Case& wanted) {
-    char* text = nullptr;
-    const int length = wanted.Call(asprintf, &text);
-    fuzz::Check(length >= 0, "the C library cannot format this");
-    std::string whole(text, static_cast<size_t>(length));
-    std::free(text);
-    return whole;
+    char text[8192]; // All lengths together are less.
+    const int length = wanted.Call(std::snprintf, text, sizeof text);
+    fuzz::Check(length >= 0 && length < int{sizeof text}, "the C library cannot format this");
+    return text;
 }
 
 int Print(char* buffer, size_t size, const char* format, ...) {

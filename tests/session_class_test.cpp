@@ -23,9 +23,7 @@ void kit::Give(void* memory, HeapForm form) noexcept { GiveFollowed(memory, form
 namespace {
 
 using namespace test;
-using OemLayer::OfflineSessionIdentitys;
-using OemLayer::QcomAdaptee;
-using OemLayer::SessionObjects;
+using namespace OemLayer;
 
 /// An adaptee on the stand-in's interface, for what the table does not reach. It closes what the
 /// test leaves open.
@@ -63,8 +61,8 @@ struct AdapteeScene {
 };
 
 TEST(LogFlags, LetTheirOwnLevelThroughAlone) {
-    uint32_t* const flags[] = {&OemLayer::g_logErrorEnabled, &OemLayer::g_logWarnEnabled,
-                               &OemLayer::g_logInfoEnabled, &OemLayer::g_logVerboseEnabled};
+    uint32_t* const flags[] = {&g_logErrorEnabled, &g_logWarnEnabled, &g_logInfoEnabled,
+                               &g_logVerboseEnabled};
     PlatformLoadFunctions functions = {};
     PlatformLoadContext(&functions);
     PlatFormIntCallbacks table = {};
@@ -242,9 +240,10 @@ TEST(Closing, OfASessionThatWasFoundLeavesNothingToFind) {
     AdapteeScene scene;
     // Its chain stays and is closed once more at the end; without callbacks, metadata stays, too.
     scene.device.ExpectLeftovers();
+    scene.device->SetDelivery(Delivery::OnCallerThread); // Nothing is in flight at the close.
     std::vector<camera3_stream*> inputs{&scene.input};
-    OemLayer::RequestPrivData privData = {.inputStreams = inputs};
-    OemLayer::OfflineDataWraper wrapper = {.identity = scene.identity};
+    RequestPrivData privData = {.inputStreams = inputs};
+    OfflineDataWraper wrapper = {.identity = scene.identity};
     const auto submit = [&] {
         return scene.adaptee->SubmitRequestFromRT(&wrapper, &privData, nullptr, nullptr);
     };
@@ -259,11 +258,11 @@ TEST(Closing, OfASessionThatWasFoundLeavesNothingToFind) {
 TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     AdapteeScene scene;
     static std::string calls;
-    OemLayer::OffCamApplicationCallbacks callbacks = {
+    OffCamApplicationCallbacks callbacks = {
         [](auto*) { calls += "release "; },
         [](auto* data, auto status) { calls += Printed("complete %p %u", data, status); },
         [](auto*, auto*) { calls += "result "; }};
-    OemLayer::OfflineDataWraper wrapper = {};
+    OfflineDataWraper wrapper = {};
     wrapper.mpOffCamAppCbs = &callbacks;
     scene.adaptee->InitParam(&wrapper);
     SessionInfo session;
@@ -285,7 +284,7 @@ TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
 
 TEST(CaptureResult, NeedsItsResultMainBlockAndPrivateData) {
     AdapteeScene scene;
-    OemLayer::RequestPrivData privData = {};
+    RequestPrivData privData = {};
     ChiOfflineResultBlock block = {};
     ChiOfflineCaptureResultInfo info = {};
     EXPECT_EQ(scene.adaptee->ProcessOfflineCaptureResultCb(&privData, nullptr), 1U);

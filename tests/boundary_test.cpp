@@ -167,16 +167,17 @@ TEST(Tracing, TearDownOfTheManagersIsASectionWhereTheVendorsBitAndATagAreOn) {
         Camera camera{device};
         ChiStream stream = {.width = 8, .height = 8, .format = ChiStreamFormatRaw10};
         camera->ReleaseImageBuffer(camera.Table(), camera->GetImageBuffer(camera.Table(), &stream));
-        std::vector<size_t> destroyed; // At its begin and end.
-        g_android.onTraceCall = [&](const std::string&) {
-            destroyed.push_back(device->CallCount(Entry::BufferManagerDestroy));
+        Texts traceCalls; // Each with the number of managers that are destroyed by then.
+        g_android.onTraceCall = [&](const std::string& call) {
+            const size_t destroyed = device->CallCount(Entry::BufferManagerDestroy);
+            traceCalls.push_back(call + " " + std::to_string(destroyed));
         };
         std::memset(settings, wanted.others, 100);
         settings[65] = wanted.byte65;
         g_android.enabledTraceTags = wanted.tags;
         camera->TearDownResource(camera.Table());
-        EXPECT_EQ(g_android.traceCalls, (wanted.traced ? Texts{kBegin, "end"} : Texts{}));
-        EXPECT_EQ(destroyed, wanted.traced ? (std::vector<size_t>{0, 1}) : std::vector<size_t>{});
+        EXPECT_EQ(traceCalls,
+                  wanted.traced ? (Texts{kBegin + std::string(" 0"), "end 1"}) : Texts{});
         std::memset(settings, 0, 100);
     }
 }
@@ -186,9 +187,13 @@ TEST(Tracing, TheBitIsReadAgainAtTheEnd) {
     Camera camera{device};
     device->SetTracePoints(true);
     g_android.enabledTraceTags = 0xC00;
-    g_android.onTraceCall = [&](const std::string&) { device->SetTracePoints(false); };
+    Texts traceCalls;
+    g_android.onTraceCall = [&](const std::string& call) {
+        traceCalls.push_back(call);
+        device->SetTracePoints(false);
+    };
     camera->TearDownResource(camera.Table());
-    EXPECT_EQ(g_android.traceCalls, Texts{kBegin});
+    EXPECT_EQ(traceCalls, Texts{kBegin});
 }
 
 } // namespace

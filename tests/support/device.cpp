@@ -7,11 +7,10 @@
 namespace test {
 
 size_t CountLogged(const std::string& letter, const std::string& start) {
-    size_t count = 0;
-    for (const standin::LogRecord& record : StandinControl()->Logs()) {
-        count += record.letter == letter && record.message.starts_with(start) ? 1 : 0;
-    }
-    return count;
+    auto logs = StandinControl()->Logs();
+    return std::erase_if(logs, [&](const standin::LogRecord& record) {
+        return record.letter == letter && record.message.starts_with(start);
+    });
 }
 
 Texts LogLines(const std::string& function) {

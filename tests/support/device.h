@@ -60,11 +60,10 @@ class Android final : public kit::AndroidSink {
         const std::lock_guard lock(mMutex);
         lines.push_back({priority, tag, text});
     }
-    void Begin(const char* name) override { AddTraceCall(std::string("begin ") + name); }
-    void End() override { AddTraceCall("end"); }
+    void Begin(const char* name) override { onTraceCall(std::string("begin ") + name); }
+    void End() override { onTraceCall("end"); }
     void Clear() {
         lines.clear();
-        traceCalls.clear();
         enabledTraceTags = 0;
         onTraceCall = onLine = kNothing;
     }
@@ -74,15 +73,9 @@ class Android final : public kit::AndroidSink {
         std::string tag, text;
     };
     std::vector<LogLine> lines;
-    Texts traceCalls; ///< "begin NAME" and "end".
-    Hook onTraceCall = kNothing, onLine = kNothing;
+    Hook onTraceCall = kNothing, onLine = kNothing; ///< Told "begin NAME" or "end", and the line.
 
   private:
-    void AddTraceCall(const std::string& call) {
-        traceCalls.push_back(call);
-        onTraceCall(call);
-    }
-
     std::mutex mMutex; ///< Guards the lines against each other.
 };
 inline Android g_android;

@@ -38,18 +38,14 @@ TEST(Completion, GoesToTheTableOfASubmissionFromWithinTheRelease) {
     EXPECT_EQ(completions, 2);
 }
 
-TEST(Completion, ReadsTheStatusOfTheRequestsOwnBufferBeforeItIsFreed) {
-    Submitted scene;
-    const OfflineRequest& request = scene.Pending();
-    request.pOutputBuffer->bufferStatus = 1;
-    scene.Receive({1, request.pOutputBuffer, 0, request.pOutputMetadata});
-    EXPECT_EQ(Story(scene.request), "MB R C1");
-}
-
-TEST(Completion, ReadsNoStatusWhereThereIsNoArray) {
-    Submitted scene;
-    scene.Receive({1, nullptr, 0, scene.Pending().pOutputMetadata});
-    EXPECT_EQ(Story(scene.request), "Mb R C0");
+TEST(Completion, ReadsTheStatusOfTheRequestsOwnBufferBeforeItIsFreedAndNoneWithoutAnArray) {
+    for (const bool hasArray : {true, false}) {
+        Submitted scene;
+        const OfflineRequest& request = scene.Pending();
+        request.pOutputBuffer->bufferStatus = 1;
+        scene.Receive({1, hasArray ? request.pOutputBuffer : nullptr, 0, request.pOutputMetadata});
+        EXPECT_EQ(Story(scene.request), hasArray ? "MB R C1" : "Mb R C0");
+    }
 }
 
 TEST(Completion, LogsItsStepsInOrder) {

@@ -266,13 +266,6 @@ Inks InksOf(const Shot& shot) {
 
 // --- Development
 
-standin::Frame FrameOf(const Exposure& exposure, std::span<const uint8_t> memory) {
-    const bool isYuv = exposure.format == ChiStreamFormatYCbCr420_888;
-    const bool isRaw10 = exposure.format == ChiStreamFormatRaw10;
-    return {isYuv ? ChiFormatYUV420NV12 : (isRaw10 ? ChiFormatRaw10 : ChiFormatRaw16),
-            exposure.cfaPattern, memory};
-}
-
 /// What a sensor's frames would become that differ in their slots alone, in the first rows: the
 /// merged picture is that of as many equal ones with a part of each slot's ink.
 Bytes Developed(const Scene& scene, std::span<const Exposure> exposures, const Inks& inks,
@@ -285,7 +278,8 @@ Bytes Developed(const Scene& scene, std::span<const Exposure> exposures, const I
             memory.resize(standin::ImageSize(exposure.format, scene.Width(), rows));
             Render(scene, exposure, inks, isNoisy, rows, memory);
         }
-        frames.insert(frames.end(), exposure.weight, FrameOf(exposure, memory));
+        frames.insert(frames.end(), exposure.weight,
+                      {exposure.format, exposure.cfaPattern, memory});
     }
     Bytes nv12(standin::ImageSize(ChiStreamFormatYCbCr420_888, scene.Width(), rows));
     standin::DevelopFrames(frames, scene.Width(), rows, nv12);
@@ -304,11 +298,8 @@ Bytes DevelopedAlone(const Scene& scene, Exposure exposure, bool isNoisy) {
 /// The mean of the squared differences, less what comes of the rounding to 8 bits: for raw frames
 /// to RGB and to YUV, in the picture and in the clean one, for others in the picture alone.
 double Power(std::span<const uint8_t> picture, std::span<const uint8_t> clean, uint32_t format) {
-    uint64_t sum = 0;
-    for (size_t i = 0; i < clean.size(); ++i) {
-        const int difference = picture[i] - clean[i];
-        sum += static_cast<uint64_t>(difference * difference);
-    }
+    const uint64_t sum =
+        libyuv::ComputeSumSquareError(picture.data(), clean.data(), static_cast<int>(clean.size()));
     const double rounding = format == ChiStreamFormatYCbCr420_888 ? kYuvRounding : kRawRounding;
     return std::max(0.0, static_cast<double>(sum) / static_cast<double>(clean.size()) - rounding);
 }

@@ -48,8 +48,8 @@ class Mosaic {
 
     void Add(const Frame& frame) {
         ++mCount;
-        const bool isRaw10 = frame.format == ChiFormatRaw10;
-        const size_t stride = Stride(isRaw10 ? ChiStreamFormatRaw10 : ChiStreamFormatRaw16, mWidth);
+        const bool isRaw10 = frame.format == ChiStreamFormatRaw10;
+        const size_t stride = Stride(frame.format, mWidth);
         const size_t rows = std::min<size_t>(mHeight, frame.memory.size() / stride);
         for (uint32_t y = 0; y < rows; ++y) {
             (isRaw10 ? AddRaw10 : AddRaw16)(frame.memory.data() + stride * y, mWidth, Row(y));
@@ -142,7 +142,7 @@ void DevelopFrames(std::span<const Frame> frames, uint32_t width, uint32_t heigh
     Sums sums(ImageSize(ChiStreamFormatYCbCr420_888, width, height));
     std::map<uint32_t, Mosaic> mosaics; // By their pattern.
     for (const Frame& frame : frames) {
-        if (frame.format == ChiFormatYUV420NV12) {
+        if (frame.format == ChiStreamFormatYCbCr420_888) {
             AddTimes(1, frame.memory, sums);
         } else {
             mosaics.try_emplace(frame.cfaPattern % 4, width, height).first->second.Add(frame);
@@ -179,10 +179,12 @@ void Develop(const Session& session, const Execution& execution, const ChiStream
                 image->height != stream->height) {
                 continue;
             }
+            const ChiInputFormat& format = set.formats[i]; // As the input is read, if it is raw.
             images.push_back(image);
-            frames.push_back(
-                {buffer.pInputFormat == nullptr ? ChiFormatYUV420NV12 : set.formats[i].bufferFormat,
-                 set.formats[i].cfaPattern, image->memory});
+            frames.push_back({buffer.pInputFormat == nullptr          ? ChiStreamFormatYCbCr420_888
+                              : format.bufferFormat == ChiFormatRaw10 ? ChiStreamFormatRaw10
+                                                                      : ChiStreamFormatRaw16,
+                              format.cfaPattern, image->memory});
         }
     }
     if (frames.empty()) {

@@ -29,7 +29,7 @@ uint64_t ImageSize(uint32_t format, uint32_t width, uint32_t height);
 
 /// An input, as the session reads it.
 struct Frame {
-    uint32_t format;     ///< RAW10, RAW16 (10 bits of a word) or NV12, as a ChiBufferFormat.
+    uint32_t format;     ///< That of a stream: RAW10, RAW16 (10 bits of a word) or YCbCr_420_888.
     uint32_t cfaPattern; ///< Of raw formats.
     std::span<const uint8_t> memory; ///< Rows that are not in it are black.
 };

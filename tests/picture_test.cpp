@@ -40,15 +40,12 @@ Exposures Burst(uint32_t format, uint32_t count, uint32_t cfaPattern = standin::
 
 /// Takes the frames, and develops them read in the format and with the pattern of `read`.
 Bytes Developed(const Scene& scene, const Exposures& frames, const Exposure& read) {
-    const uint32_t format = read.format == kRaw10   ? ChiFormatRaw10
-                            : read.format == kRaw16 ? ChiFormatRaw16
-                                                    : ChiFormatYUV420NV12;
     std::deque<Bytes> memories;
     std::vector<standin::Frame> inputs;
     for (const Exposure& frame : frames) {
         Bytes& memory = memories.emplace_back(standin::ImageSize(frame.format, kWidth, kHeight));
         Expose(scene, frame, true, memory);
-        inputs.push_back({format, read.cfaPattern, memory});
+        inputs.push_back({read.format, read.cfaPattern, memory});
     }
     Bytes nv12(standin::ImageSize(kYuv, kWidth, kHeight));
     standin::DevelopFrames(inputs, kWidth, kHeight, nv12);
@@ -143,7 +140,7 @@ TEST(PictureDevelopment, KeepsAColourToTheEdgesForEachPattern) {
     for (uint32_t pattern = 0; pattern < 4; ++pattern) {
         SCOPED_TRACE(patterns[pattern]);
         const Bytes mosaic = FlatRaw16(patterns[pattern], colour);
-        const Bytes nv12 = DevelopFlat({{ChiFormatRaw16, pattern, mosaic}});
+        const Bytes nv12 = DevelopFlat({{kRaw16, pattern, mosaic}});
         for (size_t i = 0; i < nv12.size(); ++i) {
             ASSERT_NEAR(nv12[i], i < kLumas ? 123 : (i % 2 == 0 ? 91 : 174), 1) << "sample " << i;
         }
@@ -159,8 +156,8 @@ TEST(PictureDevelopment, ReadsPackedPixels) {
         packed.insert(packed.end(), std::begin(row), std::end(row));
     }
     const Bytes words = FlatRaw16("RGGB", {{'R', 803}, {'G', 400}, {'B', 202}});
-    EXPECT_EQ(DevelopFlat({{ChiFormatRaw10, standin::CfaRGGB, packed}}),
-              DevelopFlat({{ChiFormatRaw16, standin::CfaRGGB, words}}));
+    EXPECT_EQ(DevelopFlat({{kRaw10, standin::CfaRGGB, packed}}),
+              DevelopFlat({{kRaw16, standin::CfaRGGB, words}}));
 }
 
 TEST(PictureDevelopment, WeighsEveryFrameTheSameAndRoundsAtTheEndAlone) {
@@ -182,12 +179,12 @@ TEST(PictureDevelopment, WeighsEveryFrameTheSameAndRoundsAtTheEndAlone) {
         std::vector<standin::Frame> frames;
         for (const int value : wanted.raw) {
             memories.push_back(FlatRaw16("RGGB", {{'R', value}, {'G', value}, {'B', value}}));
-            frames.push_back({ChiFormatRaw16, standin::CfaRGGB, memories.back()});
+            frames.push_back({kRaw16, standin::CfaRGGB, memories.back()});
         }
         for (const uint8_t luma : wanted.yuv) {
             Bytes& memory = memories.emplace_back(kLumas * 3 / 2, uint8_t{128});
             std::fill_n(memory.begin(), kLumas, luma);
-            frames.push_back({ChiFormatYUV420NV12, 0, memory});
+            frames.push_back({kYuv, 0, memory});
         }
         Bytes nv12(kLumas * 3 / 2, uint8_t{128});
         std::fill_n(nv12.begin(), kLumas, wanted.luma);

@@ -33,8 +33,6 @@ struct alignas(kCacheLine) FloorSession {
 class alignas(kCacheLine) FloorCamera {
   public:
     explicit FloorCamera(uint32_t /*cameraId*/) {}
-    FloorCamera(const FloorCamera&) = delete;
-    FloorCamera& operator=(const FloorCamera&) = delete;
     ~FloorCamera() { CloseAll(); }
 
     /// Opens and configures the session of an identity, and submits its first request.

@@ -22,8 +22,6 @@ class Progress {
         mIsOver.set_value();
         mThread.join();
     }
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
 
   private:
     void Show() {

@@ -6,31 +6,18 @@
 
 #include <string_view>
 
-namespace {
-
-using OpenFunction = void* (*)(const char*, int);
-
-bool IsDevicePath(std::string_view path) {
-    return path.starts_with("/vendor/") || path.starts_with("/odm/") ||
-           path.starts_with("/system/");
-}
-
-void* OpenNext(const char* path, int flags) {
-    static const auto next = reinterpret_cast<OpenFunction>(dlsym(RTLD_NEXT, "dlopen"));
-    return next(path, flags);
-}
-
-} // namespace
-
 /// Opens paths of the device below the device root, where nothing that it lacks can be found.
 extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
                                                                int flags) noexcept {
     using namespace standin;
-    if (path == nullptr || !IsDevicePath(path)) {
-        return OpenNext(path, flags);
+    static const auto next = reinterpret_cast<decltype(&dlopen)>(dlsym(RTLD_NEXT, "dlopen"));
+    const std::string_view file(path == nullptr ? "" : path);
+    if (!file.starts_with("/vendor/") && !file.starts_with("/odm/") &&
+        !file.starts_with("/system/")) {
+        return next(path, flags);
     }
     if (const auto fault = Device().Enter(Entry::LibraryOpen, Arguments(path, flags))) {
         return As<void*>(*fault);
     }
-    return OpenNext(Device().FileOf(path).c_str(), flags);
+    return next(Device().FileOf(path).c_str(), flags);
 }

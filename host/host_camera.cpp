@@ -59,9 +59,7 @@ Request* Camera::Prepare() {
     request->numInputBuffers = mPlan.frames * static_cast<uint32_t>(mPlan.inputs.size());
     request->partialResultBase = kit::kPartialBase;
     if (TakeBuffers(*request)) {
-        while (request->metadata.size() < mPlan.frames) {
-            request->metadata.push_back(CreateSetMetadata(request->metadata.size()));
-        }
+        CreateSetMetadata(request->metadata, mPlan.frames);
     } else {
         Drop(*request, "the vendor gives no image buffers");
     }

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <span>
 #include <utility>
+#include <vector>
 
 namespace kit {
 
@@ -35,15 +36,17 @@ template <class Host, class Request> class HostCamera : private camera3_callback
         return {.stream = stream, .buffer = handle, .acquire_fence = -1, .release_fence = -1};
     }
 
-    /// Metadata that says which set of a request it is for. Null if the vendor gives none.
-    void* CreateSetMetadata(size_t index) {
+    /// Makes a request's metadata, which says for each set which one it is for. Null where the
+    /// vendor gives none.
+    void CreateSetMetadata(std::vector<void*>& all, uint32_t sets) {
         constexpr uint32_t kTags[] = {1, 2};
-        void* const metadata = mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0);
-        const standin::SetMark mark{mWrapper.identity.cameraId, static_cast<uint32_t>(index)};
-        if (metadata != nullptr) {
-            mTable.SetTag(&mTable, metadata, standin::kSetMarkTag, &mark, sizeof mark, 0);
+        for (standin::SetMark mark{mWrapper.identity.cameraId, 0}; mark.index < sets;
+             ++mark.index) {
+            all.push_back(mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0));
+            if (all.back() != nullptr) {
+                mTable.SetTag(&mTable, all.back(), standin::kSetMarkTag, &mark, sizeof mark, 0);
+            }
         }
-        return metadata;
     }
 
     /// Gives back what is there, through an entry of the table.

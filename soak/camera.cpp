@@ -172,9 +172,7 @@ void Camera::Prepare(Request& request, const OfflineDataWraper& wrapper, std::st
     }
     request.numInputBuffers = wrapper.numBuffers * static_cast<uint32_t>(inputs.size());
     request.metadata.clear();
-    while (request.metadata.size() < wrapper.numBuffers) {
-        request.metadata.push_back(CreateSetMetadata(request.metadata.size()));
-    }
+    CreateSetMetadata(request.metadata, wrapper.numBuffers);
     camera3_stream* const stream = wrapper.identity.pOutStream;
     request.watch.emplace(request.name);
     request.watch->Expect({.frameNumber = request.frame,

@@ -23,7 +23,6 @@
 namespace soak::heap {
 namespace {
 
-// Loaded modules.
 const link_map* g_library;
 const link_map* g_runtime; ///< The C++ library.
 std::atomic<int64_t> g_libraryBytes = 0;

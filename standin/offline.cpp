@@ -23,18 +23,17 @@ bool IsRaw(const ChiStream& stream) {
 uint64_t OpenSession(ChiOfflineInterface* /*interface*/, ChiOfflineSessionCreateInfo* info) {
     if (!Check(Rule::SessionRecord,
                info != nullptr && info->pSessionName != nullptr && info->pCallbacks != nullptr,
-               "the create record, its name or its callbacks are null")) {
-        return 0;
-    }
-    const auto& callbacks = *info->pCallbacks;
-    if (!Check(Rule::SessionRecord,
-               callbacks.ProcessCaptureResultCb != nullptr &&
-                   callbacks.ProcessNotifyCb != nullptr && callbacks.GetFrameworkBuffers != nullptr,
+               "the create record, its name or its callbacks are null") ||
+        !Check(Rule::SessionRecord,
+               info->pCallbacks->ProcessCaptureResultCb != nullptr &&
+                   info->pCallbacks->ProcessNotifyCb != nullptr &&
+                   info->pCallbacks->GetFrameworkBuffers != nullptr,
                "a callback is null")) {
         return 0;
     }
     Expect(Rule::SessionRecord, "the shared handle", info->sharedSessionHandle, uint64_t{0});
-    Expect<void*>(Rule::SessionRecord, "the callbacks' fourth word", callbacks.reserved24, nullptr);
+    Expect<void*>(Rule::SessionRecord, "the callbacks' fourth word", info->pCallbacks->reserved24,
+                  nullptr);
     const auto session = std::make_shared<Session>();
     session->data = {
         .name = info->pSessionName, .pCreateInfo = info, .pCallbacks = info->pCallbacks};

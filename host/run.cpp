@@ -62,9 +62,9 @@ Run::Run(const Scenario& scenario, const std::string& library)
     : mScenario(scenario), mLibrary(library) {
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
-    device.SetOrder(scenario.order, scenario.seed);
     device.SetDelivery(scenario.delivery);
-    device.SetLatency(std::chrono::milliseconds(scenario.latencyMilliseconds));
+    device.SetPace(std::chrono::milliseconds(scenario.latencyMilliseconds), scenario.order,
+                   scenario.seed);
     device.SetAsksForFrameworkBuffers(scenario.frameworkBuffers);
     device.SetRecording(false);
     for (const Fault& fault : scenario.faults) {

@@ -5,7 +5,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -16,12 +15,8 @@
 
 namespace {
 
-using soak::Camera;
-using soak::Round;
-using soak::Tally;
-using standin::Entry;
-using standin::Order;
-using standin::Shape;
+using namespace soak;
+using namespace standin;
 using Clock = std::chrono::steady_clock;
 
 enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
@@ -65,7 +60,7 @@ std::string NameOf(uint32_t number) {
 struct Account {
     std::string when;
     uint64_t requests;
-    soak::heap::Live live;
+    heap::Live live;
     int64_t expected; ///< Bytes of the library.
 
     bool IsRight() const { return live.library == expected && live.libraryC == 0; }
@@ -77,7 +72,7 @@ class Soak {
     explicit Soak(const Options& options) : mOptions(options) {
         StandinControl()->SetRecording(false);
         const kit::Adapter library(kit::AdapterFile(false));
-        soak::heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
+        heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
         library.Load();
         for (uint32_t id = 0; id < kCameras; ++id) {
             mCameras.emplace_back(library, id, g_tally);
@@ -91,7 +86,7 @@ class Soak {
             camera.Drive({}, 0);
         });
         // What idle cameras have, before any request: the rounds' accounts start from here.
-        const int64_t idle = soak::heap::Count().library;
+        const int64_t idle = heap::Count().library;
         Keep("created", idle);
         {
             const host::Progress progress([this] { return Describe(); });
@@ -114,9 +109,8 @@ class Soak {
         mRound = number;
         const Round round = RoundAt(number);
         StandinControl()->SetShape(round.shape);
-        StandinControl()->SetOrder(round.order, number);
         StandinControl()->SetAsksForFrameworkBuffers(round.lends);
-        StandinControl()->SetLatency(round.isLate ? kLate : std::chrono::microseconds(0));
+        StandinControl()->SetPace(kLate * (round.isLate ? 1 : 0), round.order, number);
         OnAllCameras([&](uint32_t index, Camera& camera) {
             constexpr uint64_t kShares = uint64_t{kRounds} * kCameras;
             const uint64_t share = number % kRounds * kCameras + index;
@@ -140,7 +134,7 @@ class Soak {
     void Keep(const std::string& when, int64_t idle) {
         StandinControl()->WaitIdle();
         const int64_t expected = idle + kFormatRecord * g_tally.formatsLeft;
-        mAccounts.push_back({when, g_tally.completed, soak::heap::Count(), expected});
+        mAccounts.push_back({when, g_tally.completed, heap::Count(), expected});
         if (!mAccounts.back().IsRight() || !StandinControl()->Violations().empty()) {
             g_tally.isOver = true; // What comes would only repeat it.
         }

@@ -122,8 +122,6 @@ void Control::State::SetTraceBit(bool on) {
     }
 }
 
-Observer::~Observer() = default;
-
 Control::Control() : mState(std::make_unique<State>()) { mState->deviceRoot = OwnDeviceRoot(); }
 
 Control::~Control() = default;
@@ -171,17 +169,14 @@ void Control::SetDelivery(Delivery delivery) { mState->Lock()->script.delivery =
 
 void Control::SetShape(Shape shape) { mState->Lock()->script.shape = shape; }
 
-void Control::SetOrder(Order order, uint32_t seed) {
+void Control::SetPace(std::chrono::microseconds latency, Order order, uint32_t seed) {
     const auto state = mState->Lock();
+    state->script.latency = latency;
     state->script.order = order;
     state->script.random = seed;
 }
 
 void Control::SetObserver(Observer* observer) { mState->observer = observer; }
-
-void Control::SetLatency(std::chrono::microseconds latency) {
-    mState->Lock()->script.latency = latency;
-}
 
 void Control::SetTracePoints(bool on) { mState->Lock()->SetTraceBit(on); }
 

@@ -117,15 +117,10 @@ enum class Order {
 
 /// Follows what the device does, for a timeline. The members are called on the thread that does it,
 /// and must not call the device.
-class Observer {
-  public:
+struct Observer {
     virtual void NameThread(const std::string& name) = 0; ///< First on a thread of the device.
     virtual void Begin(const char* what) = 0;
     virtual void End() = 0; ///< Of what was begun last on this thread.
-
-  protected:
-    Observer() = default;
-    virtual ~Observer();
 };
 
 /// A set of buffers as it stood during the execute call, with the format records that it pointed
@@ -183,8 +178,6 @@ class Control {
   public:
     Control();
     ~Control();
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
 
     /// Back to a new device: no script, no records, no violations, faults gone, frame numbers
     /// from 1. Sessions that are still open are stopped and dropped. Objects that are still alive
@@ -218,11 +211,9 @@ class Control {
     void SetDelivery(Delivery delivery);
     void SetShape(Shape shape);
 
+    /// How long a session's thread takes over each request before it delivers, and in which order.
     /// `seed` decides what Shuffled does, as far as it is not up to the threads.
-    void SetOrder(Order order, uint32_t seed = 0);
-
-    /// How long a session's thread takes over each request before it delivers.
-    void SetLatency(std::chrono::microseconds latency);
+    void SetPace(std::chrono::microseconds latency, Order order, uint32_t seed);
 
     /// Who follows the device from now on; null for nobody. It must outlive all sessions.
     void SetObserver(Observer* observer);

@@ -4,7 +4,6 @@
 #include "standin/pixels.h"
 
 #include <algorithm>
-#include <span>
 
 namespace standin {
 namespace {

@@ -18,7 +18,6 @@ using timeline::Slice;
 constexpr uint32_t kFirstFrame = 101;      // Far from the vendor's own frame numbers.
 constexpr uint32_t kFramesOfCamera = 1000; // So that each camera's pictures are its own.
 constexpr int kOverwritten = 0xEE;
-constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
 
 uint64_t ArrowOf(const Request& request) {
     return uint64_t{request.camera.Plan().id} << 32 | request.index;

@@ -72,10 +72,6 @@ void Declare(CLI::App& app, Options& options) {
 
 // --- From the arguments to the run --------------------------------------------------------------
 
-std::string ScenarioFile(const std::string& name) {
-    return name.ends_with(".json") ? name : kit::Beside("scenarios/" + name + ".json");
-}
-
 int ListScenarios() {
     std::set<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(kit::Beside("scenarios"))) {
@@ -90,8 +86,10 @@ int ListScenarios() {
 
 /// The file's scenario, with what the options want otherwise.
 Scenario ReadScenario(const Options& options) {
-    const std::string file = ScenarioFile(options.scenario);
-    if (!options.scenario.ends_with(".json") && !std::filesystem::exists(file)) {
+    const bool isFile = options.scenario.ends_with(".json");
+    const std::string file =
+        isFile ? options.scenario : kit::Beside("scenarios/" + options.scenario + ".json");
+    if (!isFile && !std::filesystem::exists(file)) {
         throw InputError("there is no scenario '" + options.scenario +
                          "'; --list lists what there is, and a file's name ends in .json");
     }
@@ -115,9 +113,7 @@ Scenario ReadScenario(const Options& options) {
     if (options.requests > 0) {
         scenario.expect.sessions.reset(); // It depends on how many there are.
     }
-    if (const std::string problem = scenario.Check(); !problem.empty()) {
-        throw InputError(problem);
-    }
+    scenario.Check([](size_t, const std::string& problem) { throw InputError(problem); });
     return scenario;
 }
 

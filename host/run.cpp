@@ -15,18 +15,14 @@ using standin::InputError;
 
 namespace {
 
-constexpr std::chrono::milliseconds kGlance{50}; // Between two looks at what is no event.
-constexpr std::chrono::seconds kGrace{1};        // For what is in flight at an interruption.
+constexpr std::chrono::seconds kGrace{1}; // For what is in flight at an interruption.
 
 std::atomic<bool> g_interrupted = false;
-
 std::atomic<bool> g_loading = false;
-
-bool IsInterrupted() { return g_interrupted; }
 
 /// Until when to wait: a time, or an interruption.
 auto OverAt(Clock::time_point until) {
-    return [until] { return IsInterrupted() || Clock::now() >= until; };
+    return [until] { return g_interrupted || Clock::now() >= until; };
 }
 
 /// Waits, but not beyond an interruption.
@@ -108,7 +104,7 @@ void Run::Go() {
     }
     const auto grace = Clock::now() + kGrace;
     for (const auto& camera : mCameras) {
-        if (IsInterrupted()) {
+        if (g_interrupted) {
             camera->WaitForVendor(0, [grace] { return Clock::now() >= grace; });
         }
         camera->Close();
@@ -136,7 +132,7 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
     timeline::NameLane("host camera " + std::to_string(plan.id) + ", thread " +
                        std::to_string(thread));
     const auto patience = std::chrono::seconds(mScenario.patienceSeconds);
-    while (Request* const request = IsInterrupted() ? nullptr : camera.Prepare()) {
+    while (Request* const request = g_interrupted ? nullptr : camera.Prepare()) {
         if (!request->problem.empty()) {
             continue;
         }
@@ -145,7 +141,7 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
             WaitUntil(mStart + all / plan.rate);
         }
         if (!camera.TakeRoom(LimitOf(plan), OverAt(Clock::now() + patience))) {
-            camera.Drop(*request, IsInterrupted() ? "interrupted" : "the time is up");
+            camera.Drop(*request, g_interrupted ? "interrupted" : "the time is up");
             return;
         }
         camera.Send(*request);
@@ -195,7 +191,6 @@ void Run::Count(Request& request, Outcome& outcome) const {
     }
 }
 
-/// What was expected and did not come true.
 void Run::Compare(Outcome& outcome) const {
     const Expectation& expect = mScenario.expect;
     const auto compare = [&](const std::string& what, uint32_t found, uint32_t expected) {

@@ -4,11 +4,8 @@
 #include "adapterlayer/oemlayer_host.h"
 #include "standin/located_json.h"
 
-#include <system/graphics-base.h>
-
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <sstream>
 
@@ -145,7 +142,6 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
     return plan;
 }
 
-/// The number of a rule.
 std::string ReadRule(const Located& json) {
     std::string number = json.Text();
     if (std::none_of(kRules.begin(), kRules.end(),
@@ -262,12 +258,9 @@ void ReadCameras(const Located& json, Scenario& scenario) {
     if (scenario.cameras.empty()) {
         json["cameras"].Fail("must not be empty");
     }
-    for (size_t i = 0; i < scenario.cameras.size(); ++i) {
-        const std::string problem = CheckCamera(scenario.cameras[i], scenario);
-        if (!problem.empty()) {
-            (json.Has("cameras") ? json["cameras"].Items()[i] : json).Refuse(problem);
-        }
-    }
+    scenario.Check([&](size_t camera, const std::string& problem) {
+        (json.Has("cameras") ? json["cameras"].Items()[camera] : json).Refuse(problem);
+    });
 }
 
 } // namespace
@@ -277,13 +270,12 @@ uint32_t CameraPlan::CountRaws() const {
     return static_cast<uint32_t>(inputs.size() - static_cast<size_t>(yuvs));
 }
 
-std::string Scenario::Check() const {
-    for (const CameraPlan& plan : cameras) {
-        if (std::string problem = CheckCamera(plan, *this); !problem.empty()) {
-            return problem;
+void Scenario::Check(const std::function<void(size_t, const std::string&)>& refuse) const {
+    for (size_t i = 0; i < cameras.size(); ++i) {
+        if (const std::string problem = CheckCamera(cameras[i], *this); !problem.empty()) {
+            refuse(i, problem);
         }
     }
-    return {};
 }
 
 Scenario Scenario::Read(const std::string& file) {

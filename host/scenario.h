@@ -5,6 +5,7 @@
 
 #include <system/graphics-base.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -83,8 +84,8 @@ struct Scenario {
     /// Reads a file. Throws InputError, which names file, line, and what was expected.
     static Scenario Read(const std::string& file);
 
-    /// Whether the cameras' plans can be run. \returns what is wrong, empty if nothing is.
-    std::string Check() const;
+    /// Calls for each camera, by its index, whose plan cannot be run, with what is wrong.
+    void Check(const std::function<void(size_t, const std::string&)>& refuse) const;
 };
 
 /// By their names for people.

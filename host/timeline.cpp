@@ -34,9 +34,8 @@ struct Lane {
 };
 
 struct Recording {
-    std::mutex mutex; ///< Guards the list, and the count with its lane.
-    std::deque<Lane> lanes;
-    Lane counts;
+    std::mutex mutex;                         ///< Guards the list, and the count with its events.
+    std::deque<Lane> lanes{{"counters", {}}}; ///< The first is that of the count.
     int64_t inFlight = 0;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
@@ -51,8 +50,8 @@ Lane& OwnLane(Recording& recording) {
     thread_local Lane* lane = nullptr;
     if (lane == nullptr) {
         const std::lock_guard lock(recording.mutex);
-        lane = &recording.lanes.emplace_back();
-        lane->name = "thread " + std::to_string(recording.lanes.size());
+        const std::string number = std::to_string(recording.lanes.size());
+        lane = &recording.lanes.emplace_back(Lane{"thread " + number, {}});
     }
     return *lane;
 }
@@ -136,7 +135,7 @@ void CountInFlight(int64_t change) {
     if (Recording* const recording = g_recording; recording != nullptr) {
         const std::lock_guard lock(recording->mutex);
         recording->inFlight += change;
-        recording->counts.events.push_back(
+        recording->lanes.front().events.push_back(
             {'C', Now(*recording), "requests in flight", recording->inFlight});
     }
 }
@@ -154,10 +153,8 @@ void Write(const std::string& file) {
     std::ofstream out(file);
     out << R"({"traceEvents": [{"ph": "M", "pid": 1, "name": "process_name", )"
         << R"("args": {"name": "host, adapter and stand-in device"}})";
-    recording->counts.name = "counters";
-    WriteLane(out, recording->counts, 0);
     for (size_t i = 0; i < recording->lanes.size(); ++i) {
-        WriteLane(out, recording->lanes[i], i + 1);
+        WriteLane(out, recording->lanes[i], i);
     }
     out << "\n]}\n";
     out.close();

@@ -39,19 +39,17 @@ Camera::Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenar
 }
 
 Request* Camera::Prepare() {
-    Request* request = nullptr;
-    {
-        const std::lock_guard lock(mMutex);
-        const auto index = static_cast<uint32_t>(mRequests.size());
-        if (index == mPlan.requests) {
-            return nullptr;
-        }
-        const uint32_t frame = kFirstFrame + kFramesOfCamera * mPlan.id + index;
-        mRequests.push_back(std::make_unique<Request>(*this, mPlan, index, frame));
-        request = mRequests.back().get();
+    std::unique_lock lock(mMutex);
+    const auto index = static_cast<uint32_t>(mRequests.size());
+    if (index == mPlan.requests) {
+        return nullptr;
     }
+    const uint32_t frame = kFirstFrame + kFramesOfCamera * mPlan.id + index;
+    mRequests.push_back(std::make_unique<Request>(*this, mPlan, index, frame));
+    Request* const request = mRequests.back().get();
+    lock.unlock();
     const Slice slice("prepare", request->rtFrameNumber);
-    request->feature = mPlan.features[request->index % mPlan.features.size()];
+    request->feature = mPlan.features[index % mPlan.features.size()];
     for (camera3_stream& stream : mInputStreams) {
         request->inputStreams.push_back(&stream);
     }
@@ -105,11 +103,9 @@ bool Camera::TakeBuffers(Request& request) {
 void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_t count,
                         uint32_t weight) {
     camera3_stream& stream = mInputStreams[input];
-    void* buffer = nullptr;
-    {
-        const std::lock_guard lock(mBufferMutex);
-        buffer = mTable.GetImageBuffer(&mTable, &stream);
-    }
+    std::unique_lock lock(mBufferMutex);
+    void* const buffer = mTable.GetImageBuffer(&mTable, &stream);
+    lock.unlock();
     auto* const memory =
         static_cast<uint8_t*>(buffer == nullptr ? nullptr : mTable.GetCPUAddress(&mTable, buffer));
     if (memory != nullptr) {
@@ -128,7 +124,7 @@ void Camera::Send(Request& request) {
     if (mPlan.flushAfter > 0 && request.index == mPlan.flushAfter) {
         // When no submission is under way, and the vendor has delivered all but what it shall hold.
         const std::unique_lock lock(mFlushMutex);
-        const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
+        const auto until = Clock::now() + mScenario.patience;
         WaitForVendor(mPlan.heldAtFlush, [until] { return Clock::now() >= until; });
         Flush();
         StandinControl()->SetDelivery(mScenario.delivery);
@@ -145,10 +141,7 @@ void Camera::Send(Request& request) {
                           .buffer = request.output.Reference()});
     {
         const std::shared_lock lock(mFlushMutex);
-        {
-            const std::lock_guard countLock(mMutex);
-            ++mInVendor;
-        }
+        ++mInVendor;
         request.Note(&Moments::submitted);
         request.status = Submit(request);
         request.Note(&Moments::returned);

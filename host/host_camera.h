@@ -136,8 +136,8 @@ class Camera : public kit::HostCamera<Camera, Request> {
     std::mutex mMutex; ///< Guards the list, its requests' ends, and the numbers.
     std::condition_variable mChanged;
     std::vector<std::unique_ptr<Request>> mRequests;
-    uint32_t mInFlight = 0; ///< With those that have room and are not sent yet.
-    uint32_t mInVendor = 0; ///< Without them.
+    uint32_t mInFlight = 0;              ///< With those that have room and are not sent yet.
+    std::atomic<uint32_t> mInVendor = 0; ///< Without them. What lowers it holds the mutex.
     std::atomic<uint32_t> mCompleted = 0;
     std::atomic<Request*> mLast = nullptr; ///< The one that was submitted last.
     std::mutex mBufferMutex;               ///< The library takes one thread at a time for buffers.

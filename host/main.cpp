@@ -73,11 +73,9 @@ void Declare(CLI::App& app, Options& options) {
 // --- From the arguments to the run --------------------------------------------------------------
 
 int ListScenarios() {
-    std::set<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(kit::Beside("scenarios"))) {
-        files.insert(entry.path());
-    }
-    for (const auto& file : files) {
+    using namespace std::filesystem;
+    const std::set<path> files(directory_iterator(kit::Beside("scenarios")), directory_iterator());
+    for (const path& file : files) {
         const std::string shows = Scenario::Read(file).shows;
         printf("%-22s %s\n", file.stem().c_str(), shows.c_str());
     }

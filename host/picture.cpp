@@ -397,19 +397,17 @@ Judgement Judge(const Scene& scene, std::span<const Exposure> frames,
     std::map<uint32_t, double> powers{{first->format, PowerOf(scene, *first)}}; // By the format.
     Judgement judgement{.before = Decibels(powers[first->format])};
     Inks inks(first->shot.count);
-    double total = 0;
+    const double total =
+        std::accumulate(frames.begin(), frames.end(), 0.0,
+                        [](double sum, const Exposure& frame) { return sum + frame.weight; });
     double expected = 0;
     for (const Exposure& frame : frames) {
         if (frame.weight > 0 && !powers.contains(frame.format)) {
             powers[frame.format] = PowerOf(scene, frame);
         }
         expected += frame.weight * frame.weight * powers[frame.format];
-        total += frame.weight;
-        inks.at(frame.shot.index) = frame.weight;
+        inks.at(frame.shot.index) = frame.weight / total;
         judgement.weights.push_back(frame.weight);
-    }
-    for (double& ink : inks) {
-        ink /= total;
     }
     const Bytes clean = Developed(scene, frames, inks, false, scene.Height());
     judgement.after = Decibels(Power(nv12, clean, first->format));

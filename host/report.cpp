@@ -33,12 +33,6 @@ std::string Count(size_t count, const char* name) {
     return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
 }
 
-const char* FormatName(int32_t format) {
-    return format == HAL_PIXEL_FORMAT_RAW10   ? "RAW10"
-           : format == HAL_PIXEL_FORMAT_RAW16 ? "RAW16"
-                                              : "YUV";
-}
-
 std::string Describe(const CameraPlan& plan) {
     std::string text;
     for (const std::string& feature : plan.features) {
@@ -46,7 +40,9 @@ std::string Describe(const CameraPlan& plan) {
     }
     text += ": " + Count(plan.requests, "request") + " of " + Count(plan.frames, "frame") + " of ";
     for (size_t i = 0; i < plan.inputs.size(); ++i) {
-        text += std::string(i == 0 ? "" : " and ") + FormatName(plan.inputs[i]);
+        const auto isThis = [&](const auto& format) { return format.second == plan.inputs[i]; };
+        text += i == 0 ? "" : " and ";
+        text += std::find_if(kFormats.begin(), kFormats.end(), isThis)->first;
     }
     text += ", " + std::to_string(plan.width) + " x " + std::to_string(plan.height);
     text += plan.rate > 0 ? ", " + std::to_string(plan.rate) + " a second" : "";

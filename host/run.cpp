@@ -59,8 +59,7 @@ Run::Run(const Scenario& scenario, const std::string& library)
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetDelivery(scenario.delivery);
-    device.SetPace(std::chrono::milliseconds(scenario.latencyMilliseconds), scenario.order,
-                   scenario.seed);
+    device.SetPace(scenario.latency, scenario.order, scenario.seed);
     device.SetAsksForFrameworkBuffers(scenario.frameworkBuffers);
     device.SetRecording(false);
     for (const Fault& fault : scenario.faults) {
@@ -98,7 +97,7 @@ void Run::Go() {
         return std::to_string(completed) + " of " + std::to_string(planned) + " requests completed";
     });
     SendAll();
-    const auto until = Clock::now() + std::chrono::seconds(mScenario.patienceSeconds);
+    const auto until = Clock::now() + mScenario.patience;
     for (const auto& camera : mCameras) {
         camera->WaitForVendor(0, OverAt(until));
     }
@@ -131,7 +130,6 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
     const CameraPlan& plan = camera.Plan();
     timeline::NameLane("host camera " + std::to_string(plan.id) + ", thread " +
                        std::to_string(thread));
-    const auto patience = std::chrono::seconds(mScenario.patienceSeconds);
     while (Request* const request = g_interrupted ? nullptr : camera.Prepare()) {
         if (!request->problem.empty()) {
             continue;
@@ -140,7 +138,7 @@ void Run::Drive(Camera& camera, uint32_t thread) const {
             const std::chrono::microseconds all = std::chrono::seconds(request->index);
             WaitUntil(mStart + all / plan.rate);
         }
-        if (!camera.TakeRoom(LimitOf(plan), OverAt(Clock::now() + patience))) {
+        if (!camera.TakeRoom(LimitOf(plan), OverAt(Clock::now() + mScenario.patience))) {
             camera.Drop(*request, g_interrupted ? "interrupted" : "the time is up");
             return;
         }

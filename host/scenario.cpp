@@ -28,11 +28,6 @@ constexpr uint32_t kPatience = 60;
 constexpr uint32_t kPatience = 10;
 #endif
 
-// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
-const std::map<std::string, int32_t> kFormats{{"RAW10", HAL_PIXEL_FORMAT_RAW10},
-                                              {"RAW16", HAL_PIXEL_FORMAT_RAW16},
-                                              {"YUV", HAL_PIXEL_FORMAT_YCBCR_420_888}};
-
 std::vector<std::string> Words(const std::string& text) {
     std::istringstream stream(text);
     return {std::istream_iterator<std::string>(stream), {}};
@@ -160,7 +155,7 @@ void ReadVendor(const Located& json, Scenario& scenario) {
                                               {{"session-thread", Delivery::OnSessionThread},
                                                {"in-call", Delivery::OnCallerThread},
                                                {"never", Delivery::ByHand}});
-    scenario.latencyMilliseconds = json.Number("latency", 0, 0, 10'000);
+    scenario.latency = std::chrono::milliseconds(json.Number("latency", 0, 0, 10'000));
     scenario.frameworkBuffers = json.Flag("frameworkBuffers", false);
     std::set<std::string> targets;
     const auto readFault = [&](const Located& item) {
@@ -285,7 +280,7 @@ Scenario Scenario::Read(const std::string& file) {
     scenario.name = std::filesystem::path(file).stem().string();
     scenario.shows = json.Has("shows") ? json["shows"].Text() : "";
     scenario.seed = json.Number("seed", scenario.seed, 0, kMost);
-    scenario.patienceSeconds = json.Number("patience", kPatience, 1, 3600);
+    scenario.patience = std::chrono::seconds(json.Number("patience", kPatience, 1, 3600));
     if (json.Has("scene")) {
         const auto folder = std::filesystem::path(file).parent_path();
         scenario.scene = (folder / json["scene"].Text()).string();

@@ -13,8 +13,11 @@
 
 namespace host {
 
-/// Something that goes wrong at the device: "fail ENTRY [NTH [TIMES]]", "missing ENTRY",
-/// "refuse PATH" or "variant PATH FILE".
+/// For people: the forms of a fault's text.
+inline constexpr char kFaultForms[] = "\"fail ENTRY [NTH [TIMES]]\", \"missing ENTRY\", "
+                                      "\"refuse PATH\" or \"variant PATH FILE\"";
+
+/// Something that goes wrong at the device.
 struct Fault {
     std::string text;
 
@@ -25,10 +28,6 @@ struct Fault {
     /// Whether the device was called so often that it failed. True for the other forms.
     bool WasReached(const standin::Control& device) const;
 };
-/// For people: the forms of the text.
-inline constexpr char kFaultForms[] = "\"fail ENTRY [NTH [TIMES]]\", \"missing ENTRY\", "
-                                      "\"refuse PATH\" or \"variant PATH FILE\"";
-
 /// A camera of a run.
 struct CameraPlan {
     uint32_t id = 0;
@@ -72,11 +71,11 @@ struct Scenario {
     standin::Shape shape = standin::Shape::MetadataFirst;
     standin::Order order = standin::Order::InOrder;
     standin::Delivery delivery = standin::Delivery::OnSessionThread;
-    uint32_t latencyMilliseconds = 0;
+    std::chrono::milliseconds latency{};
     bool frameworkBuffers = false; ///< Sessions ask for their output buffers.
     std::vector<Fault> faults;
     uint32_t seed = 1;
-    uint32_t patienceSeconds = 0; ///< For what is in flight at the end.
+    std::chrono::seconds patience{}; ///< For what is in flight at the end.
     std::string scene;      ///< A PNG file to photograph; empty for the one that the host draws.
     std::string scenePlace; ///< Where the file is named, as in "night.json:3: ".
     Expectation expect;
@@ -97,5 +96,9 @@ inline const std::map<std::string, standin::Shape> kShapes{
     {"partials", standin::Shape::Partials},
     {"error-buffer", standin::Shape::ErrorBuffer},
     {"second-block", standin::Shape::SecondBlock}};
+// NOLINTNEXTLINE(cert-err58-cpp): as there
+inline const std::map<std::string, int32_t> kFormats{{"RAW10", HAL_PIXEL_FORMAT_RAW10},
+                                                     {"RAW16", HAL_PIXEL_FORMAT_RAW16},
+                                                     {"YUV", HAL_PIXEL_FORMAT_YCBCR_420_888}};
 
 } // namespace host

@@ -62,7 +62,6 @@ void Add(char phase, const char* name, int64_t value) {
     }
 }
 
-/// What the device and the library do.
 class TimelineObserver final : public standin::Observer, public kit::AndroidSink {
   public:
     void NameThread(const std::string& name) override { NameLane(name); }

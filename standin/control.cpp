@@ -10,12 +10,11 @@
 namespace standin {
 namespace {
 
-struct EntryFacts {
-    const char* name;
-    uint64_t failure;
-};
-#define STANDIN_ENTRY(name, failure) EntryFacts{#name, failure},
-constexpr std::array kEntries{STANDIN_ENTRIES(STANDIN_ENTRY)};
+#define STANDIN_ENTRY(name, failure) #name,
+constexpr std::array kNames{STANDIN_ENTRIES(STANDIN_ENTRY)};
+#undef STANDIN_ENTRY
+#define STANDIN_ENTRY(name, failure) uint64_t{failure},
+constexpr std::array kFailures{STANDIN_ENTRIES(STANDIN_ENTRY)};
 #undef STANDIN_ENTRY
 
 constexpr size_t kMostViolations = 1000; ///< More of them say nothing new.
@@ -33,9 +32,9 @@ std::string OwnDeviceRoot() {
 
 } // namespace
 
-const char* EntryName(Entry entry) { return kEntries.at(static_cast<size_t>(entry)).name; }
+const char* EntryName(Entry entry) { return kNames.at(static_cast<size_t>(entry)); }
 
-uint64_t FailureOf(Entry entry) { return kEntries.at(static_cast<size_t>(entry)).failure; }
+uint64_t FailureOf(Entry entry) { return kFailures.at(static_cast<size_t>(entry)); }
 
 void Arguments::Add(const char* argument) {
     text += text.empty() ? "" : "/";

@@ -139,13 +139,12 @@ void Camera::Send(Request& request) {
                           .reports = mScenario.shape == standin::Shape::SecondBlock ? 2U : 1U,
                           .stream = &mOutputStream,
                           .buffer = request.output.Reference()});
-    {
-        const std::shared_lock lock(mFlushMutex);
-        ++mInVendor;
-        request.Note(&Moments::submitted);
-        request.status = Submit(request);
-        request.Note(&Moments::returned);
-    }
+    std::shared_lock lock(mFlushMutex);
+    ++mInVendor;
+    request.Note(&Moments::submitted);
+    request.status = Submit(request);
+    request.Note(&Moments::returned);
+    lock.unlock();
     request.watch.OnSubmitted(*request.status);
     if (*request.status != 0) {
         GiveBack(request);

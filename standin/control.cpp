@@ -234,14 +234,8 @@ ChiBufferManagerHandle Control::ManagerOf(ChiImageBufferHandle imageBuffer) cons
 std::vector<std::string> Control::Violations() const { return mState->Lock()->records.violations; }
 
 Alive Control::CountAlive() const {
-    const auto state = mState->Lock();
-    return {.sessions = state->Of<Session>().size(),
-            .metadata = state->Of<Metadata>().size(),
-            .androidMetadata = state->Of<AndroidMetadata>().size(),
-            .bufferManagers = state->Of<BufferManager>().size(),
-            .imageBuffers = state->Of<ImageBuffer>().size(),
-            .metadataOps = state->Of<MetadataOps>().size(),
-            .bufferOps = state->Of<BufferOps>().size()};
+    const auto count = [](const auto&... kinds) { return Alive{kinds.size()...}; };
+    return std::apply(count, mState->Lock()->objects);
 }
 
 void Control::ClearRecords() {

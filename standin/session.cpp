@@ -61,16 +61,15 @@ void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& executio
 } // namespace
 
 void Session::Stop() {
-    {
-        const auto device = Device().Lock();
-        mClosing = true;
-        device->inFlight -= mQueue.size();
-        mQueue.clear();
-        std::erase_if(device->waiting,
-                      [this](const auto& item) { return item.second.session.get() == this; });
-        mWake.notify_all();
-        device->idle.notify_all();
-    }
+    auto device = Device().Lock();
+    mClosing = true;
+    device->inFlight -= mQueue.size();
+    mQueue.clear();
+    std::erase_if(device->waiting,
+                  [this](const auto& item) { return item.second.session.get() == this; });
+    mWake.notify_all();
+    device->idle.notify_all();
+    device.reset();
     if (!Check(Rule::SessionCloser, mThread.get_id() != std::this_thread::get_id(),
                "a session's own thread closes it")) {
         mThread.detach();

@@ -189,7 +189,7 @@ struct Control::State {
     std::tuple<Objects<Session>, Objects<Metadata>, Objects<AndroidMetadata>,
                Objects<BufferManager>, Objects<ImageBuffer>, Objects<MetadataOps>,
                Objects<BufferOps>>
-        objects;
+        objects; ///< In the order of `Alive`.
     uint64_t lastSerial = 0;
     int32_t nextFrame = 1;
     size_t inFlight = 0;           ///< Requests queued or being delivered on session threads.

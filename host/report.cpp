@@ -1,6 +1,8 @@
 /// What a run prints.
 #include "host/report.h"
 
+#include "standin/located_json.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -34,10 +36,7 @@ std::string Count(size_t count, const char* name) {
 }
 
 std::string Describe(const CameraPlan& plan) {
-    std::string text;
-    for (const std::string& feature : plan.features) {
-        text += (text.empty() ? "" : ", ") + feature;
-    }
+    std::string text = standin::Joined(plan.features);
     text += ": " + Count(plan.requests, "request") + " of " + Count(plan.frames, "frame") + " of ";
     for (size_t i = 0; i < plan.inputs.size(); ++i) {
         const auto isThis = [&](const auto& format) { return format.second == plan.inputs[i]; };

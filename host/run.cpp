@@ -12,6 +12,7 @@
 namespace host {
 
 using standin::InputError;
+using standin::Joined;
 
 namespace {
 
@@ -38,14 +39,6 @@ uint32_t LimitOf(const CameraPlan& plan) {
         return plan.inFlight;
     }
     return plan.rate > 0 ? UINT32_MAX : plan.threads;
-}
-
-std::string Joined(const std::set<std::string>& texts) {
-    std::string joined;
-    for (const std::string& text : texts) {
-        joined += (joined.empty() ? "" : ", ") + text;
-    }
-    return joined.empty() ? "none" : joined;
 }
 
 } // namespace

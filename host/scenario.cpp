@@ -117,10 +117,7 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
     CameraPlan plan;
     plan.id = json.Number("id", id, 0, kMostCameras - 1);
     plan.inputs = json.List("inputs", plan.inputs, ReadFormat);
-    plan.features = json.List("features", plan.features, std::mem_fn(&Located::Text));
-    if (plan.features.empty()) {
-        json["features"].Fail("must not be empty");
-    }
+    plan.features = json.List("features", plan.features, std::mem_fn(&Located::Text), false);
     plan.width = json.Number("width", plan.width, kLeastWidth, kMostPixels, 4);
     plan.height = json.Number("height", plan.height, kLeastHeight, kMostPixels, 2);
     plan.frames = json.Number("frames", plan.frames, 1, OemLayer::kMaxInputSets);
@@ -249,10 +246,7 @@ std::string CheckCamera(const CameraPlan& plan, const Scenario& scenario) {
 void ReadCameras(const Located& json, Scenario& scenario) {
     uint32_t count = 0;
     const auto read = [&](const Located& item) { return ReadCamera(item, count++ % kMostCameras); };
-    scenario.cameras = json.List("cameras", std::vector<CameraPlan>(1), read);
-    if (scenario.cameras.empty()) {
-        json["cameras"].Fail("must not be empty");
-    }
+    scenario.cameras = json.List("cameras", std::vector<CameraPlan>(1), read, false);
     scenario.Check([&](size_t camera, const std::string& problem) {
         (json.Has("cameras") ? json["cameras"].Items()[camera] : json).Refuse(problem);
     });

@@ -109,10 +109,7 @@ std::string Located::Where() const {
 }
 
 void Located::AllowKeys(const std::vector<std::string>& keys) const {
-    std::string names;
-    for (const std::string& key : keys) {
-        names += (names.empty() ? "" : ", ") + key;
-    }
+    const std::string names = Joined(keys);
     if (!mValue->is_object()) {
         Fail("must be an object with some of the keys " + names);
     }

@@ -15,6 +15,15 @@ namespace standin {
 /// What is wrong, as in "night.json:7: 'frames' is 13, and must be a whole number from 1 to 12".
 using InputError = std::invalid_argument;
 
+/// Texts as a message lists them.
+template <class Texts> std::string Joined(const Texts& texts) {
+    std::string joined;
+    for (const std::string& text : texts) {
+        joined += (joined.empty() ? "" : ", ") + text;
+    }
+    return joined.empty() ? "none" : joined;
+}
+
 /// A value in a file. The members that read throw InputError where the value is not what they want.
 class Located {
   public:
@@ -35,13 +44,17 @@ class Located {
     uint32_t Number(const std::string& key, uint32_t fallback, uint32_t from, uint32_t to,
                     uint32_t unit = 1) const;
     bool Flag(const std::string& key, bool fallback) const;
-    /// What `read` makes of each item of the key's array.
-    template <class T, class Read>
-    std::vector<T> List(const std::string& key, const std::vector<T>& fallback, Read read) const {
+    /// What `read` makes of each item of the key's array, which may be empty or not.
+    template <class T, class Read> std::vector<T> List(const std::string& key,
+                                                       const std::vector<T>& fallback, Read read,
+                                                       bool mayBeEmpty = true) const {
         if (!Has(key)) {
             return fallback;
         }
         const std::vector<Located> items = (*this)[key].Items();
+        if (items.empty() && !mayBeEmpty) {
+            (*this)[key].Fail("must not be empty");
+        }
         std::vector<T> list;
         std::transform(items.begin(), items.end(), std::back_inserter(list), read);
         return list;

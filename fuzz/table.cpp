@@ -17,9 +17,9 @@
 #include <algorithm>
 #include <utility>
 
-namespace fuzz {
-
 namespace {
+
+using namespace fuzz;
 
 constexpr Step* kSteps[] = {SubmitStep,       DeliverStep,  CraftStep,     VendorStep,
                             FaultStep,        MissingStep,  FlushStep,     DestroyStep,
@@ -83,19 +83,17 @@ void SetLogLevel(uint32_t level) {
 
 } // namespace
 
-} // namespace fuzz
-
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::Input input(data, size);
-    fuzz::SetLogLevel(input.Below(5));
+    Input input(data, size);
+    SetLogLevel(input.Below(5));
     const bool hasInterface = input.Below(16) != 1;
-    fuzz::Load(hasInterface);
-    fuzz::Prepare();
-    fuzz::Left left{};
-    const auto blocks = fuzz::BlocksLeftBy([&] {
-        left = fuzz::Run(input, hasInterface);
+    Load(hasInterface);
+    Prepare();
+    Left left{};
+    const auto blocks = BlocksLeftBy([&] {
+        left = Run(input, hasInterface);
         StandinControl()->Reset();
     });
-    fuzz::CheckHeap(blocks, left);
+    CheckHeap(blocks, left);
     return 0;
 }

@@ -25,6 +25,47 @@ Shape PickShape(Scene& scene) {
 
 void TellModel(Scene& scene) { scene.model.script = StandinControl()->Internals().Lock()->script; }
 
+/// One of the requests whose results are awaited, null if there is none.
+Request* PickWaiting(Scene& scene) {
+    std::vector<Request*> waiting;
+    for (Request& request : scene.model.requests) {
+        if (request.state == Request::InFlight && request.waits) {
+            waiting.push_back(&request);
+        }
+    }
+    return waiting.empty() ? nullptr : waiting[scene.Byte() % waiting.size()];
+}
+
+void Send(Scene& scene, Request& request, const Delivered& result, ChiMetadataHandle own) {
+    const standin::Job job = StandinControl()->Internals().Lock()->waiting.at(request.execution);
+    const auto count = static_cast<uint32_t>(result.buffers.size());
+    std::vector<ChiStreamBuffer> buffers(count + 1);
+    buffers[count].bufferStatus = result.surplus;
+    for (uint32_t i = 0; i < count; ++i) {
+        buffers[i].pStream =
+            result.buffers[i].hasStream ? std::bit_cast<ChiStream*>(&g_outputs[0]) : nullptr;
+        buffers[i].bufferStatus = result.buffers[i].status;
+    }
+    const ChiMetadataHandle handles[] = {nullptr, job.execution->output.set.pMetadata, own};
+    ChiOfflineResultBlock block{.numBuffers = count,
+                                .pBuffers = result.hasArray ? buffers.data() : nullptr,
+                                .numPartialMetadata = result.partials,
+                                .pMetadata = handles[result.metadata]};
+    ChiOfflineResultBlock second{.pMetadata = result.hasSecond ? &second : nullptr};
+    ChiOfflineCaptureResultInfo info{.frameNumber = scene.Below(8),
+                                     .pResult = result.hasMain ? &block : nullptr,
+                                     .pSecondResult = &second,
+                                     .pPrivateData = job.execution->request.pPrivateData};
+    Trace("Send %u buffers for execution %zu", count, request.execution);
+    request.wasTouched = true;
+    scene.model.Receive(request, result);
+    if (request.state != Request::InFlight) {
+        StandinControl()->Internals().Lock()->waiting.erase(request.execution);
+    }
+    const ChiOfflineSessionCallbacks* callbacks = job.session->data.pCallbacks;
+    callbacks->ProcessCaptureResultCb(callbacks, 1, &info);
+}
+
 } // namespace
 
 void FaultStep(Scene& scene) {
@@ -76,51 +117,6 @@ void StreamStep(Scene& scene) {
 }
 
 // --- Results ------------------------------------------------------------------------------------
-
-namespace {
-
-/// One of the requests whose results are awaited, null if there is none.
-Request* PickWaiting(Scene& scene) {
-    std::vector<Request*> waiting;
-    for (Request& request : scene.model.requests) {
-        if (request.state == Request::InFlight && request.waits) {
-            waiting.push_back(&request);
-        }
-    }
-    return waiting.empty() ? nullptr : waiting[scene.Byte() % waiting.size()];
-}
-
-void Send(Scene& scene, Request& request, const Delivered& result, ChiMetadataHandle own) {
-    const standin::Job job = StandinControl()->Internals().Lock()->waiting.at(request.execution);
-    const auto count = static_cast<uint32_t>(result.buffers.size());
-    std::vector<ChiStreamBuffer> buffers(count + 1);
-    buffers[count].bufferStatus = result.surplus;
-    for (uint32_t i = 0; i < count; ++i) {
-        buffers[i].pStream =
-            result.buffers[i].hasStream ? std::bit_cast<ChiStream*>(&g_outputs[0]) : nullptr;
-        buffers[i].bufferStatus = result.buffers[i].status;
-    }
-    const ChiMetadataHandle handles[] = {nullptr, job.execution->output.set.pMetadata, own};
-    ChiOfflineResultBlock block{.numBuffers = count,
-                                .pBuffers = result.hasArray ? buffers.data() : nullptr,
-                                .numPartialMetadata = result.partials,
-                                .pMetadata = handles[result.metadata]};
-    ChiOfflineResultBlock second{.pMetadata = result.hasSecond ? &second : nullptr};
-    ChiOfflineCaptureResultInfo info{.frameNumber = scene.Below(8),
-                                     .pResult = result.hasMain ? &block : nullptr,
-                                     .pSecondResult = &second,
-                                     .pPrivateData = job.execution->request.pPrivateData};
-    Trace("Send %u buffers for execution %zu", count, request.execution);
-    request.wasTouched = true;
-    scene.model.Receive(request, result);
-    if (request.state != Request::InFlight) {
-        StandinControl()->Internals().Lock()->waiting.erase(request.execution);
-    }
-    const ChiOfflineSessionCallbacks* callbacks = job.session->data.pCallbacks;
-    callbacks->ProcessCaptureResultCb(callbacks, 1, &info);
-}
-
-} // namespace
 
 /// The device's own results, for a request that has had none yet.
 void DeliverStep(Scene& scene) {

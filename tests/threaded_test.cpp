@@ -20,10 +20,9 @@ TEST(Threaded, TwoHostThreadsOnOneCameraWhileSessionsAreMade) {
     std::deque<Request> requests(4 * kRounds);
     for (size_t i = 0; i < requests.size(); ++i) {
         // Each round brings an identity that both threads ask for at once.
-        requests[i].wrapper.identity.featureName = "Feature" + std::to_string(i / 4);
+        camera3_stream* const output = requests[i].output.stream = &requests[0].outputStream;
+        requests[i].wrapper.identity = {output, 0, "Feature" + std::to_string(i / 4)};
         requests[i].privData.inputStreams = {&requests[0].raw};
-        requests[i].output.stream = &requests[0].outputStream;
-        requests[i].wrapper.identity.pOutStream = &requests[0].outputStream;
         requests[i].UseVendorBuffers(camera);
     }
     std::latch start(2);

@@ -1,4 +1,4 @@
-/// The scene: device, camera, and requests of a host.
+/// Texts, and the log as texts.
 #include "tests/support/device.h"
 
 #include <cstdarg>
@@ -48,79 +48,6 @@ std::string WithName(std::string text, const void* address, const std::string& n
         }
     }
     return text;
-}
-
-Device::Device(std::string file) : library(std::move(file)) {
-    StandinControl()->Reset();
-    StandinControl()->SetObserver(this);
-    g_android.Clear();
-}
-
-Device::~Device() {
-    if (mExpectViolations) {
-        StandinControl()->ClearRecords();
-    }
-    if (!mExpectLeftovers) {
-        StandinControl()->CheckAllReturned();
-        EXPECT_EQ(StandinControl()->Violations(), Texts());
-    }
-    StandinControl()->Reset();
-    StandinControl()->SetObserver(nullptr);
-}
-
-Request::Request()
-    : raw(MakeStream(HAL_PIXEL_FORMAT_RAW10)),
-      outputStream(MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888)) {
-    wrapper.rtFrameNumber = 7;
-    wrapper.numBuffers = 1;
-    wrapper.identity.pOutStream = &outputStream;
-    wrapper.identity.featureName = "Night";
-    wrapper.pCamera3CbOps = &frameworkOps;
-    output.stream = &outputStream;
-    privData.owner = this;
-    privData.inputStreams = {&raw};
-    privData.numInputBuffers = 1;
-    privData.partialResultBase = 100;
-    callbacks.releaseRtBuffers = [](OemLayer::RequestPrivData* data) { Add(data, {"release"}); };
-    callbacks.requestComplete = [](OemLayer::RequestPrivData* data, uint32_t status) {
-        Add(data, {"complete", status});
-    };
-    callbacks.captureResult = [](OemLayer::RequestPrivData* data, camera3_capture_result* result) {
-        const camera3_stream_buffer* buffers = result->output_buffers;
-        Add(data, {"result", 0, *result, {buffers, buffers + result->num_output_buffers}});
-    };
-}
-
-void Request::Add(OemLayer::RequestPrivData* data, const Event& event) {
-    Request& request = *static_cast<PrivData*>(data)->owner;
-    {
-        const std::lock_guard lock(request.mMutex);
-        request.mEvents.push_back(event);
-    }
-    request.onCallback(event.kind);
-}
-
-void Request::UseVendorBuffers(Camera& camera) {
-    void* image = camera->GetImageBuffer(camera.Table(), privData.inputStreams.front());
-    mTaken.emplace(image, camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
-    wrapper.pRDIBufferHandles[0] = image;
-    wrapper.pChiMetadataHandles[0] = mTaken->second;
-    privData.pBufferManager = StandinControl()->ManagerOf(image);
-    mOutput.emplace(output.stream->width, output.stream->height);
-    output.buffer = mOutput->Reference();
-}
-
-void Request::GiveBack(Camera& camera) {
-    if (const auto taken = std::exchange(mTaken, std::nullopt)) {
-        camera->ReleaseImageBuffer(camera.Table(), taken->first);
-        camera->MetadataDestroy(camera.Table(), taken->second);
-    }
-    for (const Event& event : Events()) {
-        if (event.result.result != nullptr) {
-            auto* metadata = const_cast<camera_metadata*>(event.result.result);
-            camera->ReleaseAndroidMetadata(camera.Table(), metadata);
-        }
-    }
 }
 
 } // namespace test

@@ -136,8 +136,22 @@ class Folder {
 class Device : standin::Observer {
   public:
     /// \param file the built library, by default the one with every log level on.
-    explicit Device(std::string file = kit::AdapterFile(true));
-    ~Device();
+    explicit Device(std::string file = kit::AdapterFile(true)) : library(std::move(file)) {
+        StandinControl()->Reset();
+        StandinControl()->SetObserver(this);
+        g_android.Clear();
+    }
+    ~Device() {
+        if (mExpectViolations) {
+            StandinControl()->ClearRecords();
+        }
+        if (!mExpectLeftovers) {
+            StandinControl()->CheckAllReturned();
+            EXPECT_EQ(StandinControl()->Violations(), Texts());
+        }
+        StandinControl()->Reset();
+        StandinControl()->SetObserver(nullptr);
+    }
 
     standin::Control* operator->() const { return StandinControl(); }
 
@@ -207,7 +221,12 @@ struct Event {
 /// words until `UseVendorBuffers`, which makes them real; a test that cares sets them.
 class Request {
   public:
-    Request();
+    Request() {
+        privData.owner = this;
+        privData.inputStreams = {&raw};
+        privData.numInputBuffers = 1;
+        privData.partialResultBase = 100;
+    }
     /// The thread that delivered the last callback may still be on its way out of it.
     ~Request() { StandinControl()->WaitIdle(); }
 
@@ -222,15 +241,25 @@ class Request {
 
     /// The streams: `raw` is the only input, `output` the identity's. Replace their fields before
     /// the first submission.
-    camera3_stream raw;
-    camera3_stream outputStream;
-    OemLayer::OfflineDataWraper wrapper = {};
-    camera3_stream_buffer output = {};
+    camera3_stream raw = MakeStream(HAL_PIXEL_FORMAT_RAW10);
+    camera3_stream outputStream = MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
+    OemLayer::OfflineDataWraper wrapper = {.rtFrameNumber = 7,
+                                           .numBuffers = 1,
+                                           .identity = {&outputStream, 0, "Night"},
+                                           .pCamera3CbOps = &frameworkOps};
+    camera3_stream_buffer output = {.stream = &outputStream};
     struct PrivData : OemLayer::RequestPrivData {
         Request* owner;
-    };
-    PrivData privData = {};
-    OemLayer::OffCamApplicationCallbacks callbacks;
+    } privData = {};
+    OemLayer::OffCamApplicationCallbacks callbacks = {
+        [](auto* data) { Add(data, {"release"}); },
+        [](auto* data, auto status) {
+            Add(data, {"complete", status});
+        },
+        [](auto* data, auto* result) {
+            const camera3_stream_buffer* buffers = result->output_buffers;
+            Add(data, {"result", 0, *result, {buffers, buffers + result->num_output_buffers}});
+        }};
     camera3_callback_ops frameworkOps = {};
     /// Arguments of the submission; null to leave one out.
     OemLayer::RequestPrivData* privDataArgument = &privData;
@@ -240,13 +269,39 @@ class Request {
     /// Takes an input buffer of `raw` and its metadata from the vendor through the table, and an
     /// output buffer in host memory, so that the vendor's checks hold. `GiveBack` gives them back,
     /// and releases the results' metadata.
-    void UseVendorBuffers(Camera& camera);
-    void GiveBack(Camera& camera);
+    void UseVendorBuffers(Camera& camera) {
+        void* image = camera->GetImageBuffer(camera.Table(), privData.inputStreams.front());
+        mTaken.emplace(image, camera->CreateWithUsage(camera.Table(), nullptr, 0, 0));
+        wrapper.pRDIBufferHandles[0] = image;
+        wrapper.pChiMetadataHandles[0] = mTaken->second;
+        privData.pBufferManager = StandinControl()->ManagerOf(image);
+        mOutput.emplace(output.stream->width, output.stream->height);
+        output.buffer = mOutput->Reference();
+    }
+    void GiveBack(Camera& camera) {
+        if (const auto taken = std::exchange(mTaken, std::nullopt)) {
+            camera->ReleaseImageBuffer(camera.Table(), taken->first);
+            camera->MetadataDestroy(camera.Table(), taken->second);
+        }
+        for (const Event& event : Events()) {
+            if (event.result.result != nullptr) {
+                auto* metadata = const_cast<camera_metadata*>(event.result.result);
+                camera->ReleaseAndroidMetadata(camera.Table(), metadata);
+            }
+        }
+    }
 
     Hook onCallback = kNothing; ///< Told "result", "release" or "complete", on the vendor's thread.
 
   private:
-    static void Add(OemLayer::RequestPrivData* privData, const Event& event);
+    static void Add(OemLayer::RequestPrivData* data, const Event& event) {
+        Request& request = *static_cast<PrivData*>(data)->owner;
+        {
+            const std::lock_guard lock(request.mMutex);
+            request.mEvents.push_back(event);
+        }
+        request.onCallback(event.kind);
+    }
 
     mutable std::mutex mMutex;
     std::vector<Event> mEvents;

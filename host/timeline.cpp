@@ -51,7 +51,8 @@ Lane& OwnLane(Recording& recording) {
     if (lane == nullptr) {
         const std::lock_guard lock(recording.mutex);
         const std::string number = std::to_string(recording.lanes.size());
-        lane = &recording.lanes.emplace_back(Lane{"thread " + number, {}});
+        lane = &recording.lanes.emplace_back();
+        lane->name = "thread " + number;
     }
     return *lane;
 }

@@ -40,8 +40,8 @@ template <class Host, class Request> class HostCamera : private camera3_callback
     /// vendor gives none.
     void CreateSetMetadata(std::vector<void*>& all, uint32_t sets) {
         constexpr uint32_t kTags[] = {1, 2};
-        for (standin::SetMark mark{mWrapper.identity.cameraId, 0}; mark.index < sets;
-             ++mark.index) {
+        for (uint32_t i = 0; i < sets; ++i) {
+            const standin::SetMark mark{mWrapper.identity.cameraId, i};
             all.push_back(mTable.CreateWithUsage(&mTable, kTags, std::size(kTags), 0));
             if (all.back() != nullptr) {
                 mTable.SetTag(&mTable, all.back(), standin::kSetMarkTag, &mark, sizeof mark, 0);

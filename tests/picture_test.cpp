@@ -237,7 +237,8 @@ TEST(PictureFile, ShowsANoisyFrameAndTheMergedOneSideBySide) {
     for (uint32_t i = 0; i < 2 * kSize * kSize; ++i) {
         const uint32_t side = i / (kSize * kSize);
         const uint32_t x = kLeft + i % kSize + side * (kWidth + 2);
-        const uint8_t* const pixel = &file.rgb[3 * (file.width * (kTop + i / kSize % kSize) + x)];
+        const uint8_t* const pixel =
+            &file.rgb[size_t{3} * (file.width * (kTop + i / kSize % kSize) + x)];
         for (size_t j = 0; j < 3; ++j) {
             mean[side][j] += pixel[j] / double{kSize * kSize};
             power[side] += (pixel[j] - rgb[j]) * (pixel[j] - rgb[j]);

@@ -50,4 +50,17 @@ std::string WithName(std::string text, const void* address, const std::string& n
     return text;
 }
 
+void Request::GiveBack(Camera& camera) {
+    if (const auto taken = std::exchange(mTaken, std::nullopt)) {
+        camera->ReleaseImageBuffer(camera.Table(), taken->first);
+        camera->MetadataDestroy(camera.Table(), taken->second);
+    }
+    for (const Event& event : Events()) {
+        if (event.result.result != nullptr) {
+            auto* metadata = const_cast<camera_metadata*>(event.result.result);
+            camera->ReleaseAndroidMetadata(camera.Table(), metadata);
+        }
+    }
+}
+
 } // namespace test

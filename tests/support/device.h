@@ -278,18 +278,7 @@ class Request {
         mOutput.emplace(output.stream->width, output.stream->height);
         output.buffer = mOutput->Reference();
     }
-    void GiveBack(Camera& camera) {
-        if (const auto taken = std::exchange(mTaken, std::nullopt)) {
-            camera->ReleaseImageBuffer(camera.Table(), taken->first);
-            camera->MetadataDestroy(camera.Table(), taken->second);
-        }
-        for (const Event& event : Events()) {
-            if (event.result.result != nullptr) {
-                auto* metadata = const_cast<camera_metadata*>(event.result.result);
-                camera->ReleaseAndroidMetadata(camera.Table(), metadata);
-            }
-        }
-    }
+    void GiveBack(Camera& camera);
 
     Hook onCallback = kNothing; ///< Told "result", "release" or "complete", on the vendor's thread.
 

@@ -244,7 +244,7 @@ void MeasureFourCameras(benchmark::State& state) {
     std::barrier<> start(kCameras);
     std::vector<std::thread> threads;
     for (uint32_t id = 0; id < kCameras; ++id) {
-        pairs.push_back(cameras.emplace_back(kOneRaw, 1, 1, id).Both(4 * kBatch, [](auto& side) {
+        pairs.push_back(cameras.emplace_back(kOneRaw, 1U, 1U, id).Both(4 * kBatch, [](auto& side) {
             side.SubmitAll(4 * kBatch);
         }));
         threads.emplace_back([&start, &pair = pairs.back(), rounds = state.max_iterations] {

@@ -16,7 +16,7 @@ set(CMAKE_CXX_FLAGS_INIT
 set(OEMLAYER_MORE_WARNINGS
     -Weverything
     # Not this project's language or compiler.
-    -Wno-c++98-compat -Wno-c++98-compat-pedantic
+    -Wno-c++98-compat -Wno-c++98-compat-pedantic -Wno-c++20-compat
     # The layout of records is fixed and asserted.
     -Wno-padded
     # The boundary is one of C arrays and pointers.
@@ -38,8 +38,8 @@ set(OEMLAYER_MORE_WARNINGS
 # More for a folder. The vendor's functions are found by their names at run time; no header has
 # them.
 set(OEMLAYER_MORE_WARNINGS_standin -Wno-missing-prototypes)
-# Offsets and counts are written as plain numbers.
-set(OEMLAYER_MORE_WARNINGS_tests -Wno-sign-conversion -Wno-missing-noreturn)
+# Offsets and counts are written as plain numbers, and classes in headers.
+set(OEMLAYER_MORE_WARNINGS_tests -Wno-sign-conversion -Wno-missing-noreturn -Wno-weak-vtables)
 
 # What Google Benchmark would link a program for.
 set(HAVE_STD_REGEX ON)

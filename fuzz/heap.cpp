@@ -32,7 +32,7 @@ std::map<size_t, size_t> fuzz::BlocksLeftBy(const std::function<void()>& act) {
 }
 
 void fuzz::ExpectNothingLeftBy(const std::function<void()>& act) {
-    for (const auto& [size, count] : BlocksLeftBy(act)) {
-        Fail("%zu blocks of %zu bytes stay", count, size);
+    if (const auto left = BlocksLeftBy(act); !left.empty()) {
+        Fail("%zu blocks of %zu bytes stay", left.begin()->second, left.begin()->first);
     }
 }

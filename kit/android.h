@@ -9,6 +9,7 @@ namespace kit {
 /// Any thread calls. What is not overridden is Android's: its log, and no trace.
 class AndroidSink {
   public:
+    virtual ~AndroidSink() = default;
     virtual void Line(int priority, const char* tag, const char* text);
     /// A section of the trace, where one of the enabled tags is the library's.
     virtual void Begin(const char* /*name*/) {}

@@ -265,6 +265,8 @@ void Control::DeliverInstant() {
     mState->instantResults.clear();
 }
 
+Observer::~Observer() = default;
+
 void Control::WaitIdle() {
     std::unique_lock lock(mState->mutex);
     mState->idle.wait(lock, [this] { return mState->inFlight == 0; });

@@ -115,9 +115,9 @@ enum class Order {
     Shuffled, ///< Any result of any request next; those of one request stay in their order.
 };
 
-/// Follows what the device does, for a timeline. The members are called on the thread that does it,
-/// and must not call the device.
+/// Follows what the device does, for a timeline. Called on the thread that does it, without a lock.
 struct Observer {
+    virtual ~Observer();
     virtual void NameThread(const std::string& name) = 0; ///< First on a thread of the device.
     virtual void Begin(const char* what) = 0;
     virtual void End() = 0; ///< Of what was begun last on this thread.

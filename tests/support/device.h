@@ -141,7 +141,7 @@ class Device : standin::Observer {
         StandinControl()->SetObserver(this);
         g_android.Clear();
     }
-    ~Device() {
+    ~Device() override {
         if (mExpectViolations) {
             StandinControl()->ClearRecords();
         }

@@ -30,8 +30,8 @@ struct Moments {
 };
 
 /// What the host lends to the library, and what comes back. Starts with the record that the library
-/// gets, so that callbacks find their request. It is the host's thread's until it is submitted, then
-/// the vendor's threads' until the completion.
+/// gets, so that callbacks find their request. The host's thread has it until it is submitted, then
+/// the vendor's threads until the completion.
 struct Request : OemLayer::RequestPrivData {
     // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
     Request(Camera& owner, const CameraPlan& plan, uint32_t number, uint32_t frame)

@@ -25,6 +25,12 @@ inline ChiStream MakeInputStream(const camera3_stream& halStream) {
     return stream;
 }
 
+inline bool IsRawFormat(uint32_t format) {
+    return format == ChiStreamFormatRaw10 || format == ChiStreamFormatRaw16;
+}
+
+inline bool IsYuvFormat(uint32_t format) { return format == ChiStreamFormatYCbCr420_888; }
+
 /// Marks a stream as part of a session's list.
 inline void MarkListed(ChiStream* pStream) {
     pStream->reserved148 = 0;

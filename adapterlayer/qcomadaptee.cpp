@@ -146,18 +146,6 @@ namespace {
 /// The steps of a submission log under its name.
 constexpr const char kSubmit[] = "SubmitRequestFromRT";
 
-/// Has the processor fetch what the host wrote and the submission reads after its locks, past which
-/// it does not look ahead. Nothing is read from there: what is no address does no harm.
-OEM_STEP void FetchAhead(const OfflineDataWraper& wrapper, RequestPrivData* pPrivData) {
-    __builtin_prefetch(wrapper.identity.pOutStream);
-    __builtin_prefetch(wrapper.pRDIBufferHandles);
-    if (pPrivData != nullptr) {
-        __builtin_prefetch(&pPrivData->pBufferManager);
-        constexpr int kToWrite = 1;
-        __builtin_prefetch(&pPrivData->rtFrameNumber, kToWrite);
-    }
-}
-
 } // namespace
 
 uint32_t QcomAdaptee::SubmitRequestFromRT(OfflineDataWraper* pDataWraper,
@@ -822,16 +810,6 @@ uint32_t QcomAdaptee::SubmitToSession(uint64_t sessHdl, PrivateSessionInfo& sess
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the request is the vendor's now
     return ExecuteRequest(sessHdl, session, submission);
 }
-
-namespace {
-
-bool IsRawFormat(uint32_t format) {
-    return format == ChiStreamFormatRaw10 || format == ChiStreamFormatRaw16;
-}
-
-bool IsYuvFormat(uint32_t format) { return format == ChiStreamFormatYCbCr420_888; }
-
-} // namespace
 
 /// The session's configured streams. One that could not be prepared has none, whatever its count
 /// says. Where not all of them would have room, those that are fed are counted, and no set feeds

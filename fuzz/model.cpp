@@ -485,7 +485,7 @@ void Model::CheckDevice() const {
     }
     for (const std::string& violation : StandinControl()->Violations()) {
         const bool isExpected = std::any_of(broken.begin(), broken.end(), [&](Rule rule) {
-            return violation.starts_with(standin::TextOf(rule).number + std::string(" "));
+            return violation.starts_with(contract::TextOf(rule).number + std::string(" "));
         });
         Check(isExpected, violation.c_str());
     }

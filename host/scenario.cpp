@@ -136,7 +136,7 @@ CameraPlan ReadCamera(const Located& json, uint32_t id) {
 
 std::string ReadRule(const Located& json) {
     std::string number = json.Text();
-    if (std::none_of(kRules.begin(), kRules.end(),
+    if (std::none_of(contract::kRules.begin(), contract::kRules.end(),
                      [&](const auto& rule) { return rule.number == number; })) {
         json.Fail("must be the number of a rule, as in docs/contract.md");
     }

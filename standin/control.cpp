@@ -273,7 +273,7 @@ void Control::WaitIdle() {
 }
 
 void Control::Report(Rule rule, const std::string& text) {
-    const RuleText& about = TextOf(rule);
+    const contract::RuleText& about = contract::TextOf(rule);
     const auto state = mState->Lock();
     if (state->records.violations.size() < kMostViolations) {
         state->records.violations.push_back(about.number + (' ' + (about.name + (": " + text))));

@@ -6,8 +6,8 @@
 /// deviation. Every member may be called from any thread.
 #pragma once
 
+#include "contract/rules.h"
 #include "platform/chi/offline.h"
-#include "standin/rules.h"
 
 #include <chrono>
 #include <cstddef>
@@ -19,6 +19,8 @@
 #include <vector>
 
 namespace standin {
+
+using contract::Rule;
 
 // clang-format off
 /// Everything that the adapter, or the program for it, can call on the device; LibraryOpen is the

@@ -21,7 +21,7 @@ void ExpectViolation(Rule rule, const std::string& values, const Names& names) {
             violation = WithName(violation, address, name);
         }
     }
-    const standin::RuleText& text = standin::TextOf(rule);
+    const contract::RuleText& text = contract::TextOf(rule);
     EXPECT_EQ(violations, Texts{Printed("%s %s: %s", text.number, text.name, values.c_str())});
 }
 
@@ -445,8 +445,8 @@ TEST(Contract, EveryRuleHasARowHere) {
     add(kExecuteRows);
     add(kObjectRows);
     add(kHostRows);
-    for (size_t i = 0; i < standin::kRules.size(); ++i) {
-        EXPECT_TRUE(seen.contains(static_cast<Rule>(i))) << standin::kRules[i].number;
+    for (size_t i = 0; i < contract::kRules.size(); ++i) {
+        EXPECT_TRUE(seen.contains(static_cast<Rule>(i))) << contract::kRules[i].number;
     }
 }
 

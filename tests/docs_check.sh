@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # docs_check.sh SOURCE_FOLDER: every test that the documents name exists, and so does every function
-# that the contract names, whose rules are those of standin/rules.h. Each record's size is asserted,
+# that the contract names, whose rules are those of contract/rules.h. Each record's size is asserted,
 # and its layout tested.
 set -euo pipefail
 cd "$1"
@@ -17,11 +17,11 @@ while read -r name; do
     grep -qE "${pattern/%\*\$/}" <<<"$names" || wrong "no such test: $name"
 done <<<"$quoted"
 
-listed=$(sed -nE 's/^ *RULE\([A-Za-z]+, ([VH][0-9]+), .*/\1/p' standin/rules.h)
+listed=$(sed -nE 's/^ *RULE\([A-Za-z]+, ([VH][0-9]+), .*/\1/p' contract/rules.h)
 rows=$(grep -E '^\| [VH][0-9]+ ' docs/contract.md)
 [ -n "$listed" ]
 diff <(printf '%s\n' "$listed") <(cut -d' ' -f2 <<<"$rows") ||
-    wrong 'the rules of standin/rules.h (<) and docs/contract.md (>) are not the same'
+    wrong 'the rules of contract/rules.h (<) and docs/contract.md (>) are not the same'
 while read -r row; do
     places=$(grep -oE '`[A-Za-z]+` in `[a-z_/.]+`' <<<"$row" | tr -d '`') || {
         wrong "watched nowhere: $row"

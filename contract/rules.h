@@ -8,7 +8,7 @@
 
 // clang-format off
 /// RULE(name, number, what holds)
-#define STANDIN_RULES(RULE) \
+#define CONTRACT_RULES(RULE) \
     RULE(OpenArguments, V1, "interface opened with null and version 512") \
     RULE(LoggerOperations, V2, "logger operations filled") \
     RULE(SessionRecord, V3, "session opened with a name and three callbacks") \
@@ -54,11 +54,11 @@
     RULE(AfterClose, H11, "nothing after the camera was destroyed")
 // clang-format on
 
-namespace standin {
+namespace contract {
 
-#define STANDIN_RULE(name, number, text) name,
-enum class Rule : uint32_t { STANDIN_RULES(STANDIN_RULE) };
-#undef STANDIN_RULE
+#define CONTRACT_RULE(name, number, text) name,
+enum class Rule : uint32_t { CONTRACT_RULES(CONTRACT_RULE) };
+#undef CONTRACT_RULE
 
 struct RuleText {
     const char* number;
@@ -66,10 +66,10 @@ struct RuleText {
 };
 
 /// Indexed by Rule.
-#define STANDIN_RULE(name, number, text) RuleText{#number, text},
-inline constexpr std::array kRules{STANDIN_RULES(STANDIN_RULE)};
-#undef STANDIN_RULE
+#define CONTRACT_RULE(name, number, text) RuleText{#number, text},
+inline constexpr std::array kRules{CONTRACT_RULES(CONTRACT_RULE)};
+#undef CONTRACT_RULE
 
 inline constexpr const RuleText& TextOf(Rule rule) { return kRules[static_cast<size_t>(rule)]; }
 
-} // namespace standin
+} // namespace contract

@@ -1,0 +1,213 @@
+/// Reads what may be damaged: no number is used before it was checked.
+#include "contract/recording.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <sys/stat.h>
+
+namespace contract {
+namespace {
+
+[[noreturn]] void Fail(const std::string& file, const std::string& what) {
+    throw RecordingError(file + ": " + what);
+}
+
+FileHeader ReadHeader(const std::string& file, std::istream& in) {
+    FileHeader header{};
+    in.read(reinterpret_cast<char*>(&header), sizeof header);
+    if (in.gcount() == 0) {
+        Fail(file, "the file is empty, and no recording");
+    }
+    if (in.gcount() < std::streamsize{sizeof header} ||
+        std::memcmp(header.magic, kMagic, sizeof kMagic) != 0) {
+        Fail(file, "this is no recording");
+    }
+    if (header.version != kVersion) {
+        Fail(file, "a recording of version " + std::to_string(header.version) +
+                       ", and this program reads version " + std::to_string(kVersion));
+    }
+    if (header.checksum != ChecksumWithout(header)) {
+        Fail(file, "the recording's header is damaged");
+    }
+    if (header.blockBytes != kBlockBytes || header.blocks == 0 || header.blocks > kMostBlocks) {
+        Fail(file, "the recording's header is wrong: " + std::to_string(header.blocks) +
+                       " blocks of " + std::to_string(header.blockBytes) + " bytes");
+    }
+    header.machine[sizeof header.machine - 1] = '\0';
+    header.program[sizeof header.program - 1] = '\0';
+    return header;
+}
+
+/// The number behind the last event, as its writer counted; 0 where the file ends before it.
+uint64_t ReadNextEvent(std::istream& in) {
+    LivePart live{};
+    in.seekg(kLiveOffset);
+    in.read(reinterpret_cast<char*>(&live), sizeof live);
+    return in.gcount() == std::streamsize{sizeof live} ? live.nextEvent : 0;
+}
+
+/// The headers of the blocks that are there, by their numbers.
+std::map<uint64_t, BlockHeader> ReadBlockHeaders(const FileHeader& about, std::istream& in) {
+    std::map<uint64_t, BlockHeader> blocks;
+    for (uint32_t i = 0; i < about.blocks; ++i) {
+        BlockHeader block{};
+        in.clear();
+        in.seekg(kPageBytes + std::streamoff{i} * kBlockBytes);
+        in.read(reinterpret_cast<char*>(&block), sizeof block);
+        if (in.gcount() == std::streamsize{sizeof block} && block.magic == kBlockMagic &&
+            block.checksum == ChecksumWithout(block) && block.number % about.blocks == i) {
+            blocks[block.number] = block;
+        }
+    }
+    return blocks;
+}
+
+std::string After(const std::vector<Event>& events) {
+    return events.empty() ? "before the first event"
+                          : "after event " + std::to_string(events.back().Number());
+}
+
+} // namespace
+
+bool IsSound(const EventHeader* event, size_t room) {
+    if (room < sizeof *event || event->size < sizeof *event || event->size > room ||
+        event->size % 8 != 0 || event->checksum != ChecksumOf(event) ||
+        event->entry >= Entry::Count || event->phase > Phase::Return || event->words > kMostWords) {
+        return false;
+    }
+    size_t place = sizeof *event + size_t{8} * event->words;
+    const auto* const bytes = reinterpret_cast<const std::byte*>(event);
+    while (place < event->size) {
+        RecordHeader record{};
+        if (event->size - place < sizeof record) {
+            return false;
+        }
+        std::memcpy(&record, bytes + place, sizeof record);
+        place += sizeof record;
+        if (record.record == Record::None || record.record >= Record::Count ||
+            record.bytes > event->size - place || Padded(record.bytes) > event->size - place ||
+            record.bytes % TextOf(record.record).size != 0) {
+            return false;
+        }
+        place += Padded(record.bytes);
+    }
+    return place == event->size;
+}
+
+Recording Recording::Read(const std::string& file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0) {
+        Fail(file, strerror(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        Fail(file, S_ISDIR(status.st_mode) ? "this is a directory, and no recording"
+                                           : "this is no file, and no recording");
+    }
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        Fail(file, strerror(errno));
+    }
+    Recording recording;
+    recording.mAbout = ReadHeader(file, in);
+    const uint64_t nextEvent = ReadNextEvent(in);
+    const auto blocks = ReadBlockHeaders(recording.mAbout, in);
+    if (blocks.empty()) {
+        recording.mDamage = "no block of events can be read";
+    }
+    for (const auto& [number, block] : blocks) {
+        if (number != blocks.begin()->first &&
+            number != recording.mBlocks.size() + blocks.begin()->first) {
+            recording.mDamage = "it ends " + After(recording.mEvents) + ": a block is missing";
+            break;
+        }
+        std::unique_ptr<std::byte[]> bytes(new std::byte[kBlockBytes]());
+        in.clear();
+        in.seekg(kPageBytes +
+                 static_cast<std::streamoff>(number % recording.mAbout.blocks) * kBlockBytes);
+        in.read(reinterpret_cast<char*>(bytes.get()), kBlockBytes);
+        recording.ReadBlock(block, std::move(bytes));
+        if (!recording.mDamage.empty()) {
+            break;
+        }
+    }
+    const uint64_t read = recording.mEvents.empty() ? 0 : recording.mEvents.back().Number();
+    if (recording.mDamage.empty() && read + 1 < nextEvent) {
+        recording.mDamage = "it ends " + After(recording.mEvents) + ": " +
+                            std::to_string(nextEvent - 1 - read) + " more are damaged";
+    }
+    return recording;
+}
+
+/// The last block ends where no further event is; every other one where the next block goes on.
+void Recording::ReadBlock(const BlockHeader& block, std::unique_ptr<std::byte[]> bytes) {
+    uint64_t number = block.firstEvent;
+    if (!mEvents.empty() && number != mEvents.back().Number() + 1) {
+        mDamage = "it ends " + After(mEvents) + ": what follows is damaged";
+        return;
+    }
+    size_t place = sizeof(BlockHeader);
+    while (place + sizeof(EventHeader) <= kBlockBytes) {
+        const auto* const event = reinterpret_cast<const EventHeader*>(bytes.get() + place);
+        // Nothing, or what is left from the round before. What has the number that follows and is
+        // not whole was damaged, or its writer died.
+        if (event->number != number || event->size == 0) {
+            break;
+        }
+        if (!IsSound(event, kBlockBytes - place)) {
+            mDamage =
+                "it ends " + After(mEvents) + ": event " + std::to_string(number) + " is damaged";
+            break;
+        }
+        mEvents.emplace_back(event);
+        place += event->size;
+        ++number;
+    }
+    mBlocks.push_back(std::move(bytes));
+}
+
+void WriteRecording(const std::string& file, const FileHeader& about,
+                    const std::vector<Event>& events) {
+    std::vector<std::byte> all(kPageBytes);
+    size_t used = kBlockBytes;
+    std::map<uint64_t, uint64_t> numbers; // By the old ones.
+    for (const Event& event : events) {
+        const uint64_t number = numbers.size() + 1;
+        if (used + event.Header().size > kBlockBytes) {
+            BlockHeader block{.magic = kBlockMagic,
+                              .checksum = 0,
+                              .number = all.size() / kBlockBytes,
+                              .firstEvent = number,
+                              .reserved24 = 0};
+            block.checksum = ChecksumWithout(block);
+            all.resize(all.size() + kBlockBytes);
+            std::memcpy(&all[all.size() - kBlockBytes], &block, sizeof block);
+            used = sizeof block;
+        }
+        auto* const copy = reinterpret_cast<EventHeader*>(&all[all.size() - kBlockBytes + used]);
+        std::memcpy(copy, &event.Header(), event.Header().size);
+        numbers[copy->number] = number;
+        copy->number = number;
+        const auto call = numbers.find(copy->call);
+        copy->call = call == numbers.end() ? 0 : call->second;
+        copy->checksum = ChecksumOf(copy);
+        used += copy->size;
+    }
+    all.resize(std::max(all.size(), size_t{kPageBytes} + kBlockBytes));
+    FileHeader header = about;
+    header.blocks = static_cast<uint32_t>(all.size() / kBlockBytes);
+    header.checksum = ChecksumWithout(header);
+    const LivePart live{.nextEvent = numbers.size() + 1};
+    std::memcpy(all.data(), &header, sizeof header);
+    std::memcpy(&all[kLiveOffset], &live, sizeof live);
+    std::ofstream out(file, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(all.data()), static_cast<std::streamsize>(all.size()));
+    out.close();
+    if (!out) {
+        throw std::runtime_error(file + ": the recording cannot be written: " + strerror(errno));
+    }
+}
+
+} // namespace contract

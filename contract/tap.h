@@ -1,0 +1,115 @@
+/// Where events are written: a ring of memory, in a file or in the process alone.
+///
+/// The two layers of a process write into one file: the second to come finds that the file is that
+/// of its own process, and joins. Events of all threads are written one at a time, in the order of
+/// their numbers; a lock in the file keeps them apart. Memory of a file outlives the process
+/// however it ends.
+#pragma once
+
+#include "contract/capture.h"
+#include "contract/format.h"
+
+#include <memory>
+#include <string>
+#include <type_traits>
+
+namespace contract {
+
+/// Sees each event when it is written, before the next one is, on the thread that wrote it. The
+/// event's memory is valid during the call.
+struct Follower {
+    virtual ~Follower() = default;
+    virtual void Take(const Event& event) = 0;
+};
+
+/// Any thread may call its members. After the opening, nothing is allocated.
+class Tap {
+  public:
+    struct Settings {
+        std::string file; ///< Empty for memory of the process.
+        uint64_t bytes = 0;
+        bool wholePixels = false;
+        Follower* follower = nullptr; ///< Or null. It must outlive the tap.
+    };
+    /// \returns null, and what is wrong, where the file cannot be made.
+    static std::unique_ptr<Tap> Open(const Settings& settings, std::string& problem);
+    ~Tap();
+    Tap(const Tap&) = delete;
+    Tap& operator=(const Tap&) = delete;
+
+    /// Writes the call, calls `act`, and writes its return. \returns what `act` does.
+    template <Entry E, class Act, class... Args>
+    std::invoke_result_t<Act> Around(Act act, Args... args) {
+        const Before<E> before(args...);
+        const uint64_t call = Call<E>(args...);
+        if constexpr (std::is_void_v<std::invoke_result_t<Act>>) {
+            act();
+            Return<E>(call, before, args...);
+        } else {
+            const auto result = act();
+            Return<E>(call, before, args..., result);
+            return result;
+        }
+    }
+
+    /// Writes an event alone. \returns its number.
+    template <Entry E, class... Args> uint64_t Call(Args... args) {
+        return Write(E, Phase::Call, 0, [&](Writer& writer) {
+            (writer.Add(WordOf(args)), ...);
+            Capture<E>::Call(writer, args...);
+        });
+    }
+
+  private:
+    Tap() = default;
+
+    template <Entry E, class... Args>
+    void Return(uint64_t call, const Before<E>& before, Args... args) {
+        Write(E, Phase::Return, call, [&](Writer& writer) {
+            (writer.Add(WordOf(args)), ...);
+            if constexpr (E == Entry::ExecuteRequest) {
+                Capture<E>::Return(writer, args..., before);
+            } else {
+                Capture<E>::Return(writer, args...);
+            }
+        });
+    }
+
+    /// An event is filled in place, and once more at the start of the next block where this one
+    /// has no room for it.
+    template <class Fill> uint64_t Write(Entry entry, Phase phase, uint64_t call, Fill fill) {
+        const uint32_t thread = OwnThread();
+        Lock();
+        for (;;) {
+            Writer writer(mPlace, mRoom);
+            fill(writer);
+            if (!writer.IsCut() || IsAtStart()) {
+                const uint64_t number = Commit(writer, entry, phase, call, thread);
+                Unlock();
+                return number;
+            }
+            BeginBlock();
+        }
+    }
+
+    int OpenFile(const Settings& settings, FileHeader& header, bool& joins);
+    bool Map(const Settings& settings, std::string& problem);
+    void Start(const FileHeader& header);
+    void Lock();
+    void Unlock();
+    bool IsAtStart() const;
+    void BeginBlock();
+    void FindPlace();
+    uint64_t Commit(Writer& writer, Entry entry, Phase phase, uint64_t call, uint32_t thread);
+    uint32_t OwnThread() const;
+
+    std::byte* mMemory = nullptr; ///< The page and the blocks.
+    size_t mBytes = 0;
+    LivePart* mShared = nullptr;
+    Follower* mFollower = nullptr;
+    unsigned int mThreadKey = 0;
+    std::byte* mPlace = nullptr; ///< Of the next event, while the lock is held.
+    size_t mRoom = 0;
+};
+
+} // namespace contract

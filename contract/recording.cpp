@@ -41,6 +41,10 @@ FileHeader ReadHeader(const std::string& file, std::istream& in) {
     return header;
 }
 
+std::streamoff PlaceOf(const FileHeader& about, uint64_t block) {
+    return kPageBytes + static_cast<std::streamoff>(block % about.blocks) * kBlockBytes;
+}
+
 /// The number behind the last event, as its writer counted; 0 where the file ends before it.
 uint64_t ReadNextEvent(std::istream& in) {
     LivePart live{};
@@ -55,7 +59,7 @@ std::map<uint64_t, BlockHeader> ReadBlockHeaders(const FileHeader& about, std::i
     for (uint32_t i = 0; i < about.blocks; ++i) {
         BlockHeader block{};
         in.clear();
-        in.seekg(kPageBytes + std::streamoff{i} * kBlockBytes);
+        in.seekg(PlaceOf(about, i));
         in.read(reinterpret_cast<char*>(&block), sizeof block);
         if (in.gcount() == std::streamsize{sizeof block} && block.magic == kBlockMagic &&
             block.checksum == ChecksumWithout(block) && block.number % about.blocks == i) {
@@ -110,53 +114,50 @@ Recording Recording::Read(const std::string& file) {
     if (!in) {
         Fail(file, strerror(errno));
     }
+    return Read(file, in);
+}
+
+Recording Recording::Read(const std::string& name, std::istream& in) {
     Recording recording;
-    recording.mAbout = ReadHeader(file, in);
+    recording.mAbout = ReadHeader(name, in);
     const uint64_t nextEvent = ReadNextEvent(in);
     const auto blocks = ReadBlockHeaders(recording.mAbout, in);
-    if (blocks.empty()) {
-        recording.mDamage = "no block of events can be read";
-    }
-    for (const auto& [number, block] : blocks) {
-        if (number != blocks.begin()->first &&
-            number != recording.mBlocks.size() + blocks.begin()->first) {
+    for (auto block = blocks.begin(); recording.mDamage.empty() && block != blocks.end(); ++block) {
+        if (block->first != blocks.begin()->first + recording.mBlocks.size()) {
             recording.mDamage = "it ends " + After(recording.mEvents) + ": a block is missing";
             break;
         }
-        std::unique_ptr<std::byte[]> bytes(new std::byte[kBlockBytes]());
+        const std::streamoff place = PlaceOf(recording.mAbout, block->first);
         in.clear();
-        in.seekg(kPageBytes +
-                 static_cast<std::streamoff>(number % recording.mAbout.blocks) * kBlockBytes);
-        in.read(reinterpret_cast<char*>(bytes.get()), kBlockBytes);
-        recording.ReadBlock(block, std::move(bytes));
-        if (!recording.mDamage.empty()) {
-            break;
-        }
+        const std::streamoff rest = in.seekg(0, std::ios::end).tellg() - place;
+        std::vector<std::byte> bytes(std::min<size_t>(kBlockBytes, static_cast<size_t>(rest)));
+        in.seekg(place);
+        in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        recording.ReadBlock(block->second, std::move(bytes));
     }
-    const uint64_t read = recording.mEvents.empty() ? 0 : recording.mEvents.back().Number();
-    if (recording.mDamage.empty() && read + 1 < nextEvent) {
-        recording.mDamage = "it ends " + After(recording.mEvents) + ": " +
-                            std::to_string(nextEvent - 1 - read) + " more are damaged";
+    const uint64_t last = recording.mEvents.empty() ? 0 : recording.mEvents.back().Number();
+    if (recording.mDamage.empty() && last + 1 != nextEvent) {
+        recording.mDamage = "it ends " + After(recording.mEvents) + ": the rest is cut off";
     }
     return recording;
 }
 
 /// The last block ends where no further event is; every other one where the next block goes on.
-void Recording::ReadBlock(const BlockHeader& block, std::unique_ptr<std::byte[]> bytes) {
+void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes) {
     uint64_t number = block.firstEvent;
     if (!mEvents.empty() && number != mEvents.back().Number() + 1) {
         mDamage = "it ends " + After(mEvents) + ": what follows is damaged";
         return;
     }
     size_t place = sizeof(BlockHeader);
-    while (place + sizeof(EventHeader) <= kBlockBytes) {
-        const auto* const event = reinterpret_cast<const EventHeader*>(bytes.get() + place);
+    while (place + sizeof(EventHeader) <= bytes.size()) {
+        const auto* const event = reinterpret_cast<const EventHeader*>(&bytes[place]);
         // Nothing, or what is left from the round before. What has the number that follows and is
         // not whole was damaged, or its writer died.
         if (event->number != number || event->size == 0) {
             break;
         }
-        if (!IsSound(event, kBlockBytes - place)) {
+        if (!IsSound(event, bytes.size() - place)) {
             mDamage =
                 "it ends " + After(mEvents) + ": event " + std::to_string(number) + " is damaged";
             break;

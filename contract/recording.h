@@ -4,7 +4,7 @@
 #include "contract/event.h"
 #include "contract/format.h"
 
-#include <memory>
+#include <iosfwd>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,6 +21,8 @@ class Recording {
   public:
     /// \throws RecordingError where nothing can be read.
     static Recording Read(const std::string& file);
+    /// The same from a stream. \param name of it, for messages.
+    static Recording Read(const std::string& name, std::istream& in);
 
     const FileHeader& About() const { return mAbout; }
     const std::vector<Event>& Events() const { return mEvents; }
@@ -30,10 +32,10 @@ class Recording {
     uint64_t CountLost() const { return mEvents.empty() ? 0 : mEvents.front().Number() - 1; }
 
   private:
-    void ReadBlock(const BlockHeader& block, std::unique_ptr<std::byte[]> bytes);
+    void ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes);
 
     FileHeader mAbout{};
-    std::vector<std::unique_ptr<std::byte[]>> mBlocks;
+    std::vector<std::vector<std::byte>> mBlocks;
     std::vector<Event> mEvents;
     std::string mDamage;
 };

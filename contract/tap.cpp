@@ -94,7 +94,7 @@ uint32_t Checksum(const void* bytes, size_t size) {
         sum = (sum ^ other) * kFactor;
         sum ^= sum >> 32;
     }
-    return static_cast<uint32_t>(sum ^ sum >> 32);
+    return static_cast<uint32_t>(sum * kFactor >> 32);
 }
 
 uint32_t ChecksumOf(const EventHeader* event) {

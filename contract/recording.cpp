@@ -169,9 +169,8 @@ void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes
     mBlocks.push_back(std::move(bytes));
 }
 
-void WriteRecording(const std::string& file, const FileHeader& about,
-                    const std::vector<Event>& events) {
-    std::vector<std::byte> all(kPageBytes);
+std::string Serialize(const FileHeader& about, const std::vector<Event>& events) {
+    std::string all(kPageBytes, '\0');
     size_t used = kBlockBytes;
     std::map<uint64_t, uint64_t> numbers; // By the old ones.
     for (const Event& event : events) {
@@ -203,8 +202,13 @@ void WriteRecording(const std::string& file, const FileHeader& about,
     const LivePart live{.nextEvent = numbers.size() + 1};
     std::memcpy(all.data(), &header, sizeof header);
     std::memcpy(&all[kLiveOffset], &live, sizeof live);
+    return all;
+}
+
+void WriteRecording(const std::string& file, const FileHeader& about,
+                    const std::vector<Event>& events) {
     std::ofstream out(file, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(all.data()), static_cast<std::streamsize>(all.size()));
+    out << Serialize(about, events);
     out.close();
     if (!out) {
         throw std::runtime_error(file + ": the recording cannot be written: " + strerror(errno));

@@ -44,8 +44,10 @@ class Recording {
 /// \param room of the memory that it lies in.
 bool IsSound(const EventHeader* event, size_t room);
 
-/// Writes events as a recording, numbered anew. For tests, and for what is left of a recording.
-/// \throws std::runtime_error that names the file.
+/// A recording of these events, numbered anew: for tests, and for what is left of a recording.
+std::string Serialize(const FileHeader& about, const std::vector<Event>& events);
+
+/// The same, into a file. \throws std::runtime_error that names it where it cannot be written.
 void WriteRecording(const std::string& file, const FileHeader& about,
                     const std::vector<Event>& events);
 

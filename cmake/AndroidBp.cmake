@@ -1,4 +1,4 @@
-# Writes Android.bp into the build folder, from Android.bp.in and the lists that the library is
+# Writes Android.bp into the build folder, from Android.bp.in and the lists that the libraries are
 # built from. A test compares it with the checked-in one.
 
 # blueprint(variable indentation texts...): the texts as the lines of a list.
@@ -23,23 +23,42 @@ function(header_libraries variable)
     set(${variable} ${libraries} PARENT_SCOPE)
 endfunction()
 
-header_libraries(libraries oemlayer_host.h
+header_libraries(libraries "${CMAKE_SOURCE_DIR}/adapterlayer/oemlayer_host.h"
     "${CMAKE_SOURCE_DIR}/platform/abi.h" "${CMAKE_SOURCE_DIR}/platform/android/camera3.h")
 blueprint(host_header_libs "        " ${libraries})
-file(GLOB files CONFIGURE_DEPENDS *.h *.cpp "${CMAKE_SOURCE_DIR}/platform/*/*.h")
+file(GLOB files CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/adapterlayer/*.h"
+    "${CMAKE_SOURCE_DIR}/adapterlayer/*.cpp" "${CMAKE_SOURCE_DIR}/layer/*.cpp"
+    "${CMAKE_SOURCE_DIR}/platform/*/*.h")
 header_libraries(libraries ${files})
 blueprint(header_libs "        " ${libraries})
 
-list(TRANSFORM sources PREPEND adapterlayer/ OUTPUT_VARIABLE srcs)
 set(cflags ${visibility} ${OEMLAYER_WARNINGS} ${hardening} ${optimised_hardening})
 set(ldflags ${link_hardening} ${link_needed})
-foreach(property IN ITEMS srcs cflags ldflags)
+foreach(property IN ITEMS cflags ldflags)
     blueprint(${property} "        " ${${property}})
 endforeach()
 blueprint(cppflags "        " ${cpp_options})
 blueprint(arm64_cflags "                " ${arm64_hardening})
+
+# module_sources(variable targets...)
+function(module_sources variable)
+    set(all)
+    foreach(target IN LISTS ARGN)
+        get_target_property(sources ${target} SOURCES)
+        get_target_property(folder ${target} SOURCE_DIR)
+        cmake_path(RELATIVE_PATH folder BASE_DIRECTORY "${CMAKE_SOURCE_DIR}")
+        list(TRANSFORM sources PREPEND ${folder}/)
+        list(APPEND all ${sources})
+    endforeach()
+    blueprint(lines "        " ${all})
+    set(${variable} "${lines}" PARENT_SCOPE)
+endfunction()
+module_sources(adapter_srcs oemlayer_adapter_objects)
+module_sources(host_layer_srcs oemlayer_host_layer_objects contract_events)
+module_sources(vendor_layer_srcs oemlayer_vendor_layer_objects contract_events)
 foreach(kind IN ITEMS platform device)
-    list(TRANSFORM ${kind}_libraries PREPEND lib OUTPUT_VARIABLE libraries)
+    get_property(libraries GLOBAL PROPERTY oemlayer_${kind}_libraries)
+    list(TRANSFORM libraries PREPEND lib)
     list(SORT libraries)
     blueprint(${kind}_libs "        " ${libraries})
 endforeach()

@@ -279,9 +279,31 @@ void Capture<Entry::ConfigureStreams>::Return(Writer& writer, uint64_t /*session
     PutConfig(writer, config);
 }
 
+Before<Entry::ExecuteRequest>::Before(const Images& images, uint64_t /*session*/,
+                                      const ChiOfflineExecuteRequest* request) {
+    if (request == nullptr) {
+        return;
+    }
+    copy = *request;
+    const uint32_t sets = request->pInputs == nullptr ? 0 : std::min(copy.numInputs, kMostRecords);
+    for (const ChiOfflineBufferSet& set : std::span(request->pInputs, sets)) {
+        const uint32_t buffers =
+            set.pBuffers == nullptr ? 0 : std::min(set.numBuffers, kMostRecords);
+        for (const ChiStreamBuffer& buffer : std::span(set.pBuffers, buffers)) {
+            const Images::Memory memory = images.Find(buffer.bufferHandle);
+            if (memory.address != nullptr && count < inputs.size()) {
+                inputs[count++] = {buffer.bufferHandle,
+                                   memory,
+                                   {memory.bytes, HashOfPixels(memory.address, memory.bytes)}};
+            }
+        }
+    }
+}
+
 /// The output's stream is not read: what the vendor's translation made of it need not be one.
 void Capture<Entry::ExecuteRequest>::Call(Writer& writer, uint64_t /*session*/,
-                                          ChiOfflineExecuteRequest* request) {
+                                          ChiOfflineExecuteRequest* request,
+                                          const Before<Entry::ExecuteRequest>& before) {
     writer.Put(request);
     if (request == nullptr) {
         return;
@@ -294,6 +316,9 @@ void Capture<Entry::ExecuteRequest>::Call(Writer& writer, uint64_t /*session*/,
     }
     PutValue(writer, request->pOfflineFrameNumber);
     PutValue(writer, request->pLastFrameField);
+    for (const auto& input : before.Inputs()) {
+        writer.Put(Record::PixelHash, input.image, &input.hash, sizeof input.hash);
+    }
 }
 
 void Capture<Entry::ExecuteRequest>::Return(Writer& writer, uint64_t /*session*/,
@@ -407,6 +432,11 @@ void Capture<Entry::GetFrameworkBuffers>::Return(
         writer.Put(answers[i].pBuffers,
                    std::min({answers[i].numBuffers, requests[i].numBuffers, kMostRecords}));
     }
+}
+
+void Capture<Entry::Pixels>::Call(Writer& writer, ChiImageBufferHandle /*image*/,
+                                  uint64_t /*offset*/, uint64_t bytes, const void* memory) {
+    writer.Put(Record::Bytes, memory, bytes);
 }
 
 } // namespace contract

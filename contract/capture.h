@@ -6,6 +6,10 @@
 #pragma once
 
 #include "contract/event.h"
+#include "contract/images.h"
+
+#include <array>
+#include <span>
 
 namespace contract {
 
@@ -65,18 +69,25 @@ template <Entry E> struct Capture {
     template <class... Args> static void Return(Writer&, const Args&...) {}
 };
 
-/// What is copied when the call begins, for its return: nothing but for a request, whose record
-/// may be gone by then. Its frame fields are the session's.
+/// What is taken before the call's event is written: nothing but for a request.
 template <Entry E> struct Before {
-    template <class... Args> explicit Before(const Args&...) {}
+    template <class... Args> explicit Before(const Images& /*images*/, const Args&...) {}
 };
+
+/// A request's record may be gone when the call returns; its frame fields are the session's. What
+/// its inputs' images hold is read while nothing is locked.
 template <> struct Before<Entry::ExecuteRequest> {
-    Before(uint64_t /*session*/, const ChiOfflineExecuteRequest* request) {
-        if (request != nullptr) {
-            copy = *request;
-        }
-    }
+    struct Input {
+        ChiImageBufferHandle image;
+        Images::Memory memory;
+        PixelHash hash;
+    };
+    Before(const Images& images, uint64_t session, const ChiOfflineExecuteRequest* request);
+    std::span<const Input> Inputs() const { return {inputs.data(), count}; }
+
     ChiOfflineExecuteRequest copy{};
+    size_t count = 0; ///< Of inputs whose memory is known.
+    std::array<Input, OemLayer::kMaxInputBuffers> inputs;
 };
 
 // Arguments as they stand in `Tap::Around`; a return has the result behind them.
@@ -117,7 +128,8 @@ CONTRACT_RETURN(OpenContext, void*, void*, uint32_t);
 CONTRACT_CALL(OpenSession, ChiOfflineInterface*, ChiOfflineSessionCreateInfo* info);
 CONTRACT_BOTH(ConfigureStreams, int32_t, uint64_t, ChiOfflineSessionConfigInfo* config);
 template <> struct Capture<Entry::ExecuteRequest> {
-    static void Call(Writer& writer, uint64_t, ChiOfflineExecuteRequest* request);
+    static void Call(Writer& writer, uint64_t, ChiOfflineExecuteRequest* request,
+                     const Before<Entry::ExecuteRequest>& before);
     static void Return(Writer& writer, uint64_t, ChiOfflineExecuteRequest* request, int32_t,
                        const Before<Entry::ExecuteRequest>& before);
 };
@@ -141,6 +153,7 @@ CONTRACT_CALL(ProcessCaptureResult, const ChiOfflineSessionCallbacks*, unsigned 
 CONTRACT_BOTH(GetFrameworkBuffers, uint32_t, const ChiOfflineSessionCallbacks*, unsigned int count,
               const ChiOfflineQueryBuffer* requests, unsigned int* returned,
               ChiOfflineQueryStreamBuffer* answers);
+CONTRACT_CALL(Pixels, ChiImageBufferHandle, uint64_t offset, uint64_t bytes, const void* memory);
 
 #undef CONTRACT_CALL
 #undef CONTRACT_BOTH

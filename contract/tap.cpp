@@ -173,6 +173,7 @@ bool Tap::Map(const Settings& settings, std::string& problem) {
     } else {
         mMemory = static_cast<std::byte*>(memory);
         mShared = reinterpret_cast<LivePart*>(mMemory + kLiveOffset);
+        mWholePixels = header.wholePixels != 0;
         if (!joins) {
             Start(header);
         }
@@ -271,6 +272,21 @@ uint64_t Tap::Commit(Writer& writer, Entry entry, Phase phase, uint64_t call, ui
         mFollower->Take(Event(place));
     }
     return header.number;
+}
+
+/// A block has room for two of the pieces, so that not much of it stays empty.
+void Tap::WritePixels(const Before<Entry::ExecuteRequest>& before) {
+    constexpr uint64_t kPiece = kBlockBytes / 2 - kPageBytes;
+    if (!mWholePixels) {
+        return;
+    }
+    for (const auto& input : before.Inputs()) {
+        const auto* const memory = static_cast<const std::byte*>(input.memory.address);
+        for (uint64_t offset = 0; offset < input.memory.bytes; offset += kPiece) {
+            Call<Entry::Pixels>(input.image, offset, std::min(kPiece, input.memory.bytes - offset),
+                                static_cast<const void*>(memory + offset));
+        }
+    }
 }
 
 } // namespace contract

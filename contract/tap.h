@@ -40,31 +40,44 @@ class Tap {
     /// Writes the call, calls `act`, and writes its return. \returns what `act` does.
     template <Entry E, class Act, class... Args>
     std::invoke_result_t<Act> Around(Act act, Args... args) {
-        const Before<E> before(args...);
-        const uint64_t call = Call<E>(args...);
+        const Before<E> before(mImages, args...);
+        if constexpr (E == Entry::ExecuteRequest) {
+            WritePixels(before);
+        }
+        const uint64_t call = WriteCall<E>(before, args...);
+        ForgetImages<E>(args...);
         if constexpr (std::is_void_v<std::invoke_result_t<Act>>) {
             act();
-            Return<E>(call, before, args...);
+            WriteReturn<E>(call, before, args...);
         } else {
             const auto result = act();
-            Return<E>(call, before, args..., result);
+            LearnImages<E>(result, args...);
+            WriteReturn<E>(call, before, args..., result);
             return result;
         }
     }
 
     /// Writes an event alone. \returns its number.
     template <Entry E, class... Args> uint64_t Call(Args... args) {
-        return Write(E, Phase::Call, 0, [&](Writer& writer) {
-            (writer.Add(WordOf(args)), ...);
-            Capture<E>::Call(writer, args...);
-        });
+        return WriteCall<E>(Before<E>(mImages, args...), args...);
     }
 
   private:
     Tap() = default;
 
+    template <Entry E, class... Args> uint64_t WriteCall(const Before<E>& before, Args... args) {
+        return Write(E, Phase::Call, 0, [&](Writer& writer) {
+            (writer.Add(WordOf(args)), ...);
+            if constexpr (E == Entry::ExecuteRequest) {
+                Capture<E>::Call(writer, args..., before);
+            } else {
+                Capture<E>::Call(writer, args...);
+            }
+        });
+    }
+
     template <Entry E, class... Args>
-    void Return(uint64_t call, const Before<E>& before, Args... args) {
+    void WriteReturn(uint64_t call, const Before<E>& before, Args... args) {
         Write(E, Phase::Return, call, [&](Writer& writer) {
             (writer.Add(WordOf(args)), ...);
             if constexpr (E == Entry::ExecuteRequest) {
@@ -74,6 +87,32 @@ class Tap {
             }
         });
     }
+
+    /// What a call gives back may be gone before it returns.
+    template <Entry E, class First, class... Rest> void ForgetImages(First first, Rest...) {
+        if constexpr (E == Entry::BufferManagerDestroy) {
+            mImages.RemoveManager(first);
+        } else if constexpr (E == Entry::ReleaseImageBuffer) {
+            mImages.RemoveImage(first);
+        }
+    }
+    template <Entry E> void ForgetImages() {}
+
+    template <Entry E, class Result, class... Args> void LearnImages(Result result, Args... args) {
+        if constexpr (E == Entry::BufferManagerCreate) {
+            const auto add = [&](auto*, const char*, auto* data) {
+                mImages.AddManager(result, data);
+            };
+            add(args...);
+        } else if constexpr (E == Entry::GetImageBuffer) {
+            mImages.AddImage(result, args...);
+        } else if constexpr (E == Entry::GetCPUAddress) {
+            mImages.SetAddress(args..., result);
+        }
+    }
+
+    /// An event for each piece of each input, where whole images are wanted.
+    void WritePixels(const Before<Entry::ExecuteRequest>& before);
 
     /// An event is filled in place, and once more at the start of the next block where this one
     /// has no room for it.
@@ -107,6 +146,8 @@ class Tap {
     size_t mBytes = 0;
     LivePart* mShared = nullptr;
     Follower* mFollower = nullptr;
+    Images mImages;
+    bool mWholePixels = false;
     unsigned int mThreadKey = 0;
     std::byte* mPlace = nullptr; ///< Of the next event, while the lock is held.
     size_t mRoom = 0;

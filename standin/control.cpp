@@ -97,6 +97,22 @@ std::string Control::State::FileOf(const std::string& devicePath) {
            (variant == script.variants.end() ? devicePath : "/variants/" + variant->second);
 }
 
+std::string Control::State::LayerAt(const std::string& devicePath) {
+    const auto state = Lock();
+    const auto found = layers.find(devicePath);
+    return found == layers.end() ? "" : found->second;
+}
+
+std::string Control::State::BehindLayer(const std::string& devicePath) {
+    const auto state = Lock();
+    for (const auto& [path, file] : layers) {
+        if (devicePath == std::filesystem::path(path).replace_extension(".real.so")) {
+            return path;
+        }
+    }
+    return devicePath;
+}
+
 void Slot::Set(const Script& script) const {
     void* const chosen = script.missing[static_cast<size_t>(entry)] ? nullptr
                          : script.instant                           ? instant
@@ -162,6 +178,14 @@ void Control::RefuseLibrary(const std::string& path) {
 
 void Control::UseVariant(const std::string& path, const std::string& variant) {
     mState->Lock()->script.variants[path] = variant;
+}
+
+void Control::PutLayer(const std::string& path, const std::string& file) {
+    const auto state = mState->Lock();
+    state->layers.erase(path);
+    if (!file.empty()) {
+        state->layers.emplace(path, file);
+    }
 }
 
 void Control::SetDelivery(Delivery delivery) { mState->Lock()->script.delivery = delivery; }

@@ -209,6 +209,11 @@ class Control {
     /// below "variants" of the device root.
     void UseVariant(const std::string& path, const std::string& variant);
 
+    /// `dlopen` of this device path opens `file` from now on, which is no part of the device, and
+    /// with ".real.so" in place of the path's ".so" what it opens otherwise. An empty file takes
+    /// that back; Reset does not.
+    void PutLayer(const std::string& path, const std::string& file);
+
     /// Both hold for the requests that are executed from now on.
     void SetDelivery(Delivery delivery);
     void SetShape(Shape shape);

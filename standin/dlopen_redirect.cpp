@@ -16,8 +16,12 @@ extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
         !file.starts_with("/system/")) {
         return next(path, flags);
     }
-    if (const auto fault = Device().Enter(Entry::LibraryOpen, Arguments(path, flags))) {
+    if (const std::string layer = Device().LayerAt(path); !layer.empty()) {
+        return next(layer.c_str(), flags);
+    }
+    const std::string opened = Device().BehindLayer(path);
+    if (const auto fault = Device().Enter(Entry::LibraryOpen, Arguments(opened.c_str(), flags))) {
         return As<void*>(*fault);
     }
-    return next(Device().FileOf(path).c_str(), flags);
+    return next(Device().FileOf(opened).c_str(), flags);
 }

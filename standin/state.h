@@ -185,6 +185,7 @@ struct Control::State {
     std::condition_variable idle; ///< Signalled when `inFlight` falls.
     std::string deviceRoot;
     Script script;
+    std::map<std::string, std::string> layers; ///< By path.
     Records records;
     std::tuple<Objects<Session>, Objects<Metadata>, Objects<AndroidMetadata>,
                Objects<BufferManager>, Objects<ImageBuffer>, Objects<MetadataOps>,
@@ -204,6 +205,11 @@ struct Control::State {
 
     /// The file that opens for a path on the device; one that does not exist where it is refused.
     std::string FileOf(const std::string& devicePath);
+
+    /// The file of the layer that stands at a path, empty for none; and the path that a layer opens
+    /// what it stands for by, as the device has it.
+    std::string LayerAt(const std::string& devicePath);
+    std::string BehindLayer(const std::string& devicePath);
 
     /// These two are for whoever holds the lock.
     void FillSlots(); ///< By the script.

@@ -1,0 +1,127 @@
+/// Sizes, hashes, and the table of images.
+#include "contract/images.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace contract {
+
+uint64_t BytesOfImage(uint32_t format, uint32_t width, uint32_t height) {
+    const uint64_t pixels = uint64_t{width} * height;
+    switch (format) {
+    case ChiStreamFormatRaw16:
+        return pixels * 2;
+    case ChiStreamFormatRaw12:
+    case ChiStreamFormatYCbCr420_888:
+        return pixels * 3 / 2;
+    case ChiStreamFormatRaw10:
+        return pixels * 5 / 4;
+    default:
+        return 0;
+    }
+}
+
+uint64_t HashOfPixels(const void* memory, uint64_t bytes) {
+    constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;
+    constexpr uint64_t kSteps = 63; // From the first word to the last.
+    const auto* const place = static_cast<const std::byte*>(memory);
+    uint64_t hash = bytes;
+    if (bytes < sizeof hash) {
+        return hash;
+    }
+    const uint64_t last = bytes - sizeof hash;
+    for (uint64_t step = 0; step <= kSteps; ++step) {
+        uint64_t word = 0;
+        std::memcpy(&word, place + last / kSteps * step + last % kSteps * step / kSteps,
+                    sizeof word);
+        hash = std::rotl(hash ^ word, 29) * kFactor;
+    }
+    return hash ^ hash >> 32;
+}
+
+namespace {
+
+class Locked {
+  public:
+    explicit Locked(pthread_mutex_t& lock) : mLock(lock) { pthread_mutex_lock(&mLock); }
+    ~Locked() { pthread_mutex_unlock(&mLock); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+  private:
+    pthread_mutex_t& mLock;
+};
+
+} // namespace
+
+template <class Value, size_t Most>
+size_t Images::Table<Value, Most>::PlaceOf(const void* handle) const {
+    return static_cast<size_t>(std::find(handles, handles + used, handle) - handles);
+}
+
+/// A handle that is there already is one that is given out again.
+template <class Value, size_t Most>
+void Images::Table<Value, Most>::Add(void* handle, const Value& value) {
+    size_t place = PlaceOf(handle);
+    if (place == used && (place = PlaceOf(nullptr)) == used) {
+        place = used < Most ? used++ : next++ % Most;
+    }
+    handles[place] = handle;
+    values[place] = value;
+}
+
+template <class Value, size_t Most> void Images::Table<Value, Most>::Remove(const void* handle) {
+    if (const size_t place = PlaceOf(handle); place < used) {
+        handles[place] = nullptr;
+    }
+}
+
+void Images::AddManager(ChiBufferManagerHandle manager, const ChiBufferManagerCreateData* data) {
+    if (manager != nullptr && data != nullptr) {
+        const Locked locked(mLock);
+        mManagers.Add(manager, BytesOfImage(data->format, data->width, data->height));
+    }
+}
+
+void Images::RemoveManager(ChiBufferManagerHandle manager) {
+    const Locked locked(mLock);
+    mManagers.Remove(manager);
+    for (size_t i = 0; i < mImages.used; ++i) {
+        if (mImages.values[i].manager == manager) {
+            mImages.handles[i] = nullptr;
+        }
+    }
+}
+
+void Images::AddImage(ChiImageBufferHandle image, ChiBufferManagerHandle manager) {
+    const Locked locked(mLock);
+    const size_t owner = mManagers.PlaceOf(manager);
+    if (image != nullptr && manager != nullptr && owner < mManagers.used) {
+        mImages.Add(image, {manager, {nullptr, mManagers.values[owner]}});
+    }
+}
+
+void Images::SetAddress(ChiImageBufferHandle image, const void* address) {
+    const Locked locked(mLock);
+    if (const size_t place = mImages.PlaceOf(image); image != nullptr && place < mImages.used) {
+        mImages.values[place].memory.address = address;
+    }
+}
+
+void Images::RemoveImage(ChiImageBufferHandle image) {
+    const Locked locked(mLock);
+    mImages.Remove(image);
+}
+
+Images::Memory Images::Find(ChiImageBufferHandle image) const {
+    const Locked locked(mLock);
+    const size_t place = mImages.PlaceOf(image);
+    if (image == nullptr || place == mImages.used || mImages.values[place].memory.bytes == 0 ||
+        mImages.values[place].memory.address == nullptr) {
+        return {};
+    }
+    return mImages.values[place].memory;
+}
+
+} // namespace contract

@@ -1,12 +1,15 @@
 /// The host of the measurements: its records, its callbacks and its cameras.
 #include "bench/device.h"
 
-#include "kit/library.h"
+#include "contract/recording.h"
+#include "kit/layers.h"
 #include "standin/control.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <optional>
+#include <unistd.h>
 
 namespace bench {
 namespace {
@@ -14,6 +17,13 @@ namespace {
 uint64_t g_something; ///< What a host's handles point at. Nobody looks into it.
 
 std::optional<kit::Adapter> g_library;
+std::string g_libraryFile;
+
+/// What a `Recorder` has.
+std::optional<kit::Layers> g_layers;
+std::optional<kit::Adapter> g_recordedLibrary;
+const std::string g_recording = // NOLINT(cert-err58-cpp): without memory the program may end
+    std::filesystem::temp_directory_path() / ("oemlayer_bench." + std::to_string(getpid()));
 
 } // namespace
 
@@ -54,11 +64,14 @@ OemLayer::OffCamApplicationCallbacks* HostCallbacks() {
 void LoadLibrary(const std::string& path) {
     StandinControl()->SetRecording(false);
     StandinControl()->SetInstant(true);
+    g_libraryFile = path;
     g_library.emplace(path);
     g_library->Load();
 }
 
-Camera::Camera(uint32_t cameraId) : table(g_library->Table(cameraId)) {
+Camera::Camera(uint32_t cameraId) : Camera(cameraId, *g_library) {}
+
+Camera::Camera(uint32_t cameraId, const kit::Adapter& library) : table(library.Table(cameraId)) {
     table.Create(&table, cameraId);
 }
 
@@ -66,5 +79,25 @@ Camera::~Camera() {
     table.TearDownResource(&table);
     table.Destroy(&table);
 }
+
+Recorder::Recorder() {
+    g_layers.emplace(g_libraryFile, kit::LayerSettings{.record = g_recording});
+    g_recordedLibrary.emplace(g_layers->AdapterFile());
+    g_recordedLibrary->Load();
+}
+
+/// Whoever comes next has the vendor's own library again.
+Recorder::~Recorder() {
+    g_layers.reset();
+    g_library->Load();
+    std::error_code ignored;
+    std::filesystem::remove(g_recording, ignored);
+}
+
+uint64_t Recorder::CountCalls() const {
+    return contract::Recording::Read(g_recording).Events().back().Number() / 2;
+}
+
+RecordedCamera::RecordedCamera(uint32_t cameraId) : Camera(cameraId, *g_recordedLibrary) {}
 
 } // namespace bench

@@ -4,6 +4,7 @@
 /// The straight-line code that the library is compared with calls the very same entries.
 #pragma once
 
+#include "kit/library.h"
 #include "kit/stream.h"
 #include "platform/chi/offline.h"
 
@@ -96,6 +97,7 @@ void LoadLibrary(const std::string& path);
 class Camera {
   public:
     explicit Camera(uint32_t cameraId);
+    Camera(uint32_t cameraId, const kit::Adapter& library);
     ~Camera();
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
@@ -109,6 +111,24 @@ class Camera {
     void CloseAll() { table.Flush(&table); }
 
     PlatFormIntCallbacks table;
+};
+
+/// Both layers around the loaded library, as long as this lives. They record into a file, which is
+/// gone then. Once.
+class Recorder {
+  public:
+    Recorder();
+    ~Recorder();
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+
+    /// How many calls crossed the boundary so far.
+    uint64_t CountCalls() const;
+};
+
+/// A camera whose calls a `Recorder` records.
+struct RecordedCamera : Camera {
+    explicit RecordedCamera(uint32_t cameraId);
 };
 
 } // namespace bench

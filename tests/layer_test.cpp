@@ -1,10 +1,29 @@
-/// The layers between host, adapter and vendor: what passes is what would without them, and all of
-/// it is recorded.
+/// The layers between host, adapter and vendor: what passes is what would without them, all of it
+/// is recorded, and what they lack or cannot read is in the log.
 
+#include "contract/images.h"
 #include "contract/recording.h"
 #include "host/run.h"
 #include "kit/layers.h"
 #include "tests/support/scene.h"
+
+#include <android/log.h>
+#include <csignal>
+#include <latch>
+#include <map>
+#include <regex>
+#include <set>
+#include <thread>
+
+// What a device has set; without a line, nothing.
+extern "C" __attribute__((visibility("default"))) int __system_property_get(const char* name,
+                                                                            char* value);
+namespace {
+std::map<std::string, std::string> g_properties; // NOLINT(cert-err58-cpp)
+}
+int __system_property_get(const char* name, char* value) {
+    return static_cast<int>(g_properties[name].copy(value, g_properties[name].size()));
+}
 
 namespace {
 
@@ -12,42 +31,104 @@ using namespace test;
 using contract::Recording;
 using Called = contract::Entry;
 
-const Folder g_folder;
-const std::string g_file = g_folder / "recording"; // NOLINT(cert-err58-cpp)
+constexpr char kVendorPath[] = "/vendor/lib64/hw/com.qti.chi.offline.so";
+constexpr char kRealPath[] = "/vendor/lib64/hw/com.qti.chi.offline.real.so";
+
+/// The file that layers record into, also those of a process that a test starts.
+struct File {
+    std::string path = testing::TempDir() + "oemlayer_recording." + std::to_string(getpid());
+    ~File() { std::filesystem::remove(path); }
+} const g_file; // NOLINT(cert-err58-cpp)
+
+Recording Read() {
+    Recording recording = Recording::Read(g_file.path);
+    EXPECT_EQ(recording.Damage(), "");
+    return recording;
+}
+
+/// How often each entry was called. All calls have returned.
+std::map<Called, size_t> CountCalls() {
+    std::map<Called, size_t> counts;
+    std::set<uint64_t> open;
+    const Recording recording = Read();
+    EXPECT_EQ(recording.CountLost(), 0U);
+    for (const contract::Event& event : recording.Events()) {
+        if (event.IsCall()) {
+            ++counts[event.Of()];
+            open.insert(event.Number());
+        } else {
+            open.erase(event.Header().call);
+        }
+    }
+    EXPECT_EQ(open, std::set<uint64_t>());
+    return counts;
+}
+
+/// Runs a part of a test in a process of its own: layers read their settings once.
+template <class Act> void InAProcess(Act act) {
+    EXPECT_EXIT((act(), _exit(testing::Test::HasFailure() ? 1 : 0)), testing::ExitedWithCode(0),
+                "");
+}
+
+/// A camera behind them, and a request.
+struct RecordedScene {
+    kit::Layers layers;
+    Device device{layers.AdapterFile()};
+    Camera camera{device};
+    Request request;
+
+    explicit RecordedScene(const kit::LayerSettings& settings = {.record = g_file.path})
+        : layers(kit::AdapterFile(true), settings) {
+        device->SetDelivery(Delivery::OnCallerThread);
+        request.UseVendorBuffers(camera);
+    }
+    ~RecordedScene() { request.GiveBack(camera); }
+};
 
 // --- What passes --------------------------------------------------------------------------------
+
+/// The vendor's entries lie in one order in both lists.
+Entry After(Entry entry) { return Entry(static_cast<uint32_t>(entry) + 1); }
+Called SameAs(Entry entry) {
+    const auto called = static_cast<Called>(static_cast<uint32_t>(Called::OpenContext) +
+                                            static_cast<uint32_t>(entry) -
+                                            static_cast<uint32_t>(Entry::OpenContext));
+    EXPECT_EQ(contract::TextOf(called).name, std::string(standin::EntryName(entry)));
+    return called;
+}
 
 class Scenarios : public testing::TestWithParam<std::string> {};
 
 TEST_P(Scenarios, ComeTrueThroughBothLayers) {
-    const host::Scenario scenario =
-        host::Scenario::Read(std::string(SCENARIOS "/") + GetParam() + ".json");
-    const kit::Layers layers(kit::AdapterFile(true), {.record = g_file, .mebibytes = 8});
+    const auto scenario = host::Scenario::Read(SCENARIOS "/" + GetParam() + ".json");
+    const kit::Layers layers(kit::AdapterFile(true), {.record = g_file.path});
+    host::Outcome outcome;
     const auto run = [&] {
         host::Run run(scenario, layers.AdapterFile());
         run.Go();
-        EXPECT_EQ(run.Judge().unfulfilled, Texts());
+        outcome = run.Judge();
     };
     if (scenario.expect.abort) {
         EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), "");
         return;
     }
     run();
-    const Recording recording = Recording::Read(g_file);
-    EXPECT_EQ(recording.Damage(), "");
-    size_t open = 0;
-    for (const contract::Event& event : recording.Events()) {
-        open += event.IsCall() ? 1 : -1;
+    EXPECT_EQ(outcome.unfulfilled, Texts());
+    auto calls = CountCalls();
+    EXPECT_EQ(calls[Called::SubmitRequestFromRT], outcome.sent);
+    EXPECT_EQ(calls[Called::RequestComplete], outcome.completed);
+    for (auto entry = Entry::OpenContext; entry <= Entry::GetCPUAddress; entry = After(entry)) {
+        EXPECT_EQ(calls[SameAs(entry)], StandinControl()->CallCount(entry))
+            << standin::EntryName(entry);
     }
-    EXPECT_EQ(recording.CountLost() == 0 ? open : 0, 0U);
 }
 
-std::vector<std::string> AllScenarios() {
-    std::vector<std::string> files;
+Texts AllScenarios() {
+    Texts names;
     for (const auto& file : std::filesystem::directory_iterator(SCENARIOS)) {
-        files.push_back(file.path().stem());
+        names.push_back(file.path().stem());
     }
-    return files;
+    return names;
 }
 INSTANTIATE_TEST_SUITE_P(Layers, Scenarios, testing::ValuesIn(AllScenarios()),
                          [](const auto& info) {
@@ -55,5 +136,262 @@ INSTANTIATE_TEST_SUITE_P(Layers, Scenarios, testing::ValuesIn(AllScenarios()),
                              std::erase(name, '-');
                              return name;
                          });
+
+TEST(Layer, HasTheWrapperAsTheHostLeftItAfterTheCall) {
+    RecordedScene scene;
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 M B R C0");
+    EXPECT_EQ(scene.request.wrapper.pCamera3CbOps, &scene.request.frameworkOps);
+    EXPECT_EQ(scene.request.wrapper.mpOffCamAppCbs, &scene.request.callbacks);
+    // So it is with the same one within a callback.
+    Once(scene.request.onCallback, "complete",
+         [&] { EXPECT_EQ(scene.request.Submit(scene.camera), 0U); });
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 M B R C0 M B R C0");
+    EXPECT_EQ(scene.request.wrapper.pCamera3CbOps, &scene.request.frameworkOps);
+}
+
+TEST(Layer, HasTheHostsNullCallbacksToo) {
+    RecordedScene scene;
+    scene.device.ExpectLeftovers(); // The results' metadata is lost.
+    scene.request.callbacks.captureResult = nullptr;
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 R C0");
+    scene.request.callbacks.releaseRtBuffers = nullptr;
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 C0");
+    scene.request.callbacksArgument = nullptr;
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0");
+    auto calls = CountCalls();
+    EXPECT_EQ(calls[Called::CaptureResult], 0U);
+    EXPECT_EQ(calls[Called::ReleaseRtBuffers], 1U);
+    EXPECT_EQ(calls[Called::RequestComplete], 2U);
+}
+
+ChiOfflineInterface* OpenInterface(const char* path) {
+    const kit::Library library(path);
+    const auto open = library.Find<void*(void*, uint32_t)>("ChiOfflineOpenContext");
+    return static_cast<ChiOfflineInterface*>(open(nullptr, 512));
+}
+
+TEST(Layer, HasTheVendorsNullEntriesAndOtherWordsToo) {
+    const kit::Layers layers(kit::AdapterFile(true), {.record = g_file.path});
+    Device device;
+    for (auto entry = Entry::CloseSession; entry <= Entry::GetCPUAddress; entry = After(entry)) {
+        device->SetMissing(entry, static_cast<uint32_t>(entry) % 2 == 0);
+    }
+    device->SetMissing(Entry::OpenMetadataOps, false);
+    device->SetMissing(Entry::OpenBufferOps, false);
+    auto& ours = *OpenInterface(kVendorPath);
+    auto& theirs = *OpenInterface(kRealPath);
+    const auto compare = [](const auto* our, const auto* their) {
+        EXPECT_NE(our, their);
+        for (size_t at = 0; at < sizeof *our; at += 8) {
+            EXPECT_EQ(At(*our, at) == 0, At(*their, at) == 0) << at;
+        }
+    };
+    compare(&ours, &theirs);
+    EXPECT_EQ(ours.pName, theirs.pName);
+    ChiMetadataOpsOpenInfo info{0, 1, 0, 1};
+    compare(ours.pOpenMetadataOps(&ours, &info), theirs.pOpenMetadataOps(&theirs, &info));
+    compare(ours.pOpenBufferOps(&ours), theirs.pOpenBufferOps(&theirs));
+    device.ExpectLeftovers();
+}
+
+TEST(Layer, OfEitherSideWorksAlone) {
+    for (const bool isVendors : {false, true}) {
+        InAProcess([isVendors] {
+            const kit::Layers layers(kit::AdapterFile(true), {.record = g_file.path});
+            if (!isVendors) {
+                StandinControl()->PutLayer(kVendorPath, "");
+            }
+            {
+                Device device(isVendors ? kit::AdapterFile(true) : layers.AdapterFile());
+                device->SetDelivery(Delivery::OnCallerThread);
+                Camera camera(device);
+                Request request;
+                request.UseVendorBuffers(camera);
+                EXPECT_EQ(OutcomeOf(request, camera), "0 M B R C0");
+                request.GiveBack(camera);
+            }
+            auto calls = CountCalls();
+            EXPECT_EQ(calls[Called::SubmitRequestFromRT], isVendors ? 0U : 1U);
+            EXPECT_EQ(calls[Called::ExecuteRequest], isVendors ? 1U : 0U);
+        });
+    }
+}
+
+TEST(Layer, TakesTwoThreadsWithTablesOfTheirOwn) {
+    constexpr size_t kRequests = 20;
+    RecordedScene scene;
+    scene.device->SetDelivery(Delivery::OnSessionThread);
+    std::deque<Request> requests(2);
+    std::latch start(2);
+    const auto submit = [&](Request& request) {
+        start.arrive_and_wait();
+        for (size_t i = 0; i < kRequests; ++i) {
+            EXPECT_EQ(request.Submit(scene.camera), 0U);
+            EXPECT_EQ(request.wrapper.pCamera3CbOps, &request.frameworkOps);
+        }
+    };
+    for (Request& request : requests) {
+        request.UseVendorBuffers(scene.camera);
+        request.wrapper.identity.featureName += std::to_string(&request - &requests[0]);
+    }
+    std::thread other(submit, std::ref(requests[1]));
+    submit(requests[0]);
+    other.join();
+    scene.device->WaitIdle();
+    for (Request& request : requests) {
+        EXPECT_EQ(std::regex_replace(Story(request), std::regex("M B R C0 ?"), "x"),
+                  std::string(kRequests, 'x'));
+        request.GiveBack(scene.camera);
+    }
+}
+
+// --- What is recorded ---------------------------------------------------------------------------
+
+TEST(Recording, EndsWithTheCallInWhichTheProcessWasKilled) {
+    EXPECT_EXIT(
+        {
+            RecordedScene scene;
+            scene.device.onEntry = [](const std::string& entry) {
+                if (entry == "ExecuteRequest") {
+                    (void)raise(SIGKILL);
+                }
+            };
+            (void)scene.request.Submit(scene.camera);
+        },
+        testing::KilledBySignal(SIGKILL), "");
+    const Recording recording = Read();
+    const contract::Event last = recording.Events().back();
+    ASSERT_TRUE(last.IsCall(Called::ExecuteRequest));
+    const auto* const request = last.At<ChiOfflineExecuteRequest>(last.Word(1));
+    ASSERT_NE(request, nullptr);
+    EXPECT_EQ(request->numInputs, 1U);
+    const auto* const set = last.At<ChiOfflineBufferSet>(request->pInputs);
+    ASSERT_NE(set, nullptr);
+    const auto* const buffer = last.At<ChiStreamBuffer>(set->pBuffers);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(last.At<ChiStream>(buffer->pStream)->format, uint32_t{ChiStreamFormatRaw10});
+}
+
+/// What the images hold, by the last request: its hash, and the bytes before it.
+TEST(Recording, HasWhatMappedInputsHold) {
+    RecordedScene scene({.record = g_file.path, .wholePixels = true});
+    void* const image = scene.request.wrapper.pRDIBufferHandles[0];
+    const size_t bytes = 64 * 32 * 5 / 4;
+    EXPECT_EQ(scene.request.Submit(scene.camera), 0U); // Not mapped.
+    auto* const memory =
+        static_cast<uint8_t*>(scene.camera->GetCPUAddress(scene.camera.Table(), image));
+    std::fill_n(memory, bytes, uint8_t{7});
+    memory[bytes - 1] = 8;
+    EXPECT_EQ(scene.request.Submit(scene.camera), 0U);
+    const Recording recording = Read();
+    std::vector<std::vector<uint8_t>> pixels;
+    std::vector<std::pair<uint64_t, uint64_t>> hashes;
+    for (const contract::Event& event : recording.Events()) {
+        if (event.IsCall(Called::Pixels)) {
+            const auto piece = event.All<uint8_t>(event.Word(3));
+            EXPECT_EQ(event.Word(0), Address(image));
+            pixels.emplace_back(piece.begin(), piece.end());
+        } else if (event.IsCall(Called::ExecuteRequest)) {
+            const auto* const hash = event.At<contract::PixelHash>(image);
+            hashes.emplace_back(hash == nullptr ? 0 : hash->bytes,
+                                hash == nullptr ? 0 : hash->hash);
+        }
+    }
+    EXPECT_EQ(pixels, std::vector(1, std::vector<uint8_t>(memory, memory + bytes)));
+    EXPECT_EQ(hashes.at(0).first, 0U);
+    EXPECT_EQ(hashes.at(1), std::pair(uint64_t{bytes}, contract::HashOfPixels(memory, bytes)));
+    memory[bytes - 1] = 7;
+    EXPECT_NE(hashes.at(1).second, contract::HashOfPixels(memory, bytes));
+}
+
+// --- What is wrong ------------------------------------------------------------------------------
+
+/// The layers' lines, without the folder of the settings.
+std::string LayerLog() {
+    std::string log;
+    for (const Android::LogLine& line : g_android.lines) {
+        if (line.tag.starts_with("CamLayer")) {
+            log += (line.priority == ANDROID_LOG_ERROR ? "E " : "I ") + line.text + "\n";
+        }
+    }
+    return std::regex_replace(log, std::regex("/[^ ]*/(?=oemlayer.layer.conf)"), "");
+}
+
+struct SettingsCase {
+    std::string text;
+    std::string log;
+    bool records = false;
+    std::map<std::string, std::string> properties = {};
+};
+
+TEST(LayerSettings, HoldOrAreNamedInTheLog) {
+    const std::string record = "record = " + g_file.path + "\n";
+    const std::string recorded = "I records into " + g_file.path + "\n";
+    const std::string passed = "; calls are passed through\n";
+    const SettingsCase cases[] = {
+        {"# A comment.\n\n", ""},
+        {record, recorded, true},
+        {" size=2 # MiB\n" + record + "pixels = hash\nwatch = off\nvendor = x\n", recorded, true},
+        {record + "colour = red", "E oemlayer.layer.conf:3: there is no setting 'colour'" + passed},
+        {record + "size 3", "E oemlayer.layer.conf:3: 'size 3' must be 'key = value'" + passed},
+        {"size = 1\n" + record,
+         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '1'" + passed},
+        {"size = 5000\nwatch = x",
+         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '5000'" +
+             passed},
+        {"size = 64M",
+         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '64M'" +
+             passed},
+        {"pixels = half",
+         "E oemlayer.layer.conf:2: pixels must be 'hash' or 'whole', not 'half'" + passed},
+        {"watch = yes", "E oemlayer.layer.conf:2: watch must be 'on' or 'off', not 'yes'" + passed},
+        {"record = /nowhere/file", "E cannot record: /nowhere/file: No such file or directory\n"},
+        {"record = /nowhere/file", recorded, true, {{"vendor.oemlayer.layer.record", g_file.path}}},
+        {record,
+         "E property vendor.oemlayer.layer.size must be a number of MiB from 2 to 4096, not 'all'" +
+             passed,
+         false,
+         {{"vendor.oemlayer.layer.size", "all"}}},
+    };
+    for (const SettingsCase& each : cases) {
+        InAProcess([&each] {
+            g_properties = each.properties;
+            const kit::Layers layers("adapter = " + kit::AdapterFile(true) + "\n" + each.text);
+            const kit::Adapter real(kit::AdapterFile(true));
+            const kit::Adapter layer(layers.AdapterFile());
+            EXPECT_EQ(layer.Table(3).Create != real.Table(3).Create, each.records) << each.text;
+            EXPECT_EQ(layer.LoadFunctions().loadLib != real.LoadFunctions().loadLib, each.records);
+            EXPECT_EQ(layer.Table(3).cameraId, 3U);
+            EXPECT_EQ(LayerLog(), each.log);
+        });
+    }
+}
+
+TEST(LayerSettings, NeedNoFile) {
+    kit::Layers layers("");
+    setenv("OEMLAYER_LAYER_SETTINGS", "/nowhere/oemlayer.layer.conf", 1);
+    (void)OpenInterface(kVendorPath);
+    EXPECT_EQ(LayerLog().substr(0, LayerLog().find('\n')),
+              "I oemlayer.layer.conf: No such file or directory; calls are passed through");
+}
+
+TEST(Layer, IsAsMissingAsWhatItStandsFor) {
+    const kit::Layers layers("adapter = /nowhere/adapter.so\nvendor = " + std::string(kRealPath));
+    StandinControl()->RefuseLibrary(kVendorPath);
+    const kit::Adapter layer(layers.AdapterFile());
+    EXPECT_EQ(layer.LoadFunctions().loadLib, nullptr);
+    EXPECT_EQ(layer.LoadFunctions().logMap, nullptr);
+    const PlatFormIntCallbacks table = layer.Table(3);
+    EXPECT_EQ(table.cameraId, 3U);
+    for (size_t at = 8; at < sizeof table; at += 8) {
+        EXPECT_EQ(At(table, at), 0U) << at;
+    }
+    EXPECT_EQ(OpenInterface(kVendorPath), nullptr);
+    EXPECT_EQ(StandinControl()->CallCount(Entry::LibraryOpen), 1U);
+    const std::string log = LayerLog();
+    for (const std::string path : {"/nowhere/adapter.so", kRealPath}) {
+        EXPECT_NE(log.find("E cannot open " + path + ": /"), log.npos) << log;
+    }
+}
 
 } // namespace

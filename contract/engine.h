@@ -2,7 +2,9 @@
 ///
 /// One engine serves all who watch: a layer on a device, the stand-in at the desk, and whoever
 /// reads a recording. It sees the events of one process in their order, of either side or of both,
-/// and may come late: what it has not seen the beginning of is not held against anybody.
+/// and may come late: what it has not seen the beginning of is not held against anybody. Handles
+/// are used again by real vendors; one is judged by whether it is alive now. What it keeps does not
+/// grow with the number of requests.
 #pragma once
 
 #include "contract/event.h"
@@ -20,6 +22,12 @@ struct Violation {
     std::string text; ///< Where, and the values.
 };
 
+/// A violation as a line: the rule's number and name, and the text.
+inline std::string LineOf(const Violation& violation) {
+    const RuleText& rule = TextOf(violation.rule);
+    return rule.number + (' ' + (rule.name + (": " + violation.text)));
+}
+
 /// Called by one thread at a time.
 class Engine {
   public:
@@ -29,11 +37,17 @@ class Engine {
 
     void Take(const Event& event);
 
-    /// For the end of a run: reports what was not given back.
+    /// Reports what was not given back, each object once. The engine does so itself when the last
+    /// operation table is closed, and when the last camera is destroyed.
     void CheckAllReturned();
+
+    /// As a new engine, for who knows that nothing is alive: what comes is seen from its beginning,
+    /// whatever its number is.
+    void Reset();
 
   private:
     struct State;
+    std::function<void(const Violation&)> mReport;
     std::unique_ptr<State> mState;
 };
 

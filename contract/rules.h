@@ -1,10 +1,12 @@
 /// The contract, rule by rule: V is what the vendor is handed and gets back, H what the host
-/// receives. docs/contract.md states each rule in a sentence, and says where it is watched.
+/// receives, R what the vendor itself does. docs/contract.md states each rule in a sentence, and
+/// says where it is watched.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 // clang-format off
 /// RULE(name, number, what holds)
@@ -51,7 +53,20 @@
     RULE(Completion, H8, "completion exactly once") \
     RULE(CompletionStatus, H9, "completion's status that of the last buffer") \
     RULE(Refusal, H10, "nothing for a refused submission") \
-    RULE(AfterClose, H11, "nothing after the camera was destroyed")
+    RULE(AfterClose, H11, "nothing after the camera was destroyed") \
+    RULE(NewSession, R1, "session's handle a new one") \
+    RULE(NewObject, R2, "object's handle a new one") \
+    RULE(StreamsKept, R3, "configured streams keep type, size and format") \
+    RULE(FrameWritten, R4, "frame number of an accepted request written") \
+    RULE(CallbackSession, R5, "callbacks of an open session, with its own record") \
+    RULE(ResultRequest, R6, "result for a request of the session") \
+    RULE(RefusedRequest, R7, "nothing for a refused request") \
+    RULE(ResultAfterLast, R8, "no result after the last one") \
+    RULE(ResultNumber, R9, "result's frame number that of its execution") \
+    RULE(PartialsFall, R10, "fewer partials to come, or as many") \
+    RULE(ResultOutput, R11, "result's buffer the request's output, or one that was lent") \
+    RULE(BufferCount, R12, "as many buffers as the request has outputs") \
+    RULE(BufferQuery, R13, "framework's buffers for the session's streams alone")
 // clang-format on
 
 namespace contract {
@@ -71,5 +86,12 @@ inline constexpr std::array kRules{CONTRACT_RULES(CONTRACT_RULE)};
 #undef CONTRACT_RULE
 
 inline constexpr const RuleText& TextOf(Rule rule) { return kRules[static_cast<size_t>(rule)]; }
+
+/// Where a rule is stated, as in "docs/contract.md#v12".
+inline std::string LinkOf(Rule rule) {
+    std::string link = TextOf(rule).number;
+    link[0] = static_cast<char>(link[0] - 'A' + 'a');
+    return "docs/contract.md#" + link;
+}
 
 } // namespace contract

@@ -157,7 +157,12 @@ template <> struct Members<ChiOfflineSessionCallbacks> {
 template <> struct Members<ChiOfflineSessionCreateInfo> {
     using T = ChiOfflineSessionCreateInfo;
     static constexpr std::array kAll{TEXT(pSessionName), NUMBER(sharedSessionHandle),
-                                     OBJECT_WITH(pCallbacks, Callbacks, SessionCallbacks)};
+                                     Field{.name = "pCallbacks",
+                                           .kind = Kind::Object,
+                                           .object = Object::Callbacks,
+                                           .record = Record::SessionCallbacks,
+                                           PLACE(pCallbacks),
+                                           .isBorn = true}};
 };
 
 template <> struct Members<ChiOfflineSessionConfigInfo> {
@@ -330,7 +335,7 @@ template <> struct Members<OemLayer::OfflineDataWraper> {
                                      NUMBER(dualRdi),
                                      OBJECT(pChiMetadataHandles, Metadata),
                                      OBJECT(pRDIBufferHandles, Image),
-                                     RESERVED(pRDIBufferStream),
+                                     OBJECT(pRDIBufferStream, Other), // Images, in dual RDI.
                                      OBJECT(pOfflineOutputBuffer, Other),
                                      OBJECT(yuvBufferHandles, Image),
                                      OBJECT(pRealtimePrivateData, Other),

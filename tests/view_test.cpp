@@ -1,0 +1,310 @@
+/// Views of recordings, over recordings that are made here and damaged in every way.
+#include "contract/tap.h"
+#include "tests/support/device.h"
+#include "view/diff.h"
+#include "view/json.h"
+#include "view/text.h"
+#include "view/timeline.h"
+#include "view/told.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstring>
+#include <memory>
+
+namespace {
+
+using namespace contract;
+using test::Folder;
+using test::MadeUp;
+using test::Thrown;
+using view::Told;
+
+/// What differs from one recording of the same to the next.
+struct Variation {
+    uint64_t session = 0x1000;
+    uint32_t status = 0;    ///< Of the completion.
+    bool usesFirst = true;  ///< Of both sessions, for the request.
+    bool isKilled = false;  ///< In the execution.
+    uint32_t announced = 1; ///< Input sets of the submission.
+    uint32_t height = 32;   ///< Of the output stream.
+};
+
+/// Calls of a host with two sessions and one request, whose result comes during its execution.
+class Play {
+  public:
+    Play(const std::string& file, const Variation& variation) : mVariation(variation) {
+        std::string problem;
+        mTap = Tap::Open({.file = file, .bytes = 2 * kBlockBytes}, problem);
+        EXPECT_TRUE(mTap) << problem;
+        mOutput.height = variation.height;
+        mPriv.inputStreams = {&mRaw};
+        Open("Night", mVariation.session);
+        Open("Hdr", mVariation.session + 1);
+        mWrapper.rtFrameNumber = 101;
+        mWrapper.numBuffers = variation.announced;
+        mWrapper.identity.pOutStream = &mOutput;
+        mWrapper.identity.featureName = "Night";
+        if (variation.isKilled) {
+            Submit([this](auto... args) { mTap->Call<Entry::SubmitRequestFromRT>(args...); });
+            mTap->Call<Entry::ExecuteRequest>(Session(), &mExecution);
+            return;
+        }
+        Submit([this](auto... args) {
+            mTap->Around<Entry::SubmitRequestFromRT>([this] { return Execute(); }, args...);
+        });
+        mTap->Around<Entry::CloseSession>([] { return 0; }, mVariation.session);
+    }
+
+  private:
+    uint64_t Session() const { return mVariation.session + (mVariation.usesFirst ? 0 : 1); }
+
+    template <class Write> void Submit(Write write) {
+        void* const none = nullptr;
+        write(&mTable, static_cast<void*>(&mWrapper), static_cast<void*>(&mPriv), none, none);
+    }
+
+    void Open(const char* name, uint64_t handle) {
+        ChiOfflineSessionCreateInfo info{name, 0, &mCallbacks[mOpened++]};
+        mTap->Around<Entry::OpenSession>([&] { return handle; }, &mInterface, &info);
+        ChiStream* streams[] = {reinterpret_cast<ChiStream*>(&mRaw)};
+        ChiOfflineSessionConfigInfo config{
+            .pCameraText = "camera 0", .numStreams = 1, .ppChiStreams = streams};
+        mTap->Around<Entry::ConfigureStreams>([] { return 0; }, handle, &config);
+    }
+
+    uint32_t Execute() {
+        ChiStreamBuffer buffers[2]{{.size = 208, .pStream = reinterpret_cast<ChiStream*>(&mRaw)}};
+        ChiOfflineBufferSet set{.numBuffers = 2, .pBuffers = buffers};
+        mExecution.numInputs = 1;
+        mExecution.pInputs = &set;
+        return static_cast<uint32_t>(mTap->Around<Entry::ExecuteRequest>(
+            [this] {
+                Deliver();
+                return 0;
+            },
+            Session(), &mExecution));
+    }
+
+    void Deliver() {
+        ChiOfflineResultBlock block{.numBuffers = 1, .pMetadata = MadeUp(0x55)};
+        ChiOfflineCaptureResultInfo info{
+            .frameNumber = 1, .pResult = &block, .pPrivateData = mExecution.pPrivateData};
+        camera3_stream_buffer buffer{.stream = &mOutput};
+        camera3_capture_result result{
+            .frame_number = 101, .num_output_buffers = 1, .output_buffers = &buffer};
+        mTap->Around<Entry::ProcessCaptureResult>(
+            [&] {
+                mTap->Around<Entry::CaptureResult>([] {}, 0U, &mPriv, &result);
+                mTap->Around<Entry::ReleaseRtBuffers>([] {}, 0U, &mPriv);
+                mTap->Around<Entry::RequestComplete>([] {}, 0U, &mPriv, mVariation.status);
+            },
+            static_cast<const ChiOfflineSessionCallbacks*>(
+                &mCallbacks[mVariation.usesFirst ? 0 : 1]),
+            1U, &info);
+    }
+
+    const Variation mVariation;
+    std::unique_ptr<Tap> mTap;
+    PlatFormIntCallbacks mTable{};
+    ChiOfflineInterface mInterface{};
+    ChiOfflineSessionCallbacks mCallbacks[2]{};
+    size_t mOpened = 0;
+    camera3_stream mRaw = test::MakeStream(HAL_PIXEL_FORMAT_RAW10);
+    camera3_stream mOutput = test::MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
+    OemLayer::RequestPrivData mPriv{};
+    OemLayer::OfflineDataWraper mWrapper{};
+    ChiOfflineExecuteRequest mExecution{.pPrivateData = this};
+};
+
+std::string Played(const std::string& file, const Variation& variation = {}) {
+    const auto play = std::make_unique<Play>(file, variation);
+    return file;
+}
+
+TEST(Story, TellsOfSessionsAndRequests) {
+    const Folder folder;
+    const Told told(Played(folder / "a.rec"));
+    ASSERT_EQ(told.story.Requests().size(), 1U);
+    const view::Request& request = told.story.Requests().front();
+    EXPECT_EQ(std::tuple(request.camera, request.frame, request.feature, request.sets),
+              std::tuple(0U, 101U, "Night", 1U));
+    EXPECT_EQ(std::tuple(request.session, request.status, request.completion),
+              std::tuple(1U, 0U, 0U));
+    EXPECT_LT(request.submitted, request.buffer);
+    EXPECT_LT(request.buffer, request.released);
+    EXPECT_LT(request.released, request.completed);
+    EXPECT_LT(request.completed, request.returned);
+    EXPECT_FALSE(request.metadata.has_value());
+    ASSERT_EQ(told.story.Sessions().size(), 2U);
+    const view::Session& session = told.story.Sessions().front();
+    EXPECT_EQ(std::tuple(session.name, session.cameraText, session.requests),
+              std::tuple("Night", "camera 0", 1U));
+    EXPECT_TRUE(session.opened && session.configured && session.closed);
+    EXPECT_FALSE(told.story.Sessions().back().closed.has_value());
+    EXPECT_FALSE(told.story.IsOpen());
+}
+
+TEST(Story, NamesTheCallsThatAreOpenAtItsEndWithTheirArguments) {
+    const Folder folder;
+    const Told told(Played(folder / "a.rec", {.isKilled = true}));
+    ASSERT_TRUE(told.story.IsOpen());
+    const auto& open = told.story.Threads().front().open;
+    ASSERT_EQ(open.size(), 2U);
+    EXPECT_EQ(told.Events()[open[0]].Of(), Entry::SubmitRequestFromRT);
+    EXPECT_EQ(view::LineOf(told.serials, open[1]),
+              "ExecuteRequest(session 1, request there {pPrivateData execution 1})");
+    view::WriteTimeline(folder / "a.json", told.story, told.Start());
+    std::ifstream in(folder / "a.json");
+    int depth = 0;
+    const auto trace = nlohmann::json::parse(in);
+    for (const auto& event : trace.at("traceEvents")) {
+        depth += event.at("ph") == "B" ? 1 : event.at("ph") == "E" ? -1 : 0;
+    }
+    EXPECT_EQ(depth, 0) << "open calls end with the last event";
+}
+
+struct DiffCase {
+    Variation other;
+    Entry entry;
+    const char* path;
+    const char* one;
+    const char* another;
+};
+
+TEST(Diff, FindsWhatChangedAtItsPlaceAndNothingElse) {
+    static const DiffCase kCases[] = {
+        {{.status = 1}, Entry::RequestComplete, "status", "0", "1"},
+        {{.usesFirst = false}, Entry::ExecuteRequest, "session", "session 1", "session 2"},
+        {{.announced = 2}, Entry::SubmitRequestFromRT, "request.numBuffers", "1", "2"},
+        {{.height = 64}, Entry::SubmitRequestFromRT, "request.pOutStream.height", "32", "64"},
+    };
+    const Folder folder;
+    const Told one(Played(folder / "a.rec"));
+    {
+        const Told same(Played(folder / "b.rec", {.session = 0x7f000000}));
+        EXPECT_FALSE(view::FindDifference(one.story, same.story).has_value());
+    }
+    for (const DiffCase& each : kCases) {
+        const Told other(Played(folder / each.path, each.other));
+        const auto difference = view::FindDifference(one.story, other.story);
+        ASSERT_TRUE(difference.has_value()) << each.path;
+        EXPECT_EQ(one.Events()[difference->one.value()].Of(), each.entry);
+        EXPECT_EQ(std::tuple(difference->path, difference->inOne, difference->inOther),
+                  std::tuple(each.path, each.one, each.another));
+    }
+    const Told killed(Played(folder / "d.rec", {.isKilled = true}));
+    const auto difference = view::FindDifference(killed.story, one.story);
+    ASSERT_TRUE(difference.has_value());
+    EXPECT_EQ(difference->path, "request.numInputs");
+    EXPECT_EQ(difference->before.size(), 4U);
+}
+
+/// An event without records, of any entry.
+Event MakeEvent(std::vector<uint64_t>& memory, Entry entry, Phase phase, uint64_t number) {
+    const size_t words = TextOf(entry).arguments.size() + (phase == Phase::Return ? 1 : 0);
+    memory.assign(sizeof(EventHeader) / 8 + words, number);
+    EventHeader header{};
+    header.size = static_cast<uint32_t>(8 * memory.size());
+    header.number = number;
+    header.call = phase == Phase::Call ? number : number - 1;
+    header.thread = 1;
+    header.entry = entry;
+    header.phase = phase;
+    header.words = static_cast<uint8_t>(words);
+    std::memcpy(memory.data(), &header, sizeof header);
+    return Event(reinterpret_cast<const EventHeader*>(memory.data()));
+}
+
+TEST(Json, OfEveryEntryIsALineThatParses) {
+    constexpr auto kEntries = static_cast<size_t>(Entry::Count);
+    std::vector<std::vector<uint64_t>> memory(2 * kEntries);
+    std::vector<Event> events;
+    for (size_t i = 0; i < memory.size(); ++i) {
+        events.push_back(
+            MakeEvent(memory[i], static_cast<Entry>(i / 2), static_cast<Phase>(i % 2), i + 1));
+    }
+    const Folder folder;
+    WriteRecording(folder / "every.rec", Recording::Read(Played(folder / "a.rec")).About(), events);
+    for (const char* file : {"every.rec", "a.rec"}) {
+        const Told told(folder / file);
+        EXPECT_EQ(told.recording.Damage(), "");
+        for (size_t i = 0; i < told.Events().size(); ++i) {
+            const auto line = nlohmann::json::parse(view::JsonOf(told.story, i, 0));
+            const Event& event = told.Events()[i];
+            EXPECT_EQ(line.at("entry"), event.Text().name);
+            EXPECT_EQ(line.at("args").size(), event.Text().arguments.size()) << line;
+            EXPECT_EQ(line.contains("result"), !event.IsCall() && event.Text().result != nullptr);
+        }
+    }
+    const Told told(folder / "a.rec");
+    std::string all;
+    for (size_t i = 0; i < told.Events().size(); ++i) {
+        all += view::JsonOf(told.story, i, 0);
+    }
+    for (const char* part :
+         {R"("featureName":"Night")", R"("output_buffers":[{"stream":{"stream":)",
+          R"("inputStreams":[{"stream":1,)", R"("session":{"session":1,)"}) {
+        EXPECT_NE(all.find(part), std::string::npos) << part << " in " << all;
+    }
+}
+
+std::string ReadFile(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// Reads what may be damaged, with all views. \returns what is wrong with it, "" where nothing is.
+std::string View(const std::string& file, size_t& events) {
+    events = 0;
+    return Thrown([&] {
+        const Told told(file);
+        events = told.Events().size();
+        for (size_t i = 0; i < events; ++i) {
+            (void)view::JsonOf(told.story, i, 0);
+        }
+        (void)view::FindDifference(told.story, told.story);
+        if (!told.recording.Damage().empty()) {
+            throw contract::RecordingError(file + ": " + told.recording.Damage());
+        }
+    });
+}
+
+TEST(Damage, IsToldInALineAndCrashesNothing) {
+    const Folder folder;
+    const std::string whole = ReadFile(Played(folder / "a.rec"));
+    size_t all = 0;
+    ASSERT_EQ(View(folder / "a.rec", all), "");
+    std::string older = whole;
+    older[offsetof(FileHeader, version)] = 9;
+    const std::pair<std::string, std::string> cases[] = {
+        {folder.Write("empty", ""), "the file is empty, and no recording"},
+        {folder / ".", "this is a directory, and no recording"},
+        {folder / "none", "No such file or directory"},
+        {folder.Write("text", std::string(5000, 'x')), "this is no recording"},
+        {folder.Write("older", older),
+         "a recording of version 9, and this program reads version 1"},
+    };
+    size_t events = 0;
+    for (const auto& [file, problem] : cases) {
+        EXPECT_EQ(View(file, events), file + ": " + problem);
+    }
+    // Up to where the events end; what follows is empty.
+    const size_t end = whole.find_last_not_of('\0', kPageBytes + kBlockBytes - 1) + 1;
+    const auto expect = [&](const std::string& what, size_t place) {
+        const std::string problem = View(folder.Write("damaged", what), events);
+        EXPECT_EQ(problem.find(folder / "damaged: "), events < all ? 0U : problem.npos)
+            << place << ": " << problem << " after " << events << " events";
+        EXPECT_EQ(problem.find('\n'), problem.npos);
+    };
+    for (size_t size = 0; size < end; size += 97) {
+        expect(whole.substr(0, size), size);
+    }
+    for (size_t place = 0; place < end; place += 61) {
+        std::string flipped = whole;
+        flipped[place] = static_cast<char>(flipped[place] ^ (1 << place % 8));
+        expect(flipped, place);
+    }
+}
+
+} // namespace

@@ -1,0 +1,37 @@
+/// Feeds the rules' engine.
+#include "view/check.h"
+
+#include "view/report.h"
+
+namespace view {
+
+using contract::Violation;
+
+std::vector<Violation> FindViolations(const std::vector<contract::Event>& events) {
+    std::vector<Violation> found;
+    contract::Engine engine([&](const Violation& violation) { found.push_back(violation); });
+    for (const contract::Event& event : events) {
+        engine.Take(event);
+    }
+    return found;
+}
+
+std::string TextOf(const Violation& violation) {
+    const contract::RuleText& rule = contract::TextOf(violation.rule);
+    return std::string(rule.number) + " " + rule.name + ": " + violation.text;
+}
+
+void PrintViolations(const std::vector<Violation>& violations, const Story& story, Moment start) {
+    for (const Violation& violation : violations) {
+        PrintFact("violation", Painted(Colour::Bad, TextOf(violation)));
+        const uint64_t first = story.Events().empty() ? 0 : story.Events().front().Number();
+        const size_t index = static_cast<size_t>(violation.event - first);
+        if (violation.event >= first && index < story.Events().size()) {
+            const std::string thread = story.Threads()[story.Serials().ThreadOf(index) - 1].name;
+            PrintFact("", "event " + std::to_string(violation.event) + " at " +
+                              Milliseconds(start, story.Events()[index].Time()) + " ms, " + thread);
+        }
+    }
+}
+
+} // namespace view

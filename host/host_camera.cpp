@@ -1,7 +1,6 @@
 /// A request of the host from its buffers to its end.
 #include "host/host_camera.h"
 
-#include "host/timeline.h"
 #include "standin/pixels.h"
 
 #include <algorithm>
@@ -12,16 +11,10 @@ namespace host {
 namespace {
 
 using OemLayer::OfflineDataWraper;
-using timeline::Arrow;
-using timeline::Slice;
 
 constexpr uint32_t kFirstFrame = 101;      // Far from the vendor's own frame numbers.
 constexpr uint32_t kFramesOfCamera = 1000; // So that each camera's pictures are its own.
 constexpr int kOverwritten = 0xEE;
-
-uint64_t ArrowOf(const Request& request) {
-    return uint64_t{request.camera.Plan().id} << 32 | request.index;
-}
 
 } // namespace
 
@@ -34,7 +27,6 @@ Camera::Camera(const kit::Adapter& library, const CameraPlan& plan, const Scenar
     for (const int32_t format : plan.inputs) {
         mInputStreams.push_back(kit::MakeStream(format, plan.width, plan.height));
     }
-    const Slice slice("create camera");
     mTable.Create(&mTable, plan.id);
 }
 
@@ -48,7 +40,6 @@ Request* Camera::Prepare() {
     mRequests.push_back(std::make_unique<Request>(*this, mPlan, index, frame));
     Request* const request = mRequests.back().get();
     lock.unlock();
-    const Slice slice("prepare", request->rtFrameNumber);
     request->feature = mPlan.features[index % mPlan.features.size()];
     for (camera3_stream& stream : mInputStreams) {
         request->inputStreams.push_back(&stream);
@@ -134,18 +125,10 @@ void Camera::Send(Request& request) {
     if (isHeld) {
         StandinControl()->SetDelivery(standin::Delivery::ByHand);
     }
-    request.watch.Expect({.frameNumber = request.rtFrameNumber,
-                          .partialNumber = kit::kMetadataPartial,
-                          .reports = mScenario.shape == standin::Shape::SecondBlock ? 2U : 1U,
-                          .stream = &mOutputStream,
-                          .buffer = request.output.Reference()});
     std::shared_lock lock(mFlushMutex);
     ++mInVendor;
-    request.Note(&Moments::submitted);
     request.status = Submit(request);
-    request.Note(&Moments::returned);
     lock.unlock();
-    request.watch.OnSubmitted(*request.status);
     if (*request.status != 0) {
         GiveBack(request);
         EndInFlight(request, std::nullopt);
@@ -155,8 +138,6 @@ void Camera::Send(Request& request) {
 /// Both records are overwritten as soon as the library has returned: they are the host's again.
 /// From the submission on the request is the vendor's threads'.
 uint32_t Camera::Submit(Request& request) {
-    const Slice slice("submit", request.rtFrameNumber);
-    timeline::Draw(Arrow::Start, ArrowOf(request));
     alignas(OfflineDataWraper) std::byte memory[sizeof(OfflineDataWraper)];
     auto* const wrapper = new (memory) OfflineDataWraper(mWrapper);
     wrapper->rtFrameNumber = request.rtFrameNumber;
@@ -183,18 +164,13 @@ uint32_t Camera::Submit(Request& request) {
 
 /// Closes all sessions. What the vendor still works on is lost.
 void Camera::Flush() {
-    {
-        const Slice slice("flush");
-        mTable.Flush(&mTable);
-    }
+    mTable.Flush(&mTable);
     const std::lock_guard listLock(mMutex);
     for (const auto& request : mRequests) {
         const bool isInFlight = request->status == 0U && !request->completion.has_value();
         if (isInFlight && !request->isLost) {
             request->isLost = true;
-            request->watch.OnClosed();
             GiveBack(*request);
-            timeline::CountInFlight(-1);
             --mInFlight;
             --mInVendor;
         }
@@ -204,12 +180,8 @@ void Camera::Flush() {
 
 void Camera::Close() {
     Flush();
-    const Slice slice("destroy camera");
     mTable.TearDownResource(&mTable);
     mTable.Destroy(&mTable);
-    for (const auto& request : mRequests) {
-        request->watch.OnClosed();
-    }
 }
 
 bool Camera::TakeRoom(uint32_t limit, const std::function<bool()>& isOver) {
@@ -221,7 +193,6 @@ bool Camera::TakeRoom(uint32_t limit, const std::function<bool()>& isOver) {
         return false;
     }
     ++mInFlight;
-    timeline::CountInFlight(1);
     return true;
 }
 
@@ -233,7 +204,6 @@ void Camera::WaitForVendor(uint32_t limit, const std::function<bool()>& isOver) 
 }
 
 void Camera::EndInFlight(Request& request, std::optional<uint32_t> completion) {
-    timeline::CountInFlight(-1);
     const std::lock_guard lock(mMutex);
     request.completion = completion;
     --mInFlight;
@@ -253,42 +223,27 @@ void Camera::GiveBackBuffers(Request& request) {
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------
 
-void Camera::OnResult(Request& request, const camera3_capture_result& result) {
-    const Slice slice("result", request.rtFrameNumber);
-    timeline::Draw(Arrow::Step, ArrowOf(request));
-    request.watch.OnResult(result);
+void Camera::OnResult(Request& /*request*/, const camera3_capture_result& result) {
     if (result.result != nullptr) {
-        request.Note(&Moments::metadata);
         mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
-    }
-    if (result.num_output_buffers > 0) {
-        request.Note(&Moments::buffer);
     }
 }
 
 /// Lends the output buffer of the request that is under way.
 buffer_handle_t* Camera::Lend(const camera3_stream* /*stream*/) {
-    const Slice slice("lend");
     return mLast.load()->output.Reference();
 }
 
 void Camera::OnRelease(Request& request) {
-    const Slice slice("release", request.rtFrameNumber);
-    request.watch.OnRelease();
     if (!request.isLost) {
-        request.Note(&Moments::released);
         GiveBackBuffers(request);
     }
 }
 
 void Camera::OnCompletion(Request& request, uint32_t status) {
-    const Slice slice("completion", request.rtFrameNumber);
-    timeline::Draw(Arrow::End, ArrowOf(request));
-    request.watch.OnCompletion(status);
     if (request.isLost) {
         return;
     }
-    request.Note(&Moments::completed);
     GiveBack(request);
     ++mCompleted;
     EndInFlight(request, status);

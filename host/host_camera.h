@@ -3,7 +3,6 @@
 
 #include "host/picture.h"
 #include "host/scenario.h"
-#include "host/watch.h"
 #include "kit/camera.h"
 #include "kit/stream.h"
 
@@ -24,19 +23,13 @@ class Camera;
 using Clock = std::chrono::steady_clock;
 inline constexpr std::chrono::milliseconds kGlance{50}; ///< Between two looks at what is no event.
 
-/// When what happened to a request.
-struct Moments {
-    std::optional<Clock::time_point> submitted, returned, metadata, buffer, released, completed;
-};
-
 /// What the host lends to the library, and what comes back. Starts with the record that the library
 /// gets, so that callbacks find their request. The host's thread has it until it is submitted, then
 /// the vendor's threads until the completion.
 struct Request : OemLayer::RequestPrivData {
     // cppcheck-suppress uninitDerivedMemberVar ; the braces make all of it zero
     Request(Camera& owner, const CameraPlan& plan, uint32_t number, uint32_t frame)
-        : RequestPrivData{}, camera(owner), index(number), output(plan.width, plan.height),
-          watch("camera " + std::to_string(plan.id) + ", frame " + std::to_string(frame)) {
+        : RequestPrivData{}, camera(owner), index(number), output(plan.width, plan.height) {
         rtFrameNumber = frame;
     }
 
@@ -48,20 +41,6 @@ struct Request : OemLayer::RequestPrivData {
     std::vector<void*> rawBuffers;
     std::vector<void*> yuvBuffers;
     std::vector<void*> metadata;
-    RequestWatch watch;
-
-    /// Notes the time of an event, once.
-    void Note(std::optional<Clock::time_point> Moments::*event) {
-        const auto now = Clock::now();
-        const std::lock_guard lock(mMutex);
-        if (!(mMoments.*event).has_value()) {
-            mMoments.*event = now;
-        }
-    }
-    Moments When() const {
-        const std::lock_guard lock(mMutex);
-        return mMoments;
-    }
 
     std::string problem;                ///< Why it was not submitted; empty if it was.
     std::optional<uint32_t> status;     ///< Of the submission, once it returned.
@@ -69,10 +48,6 @@ struct Request : OemLayer::RequestPrivData {
     std::atomic<bool> isLost = false;   ///< Its session was closed before its completion. Where the
                                         ///< vendor did not close it, it may go on with this.
     std::optional<Judgement> judgement; ///< Of its picture.
-
-  private:
-    mutable std::mutex mMutex;
-    Moments mMoments;
 };
 
 /// A camera of the host, and the framework's side of it. Its own callbacks run on the vendor's

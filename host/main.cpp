@@ -1,8 +1,8 @@
 /// The maker's camera layer on a workstation: runs a scenario through the adapter library on the
 /// stand-in device, and says whether what it expects came true.
 #include "host/report.h"
-#include "host/timeline.h"
 #include "standin/located_json.h"
+#include "view/timeline.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +16,7 @@ namespace {
 
 using namespace host;
 using standin::InputError;
+using view::PrintFact;
 
 enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
 
@@ -25,6 +26,7 @@ struct Options {
     std::string library;
     std::string logLevel;
     std::string trace;
+    std::string record;
     std::string picture;
     std::string scene;
     std::string shape;
@@ -47,6 +49,8 @@ void Declare(CLI::App& app, Options& options) {
                    "A scenario's name, or a JSON file with one [night-burst]");
     app.add_flag("--list", options.lists, "List the scenarios that there are by name");
     app.add_option("--trace", options.trace, "Write a trace for Perfetto's viewer");
+    app.add_option("--record", options.record,
+                   "Keep the recording, for ./dev show, check, diff and replay");
     app.add_option("--picture", options.picture,
                    "Write a noisy frame and its merged picture (PNG)");
     app.add_option("--scene", options.scene, "A PNG file that the cameras see");
@@ -163,8 +167,11 @@ bool WriteFiles(const Options& options, const Run& run) try {
     }
     if (!options.trace.empty()) {
         const std::string file = OutputFile(options.trace);
-        timeline::Write(file);
+        view::WriteTimeline(file, run.Told().story, run.Told().Start());
         PrintFact("trace", file + ", for ui.perfetto.dev or chrome://tracing");
+    }
+    if (!options.record.empty()) {
+        PrintFact("recording", options.record + ", for ./dev show, check, diff and replay");
     }
     return true;
 } catch (const std::runtime_error& error) {
@@ -180,10 +187,7 @@ int RunScenario(const Options& options) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }
     PrintScenario(scenario, std::filesystem::proximate(library).string());
-    if (!options.trace.empty()) {
-        timeline::Start();
-    }
-    Run run(scenario, library);
+    Run run(scenario, library, options.record);
     run.Go();
     const Outcome outcome = run.Judge();
     PrintRequests(run);

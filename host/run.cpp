@@ -2,10 +2,11 @@
 #include "host/run.h"
 
 #include "host/progress.h"
-#include "host/timeline.h"
 #include "standin/located_json.h"
+#include "view/check.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -41,14 +42,40 @@ uint32_t LimitOf(const CameraPlan& plan) {
     return plan.rate > 0 ? UINT32_MAX : plan.threads;
 }
 
+uint64_t AddressOf(const OemLayer::RequestPrivData& record) {
+    return reinterpret_cast<uint64_t>(&record);
+}
+
+/// What a run's recording takes, in MiB: more than was measured for the calls of a request and of
+/// each of its sets.
+uint32_t SizeOf(const Scenario& scenario) {
+    uint64_t bytes = 4U << 20;
+    for (const CameraPlan& plan : scenario.cameras) {
+        const uint64_t ofRequest = 12288 + uint64_t{4096} * plan.frames * plan.inputs.size();
+        bytes += plan.requests * ofRequest;
+    }
+    return static_cast<uint32_t>(std::min<uint64_t>(bytes >> 20, 4096));
+}
+
+/// The library's own path, once it is known to be one: the layer that opens it has no way to say.
+std::string Checked(const std::string& library) {
+    const kit::Adapter adapter(library);
+    (void)adapter.Find<decltype(PlatformLoadContext)>("PlatformLoadContext");
+    (void)adapter.Find<decltype(PlatformIntContext)>("PlatformIntContext");
+    return std::filesystem::absolute(library);
+}
+
 } // namespace
 
 void Run::Interrupt() { g_interrupted = true; }
 
 bool Run::IsLoading() { return g_loading; }
 
-Run::Run(const Scenario& scenario, const std::string& library)
-    : mScenario(scenario), mLibrary(library) {
+Run::Run(const Scenario& scenario, const std::string& library, const std::string& record)
+    : mScenario(scenario), mFile(record),
+      mLayers(Checked(library),
+              {.record = std::filesystem::absolute(mFile.Name()), .mebibytes = SizeOf(scenario)}),
+      mLibrary(mLayers.AdapterFile()) {
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetDelivery(scenario.delivery);
@@ -69,12 +96,8 @@ Run::Run(const Scenario& scenario, const std::string& library)
 }
 
 void Run::Go() {
-    timeline::NameLane("host");
     g_loading = true;
-    {
-        const timeline::Slice slice("load");
-        mLibrary.Load();
-    }
+    mLibrary.Load();
     g_loading = false;
     uint32_t planned = 0;
     for (size_t i = 0; i < mScenario.cameras.size(); ++i) {
@@ -102,6 +125,7 @@ void Run::Go() {
         camera->Close();
     }
     StandinControl()->CheckAllReturned();
+    mTold.emplace(mFile.Name());
 }
 
 /// Has each camera's threads send its requests.
@@ -110,7 +134,7 @@ void Run::SendAll() {
     std::vector<std::thread> threads;
     for (const auto& camera : mCameras) {
         for (uint32_t i = 0; i < camera->Plan().threads; ++i) {
-            threads.emplace_back([this, &camera, i] { Drive(*camera, i); });
+            threads.emplace_back([this, &camera] { Drive(*camera); });
         }
     }
     for (std::thread& thread : threads) {
@@ -119,10 +143,8 @@ void Run::SendAll() {
 }
 
 /// Sends requests of a camera for as long as there are some. The work of one thread.
-void Run::Drive(Camera& camera, uint32_t thread) const {
+void Run::Drive(Camera& camera) const {
     const CameraPlan& plan = camera.Plan();
-    timeline::NameLane("host camera " + std::to_string(plan.id) + ", thread " +
-                       std::to_string(thread));
     while (Request* const request = g_interrupted ? nullptr : camera.Prepare()) {
         if (!request->problem.empty()) {
             continue;
@@ -148,13 +170,21 @@ Outcome Run::Judge() {
     for (const auto& camera : mCameras) {
         outcome.requests += camera->Plan().requests;
         for (const auto& request : camera->Requests()) {
-            Count(*request, outcome);
-            ++judged;
+            mRequests[AddressOf(*request)] = request.get();
         }
     }
-    outcome.sessions =
-        static_cast<uint32_t>(StandinControl()->CallCount(standin::Entry::OpenSession));
-    outcome.violations = StandinControl()->Violations();
+    for (const view::Request& request : mTold->story.Requests()) {
+        Count(request, outcome);
+        ++judged;
+    }
+    outcome.sessions = static_cast<uint32_t>(mTold->story.Sessions().size());
+    outcome.lost = mTold->recording.CountLost();
+    for (const contract::Violation& violation : view::FindViolations(mTold->Events())) {
+        outcome.violations.push_back(view::TextOf(violation));
+    }
+    for (const std::string& violation : StandinControl()->Violations()) {
+        outcome.violations.push_back(violation);
+    }
     outcome.wasInterrupted = g_interrupted.exchange(false); // The next run is another one.
     if (!outcome.wasInterrupted) {
         Compare(outcome);
@@ -162,24 +192,61 @@ Outcome Run::Judge() {
     return outcome;
 }
 
-void Run::Count(Request& request, Outcome& outcome) const {
-    outcome.sent += request.status.has_value() ? 1 : 0;
-    if (request.status.value_or(0) != 0) {
-        ++outcome.refused[*request.status];
-    } else if (request.completion.has_value()) {
+/// The host's own request; null where the recording has one that it never made.
+Request* Run::Find(const view::Request& told) const {
+    const auto found = mRequests.find(told.address);
+    return found == mRequests.end() ? nullptr : found->second;
+}
+
+void Run::Count(const view::Request& told, Outcome& outcome) const {
+    outcome.sent += told.status.has_value() ? 1 : 0;
+    if (told.status.value_or(0) != 0) {
+        ++outcome.refused[*told.status];
+    } else if (told.completion.has_value()) {
         ++outcome.completed;
-        outcome.errors += *request.completion;
-    } else if (request.status.has_value()) {
+        outcome.errors += *told.completion;
+    } else if (told.status.has_value()) {
         ++outcome.unanswered;
     }
-    if (request.completion == 0U && mScenario.expect.pictures) {
-        if (!request.frames.empty()) {
-            request.judgement =
-                host::Judge(request.camera.Sees(), request.frames, request.output.Pixels());
-        }
-        const bool isRight = request.judgement.has_value() && request.judgement->IsAsExpected();
-        outcome.wrongPictures += isRight ? 0 : 1;
+    if (told.completion == 0U && mScenario.expect.pictures) {
+        Request* const request = Find(told);
+        outcome.wrongPictures += request != nullptr && HasRightPicture(*request) ? 0 : 1;
     }
+}
+
+bool Run::HasRightPicture(Request& request) const {
+    if (!request.frames.empty()) {
+        request.judgement =
+            host::Judge(request.camera.Sees(), request.frames, request.output.Pixels());
+    }
+    return request.judgement.has_value() && request.judgement->IsAsExpected();
+}
+
+std::vector<view::Row> Run::Rows() const {
+    std::vector<view::Row> rows = view::RowsOf(mTold->story);
+    for (view::Row& row : rows) {
+        const Request* const request = Find(row.request);
+        if (request != nullptr && request->judgement.has_value()) {
+            const Judgement& judgement = *request->judgement;
+            row.isGood = row.isGood && judgement.IsAsExpected();
+            row.outcome +=
+                row.isGood ? ", right picture" : ", wrong picture: " + judgement.Describe();
+        }
+    }
+    for (const auto& [address, request] : mRequests) {
+        if (!request->problem.empty()) {
+            view::Request unsent;
+            unsent.camera = request->camera.Plan().id;
+            unsent.frame = request->rtFrameNumber;
+            unsent.feature = request->feature;
+            rows.push_back({unsent, "not sent: " + request->problem, false});
+        }
+    }
+    std::stable_sort(rows.begin(), rows.end(), [](const view::Row& one, const view::Row& other) {
+        return std::pair(one.request.camera, one.request.frame) <
+               std::pair(other.request.camera, other.request.frame);
+    });
+    return rows;
 }
 
 void Run::Compare(Outcome& outcome) const {
@@ -200,6 +267,7 @@ void Run::Compare(Outcome& outcome) const {
     compare("completions with a failure", outcome.errors, expect.errors);
     compare("sessions opened", outcome.sessions, expect.sessions.value_or(outcome.sessions));
     compare("wrong pictures", outcome.wrongPictures, 0);
+    compare("events that found no room in the recording", static_cast<uint32_t>(outcome.lost), 0);
     std::set<std::string> broken;
     for (const std::string& violation : outcome.violations) {
         broken.insert(violation.substr(0, violation.find(' ')));

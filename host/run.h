@@ -2,6 +2,10 @@
 #pragma once
 
 #include "host/host_camera.h"
+#include "host/recording_file.h"
+#include "kit/layers.h"
+#include "view/report.h"
+#include "view/told.h"
 
 #include <memory>
 #include <string>
@@ -17,6 +21,7 @@ struct Outcome {
     uint32_t errors = 0; ///< Completions with a failure.
     uint32_t unanswered = 0;
     uint32_t sessions = 0; ///< Attempts to open one.
+    uint64_t lost = 0;     ///< Events of the recording that newer ones have overwritten.
     uint32_t wrongPictures = 0;
     std::map<uint32_t, uint32_t> refused; ///< How many submissions got which status.
     std::vector<std::string> violations;
@@ -26,22 +31,32 @@ struct Outcome {
 
 class Run {
   public:
-    /// Sets the device up as the scenario wants it. Throws InputError where the scene, or
-    /// std::runtime_error where the library cannot be used. The scenario must outlive the run.
-    Run(const Scenario& scenario, const std::string& library);
+    /// Sets the device up as the scenario wants it, and puts the layers in their places, which
+    /// record the run. One for each process: layers and library bind what they need once. The
+    /// scenario must outlive the run.
+    /// \param record the recording's file; empty for one that nobody sees.
+    /// \throws standin::InputError where scene or recording, std::runtime_error where the library
+    /// cannot be used
+    Run(const Scenario& scenario, const std::string& library, const std::string& record = "");
 
-    /// From the load to the destruction of the last camera. For the main thread.
+    /// From the load to the destruction of the last camera, and the reading of its recording. For
+    /// the main thread.
     void Go();
 
     /// Looks at the pictures of the completed requests, and compares all with what was expected.
     Outcome Judge();
+
+    /// What the recording tells, after `Go`.
+    const view::Told& Told() const { return *mTold; }
+
+    /// The requests' rows, with what came of their pictures, and those that were not sent.
+    std::vector<view::Row> Rows() const;
 
     /// Writes a frame of the first request with a picture beside that. \returns how good the
     /// picture is, empty if there is none. Throws where the file cannot be written.
     std::string WritePicture(const std::string& file) const;
 
     const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
-    Clock::time_point Start() const { return mStart; }
 
     /// Ends the current run early: no further request is sent, and what is in flight has a second.
     /// From a signal handler, too.
@@ -52,14 +67,20 @@ class Run {
 
   private:
     void SendAll();
-    void Drive(Camera& camera, uint32_t thread) const;
-    void Count(Request& request, Outcome& outcome) const;
+    void Drive(Camera& camera) const;
+    void Count(const view::Request& told, Outcome& outcome) const;
+    bool HasRightPicture(Request& request) const;
+    Request* Find(const view::Request& told) const;
     void Compare(Outcome& outcome) const;
 
     const Scenario& mScenario;
+    const RecordingFile mFile;
+    const kit::Layers mLayers;
     kit::Adapter mLibrary;
     std::vector<Scene> mScenes; ///< One for each camera.
     std::vector<std::unique_ptr<Camera>> mCameras;
+    std::map<uint64_t, Request*> mRequests; ///< By their records' addresses.
+    std::optional<view::Told> mTold;
     Clock::time_point mStart;
 };
 

@@ -167,15 +167,9 @@ void VendorRules::CallInterface(const Event& event, PendingCall& call) {
     case Entry::ConfigureStreams:
         CheckConfiguration(event, call);
         break;
-    case Entry::OpenMetadataOps: {
-        const auto* info = event.At<ChiMetadataOpsOpenInfo>(event.Word(1));
-        mChecks.Check(Rule::MetadataWords,
-                      info == nullptr
-                          ? event.Word(1) != 0
-                          : info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
-                      "the words behind the camera id must be 1, 0, 1");
+    case Entry::OpenMetadataOps:
+        CheckOpenInfo(event, call);
         break;
-    }
     case Entry::TranslateToChiBuffer:
     case Entry::TranslateFromChiBuffer:
         mChecks.Check(Rule::Translation, event.Word(0) != 0 && event.Word(1) != 0,
@@ -201,10 +195,10 @@ void VendorRules::ReturnOfInterface(const Event& event, const PendingCall& call)
         Executed(event, call);
         break;
     case Entry::OpenMetadataOps:
-        OpenedTable(event, mMetadataOps);
+        OpenedTable(event, call, mMetadataOps);
         break;
     case Entry::OpenBufferOps:
-        OpenedTable(event, mBufferOps);
+        OpenedTable(event, call, mBufferOps);
         break;
     default:
         break;
@@ -792,7 +786,19 @@ void VendorRules::OnLent(const Event& event) {
 
 // --- Operation tables ---------------------------------------------------------------------------
 
-void VendorRules::OpenedTable(const Event& event, Objects<Table>& all) {
+void VendorRules::CheckOpenInfo(const Event& event, PendingCall& call) {
+    const auto* info = event.At<ChiMetadataOpsOpenInfo>(event.Word(1));
+    mChecks.Check(Rule::MetadataWords,
+                  info == nullptr
+                      ? event.Word(1) != 0
+                      : info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
+                  "the words behind the camera id must be 1, 0, 1");
+    if (info != nullptr) {
+        call.camera = info->cameraId;
+    }
+}
+
+void VendorRules::OpenedTable(const Event& event, const PendingCall& call, Objects<Table>& all) {
     const uint64_t handle = event.Result();
     if (handle == 0) {
         return;
@@ -807,9 +813,7 @@ void VendorRules::OpenedTable(const Event& event, Objects<Table>& all) {
     if (const auto* ops = event.At<ChiOfflineMetadataOps>(handle)) {
         table->makesSettings = ops->pCreateFromAndroid != nullptr;
     }
-    const auto* info = event.At<ChiMetadataOpsOpenInfo>(event.Word(1));
-    const auto camera = info == nullptr ? std::nullopt : std::optional(info->cameraId);
-    table->camera = isNew || table->camera == camera ? camera : std::nullopt;
+    table->camera = isNew || table->camera == call.camera ? call.camera : std::nullopt;
 }
 
 /// What was opened several times is closed as often.

@@ -62,9 +62,10 @@ struct PendingCall {
     uint64_t key = 0;    ///< The handle that is given back, the callbacks of a session, ...
     uint64_t serial = 0; ///< Of the object behind it.
     uint64_t session = 0;
-    HostRules::Reference request{}; ///< Of a submission.
-    std::string name{};             ///< Of a session.
-    StreamList list{};              ///< Of a configuration.
+    HostRules::Reference request{};   ///< Of a submission.
+    std::string name{};               ///< Of a session.
+    std::optional<uint32_t> camera{}; ///< Of metadata operations.
+    StreamList list{};                ///< Of a configuration.
 };
 using Calls = std::vector<PendingCall>; ///< Of one thread, the innermost last.
 
@@ -213,7 +214,8 @@ class VendorRules {
     void CheckQuery(const Event& event, uint64_t session);
     void OnLent(const Event& event);
 
-    void OpenedTable(const Event& event, Objects<Table>& all);
+    void CheckOpenInfo(const Event& event, PendingCall& call);
+    void OpenedTable(const Event& event, const PendingCall& call, Objects<Table>& all);
     void CloseTable(Objects<Table>& all, const PendingCall& call);
     void MadeMetadata(const Event& event);
     void SetMarkOf(const Event& event);

@@ -64,12 +64,6 @@ void AddViolation(Rule rule, const std::string& text) {
     StandinControl()->Report(rule, EntryName(CurrentEntry()) + (": " + text));
 }
 
-std::ostream& operator<<(std::ostream& out, Handle handle) {
-    const char mark = static_cast<char>(handle.word >> 56);
-    out << As<void*>(handle.word);
-    return mark < 'A' || mark > 'Z' ? out : out << " of kind '" << mark << '\'';
-}
-
 std::optional<uint64_t> Control::State::Enter(Entry entry, const Arguments& arguments) {
     const auto state = Lock();
     ++records.counts[entry];
@@ -147,8 +141,9 @@ void Control::Reset() {
         session->Stop();
     }
     dropped = {};
+    mState->watch.Reset();
+    mState->isWatched = true;
     const auto state = mState->Lock();
-    std::erase_if(state->slots, [](const auto& table) { return table.second.empty(); });
     state->script = {};
     state->FillSlots();
     state->instantResults.clear();
@@ -296,31 +291,42 @@ void Control::WaitIdle() {
     mState->idle.wait(lock, [this] { return mState->inFlight == 0; });
 }
 
+contract::Tap* Control::Feed() { return mState->isWatched ? mState->watch.Feed() : nullptr; }
+
+void Control::SetFeed(bool on) { mState->isWatched = on; }
+
 void Control::Report(Rule rule, const std::string& text) {
-    const contract::RuleText& about = contract::TextOf(rule);
     const auto state = mState->Lock();
     if (state->records.violations.size() < kMostViolations) {
-        state->records.violations.push_back(about.number + (' ' + (about.name + (": " + text))));
+        state->records.violations.push_back(contract::LineOf({rule, 0, text}));
     }
 }
 
-void Control::CheckAllReturned() {
-    const auto objects = mState->Lock()->objects;
-    const auto check = [this](const auto& left) {
-        using T = typename std::decay_t<decltype(left)>::mapped_type::element_type;
-        if (left.empty()) {
-            return;
-        }
-        std::ostringstream text;
-        const auto& [handle, oldest] = *left.begin();
-        text << "at the end: " << left.size() << ' ' << T::kKind.name
-             << (left.size() == 1 ? "" : "s") << " left, such as " << Handle{handle};
-        if constexpr (std::is_same_v<T, Session>) {
-            text << " \"" << oldest->data.name << '"';
-        }
-        Report(T::kKind.returned, text.str());
-    };
-    std::apply([check](const auto&... kinds) { (check(kinds), ...); }, objects);
+void Control::CheckAllReturned() { mState->watch.CheckAllReturned(); }
+
+// --- Watch --------------------------------------------------------------------------------------
+
+Watch::Watch()
+    : mEngine([](const contract::Violation& violation) {
+          StandinControl()->Report(violation.rule, violation.text);
+      }) {
+    std::string problem; // Without memory, nothing is watched.
+    mTap = contract::Tap::Open({.follower = this}, problem);
+}
+
+void Watch::Take(const contract::Event& event) {
+    const std::lock_guard lock(mMutex);
+    mEngine.Take(event);
+}
+
+void Watch::CheckAllReturned() {
+    const std::lock_guard lock(mMutex);
+    mEngine.CheckAllReturned();
+}
+
+void Watch::Reset() {
+    const std::lock_guard lock(mMutex);
+    mEngine.Reset();
 }
 
 } // namespace standin

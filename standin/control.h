@@ -7,6 +7,7 @@
 #pragma once
 
 #include "contract/rules.h"
+#include "contract/setmark.h"
 #include "platform/chi/offline.h"
 
 #include <chrono>
@@ -18,9 +19,15 @@
 #include <utility>
 #include <vector>
 
+namespace contract {
+class Tap;
+}
+
 namespace standin {
 
+using contract::kSetMarkTag;
 using contract::Rule;
+using contract::SetMark;
 
 // clang-format off
 /// Everything that the adapter, or the program for it, can call on the device; LibraryOpen is the
@@ -155,14 +162,6 @@ struct SessionCopy {
     std::vector<ChiStream*> streamPointers;
 };
 
-/// What a host made metadata for, in this device's own tag kSetMarkTag. Metadata of a request's
-/// input sets that has one is held against it.
-struct SetMark {
-    uint32_t cameraId;
-    uint32_t index; ///< Of the input set in its request.
-};
-inline constexpr uint32_t kSetMarkTag = 0x80000001;
-
 /// What the vendor holds for the adapter and its host.
 struct Alive {
     size_t sessions;
@@ -264,8 +263,8 @@ class Control {
     /// knows it, and has to name it with each input buffer of a request.
     ChiBufferManagerHandle ManagerOf(ChiImageBufferHandle imageBuffer) const;
 
-    /// What the adapter or its host did against the contract, one line each: the rule's number and
-    /// name, the entry, and the values.
+    /// What was done against the contract, one line each: the rule's number and name, where it was
+    /// seen, and the values.
     std::vector<std::string> Violations() const;
     Alive CountAlive() const;
 
@@ -285,11 +284,17 @@ class Control {
     /// Waits until every request on the session threads has been delivered.
     void WaitIdle();
 
-    /// Adds a violation that is not the device's to see.
+    /// Where a host adds the events of its side to those of the device, by which the contract is
+    /// watched; null while nobody watches.
+    contract::Tap* Feed();
+
+    /// Off where the events are watched elsewhere, and for measurements.
+    void SetFeed(bool on);
+
+    /// Adds a violation that events do not show.
     void Report(Rule rule, const std::string& text);
 
-    /// For the end of a run, when the last camera is destroyed: adds a violation for each kind of
-    /// object that is still alive.
+    /// For the end of a run: adds a violation for each kind of object that is still alive.
     void CheckAllReturned();
 
     struct State;

@@ -4,19 +4,14 @@
 namespace standin {
 namespace {
 
-constexpr uint32_t kAnyCount = 0xFFFFFFFF;
-
 void Close(ChiOfflineMetadataOps* ops) { Remove<MetadataOps>(ops); }
 
 /// A new object; null where the table is not open.
 ChiMetadataHandle Make(ChiOfflineMetadataOps* ops, const Tags& tags = {}) {
-    const auto table = Require<MetadataOps>(ops);
-    return table ? Adopt(std::make_shared<Metadata>(Metadata{tags, table->cameraId})) : nullptr;
+    return Find<MetadataOps>(ops) ? Adopt(std::make_shared<Metadata>(Metadata{tags})) : nullptr;
 }
 
-ChiMetadataHandle Create(ChiOfflineMetadataOps* ops, void* source, uint32_t kind) {
-    Expect<void*>(Rule::MetadataWords, "the source", source, nullptr);
-    Expect(Rule::MetadataWords, "the last word", kind, 0U);
+ChiMetadataHandle Create(ChiOfflineMetadataOps* ops, void* /*source*/, uint32_t /*kind*/) {
     return Make(ops);
 }
 
@@ -28,31 +23,28 @@ ChiMetadataHandle CreateWithUsage(ChiOfflineMetadataOps* ops, const uint32_t* /*
 uint32_t Destroy(ChiMetadataHandle metadata) { return Remove<Metadata>(metadata) ? kOk : kFailed; }
 
 /// Android metadata that this library did not make is the host's own and makes an empty object.
-ChiMetadataHandle CreateFromAndroid(ChiOfflineMetadataOps* ops, const void* android, uint32_t first,
-                                    uint32_t second, uint32_t count) {
-    Check(Rule::MetadataWords, first == 0 && second == 0 && count == kAnyCount, "the words are ",
-          first, ", ", second, ", ", count, " and must be 0, 0, ", kAnyCount);
+ChiMetadataHandle CreateFromAndroid(ChiOfflineMetadataOps* ops, const void* android,
+                                    uint32_t /*first*/, uint32_t /*second*/, uint32_t /*count*/) {
     const auto source = Find<AndroidMetadata>(android);
     return Make(ops, source ? source->tags : Tags{});
 }
 
-void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32_t first,
+void* CreateAndroid(ChiOfflineMetadataOps* ops, ChiMetadataHandle handle, uint32_t /*first*/,
                     uint32_t /*second*/, uint32_t /*count*/, uint32_t* /*out*/) {
-    Expect(Rule::MetadataWords, "the first word", first, 1U);
-    const auto source = Require<Metadata>(handle);
-    if (!Require<MetadataOps>(ops) || !source) {
+    const auto source = Find<Metadata>(handle);
+    if (!Find<MetadataOps>(ops) || !source) {
         return nullptr;
     }
     return Adopt(std::make_shared<AndroidMetadata>(AndroidMetadata{source->tags}));
 }
 
 uint32_t ReleaseAndroid(ChiOfflineMetadataOps* ops, void* android) {
-    return Require<MetadataOps>(ops) && Remove<AndroidMetadata>(android) ? kOk : kFailed;
+    return Find<MetadataOps>(ops) && Remove<AndroidMetadata>(android) ? kOk : kFailed;
 }
 
 uint32_t GetTag(ChiMetadataHandle handle, uint32_t tagId, uint8_t /*typeId*/,
                 ChiMetadataTagEntry* entry) {
-    const auto metadata = Require<Metadata>(handle);
+    const auto metadata = Find<Metadata>(handle);
     if (!metadata || !metadata->tags.contains(tagId)) {
         return kFailed;
     }
@@ -65,7 +57,7 @@ uint32_t GetTag(ChiMetadataHandle handle, uint32_t tagId, uint8_t /*typeId*/,
 /// `count` is in bytes.
 uint32_t SetTag(ChiMetadataHandle handle, uint32_t tagId, const void* data, uint32_t count,
                 uint32_t /*extra*/) {
-    const auto metadata = Require<Metadata>(handle);
+    const auto metadata = Find<Metadata>(handle);
     if (!metadata || (data == nullptr && count > 0)) {
         return kFailed;
     }
@@ -75,14 +67,14 @@ uint32_t SetTag(ChiMetadataHandle handle, uint32_t tagId, const void* data, uint
 }
 
 uint32_t DeleteTag(ChiMetadataHandle handle, uint32_t tagId) {
-    const auto metadata = Require<Metadata>(handle);
+    const auto metadata = Find<Metadata>(handle);
     return metadata && metadata->tags.erase(tagId) > 0 ? kOk : kFailed;
 }
 
 /// Copies the tags of `second` over those of `first`.
 uint32_t Copy(ChiMetadataHandle first, ChiMetadataHandle second, uint8_t /*flag*/) {
-    const auto target = Require<Metadata>(first);
-    const auto source = Require<Metadata>(second);
+    const auto target = Find<Metadata>(first);
+    const auto source = Find<Metadata>(second);
     if (!target || !source) {
         return kFailed;
     }
@@ -109,13 +101,8 @@ void Fill(SlotList& slots, ChiOfflineMetadataOps& table) {
 } // namespace
 
 ChiOfflineMetadataOps* OpenMetadataOps(ChiOfflineInterface* /*interface*/,
-                                       ChiMetadataOpsOpenInfo* info) {
-    Check(Rule::MetadataWords,
-          info != nullptr && info->reserved4 == 1 && info->reserved8 == 0 && info->reserved12 == 1,
-          "the words behind the camera id must be 1, 0, 1");
-    auto* const ops = OpenTable(Fill);
-    Find<MetadataOps>(ops)->cameraId = info == nullptr ? 0 : info->cameraId;
-    return ops;
+                                       ChiMetadataOpsOpenInfo* /*info*/) {
+    return OpenTable(Fill);
 }
 
 } // namespace standin

@@ -170,7 +170,9 @@ void Develop(const Session& session, const Execution& execution, const ChiStream
     for (const BufferSetCopy& set : execution.inputs) {
         for (size_t i = 0; i < set.buffers.size(); ++i) {
             const ChiStreamBuffer& buffer = set.buffers[i];
-            const auto image = Require<ImageBuffer>(buffer.bufferHandle);
+            const auto image = Find<ImageBuffer>(buffer.bufferHandle);
+            Check(Rule::ImageAlive, image != nullptr, "an input's image buffer ",
+                  buffer.bufferHandle, " is not alive when it is read");
             const ChiStream* input = session.FindStream(buffer.pStream);
             if (image != nullptr && input != nullptr && !Fits(*image, *input)) {
                 return;

@@ -55,7 +55,9 @@ void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& executio
                      .pResult = &records->block,
                      .pSecondResult = result.secondBlock ? &records->second : nullptr,
                      .pPrivateData = execution.request.pPrivateData};
-    callbacks->ProcessCaptureResultCb(callbacks, 1, &records->info);
+    auto* const info = &records->info;
+    Watched<contract::Entry::ProcessCaptureResult>(
+        [=] { callbacks->ProcessCaptureResultCb(callbacks, 1, info); }, callbacks, 1U, info);
 }
 
 } // namespace
@@ -70,9 +72,8 @@ void Session::Stop() {
     mWake.notify_all();
     device->idle.notify_all();
     device.reset();
-    if (!Check(Rule::SessionCloser, mThread.get_id() != std::this_thread::get_id(),
-               "a session's own thread closes it")) {
-        mThread.detach();
+    if (mThread.get_id() == std::this_thread::get_id()) {
+        mThread.detach(); // Against the contract.
     } else if (mThread.joinable()) {
         mThread.join();
     }
@@ -156,7 +157,10 @@ void Session::Deliver(Job& job) {
 void Session::Prepare(Job& job) {
     const Execution& execution = *job.execution;
     if (!mNotified.exchange(true)) {
-        data.pCallbacks->ProcessNotifyCb(data.pCallbacks, 0, nullptr);
+        const ChiOfflineSessionCallbacks* const callbacks = data.pCallbacks;
+        Watched<contract::Entry::ProcessNotify>(
+            [=] { callbacks->ProcessNotifyCb(callbacks, 0, nullptr); }, callbacks, 0U,
+            static_cast<ChiOfflineMessageInfo*>(nullptr));
     }
     if (!execution.output.buffers.empty()) {
         job.output = execution.output.buffers[0];
@@ -186,8 +190,12 @@ void Session::AskFramework(ChiStreamBuffer& output) const {
     answer->pBuffers = buffer.get();
     const ChiOfflineQueryBuffer query{std::bit_cast<camera3_stream*>(OutputStream()), 1};
     unsigned int returned = 0;
-    const uint32_t result =
-        data.pCallbacks->GetFrameworkBuffers(data.pCallbacks, 1, &query, &returned, answer.get());
+    const ChiOfflineSessionCallbacks* const callbacks = data.pCallbacks;
+    const uint32_t result = Watched<contract::Entry::GetFrameworkBuffers>(
+        [&] {
+            return callbacks->GetFrameworkBuffers(callbacks, 1, &query, &returned, answer.get());
+        },
+        callbacks, 1U, &query, &returned, answer.get());
     if (result == 0 && returned == 1 && answer->numBuffers == 1) {
         output = *buffer;
     }

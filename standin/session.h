@@ -10,12 +10,10 @@ namespace standin {
 
 /// Members are guarded by the state's mutex unless they say otherwise.
 struct Session : std::enable_shared_from_this<Session> {
-    static constexpr Kind kKind{'S', "session", Rule::SessionOpen, Rule::SessionClosed};
+    static constexpr char kMark = 'S';
 
     SessionCopy data{}; ///< The callbacks never change; the streams only in the configure call.
     const char* pName = nullptr; ///< Handed over at opening, readable until the session is closed.
-    int32_t lastFrame = -1;      ///< The offline frame that was assigned last, and on which thread.
-    std::thread::id lastThread;
 
     /// Ends the session's thread after the delivery that it is in, and drops what is queued or
     /// waits.

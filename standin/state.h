@@ -2,6 +2,8 @@
 /// the shell around every entry.
 #pragma once
 
+#include "contract/engine.h"
+#include "contract/tap.h"
 #include "standin/control.h"
 
 #include <array>
@@ -46,37 +48,28 @@ struct Arguments {
 
 // --- Live objects
 
-/// A handle has the mark of its kind in the top byte and a number that is never given out twice, so
-/// that a stale one is always caught. It points nowhere.
-struct Kind {
-    char mark; ///< 0 where the handle is the address of a record.
-    const char* name;
-    Rule alive;    ///< Broken by the use of an object that is none.
-    Rule returned; ///< Broken where it is given back twice, or never.
-};
+// A handle has the mark of its kind in the top byte and a number that is never given out twice, so
+// that a stale one is always caught. It points nowhere.
 
 using Tags = std::map<uint32_t, std::vector<uint8_t>>;
 
 struct Metadata {
-    static constexpr Kind kKind{'M', "metadata object", Rule::MetadataAlive,
-                                Rule::MetadataDestroyed};
+    static constexpr char kMark = 'M';
     Tags tags;
-    uint32_t cameraId = 0; ///< Of the table that made it.
 };
 
 struct AndroidMetadata {
-    static constexpr Kind kKind{'A', "Android metadata object", Rule::AndroidMetadataReleased,
-                                Rule::AndroidMetadataReleased};
+    static constexpr char kMark = 'A';
     Tags tags;
 };
 
 struct BufferManager {
-    static constexpr Kind kKind{'B', "buffer manager", Rule::ManagerAlive, Rule::ManagerDestroyed};
+    static constexpr char kMark = 'B';
     ChiBufferManagerCreateData data;
 };
 
 struct ImageBuffer {
-    static constexpr Kind kKind{'I', "image buffer", Rule::ImageAlive, Rule::ImageReleased};
+    static constexpr char kMark = 'I';
     uint64_t manager;
     uint32_t format;
     uint32_t width;
@@ -100,9 +93,7 @@ using SlotList = std::vector<Slot>;
 /// An operation table. Its handle is the record's address. `fill` lists its slots, which
 /// `SetMissing` reaches as long as the table lives.
 template <class Record> struct Table {
-    static constexpr Kind kKind{'\0', "operation table", Rule::TableOpen, Rule::TableOpen};
     Record record{};
-    uint32_t cameraId = 0; ///< Of metadata operations.
 
     explicit Table(void (*fill)(SlotList&, Record&));
     ~Table();
@@ -171,6 +162,24 @@ struct InstantResult {
     }
 };
 
+/// The contract's rules, over what crosses the boundary in this process.
+class Watch : contract::Follower {
+  public:
+    Watch();
+
+    /// Null where there is no memory for it.
+    contract::Tap* Feed() const { return mTap.get(); }
+    void CheckAllReturned();
+    void Reset(); ///< For a device on which nothing is alive.
+
+  private:
+    void Take(const contract::Event& event) override;
+
+    std::mutex mMutex; ///< Guards the engine. The state's own mutex may be taken while it is held.
+    contract::Engine mEngine;
+    std::unique_ptr<contract::Tap> mTap;
+};
+
 /// One mutex guards all of it. It is never held while the adapter is called back.
 struct Control::State {
     /// Access to the state for as long as this lives.
@@ -196,9 +205,11 @@ struct Control::State {
     size_t inFlight = 0;           ///< Requests queued or being delivered on session threads.
     std::map<size_t, Job> waiting; ///< For `Deliver`, by the index of the execution.
     std::vector<InstantResult> instantResults; ///< For `DeliverInstant`. Not guarded.
-    std::map<const void*, SlotList> slots;     ///< By the record; empty for one that was closed.
+    std::map<const void*, SlotList> slots;     ///< By the record.
     unsigned char* pTraceByte = nullptr; ///< The byte with the trace bit, in the context library.
     std::atomic<Observer*> observer = nullptr;
+    Watch watch; ///< Has a lock of its own.
+    std::atomic<bool> isWatched = true;
 
     /// Records a call. Has a value if the call is to fail: its result.
     std::optional<uint64_t> Enter(Entry entry, const Arguments& arguments);
@@ -232,20 +243,13 @@ inline Activity Begin(const char* what) {
     return activity;
 }
 
-// --- Rules of the contract
+// --- Rules of the contract that events do not show
 
 /// The entry that the calling thread is in, which violations name. A session's own thread works on
 /// executed requests.
 Entry& CurrentEntry();
 
 void AddViolation(Rule rule, const std::string& text);
-
-/// A handle in a violation's text.
-struct Handle {
-    uint64_t word;
-    bool operator==(const Handle&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, Handle handle);
 
 /// If the rule does not hold, the parts become the violation's values. Returns whether it holds.
 template <class... Parts> bool Check(Rule rule, bool holds, const Parts&... parts) {
@@ -256,14 +260,10 @@ template <class... Parts> bool Check(Rule rule, bool holds, const Parts&... part
     }
     return holds;
 }
-template <class T> bool Expect(Rule rule, const char* what, T actual, T expected) {
-    return Check(rule, actual == expected, what, " is ", actual, " and must be ", expected);
-}
-
 /// Takes an object in and returns its new handle.
 template <class T> void* Adopt(std::shared_ptr<T> object) {
     const auto device = Device().Lock();
-    const uint64_t handle = uint64_t{T::kKind.mark} << 56 | ++device->lastSerial;
+    const uint64_t handle = uint64_t{T::kMark} << 56 | ++device->lastSerial;
     device->Of<T>().emplace(handle, std::move(object));
     return As<void*>(handle);
 }
@@ -275,32 +275,10 @@ template <class T> std::shared_ptr<T> Find(auto handle) {
     return found == device->Of<T>().end() ? nullptr : found->second;
 }
 
-/// Whether an object once had this handle.
-template <class T> bool WasAlive(uint64_t handle) {
-    const auto device = Device().Lock();
-    if constexpr (T::kKind.mark != '\0') {
-        return handle > uint64_t{T::kKind.mark} << 56 &&
-               handle <= (uint64_t{T::kKind.mark} << 56 | device->lastSerial);
-    } else {
-        return device->slots.contains(As<void*>(handle));
-    }
-}
-
-/// The same where it must be alive. `past` is what is said of a handle that once was.
-template <class T> std::shared_ptr<T> Require(auto handle, Rule rule = T::kKind.alive,
-                                              const char* past = "destroyed") {
-    auto object = Find<T>(handle);
-    if (object == nullptr) {
-        Check(rule, false, Handle{Word(handle)}, " is not a live ", T::kKind.name, ": ",
-              WasAlive<T>(Word(handle)) ? past : "never existed");
-    }
-    return object;
-}
-
 /// The same, and takes it out.
 template <class T> std::shared_ptr<T> Remove(auto handle) {
     auto node = Device().Lock()->template Of<T>().extract(Word(handle));
-    return node.empty() ? Require<T>(handle, T::kKind.returned, "destroyed twice") : node.mapped();
+    return node.empty() ? nullptr : node.mapped();
 }
 
 template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
@@ -312,15 +290,42 @@ template <class Record> Table<Record>::Table(void (*fill)(SlotList&, Record&)) {
     }
 }
 
-template <class Record> Table<Record>::~Table() { Device().Lock()->slots[&record].clear(); }
+template <class Record> Table<Record>::~Table() { Device().Lock()->slots.erase(&record); }
 
 // --- The shell around an entry's function: records the call, then applies the fault or calls it.
+// The contract is watched from outside of both.
+
+/// Acts, before the eyes of the rules where there are any. The arguments are those of the entry.
+template <contract::Entry E, class Act, class... Args> auto Watched(Act act, Args... args) {
+    contract::Tap* const tap = StandinControl()->Feed();
+    return tap == nullptr ? act() : tap->template Around<E>(act, args...);
+}
+
+/// Those of the vendor's interface stand in the same order in both lists.
+constexpr bool IsInterface(Entry entry) {
+    return entry >= Entry::OpenContext && entry <= Entry::GetCPUAddress;
+}
+constexpr contract::Entry AsEvent(Entry entry) {
+    return static_cast<contract::Entry>(static_cast<uint32_t>(entry) +
+                                        static_cast<uint32_t>(contract::Entry::OpenContext) -
+                                        static_cast<uint32_t>(Entry::OpenContext));
+}
+static_assert(AsEvent(Entry::GetCPUAddress) == contract::Entry::GetCPUAddress);
 
 template <Entry Name, auto Function> struct Recorded;
 template <Entry Name, class R, class... Args, R (*Function)(Args...)>
 struct Recorded<Name, Function> {
     static R Call(Args... args) {
         const Activity activity = Begin(EntryName(Name));
+        if constexpr (IsInterface(Name)) {
+            return Watched<AsEvent(Name)>([&] { return Act(args...); }, args...);
+        } else {
+            return Act(args...);
+        }
+    }
+
+  private:
+    static R Act(Args... args) {
         if (const auto fault = Device().Enter(Name, Arguments(args...))) {
             return As<R>(*fault);
         }

@@ -82,6 +82,7 @@ Run::Run(const Scenario& scenario, const std::string& library, const std::string
     device.SetPace(scenario.latency, scenario.order, scenario.seed);
     device.SetAsksForFrameworkBuffers(scenario.frameworkBuffers);
     device.SetRecording(false);
+    device.SetFeed(false); // What the layers record is held against the contract.
     for (const Fault& fault : scenario.faults) {
         fault.Apply(device);
     }

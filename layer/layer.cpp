@@ -1,6 +1,8 @@
 /// Opens the real library and the recording.
 #include "layer/layer.h"
 
+#include "layer/watch.h"
+
 #include <android/log.h>
 #include <dlfcn.h>
 
@@ -17,22 +19,26 @@ std::string OwnFolder() {
     return slash == file.npos ? "." : file.substr(0, slash);
 }
 
-/// The recording goes on in memory where its file cannot be made and somebody watches.
+/// Null where nobody wants one. Who only watches needs no file.
 contract::Tap* OpenTap(const Settings& settings) {
-    if (settings.record.empty()) {
+    contract::Tap::Settings wanted{.file = settings.record,
+                                   .bytes = uint64_t{settings.mebibytes} << 20,
+                                   .wholePixels = settings.wholePixels,
+                                   .follower = settings.watch ? new Watch : nullptr};
+    std::string problem;
+    if (!wanted.file.empty()) {
+        if (auto tap = contract::Tap::Open(wanted, problem)) {
+            Log(ANDROID_LOG_INFO, "records into %s", wanted.file.c_str());
+            return tap.release();
+        }
+        Log(ANDROID_LOG_ERROR, "cannot record: %s", problem.c_str());
+    }
+    if (!settings.watch) {
         return nullptr;
     }
-    std::string problem;
-    auto tap = contract::Tap::Open({.file = settings.record,
-                                    .bytes = uint64_t{settings.mebibytes} << 20,
-                                    .wholePixels = settings.wholePixels},
-                                   problem);
-    if (tap == nullptr) {
-        Log(ANDROID_LOG_ERROR, "cannot record: %s", problem.c_str());
-    } else {
-        Log(ANDROID_LOG_INFO, "records into %s", settings.record.c_str());
-    }
-    return tap.release();
+    wanted.file.clear();
+    wanted.bytes = 0; // One block.
+    return contract::Tap::Open(wanted, problem).release();
 }
 
 } // namespace

@@ -84,3 +84,24 @@ function(add_device_library target name folder version_script)
             BYPRODUCTS "${file}.debug")
     endif()
 endfunction()
+
+# How they are installed.
+set(device_file_mode OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+
+# install_folders(folders... [INSTALL arguments...]): folders that are new get their mode from here,
+# not from the umask of who installs.
+function(install_folders)
+    cmake_parse_arguments(ARG "" "" "INSTALL" ${ARGN})
+    list(JOIN ARG_UNPARSED_ARGUMENTS " " folders)
+    string(CONFIGURE [[
+        foreach(folder @folders@)
+            set(folder "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/${folder}")
+            if(NOT EXISTS "${folder}")
+                file(MAKE_DIRECTORY "${folder}")
+                file(CHMOD "${folder}" PERMISSIONS
+                    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+                    WORLD_READ WORLD_EXECUTE)
+            endif()
+        endforeach()]] code @ONLY)
+    install(CODE "${code}" ${ARG_INSTALL})
+endfunction()

@@ -28,7 +28,7 @@ check "exported symbols" "$(list exported_symbols.txt | sort)" "$exports"
 
 dynamic=$("$readelf" --dynamic-table "$library")
 named() { grep -oP "$1.*\[\K[^]]+" <<<"$dynamic"; }
-check "SONAME" "camera.oemlayer.adapter.so" "$(named SONAME)"
+check "SONAME" "$(basename "$library")" "$(named SONAME)"
 check "needed libraries" "$(list "needed.$processor.txt")" "$(named NEEDED)"
 check "immediate binding" "yes" "$(has 'FLAGS_1.*NOW' "$dynamic")"
 check "no run path" "no" "$(has 'RPATH|RUNPATH' "$dynamic")"

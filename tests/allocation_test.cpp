@@ -1,7 +1,8 @@
-/// The heap allocations that the built library makes, and what it frees. This program's operator
-/// new keeps what the adapter asked for.
+/// The heap allocations that the built libraries make, and what they free. This program's operator
+/// new keeps what the adapter asked for, or the layers.
 
 #include "kit/heap.h"
+#include "kit/layers.h"
 #include "tests/support/scene.h"
 
 #include <algorithm>
@@ -11,6 +12,10 @@
 
 namespace {
 
+constexpr char kAdapter[] = "camera.oemlayer.adapter.so";
+constexpr char kLayers[] = "layer.so";
+
+const char* g_whose = kAdapter; ///< A part of the file's name.
 bool g_counting = false;
 std::vector<size_t> g_sizes;
 
@@ -19,15 +24,15 @@ bool NameHas(const Dl_info& info, const char* part) {
            std::string_view(info.dli_fname).find(part) != std::string_view::npos;
 }
 
-/// Whether the code that called operator new, with the C++ library's own frames left out, is the
-/// adapter's.
-bool CalledByAdapter(const void* caller) {
+/// Whether the code that called operator new, with the C++ library's own frames left out, is that
+/// of whom is asked for.
+bool CalledByThem(const void* caller) {
     void* frames[32];
     void** end = frames + backtrace(frames, 32);
     for (void** frame = std::find(frames, end, caller); frame != end; ++frame) {
         Dl_info info = {};
         if (dladdr(*frame, &info) != 0 && !NameHas(info, "libc++")) {
-            return NameHas(info, "camera.oemlayer.adapter.so");
+            return NameHas(info, g_whose);
         }
     }
     return false;
@@ -39,7 +44,7 @@ void* kit::Take(size_t size, HeapForm form, const void* caller) {
     bool isKept = false;
     if (g_counting) {
         g_counting = false; // The question and the list allocate, too.
-        isKept = CalledByAdapter(caller);
+        isKept = CalledByThem(caller);
         g_sizes.insert(g_sizes.end(), isKept ? 1 : 0, size);
         g_counting = true;
     }
@@ -52,10 +57,11 @@ namespace {
 
 using namespace test;
 
-/// What the adapter allocated since the scope began, and what of it is still alive.
+/// What was allocated since the scope began, and what of it is still alive.
 class Counted {
   public:
-    Counted() {
+    explicit Counted(const char* whose = kAdapter) {
+        g_whose = whose;
         kit::ForgetFollowed();
         g_sizes.clear();
         g_counting = true;
@@ -132,6 +138,26 @@ TEST(AllocationOf, ACameraHasItsAlignedObjectsAndTheyEndWithIt) {
     EXPECT_GE(std::count(sizes.begin(), sizes.end(), sizeof(OemLayer::SessionManagers)), 1);
     camera.Destroy();
     EXPECT_TRUE(Counted::Alive().empty());
+}
+
+TEST(AllocationOf, LayersIsNoneForWhatTheyRecord) {
+    const Folder folder;
+    const kit::Layers layers(kit::AdapterFile(true), {.record = folder / "recording"});
+    Device device(layers.AdapterFile());
+    device->SetDelivery(Delivery::OnCallerThread);
+    Camera camera(device);
+    Request request;
+    request.UseVendorBuffers(camera);
+    {
+        const Counted counted(kLayers);
+        EXPECT_EQ(request.Submit(camera), 0U);
+        EXPECT_EQ(Counted::Sizes().size(), 1U) << "the session's callbacks";
+        EXPECT_EQ(request.Submit(camera), 0U);
+        EXPECT_EQ(Counted::Sizes().size(), 1U);
+        camera.Flush();
+        EXPECT_TRUE(Counted::Alive().empty());
+    }
+    request.GiveBack(camera);
 }
 
 } // namespace

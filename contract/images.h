@@ -12,7 +12,7 @@ namespace contract {
 /// How many bytes the pixels of an image take without padding; 0 where that is not known.
 uint64_t BytesOfImage(uint32_t format, uint32_t width, uint32_t height);
 
-/// Of 64 words that are spread evenly over the bytes.
+/// Of eight words in a row at each of eight places, which are spread evenly over the bytes.
 uint64_t HashOfPixels(const void* memory, uint64_t bytes);
 
 /// The images of a process, as far as they have room: a new one takes the place of the oldest.

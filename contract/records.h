@@ -12,7 +12,7 @@ namespace contract {
 /// What an image held, as far as its memory was known.
 struct PixelHash {
     uint64_t bytes;
-    uint64_t hash; ///< Of 64 words that are spread evenly over it.
+    uint64_t hash; ///< Of some of its words: `HashOfPixels`.
 };
 
 /// A stream of either side: the two records are one.

@@ -198,26 +198,32 @@ ChiOfflineInterface* OpenInterface(const char* path) {
 
 TEST(Layer, HasTheVendorsNullEntriesAndOtherWordsToo) {
     const kit::Layers layers(kit::AdapterFile(true), {.record = g_file.path});
-    Device device;
+    const Device device;
     for (auto entry = Entry::CloseSession; entry <= Entry::GetCPUAddress; entry = After(entry)) {
         device->SetMissing(entry, static_cast<uint32_t>(entry) % 2 == 0);
     }
-    device->SetMissing(Entry::OpenMetadataOps, false);
-    device->SetMissing(Entry::OpenBufferOps, false);
+    for (const Entry entry : {Entry::OpenMetadataOps, Entry::OpenBufferOps, Entry::MetadataOpsClose,
+                              Entry::BufferOpsClose}) {
+        device->SetMissing(entry, false);
+    }
     auto& ours = *OpenInterface(kVendorPath);
     auto& theirs = *OpenInterface(kRealPath);
-    const auto compare = [](const auto* our, const auto* their) {
+    const auto compare = [](auto* our, auto* their) {
         EXPECT_NE(our, their);
         for (size_t at = 0; at < sizeof *our; at += 8) {
             EXPECT_EQ(At(*our, at) == 0, At(*their, at) == 0) << at;
         }
     };
+    const auto compareTables = [&](auto* our, auto* their) {
+        compare(our, their);
+        our->pClose(our);
+        their->pClose(their);
+    };
     compare(&ours, &theirs);
     EXPECT_EQ(ours.pName, theirs.pName);
     ChiMetadataOpsOpenInfo info{0, 1, 0, 1};
-    compare(ours.pOpenMetadataOps(&ours, &info), theirs.pOpenMetadataOps(&theirs, &info));
-    compare(ours.pOpenBufferOps(&ours), theirs.pOpenBufferOps(&theirs));
-    device.ExpectLeftovers();
+    compareTables(ours.pOpenMetadataOps(&ours, &info), theirs.pOpenMetadataOps(&theirs, &info));
+    compareTables(ours.pOpenBufferOps(&ours), theirs.pOpenBufferOps(&theirs));
 }
 
 TEST(Layer, OfEitherSideWorksAlone) {

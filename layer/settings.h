@@ -25,7 +25,8 @@ struct Settings {
 /// watched. \param folder where the layer lies.
 Settings ReadSettings(const std::string& folder);
 
-/// Writes a line to Android's log, cut at 511 characters. `priority` is a number of <android/log.h>.
+/// Writes a line to Android's log, cut at 511 characters. Any thread.
+/// \param priority a number of <android/log.h>.
 __attribute__((format(printf, 2, 3))) void Log(int priority, const char* format, ...);
 
 } // namespace layer

@@ -1,5 +1,5 @@
-/// com.qti.chi.offline.layer.so: stands in the vendor library's place before the adapter, and passes
-/// each call on to the real library, and each callback on to the adapter.
+/// com.qti.chi.offline.layer.so: stands in the vendor library's place before the adapter, and
+/// passes each call on to the real library, and each callback on to the adapter.
 #include "layer/layer.h"
 #include "platform/chi/modules.h"
 #include "platform/chi/offline.h"

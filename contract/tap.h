@@ -153,4 +153,9 @@ class Tap {
     size_t mRoom = 0;
 };
 
+/// `Tap::Around` where there is a tap; else just acts.
+template <Entry E, class Act, class... Args> auto Around(Tap* tap, Act act, Args... args) {
+    return tap == nullptr ? act() : tap->template Around<E>(act, args...);
+}
+
 } // namespace contract

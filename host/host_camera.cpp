@@ -223,7 +223,9 @@ void Camera::GiveBackBuffers(Request& request) {
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------
 
-void Camera::OnResult(Request& /*request*/, const camera3_capture_result& result) {
+void Camera::OnResult(Request& request, const camera3_capture_result& result) {
+    const Slice slice("result", request.rtFrameNumber);
+    timeline::Draw(Arrow::Step, ArrowOf(request));
     if (result.result != nullptr) {
         mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
     }
@@ -235,12 +237,15 @@ buffer_handle_t* Camera::Lend(const camera3_stream* /*stream*/) {
 }
 
 void Camera::OnRelease(Request& request) {
+    const Slice slice("release", request.rtFrameNumber);
     if (!request.isLost) {
         GiveBackBuffers(request);
     }
 }
 
 void Camera::OnCompletion(Request& request, uint32_t status) {
+    const Slice slice("completion", request.rtFrameNumber);
+    timeline::Draw(Arrow::End, ArrowOf(request));
     if (request.isLost) {
         return;
     }

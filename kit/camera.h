@@ -1,6 +1,7 @@
 /// What the cameras of hosts have in common.
 #pragma once
 
+#include "contract/tap.h"
 #include "kit/library.h"
 #include "standin/control.h"
 
@@ -11,10 +12,41 @@
 
 namespace kit {
 
-/// The partial numbers of the real-time results end here, and that of the offline result's
-/// metadata.
+/// The partial numbers of the real-time results end here.
 inline constexpr uint32_t kPartialBase = 2;
-inline constexpr uint32_t kMetadataPartial = kPartialBase + 255;
+
+/// Acts, and has the contract's rules see it. The arguments are those of the entry.
+template <contract::Entry E, class Act, class... Args> auto See(Act act, Args... args) {
+    return contract::Around<E>(StandinControl()->Feed(), act, args...);
+}
+
+/// The library's table of a camera, as a host calls it: what the contract's rules have to see of the
+/// host's side is before the library's own functions.
+class HostTable : public PlatFormIntCallbacks {
+  public:
+    explicit HostTable(const PlatFormIntCallbacks& library)
+        : PlatFormIntCallbacks(library), mLibrary(library) {
+        using contract::Entry;
+        Create = [](auto* table, auto id) {
+            return See<Entry::Create>([=] { return Of(table).Create(table, id); }, table);
+        };
+        Destroy = [](auto* table) {
+            return See<Entry::Destroy>([=] { return Of(table).Destroy(table); }, table);
+        };
+        Flush = [](auto* table) { See<Entry::Flush>([=] { Of(table).Flush(table); }, table); };
+        SubmitRequestFromRT = [](auto* table, auto... args) {
+            return See<Entry::SubmitRequestFromRT>(
+                [=] { return Of(table).SubmitRequestFromRT(table, args...); }, table, args...);
+        };
+    }
+
+  private:
+    static const PlatFormIntCallbacks& Of(PlatFormIntCallbacks* table) {
+        return static_cast<HostTable*>(table)->mLibrary;
+    }
+
+    PlatFormIntCallbacks mLibrary;
+};
 
 /// A camera of a host, and the framework's side of it: the base of `Host`. Its members `OnResult`,
 /// `OnRelease` and `OnCompletion` are called on the vendor's threads, as is `Lend`, which has the
@@ -59,31 +91,47 @@ template <class Host, class Request> class HostCamera : private camera3_callback
         }
     }
 
-    PlatFormIntCallbacks mTable;
+    HostTable mTable;
     OemLayer::OffCamApplicationCallbacks mCallbacks{
-        [](auto* record) { Of(record).camera.OnRelease(Of(record)); },
-        [](auto* record, auto status) { Of(record).camera.OnCompletion(Of(record), status); },
-        [](auto* record, auto* result) { Of(record).camera.OnResult(Of(record), *result); }};
+        [](auto* record) {
+            const auto act = [=] { Of(record).camera.OnRelease(Of(record)); };
+            See<contract::Entry::ReleaseRtBuffers>(act, IdOf(record), record);
+        },
+        [](auto* record, auto status) {
+            const auto act = [=] { Of(record).camera.OnCompletion(Of(record), status); };
+            See<contract::Entry::RequestComplete>(act, IdOf(record), record, status);
+        },
+        [](auto* record, auto* result) {
+            const auto act = [=] { Of(record).camera.OnResult(Of(record), *result); };
+            See<contract::Entry::CaptureResult>(act, IdOf(record), record, result);
+        }};
     OemLayer::OfflineDataWraper mWrapper{}; ///< Of all requests, as far as they are alike.
 
   private:
     static constexpr uint64_t kSessionParameters = 0; // Opaque to all but the framework.
 
     static Request& Of(OemLayer::RequestPrivData* record) { return *static_cast<Request*>(record); }
+    static uint32_t IdOf(OemLayer::RequestPrivData* record) {
+        HostCamera& base = Of(record).camera;
+        return base.mTable.cameraId;
+    }
 
     static int32_t LendAll(const camera3_callback_ops* ops, uint32_t count,
                            const camera3_buffer_request* requests, uint32_t* returned,
                            camera3_stream_buffer_ret* answers) {
         auto& base = *const_cast<HostCamera*>(static_cast<const HostCamera*>(ops));
-        auto& host = static_cast<Host&>(base);
-        for (uint32_t i = 0; i < count; ++i) {
-            camera3_stream* const stream = requests[i].stream;
-            answers[i].status = 0;
-            answers[i].num_output_buffers = 1;
-            *answers[i].output_buffers = StreamBuffer(stream, host.Lend(stream));
-        }
-        *returned = count;
-        return 0;
+        const auto lend = [=, &host = static_cast<Host&>(base)] {
+            for (uint32_t i = 0; i < count; ++i) {
+                camera3_stream* const stream = requests[i].stream;
+                answers[i].status = 0;
+                answers[i].num_output_buffers = 1;
+                *answers[i].output_buffers = StreamBuffer(stream, host.Lend(stream));
+            }
+            *returned = count;
+            return int32_t{0};
+        };
+        return See<contract::Entry::RequestStreamBuffers>(lend, base.mTable.cameraId, count,
+                                                          requests, returned, answers);
     }
 };
 

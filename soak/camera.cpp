@@ -173,13 +173,6 @@ void Camera::Prepare(Request& request, const OfflineDataWraper& wrapper, std::st
     request.numInputBuffers = wrapper.numBuffers * static_cast<uint32_t>(inputs.size());
     request.metadata.clear();
     CreateSetMetadata(request.metadata, wrapper.numBuffers);
-    camera3_stream* const stream = wrapper.identity.pOutStream;
-    request.watch.emplace(request.name);
-    request.watch->Expect({.frameNumber = request.frame,
-                           .partialNumber = kit::kMetadataPartial,
-                           .reports = mRound.shape == Shape::SecondBlock ? 2U : 1U,
-                           .stream = stream,
-                           .buffer = mRound.lends ? Lend(stream) : &request.output});
 }
 
 /// From the submission on the request is the vendor's threads'.
@@ -202,7 +195,6 @@ void Camera::Send(uint32_t index) {
     mUsed |= 1U << identity;
     const uint32_t status =
         mTable.SubmitRequestFromRT(&mTable, &wrapper, &request, &output, &mCallbacks);
-    request.watch->OnSubmitted(status);
     if (status == 0) {
         ++mTally.accepted;
         mTally.formatsLeft += recipe.FormatsLeft(wrapper.numBuffers);
@@ -219,7 +211,7 @@ void Camera::End(Request& request) {
     GiveBackAll(&PlatFormIntCallbacks::MetadataDestroy, request.metadata);
     std::unique_lock lock(mMutex);
     if (!std::exchange(request.isInFlight, false)) {
-        return; // It was completed twice, which its watch reports.
+        return; // It was completed twice, which the contract reports.
     }
     const bool mayChain = request.frame % kChainedEvery == 0 && !mTally.isOver;
     const uint32_t next = mayChain ? mNext++ : mCount;
@@ -236,7 +228,6 @@ void Camera::End(Request& request) {
 // --- What comes back, on the vendor's threads ---------------------------------------------------
 
 void Camera::OnResult(Request& request, const camera3_capture_result& result) {
-    request.watch->OnResult(result);
     BeSlow(request.frame, 1);
     if (result.result != nullptr) {
         mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
@@ -244,13 +235,11 @@ void Camera::OnResult(Request& request, const camera3_capture_result& result) {
 }
 
 void Camera::OnRelease(Request& request) {
-    request.watch->OnRelease();
     BeSlow(request.frame, 2);
     ++mTally.released;
 }
 
 void Camera::OnCompletion(Request& request, uint32_t status) {
-    request.watch->OnCompletion(status);
     if (status != (mRound.shape == Shape::ErrorBuffer ? 1 : 0)) {
         Complain(request, "completed with status " + std::to_string(status));
     }

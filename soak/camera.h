@@ -1,7 +1,6 @@
 /// A camera of the endurance run, with the threads that submit to it.
 #pragma once
 
-#include "host/watch.h"
 #include "kit/camera.h"
 #include "standin/control.h"
 
@@ -11,7 +10,6 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -52,7 +50,6 @@ struct Request : OemLayer::RequestPrivData {
     std::string name; ///< Its camera's id and its frame number.
     uint32_t frame = 0;
     std::vector<void*> metadata; ///< Of the input sets.
-    std::optional<host::RequestWatch> watch;
     buffer_handle_t output = nullptr;
     bool isInFlight = false; ///< The camera's mutex guards its end.
 };

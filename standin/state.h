@@ -297,8 +297,7 @@ template <class Record> Table<Record>::~Table() { Device().Lock()->slots.erase(&
 
 /// Acts, before the eyes of the rules where there are any. The arguments are those of the entry.
 template <contract::Entry E, class Act, class... Args> auto Watched(Act act, Args... args) {
-    contract::Tap* const tap = StandinControl()->Feed();
-    return tap == nullptr ? act() : tap->template Around<E>(act, args...);
+    return contract::Around<E>(StandinControl()->Feed(), act, args...);
 }
 
 /// Those of the vendor's interface stand in the same order in both lists.

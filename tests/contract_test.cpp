@@ -1,6 +1,7 @@
 /// The rules of the contract: each is seen failing, alone, and none fails where all is right.
 
-#include "host/watch.h"
+#include "contract/engine.h"
+#include "contract/tap.h"
 #include "platform/maker/zlog.h"
 #include "tests/support/device.h"
 
@@ -217,7 +218,7 @@ constexpr Row<Client> kExecuteRows[]{
      [](Client& client) { client.inputs[0].pStream = nullptr; }},
     {Rule::InputStream, kExecuted, "input stream <raw> is fed twice by one set",
      [](Client& client) { client.inputSets[0].numBuffers = 2; }},
-    {Rule::InputManager, kExecuted, "an input's manager is (nil) and must be <manager> of kind 'B'",
+    {Rule::InputManager, kExecuted, "an input's manager is (nil) and must be <manager>",
      [](Client& client) { client.inputs[0].pBufferManager = nullptr; }},
     {Rule::InputFormat, kExecuted, "the presence of a format record is 0 and must be 1",
      [](Client& client) { client.inputs[0].pInputFormat = nullptr; }},
@@ -239,7 +240,11 @@ constexpr Row<Client> kExecuteRows[]{
      "an image of 64x32 and format 37 is an input of a stream of 32x32 and format 37",
      [](Client& client) { client.raw.width = 32; }},
     {Rule::SetMetadata, kExecuted, "set 0 has no metadata",
-     [](Client& client) { client.inputSets[0].pMetadata = nullptr; }},
+     [](Client& client) {
+         auto* const ops = client.pMetadataOps; // Which gave the host some.
+         client.Destroy(ops->pCreateWithUsage(ops, nullptr, 0, 0));
+         client.inputSets[0].pMetadata = nullptr;
+     }},
     {Rule::SetMetadata, kExecuted, "the set of a set's metadata is 1 and must be 0",
      [](Client& client) { client.Mark({.cameraId = 0, .index = 1}); }},
     {Rule::SetMetadata, kExecuted, "the camera of a set's metadata is 0 and must be 1",
@@ -255,14 +260,12 @@ constexpr Row<Client> kObjectRows[]{
      [](Client&) { kit::OpenOfflineInterface(511); }},
     {Rule::LoggerOperations, kRest, "SetOfflineLoggerOps: the operations are not filled",
      [](Client&) { ZLog::SetOfflineLoggerOps(std::make_unique<ZOfflineLogOps>().get()); }},
-    {Rule::SessionOpen, "sEamtib",
-     "ExecuteRequest: <session> of kind 'S' is not a live session: destroyed"},
+    {Rule::SessionOpen, "sEamtib", "ExecuteRequest: <session> is not a live session: destroyed"},
     {Rule::SessionOpen, kRest, "ConfigureStreams: 0x3e8 is not a live session: never existed",
      [](Client& client) { client.pInterface->pConfigureStreams(1000, &client.config); }},
     {Rule::SessionClosed, "ssamtib",
-     "CloseSession: <session> of kind 'S' is not a live session: destroyed twice"},
-    {Rule::SessionClosed, "amtib",
-     "at the end: 1 session left, such as <session> of kind 'S' \"Night\""},
+     "CloseSession: <session> is not a live session: destroyed twice"},
+    {Rule::SessionClosed, "amtib", "at the end: 1 session left, such as <session> \"Night\""},
     {Rule::SessionCloser, "amtib", "CloseSession: a session's own thread closes it",
      [](Client& client) {
          client.device->SetDelivery(Delivery::OnSessionThread);
@@ -293,32 +296,29 @@ constexpr Row<Client> kObjectRows[]{
          ops->pClose(ops);
      }},
     {Rule::MetadataAlive, "mEsatib",
-     "ExecuteRequest: <metadata> of kind 'M' is not a live metadata object: destroyed"},
+     "ExecuteRequest: <metadata> is not a live metadata object: destroyed"},
     {Rule::MetadataDestroyed, "msamtib",
-     "MetadataDestroy: <metadata> of kind 'M' is not a live metadata object: destroyed twice"},
+     "MetadataDestroy: <metadata> is not a live metadata object: destroyed twice"},
     {Rule::MetadataDestroyed, "xsamtib",
-     "MetadataDestroy: <image> of kind 'I' is not a live metadata object: never existed"},
-    {Rule::MetadataDestroyed, "satib",
-     "at the end: 1 metadata object left, such as <metadata> of kind 'M'"},
+     "MetadataDestroy: <image> is not a live metadata object: never existed"},
+    {Rule::MetadataDestroyed, "satib", "at the end: 1 metadata object left, such as <metadata>"},
     {Rule::AndroidMetadataReleased, "asamtib",
-     "MetadataReleaseAndroid: <android> of kind 'A' is not a live Android metadata object: "
+     "MetadataReleaseAndroid: <android> is not a live Android metadata object: "
      "destroyed twice"},
     {Rule::AndroidMetadataReleased, "smtib",
-     "at the end: 1 Android metadata object left, such as <android> of kind 'A'"},
+     "at the end: 1 Android metadata object left, such as <android>"},
     {Rule::ManagerRecord, "ibBsamtib", "BufferManagerCreate: the word at 52 is 4 and must be 5",
      [](Client& client) { client.managerData.reserved52 = 4; }},
     {Rule::ManagerRecord, kRest, "BufferManagerCreate: the name or the create record is null",
      [](Client& client) { client.CreateManager(nullptr); }},
     {Rule::ManagerAlive, "ibgsamt",
-     "GetImageBuffer: <manager> of kind 'B' is not a live buffer manager: destroyed"},
+     "GetImageBuffer: <manager> is not a live buffer manager: destroyed"},
     {Rule::ManagerDestroyed, "samtibb",
-     "BufferManagerDestroy: <manager> of kind 'B' is not a live buffer manager: destroyed twice"},
-    {Rule::ManagerDestroyed, "samti",
-     "at the end: 1 buffer manager left, such as <manager> of kind 'B'"},
-    {Rule::ImageAlive, "ipsamtb",
-     "GetCPUAddress: <image> of kind 'I' is not a live image buffer: destroyed"},
+     "BufferManagerDestroy: <manager> is not a live buffer manager: destroyed twice"},
+    {Rule::ManagerDestroyed, "samti", "at the end: 1 buffer manager left, such as <manager>"},
+    {Rule::ImageAlive, "ipsamtb", "GetCPUAddress: <image> is not a live image buffer: destroyed"},
     {Rule::ImageReleased, "isamtib",
-     "ReleaseImageBuffer: <image> of kind 'I' is not a live image buffer: destroyed twice"},
+     "ReleaseImageBuffer: <image> is not a live image buffer: destroyed twice"},
     {Rule::ImageReleased, "samtb",
      "BufferManagerDestroy: the number of image buffers left is 1 and must be 0"},
     {Rule::TableOpen, "samttib",
@@ -326,9 +326,11 @@ constexpr Row<Client> kObjectRows[]{
     {Rule::TableOpen, "samib", "at the end: 1 operation table left, such as <metadata ops>"},
 };
 
-/// A watch over one request, and the library's part in it.
+/// One request of a host, and the library's part in it, as events alone.
 struct Watched {
     Device device;
+    contract::Tap& tap = *device->Feed();
+    PlatFormIntCallbacks table = {.cameraId = 0};
     camera3_stream stream = MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
     buffer_handle_t handle = nullptr;
     buffer_handle_t otherHandle = nullptr;
@@ -339,22 +341,44 @@ struct Watched {
                                    .num_output_buffers = 1,
                                    .output_buffers = buffers,
                                    .partial_result = 257};
-    host::RequestWatch watch{"camera 0, request 3"};
+    OemLayer::RequestPrivData privData = {.partialResultBase = 2};
+    OemLayer::OfflineDataWraper wrapper = {.rtFrameNumber = 101, .identity = {&stream, 0, ""}};
+    camera3_stream_buffer output = buffers[0];
+    OemLayer::OffCamApplicationCallbacks callbacks = {[](auto...) {}, [](auto...) {},
+                                                      [](auto...) {}};
 
-    Watched() {
-        device.ExpectLeftovers();
-        watch.Expect(
-            {.frameNumber = 101, .partialNumber = 257, .stream = &stream, .buffer = &handle});
+    Watched() { device.ExpectLeftovers(); }
+
+    /// Submits, with what comes before the S during the call, and then the rest. M is a result, R
+    /// the release, C the completion with a status, S the submission's return with its own, X the
+    /// end of the camera.
+    void Play(const std::string& calls) {
+        using contract::Entry;
+        const size_t end = calls.find('S');
+        const uint32_t status = end == calls.npos ? 0 : calls[end + 1] - '0';
+        const auto submit = [&] {
+            Receive(end == calls.npos ? "" : calls.substr(0, end));
+            return status;
+        };
+        tap.Around<Entry::SubmitRequestFromRT>(
+            submit, &table, static_cast<void*>(&wrapper), static_cast<void*>(&privData),
+            static_cast<void*>(&output), static_cast<void*>(&callbacks));
+        Receive(end == calls.npos ? calls : calls.substr(end + 2));
     }
-    /// Calls the watch: M is the result, R the release, C the completion with a status, S the
-    /// submission's return with its own, X the end of the camera.
-    void Play(std::string_view calls) {
+    void Receive(std::string_view calls) {
+        using contract::Entry;
+        const auto nothing = [] {};
         for (size_t i = 0; i < calls.size(); ++i) {
-            calls[i] == 'M'   ? watch.OnResult(both)
-            : calls[i] == 'R' ? watch.OnRelease()
-            : calls[i] == 'C' ? watch.OnCompletion(calls[++i] - '0')
-            : calls[i] == 'S' ? watch.OnSubmitted(calls[++i] - '0')
-                              : watch.OnClosed();
+            if (calls[i] == 'M') {
+                tap.Around<Entry::CaptureResult>(nothing, 0U, &privData, &both);
+            } else if (calls[i] == 'R') {
+                tap.Around<Entry::ReleaseRtBuffers>(nothing, 0U, &privData);
+            } else if (calls[i] == 'C') {
+                const uint32_t status = calls[++i] - '0';
+                tap.Around<Entry::RequestComplete>(nothing, 0U, &privData, status);
+            } else {
+                tap.Around<Entry::Destroy>([] { return int64_t{0}; }, &table);
+            }
         }
     }
 };
@@ -374,12 +398,11 @@ constexpr Row<Watched> kHostRows[]{
      [](Watched& watched) { watched.buffers[0].buffer = &watched.otherHandle; }},
     {Rule::ResultBuffer, "MRC0", "stream (nil) and buffer <buffer> must be <stream> and <buffer>",
      [](Watched& watched) { watched.buffers[0].stream = nullptr; }},
-    {Rule::Reports, "MRC0", "0 metadata and 1 buffers, and must be 1 of each",
+    {Rule::Reports, "MRC0", "0 metadata and 1 buffers, and must be as many, and 1 at least",
      [](Watched& watched) {
          watched.both.result = nullptr;
          watched.both.partial_result = 0;
      }},
-    {Rule::Reports, "MMRC0", "2 metadata and 2 buffers, and must be 1 of each"},
     {Rule::LateResult, "MRC0M", "a result after the completion"},
     {Rule::Release, "RMRC0", "the number of releases is 2 and must be 1"},
     {Rule::Release, "MRC0R", "a release after the completion"},
@@ -391,6 +414,119 @@ constexpr Row<Watched> kHostRows[]{
     {Rule::Refusal, "MRC0S4", "status 4 after 3 callbacks"},
     {Rule::Refusal, "S4M", "a result after status 4"},
     {Rule::AfterClose, "MRC0XR", "a release"},
+};
+
+/// A vendor, and what it does, as events alone.
+struct Conduct {
+    Device device;
+    contract::Tap& tap = *device->Feed();
+    ChiStream output = {.width = 64, .height = 32, .format = 35, .reserved152 = -1};
+    ChiStream* list[1] = {&output};
+    ChiOfflineSessionCallbacks callbacks = {.ProcessCaptureResultCb = [](auto...) {},
+                                            .ProcessNotifyCb = [](auto...) {},
+                                            .GetFrameworkBuffers = [](auto...) { return 0U; }};
+    ChiOfflineSessionCallbacks others = callbacks;
+    const ChiOfflineSessionCallbacks* pCaller = &callbacks;
+    ChiOfflineSessionCreateInfo createInfo = {"Night", 0, &callbacks};
+    ChiOfflineSessionConfigInfo config = {
+        .pCameraText = "0", .numStreams = 1, .ppChiStreams = list};
+    ChiMetadataOpsOpenInfo openInfo = {0, 1, 0, 1};
+    ChiOfflineMetadataOps ops{};
+    ChiStreamBuffer buffer = {.size = sizeof buffer, .pStream = &output, .bufferHandle = this};
+    ChiStreamBuffer brought = buffer;
+    ChiOfflineBufferSet outputSet = {.numBuffers = 1, .pBuffers = &buffer};
+    int32_t frame = -1;
+    uint32_t lastFrame = 0;
+    int32_t written = 5;
+    ChiOfflineExecuteRequest request = {.pOutput = &outputSet,
+                                        .pPrivateData = this,
+                                        .pOfflineFrameNumber = &frame,
+                                        .pLastFrameField = &lastFrame};
+    ChiOfflineResultBlock block = {.numBuffers = 1, .pBuffers = &brought};
+    ChiOfflineCaptureResultInfo info = {.frameNumber = 5, .pResult = &block, .pPrivateData = this};
+    ChiOfflineQueryBuffer query = {AsStream(&output), 1};
+    ChiStreamBuffer lent = {.pStream = &output, .bufferHandle = &lent};
+    std::function<void()> configures = [] {};
+
+    Conduct() { device.ExpectLeftovers(); }
+    static camera3_stream* AsStream(ChiStream* stream) {
+        return reinterpret_cast<camera3_stream*>(stream);
+    }
+    /// o opens the session, c configures it, e and f execute a request that the vendor accepts or
+    /// refuses, r delivers the result, p the same with a partial to come, q asks the framework for
+    /// a buffer and gets `lent`, x closes the session, t opens metadata operations, m makes
+    /// metadata with them.
+    void Play(std::string_view calls) {
+        using contract::Entry;
+        constexpr uint64_t kSession = 77;
+        constexpr ChiOfflineInterface* kNone = nullptr;
+        for (const char call : calls) {
+            if (call == 'o') {
+                tap.Around<Entry::OpenSession>([] { return kSession; }, kNone, &createInfo);
+            } else if (call == 'c') {
+                const auto configure = [this] { return configures(), int32_t{0}; };
+                tap.Around<Entry::ConfigureStreams>(configure, kSession, &config);
+            } else if (call == 'e' || call == 'f') {
+                frame = -1;
+                const auto execute = [&] {
+                    frame = written;
+                    lastFrame += written > 0 ? 1 : 0;
+                    return int32_t{call == 'f'};
+                };
+                tap.Around<Entry::ExecuteRequest>(execute, kSession, &request);
+            } else if (call == 'r' || call == 'p') {
+                block.numPartialMetadata = call == 'p' ? 1 : 0;
+                tap.Around<Entry::ProcessCaptureResult>([] {}, pCaller, 1U, &info);
+            } else if (call == 'q') {
+                AskFramework();
+            } else if (call == 'x') {
+                tap.Around<Entry::CloseSession>([] { return int32_t{0}; }, kSession);
+            } else if (call == 't') {
+                tap.Around<Entry::OpenMetadataOps>([this] { return &ops; }, kNone, &openInfo);
+            } else {
+                tap.Around<Entry::MetadataCreate>([] { return MadeUp(0x4D); }, &ops,
+                                                  static_cast<void*>(nullptr), 0U);
+            }
+        }
+    }
+    void AskFramework() {
+        unsigned int returned = 1;
+        ChiOfflineQueryStreamBuffer answer = {query.pStream, 0, 1, &lent};
+        tap.Around<contract::Entry::GetFrameworkBuffers>(
+            [] { return 0U; }, pCaller, 1U, static_cast<const ChiOfflineQueryBuffer*>(&query),
+            &returned, &answer);
+    }
+};
+
+constexpr Row<Conduct> kVendorRows[]{
+    {Rule::NewSession, "oo", "OpenSession: 0x4d is a live session already"},
+    {Rule::NewObject, "tmm", "MetadataCreate: 0x4d is a live metadata object already"},
+    {Rule::StreamsKept, "oc",
+     "ConfigureStreams: stream 0 has another type, size or format than before",
+     [](Conduct& vendor) { vendor.configures = [&vendor] { vendor.output.width = 32; }; }},
+    {Rule::FrameWritten, "oce", "ExecuteRequest: the offline frame is still -1",
+     [](Conduct& vendor) { vendor.written = -1; }},
+    {Rule::CallbackSession, "ocexr",
+     "ProcessCaptureResultCb: <callbacks> are the callbacks of no open session"},
+    {Rule::CallbackSession, "ocer",
+     "ProcessCaptureResultCb: <others> are the callbacks of no open session",
+     [](Conduct& vendor) { vendor.pCaller = &vendor.others; }},
+    {Rule::ResultRequest, "ocr",
+     "ProcessCaptureResultCb: the private data <request> is that of no request of the session"},
+    {Rule::RefusedRequest, "ocfr", "ProcessCaptureResultCb: a result after status 1"},
+    {Rule::ResultAfterLast, "ocerr",
+     "ProcessCaptureResultCb: a result after the last one of the request <request>"},
+    {Rule::ResultNumber, "ocer",
+     "ProcessCaptureResultCb: a result's frame number is 6 and must be 5",
+     [](Conduct& vendor) { vendor.info.frameNumber = 6; }},
+    {Rule::PartialsFall, "ocerp", "ProcessCaptureResultCb: 1 partials to come after 0",
+     [](Conduct& vendor) { vendor.block = {}; }},
+    {Rule::ResultOutput, "ocer",
+     "ProcessCaptureResultCb: stream <output> and buffer <lent> must be <output> and <request>",
+     [](Conduct& vendor) { vendor.brought.bufferHandle = &vendor.lent; }},
+    {Rule::BufferCount, "ocepr", "ProcessCaptureResultCb: 2 buffers for 1 outputs"},
+    {Rule::BufferQuery, "ocq", "GetFrameworkBuffers: stream <other> is not in the session's list",
+     [](Conduct& vendor) { vendor.query.pStream = Conduct::AsStream(vendor.list[0] + 1); }},
 };
 
 /// Of the vendor's side, in a client's whole life. `entry` is where the violations are found.
@@ -425,12 +561,66 @@ TEST(Contract, RulesOfTheHostAreSeenFailing) {
         Watched watched;
         row.change(watched);
         watched.Play(row.calls);
-        ExpectViolation(row.rule, std::string("camera 0, request 3: ") + row.values,
+        ExpectViolation(row.rule, std::string("camera 0, frame 101: ") + row.values,
                         {{"<stream>", &watched.stream},
                          {"<buffer>", &watched.handle},
                          {"<other>", &watched.otherHandle},
                          {"<buffers>", watched.buffers}});
     }
+}
+
+TEST(Contract, RulesOfTheVendorAreSeenFailing) {
+    for (const Row<Conduct>& row : kVendorRows) {
+        Conduct vendor;
+        row.change(vendor);
+        vendor.Play(row.calls);
+        ExpectViolation(row.rule, row.values,
+                        {{"<callbacks>", &vendor.callbacks},
+                         {"<others>", &vendor.others},
+                         {"<lent>", &vendor.lent},
+                         {"<output>", &vendor.output},
+                         {"<other>", vendor.list[0] + 1},
+                         {"<request>", &vendor}});
+    }
+}
+
+/// Handles, addresses and private data of what is over are used again; a lent buffer is one of the
+/// request's.
+TEST(Contract, HoldsForAVendorThatUsesHandlesAgain) {
+    Conduct vendor;
+    vendor.Play("ocerxocerq");
+    vendor.brought = vendor.lent;
+    vendor.Play("er");
+    EXPECT_EQ(vendor.device->Violations(), Texts());
+    vendor.Play("er");
+    EXPECT_EQ(vendor.device->Violations().size(), 1U) << "it was lent once";
+}
+
+/// Whose watch began late does not know what was there before.
+TEST(Contract, IsNotHeldAgainstWhatWasThereBeforeTheWatch) {
+    Client client;
+    std::vector<std::string> found;
+    contract::Engine late([&](const auto& violation) { found.push_back(LineOf(violation)); });
+    struct Follower : contract::Follower {
+        explicit Follower(contract::Engine& its) : engine(its) {}
+        void Take(const contract::Event& event) override {
+            if (event.Number() > 1) {
+                engine.Take(event);
+            }
+        }
+        contract::Engine& engine;
+    } follower(late);
+    std::string problem;
+    const auto tap = contract::Tap::Open({.follower = &follower}, problem);
+    const auto destroy = [&] {
+        tap->Around<contract::Entry::MetadataDestroy>([] { return 0U; }, client.metadata);
+    };
+    tap->Call<contract::Entry::Pixels>(uint64_t{0}); // Is not seen.
+    destroy();
+    late.CheckAllReturned();
+    EXPECT_EQ(found, Texts());
+    destroy();
+    EXPECT_EQ(found.size(), 1U) << "destroyed twice, and both times were seen";
 }
 
 TEST(Contract, EveryRuleHasARowHere) {
@@ -445,6 +635,7 @@ TEST(Contract, EveryRuleHasARowHere) {
     add(kExecuteRows);
     add(kObjectRows);
     add(kHostRows);
+    add(kVendorRows);
     for (size_t i = 0; i < contract::kRules.size(); ++i) {
         EXPECT_TRUE(seen.contains(static_cast<Rule>(i))) << contract::kRules[i].number;
     }

@@ -1,7 +1,7 @@
 /// Several threads at once; also run under ThreadSanitizer, as the endurance run and the scenarios
 /// are. Those have cameras and vendor threads side by side, and submissions from within callbacks.
 
-#include "host/watch.h"
+#include "contract/tap.h"
 #include "tests/support/scene.h"
 
 #include <deque>
@@ -57,37 +57,40 @@ TEST(Threaded, AnOutputMayBecomeAnInputAndBackWhileRequestsAreSubmitted) {
     owner.join();
 }
 
-TEST(Threaded, AWatchTakesResultsOfSeveralThreadsWhileTheSubmissionReturns) {
+TEST(Threaded, TheRulesTakeResultsOfSeveralThreadsWhileTheSubmissionReturns) {
+    using contract::Entry;
     constexpr uint32_t kThreads = 4;
     constexpr uint32_t kResults = 200;
     Device device; // Looks for violations when it goes.
-    camera3_stream stream = MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
-    buffer_handle_t handle = nullptr;
-    const camera3_stream_buffer buffer = {.stream = &stream, .buffer = &handle};
-    const camera3_capture_result result = {.frame_number = 7,
-                                           .result = static_cast<camera_metadata*>(MadeUp(1)),
-                                           .num_output_buffers = 1,
-                                           .output_buffers = &buffer,
-                                           .partial_result = 257};
-    host::RequestWatch watch("camera 0, request 0");
-    watch.Expect({7, 257, kThreads * kResults, &stream, &handle});
+    contract::Tap& tap = *device->Feed();
+    Request request;
+    PlatFormIntCallbacks table{};
+    const camera3_stream_buffer buffer = request.output;
+    camera3_capture_result result = {.frame_number = 7,
+                                     .result = static_cast<camera_metadata*>(MadeUp(1)),
+                                     .num_output_buffers = 1,
+                                     .output_buffers = &buffer,
+                                     .partial_result = 355};
+    OemLayer::RequestPrivData* const record = &request.privData;
     std::latch start(kThreads + 1);
     std::vector<std::thread> vendors;
     for (uint32_t i = 0; i < kThreads; ++i) {
         vendors.emplace_back([&] {
             start.arrive_and_wait();
             for (uint32_t j = 0; j < kResults; ++j) {
-                watch.OnResult(result);
+                tap.Around<Entry::CaptureResult>([] {}, 0U, record, &result);
             }
         });
     }
-    start.arrive_and_wait();
-    watch.OnSubmitted(0);
+    const auto submit = [&] { return start.arrive_and_wait(), 0U; };
+    tap.Around<Entry::SubmitRequestFromRT>(
+        submit, &table, static_cast<void*>(&request.wrapper), static_cast<void*>(record),
+        static_cast<void*>(&request.output), static_cast<void*>(&request.callbacks));
     for (std::thread& vendor : vendors) {
         vendor.join();
     }
-    watch.OnRelease();
-    watch.OnCompletion(0);
+    tap.Around<Entry::ReleaseRtBuffers>([] {}, 0U, record);
+    tap.Around<Entry::RequestComplete>([] {}, 0U, record, 0U);
 }
 
 } // namespace

@@ -196,6 +196,8 @@ void Control::SetPace(std::chrono::microseconds latency, Order order, uint32_t s
 
 void Control::SetObserver(Observer* observer) { mState->observer = observer; }
 
+void Control::SetAnswerer(Answerer* answerer) { mState->answerer = answerer; }
+
 void Control::SetTracePoints(bool on) { mState->Lock()->SetTraceBit(on); }
 
 void Control::SetAsksForFrameworkBuffers(bool asks) {
@@ -285,6 +287,7 @@ void Control::DeliverInstant() {
 }
 
 Observer::~Observer() = default;
+Answerer::~Answerer() = default;
 
 void Control::WaitIdle() {
     std::unique_lock lock(mState->mutex);

@@ -14,6 +14,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <utility>
@@ -132,6 +134,15 @@ struct Observer {
     virtual void End() = 0; ///< Of what was begun last on this thread.
 };
 
+/// Answers in the stand-in's place what is called through the offline library's entry point and its
+/// operation tables, OpenContext to GetCPUAddress. Called on the thread that calls, without a lock.
+struct Answerer {
+    virtual ~Answerer();
+    /// \param words the arguments, in their order.
+    /// \returns what the call returns; no value where the stand-in shall do it itself.
+    virtual std::optional<uint64_t> Answer(Entry entry, std::span<const uint64_t> words) = 0;
+};
+
 /// A set of buffers as it stood during the execute call, with the format records that it pointed
 /// at.
 struct BufferSetCopy {
@@ -223,6 +234,9 @@ class Control {
 
     /// Who follows the device from now on; null for nobody. It must outlive all sessions.
     void SetObserver(Observer* observer);
+
+    /// Who answers from now on; null for the stand-in itself. It must outlive the last call.
+    void SetAnswerer(Answerer* answerer);
 
     /// The vendor's debug settings enable trace points, or not.
     void SetTracePoints(bool on);

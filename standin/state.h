@@ -208,8 +208,7 @@ struct Control::State {
     std::map<const void*, SlotList> slots;     ///< By the record.
     unsigned char* pTraceByte = nullptr; ///< The byte with the trace bit, in the context library.
     std::atomic<Observer*> observer = nullptr;
-    Watch watch; ///< Has a lock of its own.
-    std::atomic<bool> isWatched = true;
+    std::atomic<Answerer*> answerer = nullptr;
 
     /// Records a call. Has a value if the call is to fail: its result.
     std::optional<uint64_t> Enter(Entry entry, const Arguments& arguments);
@@ -327,6 +326,13 @@ struct Recorded<Name, Function> {
     static R Act(Args... args) {
         if (const auto fault = Device().Enter(Name, Arguments(args...))) {
             return As<R>(*fault);
+        }
+        if constexpr (Name >= Entry::OpenContext && Name <= Entry::GetCPUAddress) {
+            Answerer* const answerer = Device().answerer;
+            const uint64_t words[] = {Word(args)...};
+            if (const auto answer = answerer ? answerer->Answer(Name, words) : std::nullopt) {
+                return As<R>(*answer);
+            }
         }
         const struct Scope {
             Entry outer = std::exchange(CurrentEntry(), Name);

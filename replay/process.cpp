@@ -1,0 +1,122 @@
+/// Forks, plays, and hears what came of it.
+#include "replay/process.h"
+
+#include "kit/layers.h"
+#include "replay/player.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace replay {
+namespace {
+
+using contract::Event;
+
+constexpr int kCannotPlay = 3; // The process says why.
+
+/// Twice as much as the recording has, since the library may do more.
+uint32_t MebibytesFor(const std::vector<Event>& events) {
+    uint64_t bytes = 0;
+    for (const Event& event : events) {
+        bytes += event.Header().size;
+    }
+    return static_cast<uint32_t>(std::min<uint64_t>(bytes / (1U << 19) + 2, 4096));
+}
+
+/// The work of the child. It says in lines of the file what came of it, each with a letter.
+[[noreturn]] void PlayAndExit(const std::vector<Event>& events, const Options& options,
+                              const std::string& layer, FILE* said) {
+    const rlimit none{};
+    (void)setrlimit(RLIMIT_CORE, &none);
+    if (options.isQuiet) {
+        const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        (void)dup2(nothing, STDOUT_FILENO);
+        (void)dup2(nothing, STDERR_FILENO);
+    }
+    int status = 0;
+    try {
+        Player player(events, options.isPaced);
+        const std::string stuck = player.Play(kit::Adapter(layer));
+        for (const std::string& line : player.Omitted()) {
+            (void)fprintf(said, "o%s\n", line.c_str());
+        }
+        (void)fprintf(said, "s%s\n", stuck.c_str());
+        (void)fflush(said);
+        _exit(status); // Threads may still be in the library.
+    } catch (const std::exception& error) {
+        (void)fprintf(said, "f%s\n", error.what());
+        (void)fflush(said);
+        status = kCannotPlay;
+    }
+    _exit(status);
+}
+
+/// \throws std::runtime_error where the process said that it cannot play.
+void Hear(FILE* said, Ending& ending) {
+    rewind(said);
+    char* line = nullptr;
+    size_t room = 0;
+    std::string failure;
+    for (ssize_t size = 0; (size = getline(&line, &room, said)) > 1;) {
+        const std::string text(line + 1, static_cast<size_t>(size - 2));
+        switch (line[0]) {
+        case 'o':
+            ending.omitted.push_back(text);
+            break;
+        case 's':
+            ending.stuck = text;
+            break;
+        default:
+            failure = text;
+            break;
+        }
+    }
+    free(line);
+    if (!failure.empty()) {
+        throw std::runtime_error(failure);
+    }
+}
+
+[[noreturn]] void FailWith(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+} // namespace
+
+std::string Ending::Describe() const {
+    if (signal != 0) {
+        return "died by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
+    }
+    return status == 0 ? "" : "ended with status " + std::to_string(status);
+}
+
+Ending PlayInProcess(const std::vector<Event>& events, const Options& options) {
+    const std::string record = std::filesystem::absolute(options.record);
+    const kit::Layers layers(std::filesystem::absolute(options.library),
+                             {.record = record, .mebibytes = MebibytesFor(events)});
+    const std::unique_ptr<FILE, decltype(&fclose)> said(tmpfile(), fclose);
+    if (said == nullptr) {
+        FailWith("a temporary file");
+    }
+    (void)fflush(nullptr); // The child would write it once more.
+    const pid_t child = fork();
+    if (child == 0) {
+        PlayAndExit(events, options, layers.AdapterFile(), said.get());
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child) {
+        FailWith("a process for the replay");
+    }
+    Ending ending{.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+                  .status = WIFEXITED(status) ? WEXITSTATUS(status) : 0};
+    Hear(said.get(), ending);
+    return ending;
+}
+
+} // namespace replay

@@ -1,0 +1,35 @@
+/// A replay in a process of its own: whatever the adapter does there, the caller lives on.
+#pragma once
+
+#include "contract/recording.h"
+
+#include <string>
+#include <vector>
+
+namespace replay {
+
+struct Options {
+    std::string library;  ///< The adapter.
+    std::string record;   ///< The file of the replay's own recording.
+    bool isPaced = true;  ///< With the recording's pauses.
+    bool isQuiet = false; ///< What the process prints is dropped.
+};
+
+/// What became of the process.
+struct Ending {
+    int signal = 0;                   ///< That killed it; 0 for none.
+    int status = 0;                   ///< With which it ended, where it was not killed.
+    std::string stuck;                ///< Who does not come back, and where; empty for nobody.
+    std::vector<std::string> omitted; ///< Calls that could not be made, in a line each.
+
+    bool IsDead() const { return signal != 0 || status != 0; }
+    /// As in "died by signal 11 (Segmentation fault)"; empty where it ended as usual.
+    std::string Describe() const;
+};
+
+/// Plays a recording with both layers in place. The caller has one thread, and has not loaded the
+/// adapter.
+/// \throws std::runtime_error where the library cannot be used, or nothing can be recorded.
+Ending PlayInProcess(const std::vector<contract::Event>& events, const Options& options);
+
+} // namespace replay

@@ -78,8 +78,8 @@ class Track {
                                        mFrames.empty() ? nullptr : mFrames.back().call);
         }
         const Call* const outer = mAt.exchange(call);
+        Learn(*call, words, mPlayer.mWorld); // First: others may wait for it.
         mPlayer.mTurns.End(call->call);
-        Learn(*call, words, mPlayer.mWorld);
         for (const Call* inner : call->inner) {
             Play(*inner);
         }
@@ -109,7 +109,8 @@ class Track {
     };
 
     void Play(const Call& call) {
-        mPlayer.mTurns.Begin(call.call);
+        const Call* const needed = call.execution == nullptr ? call.opening : call.execution;
+        mPlayer.mTurns.Begin(call.call, needed == nullptr ? nullptr : &needed->call);
         const Call* const outer = mAt.exchange(&call);
         mFrames.push_back({&call, std::vector<bool>(call.inner.size())});
         if (!Make(call, mPlayer.mWorld)) {
@@ -354,7 +355,8 @@ std::optional<uint64_t> Player::Answer(standin::Entry entry, std::span<const uin
                               : t_track->Arrive(EntryOf(entry), words);
 }
 
-/// As the same was answered anywhere else, or as usual where it fails. No object is made twice.
+/// As the same was answered anywhere else. Otherwise what has to bring something fails, and the
+/// rest succeeds, such as the end of an object. No object is made twice.
 std::optional<uint64_t> Player::AnswerOther(Entry entry, std::span<const uint64_t> words,
                                             const Call* outer) {
     const contract::EntryText& text = contract::TextOf(entry);
@@ -377,8 +379,11 @@ std::optional<uint64_t> Player::AnswerOther(Entry entry, std::span<const uint64_
             }
         }
     }
-    // A session that the recording did not see configured was all the same.
-    return entry == Entry::ConfigureStreams ? 0 : standin::FailureOf(EntryOf(entry));
+    const bool brings = entry == Entry::ExecuteRequest || entry == Entry::MetadataGetTag ||
+                        entry == Entry::TranslateToChiBuffer ||
+                        entry == Entry::TranslateFromChiBuffer ||
+                        (text.result != nullptr && text.result->kind == Kind::Object);
+    return brings ? standin::FailureOf(EntryOf(entry)) : 0;
 }
 
 /// The handle of the session that executes the request in the recording.

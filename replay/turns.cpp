@@ -9,25 +9,37 @@ namespace replay {
 namespace {
 
 // What a thread has begun is recorded a moment later; whoever comes next leaves it that.
-constexpr std::chrono::milliseconds kMoment{1};
+constexpr std::chrono::milliseconds kMoment{10};
 // How long a turn is kept for somebody who may be waiting for a lock.
-constexpr std::chrono::milliseconds kPatience{25};
+constexpr std::chrono::milliseconds kPatience{100};
+constexpr std::chrono::milliseconds kLongPatience{2500};
 
 thread_local uint64_t t_begun = 0; // The event that this thread has begun and not ended.
+
+bool StandsAlone(Entry entry) {
+    return entry == Entry::LoadLib || entry == Entry::Create || entry == Entry::Destroy ||
+           entry == Entry::Flush || entry == Entry::TearDownResource;
+}
 
 } // namespace
 
 Turns::Turns(const std::vector<Event>& events, bool isPaced)
     : mIsPaced(isPaced), mFirst(events.front().Number()), mFirstTime(events.front().Time()),
-      mStates(events.size(), State::Done), mUndone(mFirst + events.size()), mUnbegun(mUndone) {}
+      mStates(events.size(), State::Done), mAlone(events.size()), mUndone(mFirst + events.size()),
+      mUnbegun(mUndone) {}
 
 void Turns::Expect(const Call& call) {
     const std::lock_guard lock(mMutex);
-    ForEach(call, [this](const Call& each) {
-        mUndone = mUnbegun = std::min(mUndone, each.Number());
-        Of(each.Number()) = State::Waits;
+    const bool isAlone = StandsAlone(call.Of());
+    const auto expect = [&](uint64_t number) {
+        mUndone = mUnbegun = std::min(mUndone, number);
+        Of(number) = State::Waits;
+        mAlone[number - mFirst] = isAlone;
+    };
+    ForEach(call, [&](const Call& each) {
+        expect(each.Number());
         if (each.end.has_value()) {
-            Of(each.end->Number()) = State::Waits;
+            expect(each.end->Number());
         }
     });
 }
@@ -43,13 +55,15 @@ void Turns::Skip(const Call& call) {
     });
 }
 
-/// Whether an event may be begun now, and if not, when to look again.
-bool Turns::MayBegin(uint64_t number, Clock::time_point& look) const {
-    look = mProgress + (mUnbegun >= number ? kMoment : kPatience);
-    return mUndone >= number || Clock::now() >= look;
+/// How long after the last progress an event is begun although others should come first.
+Clock::duration Turns::PatienceFor(uint64_t number) const {
+    if (mUnbegun >= number) {
+        return kMoment;
+    }
+    return IsAlone(number) || IsAlone(mUndone) ? kLongPatience : kPatience;
 }
 
-void Turns::Begin(const Event& event) {
+void Turns::Begin(const Event& event, const Event* needed) {
     const uint64_t number = event.Number();
     std::unique_lock lock(mMutex);
     EndBegun();
@@ -62,8 +76,13 @@ void Turns::Begin(const Event& event) {
     }
     std::condition_variable turn;
     mWaiting.emplace(number, &turn);
-    for (Clock::time_point look; !MayBegin(number, look);) {
-        turn.wait_until(lock, look);
+    for (;;) {
+        const bool isThere = needed == nullptr || Of(needed->Number()) == State::Done;
+        const auto look = mProgress + PatienceFor(number);
+        if (isThere && (mUndone >= number || Clock::now() >= look)) {
+            break;
+        }
+        turn.wait_until(lock, isThere ? look : Clock::now() + kPatience);
     }
     mWaiting.erase(number);
     Mark(number, State::Begun);

@@ -13,7 +13,8 @@ using Clock = std::chrono::steady_clock;
 
 /// Keeps threads in the order of a recording's events, as far as it can. What is done on purpose,
 /// a call into the adapter or an answer to it, waits for all that came before; but not forever,
-/// since the adapter's locks may order threads otherwise. Any thread may call.
+/// since the adapter's locks may order threads otherwise. What must not happen together, such as
+/// the end of a camera and anything else, is waited for much longer. Any thread may call.
 class Turns {
   public:
     /// \param isPaced events are not earlier than they were in the recording, either.
@@ -26,7 +27,8 @@ class Turns {
 
     /// Waits for the event's turn, and begins what makes it happen. Its thread has ended what it
     /// began before.
-    void Begin(const Event& event);
+    /// \param needed another one that it cannot do without; null for none.
+    void Begin(const Event& event, const Event* needed = nullptr);
     /// It has happened, and so has what its thread began before.
     void End(const Event& event);
 
@@ -38,8 +40,11 @@ class Turns {
   private:
     enum class State : uint8_t { Waits, Begun, Done };
 
-    bool MayBegin(uint64_t number, Clock::time_point& look) const;
+    Clock::duration PatienceFor(uint64_t number) const;
     State& Of(uint64_t number) { return mStates[number - mFirst]; }
+    bool IsAlone(uint64_t number) const {
+        return number < mFirst + mAlone.size() && mAlone[number - mFirst];
+    }
     void Mark(uint64_t number, State state);
     void EndBegun();
 
@@ -49,8 +54,9 @@ class Turns {
     const Clock::time_point mStart = Clock::now();
     std::mutex mMutex; ///< Guards all that follows.
     std::vector<State> mStates;
-    uint64_t mUndone;  ///< The number of the first event that is not done,
-    uint64_t mUnbegun; ///< or not even begun.
+    std::vector<bool> mAlone; ///< Events of calls that do not stand others beside them.
+    uint64_t mUndone;         ///< The number of the first event that is not done,
+    uint64_t mUnbegun;        ///< or not even begun.
     Clock::time_point mProgress = mStart;
     std::map<uint64_t, std::condition_variable*> mWaiting; ///< By what they wait to begin.
     size_t mLeft = 0;

@@ -58,10 +58,7 @@ std::span<uint8_t> VendorSide::MemoryOf(uint64_t handle) {
     const std::lock_guard lock(mMutex);
     Image& image = mImages[handle];
     if (image.memory == nullptr && image.bytes > 0) {
-        image.memory.reset(static_cast<uint8_t*>(malloc(image.bytes)));
-        if (image.memory != nullptr) {
-            std::memset(image.memory.get(), static_cast<int>(mImages.size() % 256), image.bytes);
-        }
+        image.memory.reset(static_cast<uint8_t*>(calloc(image.bytes, 1)));
     }
     return {image.memory.get(), image.memory == nullptr ? 0 : image.bytes};
 }

@@ -26,7 +26,7 @@ class VendorSide {
     };
     /// What the adapter handed over with the request of a result; nulls where it did not.
     Execution ExecutionOf(const Call& result) const;
-    /// Of this process, with pixels that mean nothing. Null for an image of unknown or absurd size.
+    /// Of this process, and black. None for an image of unknown or absurd size.
     std::span<uint8_t> MemoryOf(uint64_t image);
 
   private:

@@ -1,0 +1,188 @@
+/// Delta debugging over the units of a recording.
+#include "replay/shrink.h"
+
+#include "contract/engine.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <unistd.h>
+
+namespace replay {
+namespace {
+
+using contract::Event;
+using contract::Recording;
+
+bool Breaks(const std::vector<Event>& events, contract::Rule rule) {
+    bool isBroken = false;
+    contract::Engine engine(
+        [&](const contract::Violation& violation) { isBroken |= violation.rule == rule; });
+    for (const Event& event : events) {
+        engine.Take(event);
+    }
+    return isBroken;
+}
+
+bool HasStatus(const std::vector<Event>& events, uint32_t status) {
+    return std::any_of(events.begin(), events.end(), [&](const Event& event) {
+        return (event.IsReturn(Entry::SubmitRequestFromRT) &&
+                static_cast<uint32_t>(event.Result()) == status) ||
+               (event.IsCall(Entry::RequestComplete) &&
+                static_cast<uint32_t>(event.Word(2)) == status);
+    });
+}
+
+/// Files of this process, which are gone after it.
+class TrialFiles {
+  public:
+    TrialFiles()
+        : mFolder(std::filesystem::temp_directory_path() /
+                  ("oemlayer.shrink." + std::to_string(getpid()))) {
+        std::filesystem::create_directories(mFolder);
+    }
+    ~TrialFiles() {
+        std::error_code ignored;
+        std::filesystem::remove_all(mFolder, ignored);
+    }
+    TrialFiles(const TrialFiles&) = delete;
+    TrialFiles& operator=(const TrialFiles&) = delete;
+
+    std::string Of(const char* name) const { return mFolder / name; }
+
+  private:
+    std::filesystem::path mFolder;
+};
+
+class Shrinker {
+  public:
+    Shrinker(const Recording& recording, const Wanted& wanted, std::string library,
+             const std::function<void(const Shrunk&)>& progress)
+        : mRecording(recording), mWanted(wanted), mLibrary(std::move(library)), mProgress(progress),
+          mCalls(recording.Events()), mUnits(mCalls), mCameras(mUnits.Cameras()) {
+        for (size_t i = 0; i < mUnits.All().size(); ++i) {
+            mLeft.insert(i);
+        }
+    }
+
+    bool Shrink(const std::string& file) {
+        if (!Shows(mLeft, mCameras)) {
+            return false;
+        }
+        LeaveOutCameras();
+        LeaveOutUnits();
+        const Units::Part part = mUnits.Choose(mLeft, mCameras);
+        if (IsShown(mRecording.About(), part.events)) {
+            WriteLeft(file, part.events);
+        }
+        return true;
+    }
+
+    const Shrunk& Left() const { return mShrunk; }
+
+  private:
+    /// The replay of what is left, where that shows it, too: nothing in it refers to what was left
+    /// out.
+    void WriteLeft(const std::string& file, const std::vector<Event>& part) {
+        const Recording replay = Recording::Read(mFiles.Of("replay.rec"));
+        const bool isGood = IsShown(replay.About(), replay.Events());
+        const std::vector<Event>& left = isGood ? replay.Events() : part;
+        contract::WriteRecording(file, isGood ? replay.About() : mRecording.About(), left);
+        mShrunk.events = left.size();
+    }
+
+    /// Whether a part shows what is wanted; if it does, it is what is left.
+    bool Shows(const std::set<size_t>& units, const std::set<uint32_t>& cameras) {
+        const Units::Part part = mUnits.Choose(units, cameras);
+        ++mShrunk.trials;
+        if (part.events.empty() || !IsShown(mRecording.About(), part.events)) {
+            mProgress(mShrunk);
+            return false;
+        }
+        mLeft = units;
+        mCameras = cameras;
+        mShrunk.events = part.events.size();
+        mShrunk.requests = mShrunk.others = 0;
+        for (const size_t unit : units) {
+            const size_t requests = mUnits.All()[unit].requests;
+            mShrunk.requests += requests;
+            mShrunk.others += requests == 0 ? mUnits.All()[unit].calls.size() : 0;
+        }
+        mProgress(mShrunk);
+        return true;
+    }
+
+    bool IsShown(const contract::FileHeader& about, const std::vector<Event>& part) {
+        const std::string file = mFiles.Of("part.rec");
+        const std::string own = mFiles.Of("replay.rec");
+        contract::WriteRecording(file, about, part);
+        const Ending ending =
+            PlayInProcess(Recording::Read(file).Events(),
+                          {.library = mLibrary, .record = own, .isPaced = false, .isQuiet = true});
+        if (mWanted.isCrash) {
+            return ending.IsDead();
+        }
+        const Recording replay = Recording::Read(own);
+        return mWanted.rule.has_value() ? Breaks(replay.Events(), *mWanted.rule)
+                                        : HasStatus(replay.Events(), *mWanted.status);
+    }
+
+    /// Whole cameras first: with their own making and end.
+    void LeaveOutCameras() {
+        for (const uint32_t camera : std::set<uint32_t>(mCameras)) {
+            std::set<uint32_t> cameras = mCameras;
+            cameras.erase(camera);
+            std::set<size_t> units = mLeft;
+            std::erase_if(units, [&](size_t unit) { return mUnits.All()[unit].camera == camera; });
+            if (!cameras.empty()) {
+                Shows(units, cameras);
+            }
+        }
+    }
+
+    /// Half of the units, then quarters, and so on, until no single one can be left out.
+    void LeaveOutUnits() {
+        for (size_t size = (mLeft.size() + 1) / 2;;) {
+            const bool isSmaller = LeaveOutPieces(size);
+            if (size <= 1 && !isSmaller) {
+                break;
+            }
+            size = std::max<size_t>(size / 2, 1);
+        }
+    }
+
+    /// From the end: what comes later depends on what came before.
+    bool LeaveOutPieces(size_t size) {
+        bool isSmaller = false;
+        const std::vector<size_t> all(mLeft.begin(), mLeft.end());
+        for (size_t end = all.size(); end > 0; end -= std::min(size, end)) {
+            std::set<size_t> units = mLeft;
+            for (size_t i = end - std::min(size, end); i < end; ++i) {
+                units.erase(all[i]);
+            }
+            isSmaller |= Shows(units, mCameras);
+        }
+        return isSmaller;
+    }
+
+    const Recording& mRecording;
+    const Wanted& mWanted;
+    const std::string mLibrary;
+    const std::function<void(const Shrunk&)>& mProgress;
+    const TrialFiles mFiles;
+    const Calls mCalls;
+    const Units mUnits;
+    std::set<uint32_t> mCameras; ///< That are left, and the units.
+    std::set<size_t> mLeft;
+    Shrunk mShrunk;
+};
+
+} // namespace
+
+std::optional<Shrunk> Shrink(const Recording& recording, const Wanted& wanted,
+                             const std::string& library, const std::string& file,
+                             const std::function<void(const Shrunk&)>& progress) {
+    Shrinker shrinker(recording, wanted, library, progress);
+    return shrinker.Shrink(file) ? std::optional(shrinker.Left()) : std::nullopt;
+}
+
+} // namespace replay

@@ -223,9 +223,7 @@ void Camera::GiveBackBuffers(Request& request) {
 
 // --- Camera: what comes back, on the vendor's threads -------------------------------------------
 
-void Camera::OnResult(Request& request, const camera3_capture_result& result) {
-    const Slice slice("result", request.rtFrameNumber);
-    timeline::Draw(Arrow::Step, ArrowOf(request));
+void Camera::OnResult(Request& /*request*/, const camera3_capture_result& result) {
     if (result.result != nullptr) {
         mTable.ReleaseAndroidMetadata(&mTable, const_cast<camera_metadata*>(result.result));
     }
@@ -237,15 +235,12 @@ buffer_handle_t* Camera::Lend(const camera3_stream* /*stream*/) {
 }
 
 void Camera::OnRelease(Request& request) {
-    const Slice slice("release", request.rtFrameNumber);
     if (!request.isLost) {
         GiveBackBuffers(request);
     }
 }
 
 void Camera::OnCompletion(Request& request, uint32_t status) {
-    const Slice slice("completion", request.rtFrameNumber);
-    timeline::Draw(Arrow::End, ArrowOf(request));
     if (request.isLost) {
         return;
     }

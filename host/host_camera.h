@@ -42,19 +42,6 @@ struct Request : OemLayer::RequestPrivData {
     std::vector<void*> yuvBuffers;
     std::vector<void*> metadata;
 
-    /// Notes the time of an event, once.
-    void Note(std::optional<Clock::time_point> Moments::*event) {
-        const auto now = Clock::now();
-        const std::lock_guard lock(mMutex);
-        if (!(mMoments.*event).has_value()) {
-            mMoments.*event = now;
-        }
-    }
-    Moments When() const {
-        const std::lock_guard lock(mMutex);
-        return mMoments;
-    }
-
     std::string problem;                ///< Why it was not submitted; empty if it was.
     std::optional<uint32_t> status;     ///< Of the submission, once it returned.
     std::optional<uint32_t> completion; ///< Its status, once the request is completed.

@@ -209,6 +209,8 @@ struct Control::State {
     unsigned char* pTraceByte = nullptr; ///< The byte with the trace bit, in the context library.
     std::atomic<Observer*> observer = nullptr;
     std::atomic<Answerer*> answerer = nullptr;
+    Watch watch; ///< Has a lock of its own.
+    std::atomic<bool> isWatched = true;
 
     /// Records a call. Has a value if the call is to fail: its result.
     std::optional<uint64_t> Enter(Entry entry, const Arguments& arguments);
@@ -327,7 +329,7 @@ struct Recorded<Name, Function> {
         if (const auto fault = Device().Enter(Name, Arguments(args...))) {
             return As<R>(*fault);
         }
-        if constexpr (Name >= Entry::OpenContext && Name <= Entry::GetCPUAddress) {
+        if constexpr (IsInterface(Name)) {
             Answerer* const answerer = Device().answerer;
             const uint64_t words[] = {Word(args)...};
             if (const auto answer = answerer ? answerer->Answer(Name, words) : std::nullopt) {

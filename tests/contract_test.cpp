@@ -615,7 +615,8 @@ TEST(Contract, IsNotHeldAgainstWhatWasThereBeforeTheWatch) {
     const auto destroy = [&] {
         tap->Around<contract::Entry::MetadataDestroy>([] { return 0U; }, client.metadata);
     };
-    tap->Call<contract::Entry::Pixels>(uint64_t{0}); // Is not seen.
+    tap->Call<contract::Entry::Pixels>(ChiImageBufferHandle(), uint64_t{0}, uint64_t{0},
+                                       static_cast<const void*>(nullptr)); // Is not seen.
     destroy();
     late.CheckAllReturned();
     EXPECT_EQ(found, Texts());

@@ -17,7 +17,8 @@
 namespace contract {
 namespace {
 
-constexpr size_t kAhead = sizeof(EventHeader) + 8 * kMostWords; ///< What a cut event needs, too.
+constexpr size_t kAhead =
+    sizeof(EventHeader) + size_t{8} * kMostWords; ///< What a cut event needs, too.
 
 uint64_t Now(clockid_t clock) {
     timespec time{};

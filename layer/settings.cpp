@@ -13,6 +13,7 @@
 
 extern "C" {
 /// Of Android's C library: the value's length. Null elsewhere.
+// NOLINTNEXTLINE(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): its name there
 __attribute__((weak)) int __system_property_get(const char* name, char* value);
 }
 

@@ -178,8 +178,10 @@ struct CalledBack<E, Member> {
 /// Null where the adapter's records have no callbacks, or there is no memory.
 Session* NewSession(const ChiOfflineSessionCreateInfo* info) {
     using Callbacks = ChiOfflineSessionCallbacks;
-    auto* const session =
-        info == nullptr || info->pCallbacks == nullptr ? nullptr : new (std::nothrow) Session{};
+    if (info == nullptr || info->pCallbacks == nullptr) {
+        return nullptr;
+    }
+    auto* const session = new (std::nothrow) Session();
     if (session != nullptr) {
         static_cast<Callbacks&>(*session) = *info->pCallbacks;
         session->adapters = info->pCallbacks;

@@ -16,6 +16,7 @@
 #include <thread>
 
 // What a device has set; without a line, nothing.
+// NOLINTNEXTLINE(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): its name there
 extern "C" __attribute__((visibility("default"))) int __system_property_get(const char* name,
                                                                             char* value);
 namespace {
@@ -249,30 +250,27 @@ TEST(Layer, OfEitherSideWorksAlone) {
     }
 }
 
-TEST(Layer, TakesTwoThreadsWithTablesOfTheirOwn) {
-    constexpr size_t kRequests = 20;
+TEST(Layer, TakesTwoThreadsWhoseRequestsHaveTablesOfTheirOwn) {
     RecordedScene scene;
     scene.device->SetDelivery(Delivery::OnSessionThread);
-    std::deque<Request> requests(2);
-    std::latch start(2);
-    const auto submit = [&](Request& request) {
-        start.arrive_and_wait();
-        for (size_t i = 0; i < kRequests; ++i) {
-            EXPECT_EQ(request.Submit(scene.camera), 0U);
-            EXPECT_EQ(request.wrapper.pCamera3CbOps, &request.frameworkOps);
-        }
-    };
+    std::deque<Request> requests(24);
     for (Request& request : requests) {
         request.UseVendorBuffers(scene.camera);
-        request.wrapper.identity.featureName += std::to_string(&request - &requests[0]);
     }
-    std::thread other(submit, std::ref(requests[1]));
-    submit(requests[0]);
+    std::latch start(2);
+    const auto submitFrom = [&](size_t first) {
+        start.arrive_and_wait();
+        for (size_t i = first; i < requests.size(); i += 2) {
+            EXPECT_EQ(requests[i].Submit(scene.camera), 0U);
+            EXPECT_EQ(requests[i].wrapper.pCamera3CbOps, &requests[i].frameworkOps);
+        }
+    };
+    std::thread other(submitFrom, 1);
+    submitFrom(0);
     other.join();
     scene.device->WaitIdle();
     for (Request& request : requests) {
-        EXPECT_EQ(std::regex_replace(Story(request), std::regex("M B R C0 ?"), "x"),
-                  std::string(kRequests, 'x'));
+        EXPECT_EQ(Story(request), "M B R C0");
         request.GiveBack(scene.camera);
     }
 }

@@ -69,6 +69,7 @@ TEST(LogFlags, LetTheirOwnLevelThroughAlone) {
     PlatformIntContext(&table, 0);
     for (size_t on = 0; on < std::size(flags); ++on) {
         Device device;
+        device.ExpectViolations(); // The host asks for a tag of nothing.
         for (size_t i = 0; i < std::size(flags); ++i) {
             *flags[i] = i == on ? 1 : 0;
         }
@@ -230,6 +231,7 @@ TEST(Closing, DestroysSettingsThatAreLeftWhileHandleAndIdentityStandForTheSessio
 
 TEST(Closing, OfAnUnknownHandleThatTheVendorRefusesReturnsItsStatus) {
     AdapteeScene scene;
+    scene.device.ExpectViolations(); // There is no such session.
     scene.device->Fail(Entry::CloseSession, 6);
     EXPECT_EQ(scene.adaptee->CloseOfflineSessions(77), 6U);
     EXPECT_EQ(Log("CloseOfflineSessions"),

@@ -8,7 +8,6 @@ namespace replay {
 struct Calls::Open {
     uint32_t lane;
     std::vector<Call*> stack;
-    std::vector<Event> pixels; ///< That no call has taken yet.
 };
 
 Calls::Calls(const std::vector<Event>& events) {
@@ -22,7 +21,7 @@ Calls::Calls(const std::vector<Event>& events) {
         }
         if (event.Of() == Entry::Pixels) {
             if (event.IsCall() && !open.stack.empty()) {
-                open.stack.front()->pixels.push_back(event);
+                open.stack.back()->pixels.push_back(event);
             }
         } else if (event.IsCall()) {
             Begin(event, open);

@@ -1,6 +1,9 @@
 /// Leaves out of events what a replay cannot have.
 #include "replay/compare.h"
 
+#include "view/report.h"
+#include "view/text.h"
+
 #include <map>
 #include <set>
 
@@ -80,6 +83,34 @@ void Comparable::CutTo(const Comparable& other) {
         const size_t serial = serials.try_emplace(event.Thread(), serials.size()).first->second;
         return serial >= counts.size() || counts[serial] == 0 || counts[serial]-- == 0;
     });
+}
+
+// --- Both ---------------------------------------------------------------------------------------
+
+Comparison::Comparison(const view::Told& recording, const view::Told& replay)
+    : mEndsEarly(recording.story.IsOpen() || !recording.recording.Damage().empty()),
+      mOne(recording.Events(), recording.recording.About().wholePixels != 0),
+      mOther(replay.Events(), recording.recording.About().wholePixels != 0) {
+    if (mEndsEarly) {
+        mOther.CutTo(mOne);
+    }
+    mSerialsOfOne.emplace(mOne.Events());
+    mSerialsOfOther.emplace(mOther.Events());
+    mStoryOfOne.emplace(*mSerialsOfOne);
+    mStoryOfOther.emplace(*mSerialsOfOther);
+    mDifference = FindDifference(*mStoryOfOne, *mStoryOfOther);
+}
+
+void Comparison::Print() const {
+    if (mEndsEarly) {
+        view::PrintFact("end", "the recording ends within calls; nothing later is compared");
+    }
+    if (mDifference.has_value()) {
+        PrintDifference(*mDifference, *mStoryOfOne, *mStoryOfOther, std::nullopt);
+    } else {
+        view::PrintFact("alike", view::Count(mOne.Events().size(), "event") + " of " +
+                                     view::Count(mStoryOfOne->Threads().size(), "thread"));
+    }
 }
 
 } // namespace replay

@@ -1,7 +1,8 @@
 /// What a replay is held against.
 #pragma once
 
-#include "contract/recording.h"
+#include "view/diff.h"
+#include "view/told.h"
 
 #include <memory>
 #include <vector>
@@ -21,6 +22,31 @@ class Comparable {
   private:
     std::vector<contract::Event> mEvents;
     std::vector<std::unique_ptr<std::byte[]>> mCopies; ///< Of events that lack something.
+};
+
+/// A recording beside the recording of its replay.
+class Comparison {
+  public:
+    /// Both must outlive this.
+    Comparison(const view::Told& recording, const view::Told& replay);
+
+    /// Whether the recording ends while calls are open, or is damaged: what the replay did later is
+    /// not compared.
+    bool EndsEarly() const { return mEndsEarly; }
+    /// The first one; none where there is none.
+    const std::optional<view::Difference>& Difference() const { return mDifference; }
+    /// Prints what came of it.
+    void Print() const;
+
+  private:
+    const bool mEndsEarly;
+    Comparable mOne;
+    Comparable mOther;
+    std::optional<view::Serials> mSerialsOfOne;
+    std::optional<view::Serials> mSerialsOfOther;
+    std::optional<view::Story> mStoryOfOne;
+    std::optional<view::Story> mStoryOfOther;
+    std::optional<view::Difference> mDifference;
 };
 
 } // namespace replay

@@ -2,10 +2,8 @@
 #include "kit/library.h"
 #include "replay/compare.h"
 #include "replay/shrink.h"
-#include "view/diff.h"
 #include "view/report.h"
 #include "view/text.h"
-#include "view/told.h"
 
 #include <CLI/CLI.hpp>
 
@@ -101,30 +99,6 @@ class TemporaryFile {
 
 // --- Replay -------------------------------------------------------------------------------------
 
-/// \returns whether the replay did all that was recorded, and nothing else.
-bool Compare(const Input& input, const view::Told& replay) {
-    const bool hasPixels = input.recording.About().wholePixels != 0;
-    const bool isOpen = input.story.IsOpen() || !input.recording.Damage().empty();
-    const replay::Comparable one(input.Events(), hasPixels);
-    replay::Comparable other(replay.Events(), hasPixels);
-    if (isOpen) {
-        other.CutTo(one);
-        PrintFact("end", "the recording ends within calls; nothing later is compared");
-    }
-    const view::Serials serialsOfOne(one.Events());
-    const view::Serials serialsOfOther(other.Events());
-    const view::Story storyOfOne(serialsOfOne);
-    const view::Story storyOfOther(serialsOfOther);
-    const auto difference = FindDifference(storyOfOne, storyOfOther);
-    if (difference.has_value()) {
-        PrintDifference(*difference, storyOfOne, storyOfOther, std::nullopt);
-        return false;
-    }
-    PrintFact("alike", view::Count(one.Events().size(), "event") + " of " +
-                           view::Count(storyOfOne.Threads().size(), "thread"));
-    return true;
-}
-
 int Replay(const Options& options) {
     const Input input(options.file);
     const TemporaryFile temporary;
@@ -147,9 +121,10 @@ int Replay(const Options& options) {
     if (!options.record.empty()) {
         PrintFact("recording", options.record);
     }
-    const bool isAlike = Compare(input, played);
+    const replay::Comparison comparison(input, played);
+    comparison.Print();
     const bool isEnded = ending.stuck.empty() && (!ending.IsDead() || input.story.IsOpen());
-    return isAlike && isEnded ? kGood : kFound;
+    return isEnded && !comparison.Difference().has_value() ? kGood : kFound;
 }
 
 // --- Shrink -------------------------------------------------------------------------------------

@@ -15,8 +15,6 @@ using contract::Kind;
 using contract::Object;
 using contract::Side;
 
-constexpr std::chrono::seconds kStuck{5}; // For which nothing at all happens.
-
 thread_local Track* t_track = nullptr;
 
 /// The vendor's entries are listed in one order on both sides.
@@ -319,13 +317,13 @@ void Player::MakeTables(const kit::Adapter& adapter) {
     }
 }
 
-std::string Player::Play(const kit::Adapter& adapter) {
+std::string Player::Play(const kit::Adapter& adapter, std::chrono::milliseconds patience) {
     MakeTables(adapter);
     std::vector<std::thread> threads;
     for (const auto& track : mTracks) {
         threads.emplace_back(&Track::Run, track.get());
     }
-    const bool areDone = mTurns.WaitForAll(mTracks.size(), kStuck);
+    const bool areDone = mTurns.WaitForAll(mTracks.size(), patience);
     for (std::thread& thread : threads) {
         areDone ? thread.join() : thread.detach();
     }

@@ -21,8 +21,9 @@ class Player final : public standin::Answerer {
     ~Player() override;
 
     /// From the adapter's load to the last event. For the main thread.
+    /// \param patience how long nothing at all may happen.
     /// \returns what the threads that do not come back are doing; empty where all did.
-    std::string Play(const kit::Adapter& adapter);
+    std::string Play(const kit::Adapter& adapter, std::chrono::milliseconds patience);
 
     /// Calls that could not be made, in a line each.
     std::vector<std::string> Omitted();

@@ -41,8 +41,10 @@ uint32_t MebibytesFor(const std::vector<Event>& events) {
     }
     int status = 0;
     try {
+        // The layer says in the log alone what is wrong with it.
+        (void)kit::Adapter(std::filesystem::absolute(options.library)).LoadFunctions();
         Player player(events, options.isPaced);
-        const std::string stuck = player.Play(kit::Adapter(layer));
+        const std::string stuck = player.Play(kit::Adapter(layer), options.patience);
         for (const std::string& line : player.Omitted()) {
             (void)fprintf(said, "o%s\n", line.c_str());
         }

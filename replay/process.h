@@ -3,6 +3,7 @@
 
 #include "contract/recording.h"
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,8 @@ struct Options {
     std::string record;   ///< The file of the replay's own recording.
     bool isPaced = true;  ///< With the recording's pauses.
     bool isQuiet = false; ///< What the process prints is dropped.
+    /// How long nothing at all may happen before the process is given up.
+    std::chrono::milliseconds patience{5000};
 };
 
 /// What became of the process.

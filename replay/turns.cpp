@@ -13,6 +13,7 @@ constexpr std::chrono::milliseconds kMoment{10};
 // How long a turn is kept for somebody who may be waiting for a lock.
 constexpr std::chrono::milliseconds kPatience{100};
 constexpr std::chrono::milliseconds kLongPatience{2500};
+constexpr std::chrono::hours kNever{24};
 
 thread_local uint64_t t_begun = 0; // The event that this thread has begun and not ended.
 
@@ -56,11 +57,14 @@ void Turns::Skip(const Call& call) {
 }
 
 /// How long after the last progress an event is begun although others should come first.
-Clock::duration Turns::PatienceFor(uint64_t number) const {
-    if (mUnbegun >= number) {
+Clock::duration Turns::PatienceFor(const Event& event) const {
+    if (event.IsCall() && StandsAlone(event.Of())) {
+        return kNever;
+    }
+    if (mUnbegun >= event.Number()) {
         return kMoment;
     }
-    return IsAlone(number) || IsAlone(mUndone) ? kLongPatience : kPatience;
+    return event.IsCall() && IsAlone(mUndone) ? kLongPatience : kPatience;
 }
 
 void Turns::Begin(const Event& event, const Event* needed) {
@@ -78,7 +82,7 @@ void Turns::Begin(const Event& event, const Event* needed) {
     mWaiting.emplace(number, &turn);
     for (;;) {
         const bool isThere = needed == nullptr || Of(needed->Number()) == State::Done;
-        const auto look = mProgress + PatienceFor(number);
+        const auto look = mProgress + PatienceFor(event);
         if (isThere && (mUndone >= number || Clock::now() >= look)) {
             break;
         }

@@ -14,7 +14,7 @@ using Clock = std::chrono::steady_clock;
 /// Keeps threads in the order of a recording's events, as far as it can. What is done on purpose,
 /// a call into the adapter or an answer to it, waits for all that came before; but not forever,
 /// since the adapter's locks may order threads otherwise. What must not happen together, such as
-/// the end of a camera and anything else, is waited for much longer. Any thread may call.
+/// the end of a camera and anything else, is waited for as long as it takes. Any thread may call.
 class Turns {
   public:
     /// \param isPaced events are not earlier than they were in the recording, either.
@@ -40,7 +40,7 @@ class Turns {
   private:
     enum class State : uint8_t { Waits, Begun, Done };
 
-    Clock::duration PatienceFor(uint64_t number) const;
+    Clock::duration PatienceFor(const Event& event) const;
     State& Of(uint64_t number) { return mStates[number - mFirst]; }
     bool IsAlone(uint64_t number) const {
         return number < mFirst + mAlone.size() && mAlone[number - mFirst];

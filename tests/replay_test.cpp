@@ -1,0 +1,219 @@
+/// Replays: what was recorded happens again, what the library does otherwise is found, and what
+/// fails in many requests is shown by few.
+#include "host/run.h"
+#include "replay/compare.h"
+#include "replay/shrink.h"
+#include "tests/support/scene.h"
+
+#include <sys/wait.h>
+
+namespace {
+
+using namespace test;
+using contract::Recording;
+using Called = contract::Entry;
+using view::Told;
+
+const std::string kTwoHundred =
+    R"({"cameras": [{"features": ["Night", "Hdr"], "requests": 200, "frames": 2, "width": 128,
+                     "height": 96}], "vendor": {"faults": ["fail ExecuteRequest 120 1"]}})";
+constexpr unsigned kSubmission = 150; ///< The frame that the broken adapter fails at.
+
+/// Does something in a process of its own: layers and library bind what they need once.
+template <class Act> void InAProcess(Act act) {
+    const pid_t child = fork();
+    if (child == 0) {
+        act();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+/// Records the run of a scenario, with small pictures, and for a second where it has a rate.
+std::string Record(const Folder& folder, const std::string& scenarioFile) {
+    std::string file = folder / "run.rec";
+    InAProcess([&] {
+        host::Scenario scenario = host::Scenario::Read(scenarioFile);
+        for (host::CameraPlan& plan : scenario.cameras) {
+            plan.width = 128;
+            plan.height = 96;
+            plan.requests = plan.rate > 0 ? std::min(plan.requests, plan.rate) : plan.requests;
+        }
+        host::Run(scenario, kit::AdapterFile(false), file).Go();
+    });
+    return file;
+}
+
+/// Replays a recording, and compares. The replay's own recording is beside it.
+struct Replayed {
+    const Told recording;
+    const replay::Ending ending;
+    const Told own;
+    const replay::Comparison comparison{recording, own};
+
+    explicit Replayed(const std::string& file, const std::string& library = kit::AdapterFile(false),
+                      std::chrono::seconds patience = std::chrono::seconds(10))
+        : recording(file),
+          ending(replay::PlayInProcess(recording.Events(), {.library = library,
+                                                            .record = file + ".replay",
+                                                            .isPaced = false,
+                                                            .isQuiet = true,
+                                                            .patience = patience})),
+          own(file + ".replay") {}
+
+    void ExpectAlike() const {
+        EXPECT_EQ(ending.Describe() + ending.stuck, "");
+        EXPECT_EQ(ending.omitted, Texts());
+        if (comparison.Difference().has_value()) {
+            comparison.Print();
+            ADD_FAILURE() << "differs at " << comparison.Difference()->path;
+        }
+    }
+};
+
+/// What a host is told: how often each status.
+std::map<std::string, size_t> StatusesOf(const Told& told) {
+    std::map<std::string, size_t> counts;
+    for (const view::Request& request : told.story.Requests()) {
+        ++counts[view::OutcomeOf(request)];
+    }
+    return counts;
+}
+
+class Scenarios : public testing::TestWithParam<std::string> {};
+
+TEST_P(Scenarios, HappenAgain) {
+    const Folder folder;
+    const Replayed replayed(Record(folder, SCENARIOS "/" + GetParam() + ".json"));
+    EXPECT_EQ(StatusesOf(replayed.own), StatusesOf(replayed.recording));
+    EXPECT_FALSE(replayed.recording.story.Requests().empty());
+    replayed.ExpectAlike();
+}
+
+Texts AllScenarios() {
+    Texts names;
+    for (const auto& file : std::filesystem::directory_iterator(SCENARIOS)) {
+        // The process dies there before the first camera.
+        if (file.path().stem() != "no-extension") {
+            names.push_back(file.path().stem());
+        }
+    }
+    return names;
+}
+INSTANTIATE_TEST_SUITE_P(Replay, Scenarios, testing::ValuesIn(AllScenarios()),
+                         [](const auto& info) {
+                             std::string name = info.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+TEST(Replay, HasTheImagesOfARecordingThatHasThem) {
+    const Folder folder;
+    InAProcess([&] {
+        const kit::Layers layers(kit::AdapterFile(false),
+                                 {.record = folder / "run.rec", .wholePixels = true});
+        Device device(layers.AdapterFile());
+        Camera camera(device);
+        device->SetDelivery(Delivery::OnCallerThread);
+        Request request;
+        request.UseVendorBuffers(camera);
+        void* const image = request.wrapper.pRDIBufferHandles[0];
+        auto* const memory = camera->GetCPUAddress(camera.Table(), image);
+        ASSERT_NE(memory, nullptr);
+        std::memcpy(memory, "an image", 8);
+        EXPECT_EQ(request.Submit(camera), 0U);
+        request.GiveBack(camera);
+    });
+    Replayed(folder / "run.rec").ExpectAlike(); // With the images' hashes.
+}
+
+TEST(Replay, SaysWhereTheLibraryDoesSomethingElse) {
+    const Folder folder;
+    const std::string file = Record(folder, SCENARIOS "/refused.json");
+    // One submission more is refused, as the recording has it.
+    const Recording recording = Recording::Read(file);
+    std::vector<contract::Event> events = recording.Events();
+    const auto place = std::find_if(events.rbegin(), events.rend(), [](const auto& event) {
+        return event.IsReturn(Called::SubmitRequestFromRT);
+    });
+    std::vector<uint64_t> copy(place->Header().size / 8);
+    std::memcpy(copy.data(), &place->Header(), place->Header().size);
+    auto* const header = reinterpret_cast<contract::EventHeader*>(copy.data());
+    copy[sizeof *header / 8 + header->words - 1] = 4;
+    *place = contract::Event(header);
+    contract::WriteRecording(file, recording.About(), events);
+
+    const Replayed replayed(file);
+    const auto& difference = replayed.comparison.Difference();
+    ASSERT_TRUE(difference.has_value() && difference->one.has_value());
+    EXPECT_EQ(replayed.recording.Events()[*difference->one].Number(), header->number);
+    EXPECT_EQ(difference->inOne + ", " + difference->inOther, "4, 0");
+}
+
+TEST(Replay, GoesOnWithWhatIsLeftOfARecording) {
+    const Folder folder;
+    const std::string file = Record(folder, SCENARIOS "/flush.json");
+    const Recording recording = Recording::Read(file);
+    const auto& all = recording.Events();
+    for (size_t i = 1; i < 8; ++i) {
+        const auto middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() * i / 8);
+        contract::WriteRecording(file, recording.About(), {all.begin(), middle});
+        Replayed(file).ExpectAlike();
+        contract::WriteRecording(file, recording.About(), {middle, all.end()});
+        const Replayed late(file);
+        EXPECT_EQ(late.ending.Describe() + late.ending.stuck, "");
+        EXPECT_EQ(StatusesOf(late.own)["ok"], StatusesOf(late.recording)["ok"]);
+    }
+}
+
+/// The fewest calls that show it, replayed once more.
+replay::Shrunk ExpectShrunk(const std::string& file, const replay::Wanted& wanted,
+                            const std::string& library = kit::AdapterFile(false)) {
+    const Recording recording = Recording::Read(file);
+    const auto shrunk =
+        replay::Shrink(recording, wanted, library, file + ".less", [](const auto&) {});
+    EXPECT_TRUE(shrunk.has_value());
+    return shrunk.value_or(replay::Shrunk{.requests = SIZE_MAX});
+}
+
+TEST(Shrink, LeavesTheRequestThatFails) {
+    const Folder folder;
+    const std::string file = Record(folder, folder.Write("scenario.json", kTwoHundred));
+    EXPECT_LE(ExpectShrunk(file, {.status = 1}).requests, 5U);
+    const Replayed byStatus(file + ".less");
+    byStatus.ExpectAlike();
+    EXPECT_EQ(StatusesOf(byStatus.own)["refused, status 1"], 1U);
+
+    EXPECT_LE(ExpectShrunk(file, {.rule = contract::Rule::MetadataDestroyed}).requests, 5U);
+    Replayed(file + ".less").ExpectAlike();
+
+    const auto nothing = replay::Shrink(Recording::Read(file), {.status = 77},
+                                        kit::AdapterFile(false), file + ".no", [](const auto&) {});
+    EXPECT_FALSE(nothing.has_value());
+}
+
+TEST(Shrink, AndReplayStandALibraryThatDiesOrHangs) {
+    const Folder folder;
+    const std::string file = Record(folder, folder.Write("scenario.json", kTwoHundred));
+    setenv("REAL_ADAPTER", kit::AdapterFile(false).c_str(), 1);
+    const auto break_ = [](const std::string& mistake) {
+        setenv("BROKEN_ADAPTER", (mistake + " " + std::to_string(kSubmission)).c_str(), 1);
+    };
+    break_("refuse");
+    const Replayed refusing(file, BROKEN_ADAPTER_FILE);
+    ASSERT_TRUE(refusing.comparison.Difference().has_value());
+    EXPECT_EQ(StatusesOf(refusing.own)["refused, status 4"], 1U);
+
+    break_("hang");
+    const Replayed hanging(file, BROKEN_ADAPTER_FILE, std::chrono::seconds(1));
+    EXPECT_NE(hanging.ending.stuck.find("is in SubmitRequestFromRT"), std::string::npos);
+
+    break_("abort");
+    EXPECT_EQ(Replayed(file, BROKEN_ADAPTER_FILE).ending.signal, SIGABRT);
+    EXPECT_EQ(ExpectShrunk(file, {.isCrash = true}, BROKEN_ADAPTER_FILE).requests, 1U);
+    EXPECT_EQ(Replayed(file + ".less", BROKEN_ADAPTER_FILE).ending.signal, SIGABRT);
+}
+
+} // namespace

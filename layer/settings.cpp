@@ -11,11 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 
-extern "C" {
-/// Of Android's C library: the value's length. Null elsewhere.
-// NOLINTNEXTLINE(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): its name there
-__attribute__((weak)) int __system_property_get(const char* name, char* value);
-}
+/// Android's C library has it: the value's length. Null elsewhere.
+extern "C" __attribute__((weak)) int
+GetSystemProperty(const char* name, char* value) __asm__("__system_property_get");
 
 namespace layer {
 namespace {
@@ -23,9 +21,9 @@ namespace {
 constexpr uint32_t kLeastMebibytes = 2;
 constexpr uint32_t kMostMebibytes = 4096;
 
-/// What stands behind a key. \returns what is wrong with the value, null for nothing.
 struct Key {
     const char* name;
+    /// Takes a value. What it returns is wrong with that, null for nothing.
     const char* (*set)(Settings& settings, const std::string& value);
     const char* property = nullptr; ///< Wins over the file.
 };
@@ -122,8 +120,8 @@ bool ReadProperties(Settings& settings) {
     bool areRight = true;
     for (const Key& key : kKeys) {
         char value[92] = {}; // PROP_VALUE_MAX
-        if (__system_property_get == nullptr || key.property == nullptr ||
-            __system_property_get(key.property, value) <= 0) {
+        if (GetSystemProperty == nullptr || key.property == nullptr ||
+            GetSystemProperty(key.property, value) <= 0) {
             continue;
         }
         if (const char* const problem = key.set(settings, value)) {

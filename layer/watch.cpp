@@ -15,4 +15,6 @@ Watch::Watch()
     mEngine.Reset();
 }
 
+void Watch::Take(const contract::Event& event) { mEngine.Take(event); }
+
 } // namespace layer

@@ -9,7 +9,7 @@ namespace layer {
 class Watch final : public contract::Follower {
   public:
     Watch();
-    void Take(const contract::Event& event) override { mEngine.Take(event); }
+    void Take(const contract::Event& event) override;
 
   private:
     contract::Engine mEngine;

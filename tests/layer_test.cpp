@@ -15,14 +15,15 @@
 #include <set>
 #include <thread>
 
-// What a device has set; without a line, nothing.
-// NOLINTNEXTLINE(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): its name there
-extern "C" __attribute__((visibility("default"))) int __system_property_get(const char* name,
-                                                                            char* value);
 namespace {
 std::map<std::string, std::string> g_properties; // NOLINT(cert-err58-cpp)
 }
-int __system_property_get(const char* name, char* value) {
+
+// What a device has set: of the others the length is 0.
+extern "C" __attribute__((visibility("default"))) int
+GetSystemProperty(const char* name, char* value) __asm__("__system_property_get");
+
+int GetSystemProperty(const char* name, char* value) {
     return static_cast<int>(g_properties[name].copy(value, g_properties[name].size()));
 }
 

@@ -1,6 +1,7 @@
 /// The framework's streams as the vendor's records.
 #pragma once
 
+#include "adapterlayer/sync.h"
 #include "platform/chi/offline.h"
 
 namespace OemLayer {
@@ -31,10 +32,11 @@ inline bool IsRawFormat(uint32_t format) {
 
 inline bool IsYuvFormat(uint32_t format) { return format == ChiStreamFormatYCbCr420_888; }
 
-/// Marks a stream as part of a session's list.
+/// Marks a stream as part of a session's list. Whoever watches the boundary may read an output
+/// stream of the host's meanwhile.
 inline void MarkListed(ChiStream* pStream) {
-    pStream->reserved148 = 0;
-    pStream->reserved152 = -1;
+    StoreRelaxed(pStream->reserved148, 0);
+    StoreRelaxed(pStream->reserved152, -1);
 }
 
 /// The framework's output stream as the vendor's record: the host allocates its streams as both.

@@ -25,6 +25,7 @@ HostRules::Reference HostRules::Submit(const Event& event) {
         request.frame = wrapper->rtFrameNumber;
         request.partial = own->partialResultBase + kMetadataPartial;
         request.stream = Handle(wrapper->identity.pOutStream).word;
+        request.output = {request.stream, 0}; // Of a request without, one has to be lent.
         if (output != nullptr) {
             request.output = {Handle(output->stream).word, Handle(output->buffer).word};
         }
@@ -53,14 +54,9 @@ void HostRules::OnSubmitted(const Event& event, Reference reference) {
     }
 }
 
-void HostRules::OnExecuted(Reference reference) {
-    if (Request* const request = Find(reference)) {
-        request->isFollowed = true;
-    }
-}
-
 void HostRules::OnBrought(Reference reference, uint32_t metadata, uint32_t buffers, bool hasError) {
     if (Request* const request = Find(reference)) {
+        request->isFollowed = true;
         request->metadataBrought += metadata;
         request->buffersBrought += buffers;
         request->endsInError = hasError;

@@ -27,8 +27,6 @@ class HostRules {
     void OnRelease(const Event& event);
     void OnCompletion(const Event& event);
     void OnLent(const Event& event);
-    /// The vendor works on the request, and its results are seen, too.
-    void OnExecuted(Reference request);
     /// A result of the vendor's: how often the adapter is to report what, and whether its first
     /// buffer has an error status.
     void OnBrought(Reference request, uint32_t metadata, uint32_t buffers, bool hasError);

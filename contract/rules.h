@@ -66,7 +66,7 @@
     RULE(PartialsFall, R10, "fewer partials to come, or as many") \
     RULE(ResultOutput, R11, "result's buffer the request's output, or one that was lent") \
     RULE(BufferCount, R12, "as many buffers as the request has outputs") \
-    RULE(BufferQuery, R13, "framework's buffers for the session's streams alone")
+    RULE(BufferQuery, R13, "framework's buffers for the session's output alone")
 // clang-format on
 
 namespace contract {

@@ -61,7 +61,9 @@ T* VendorRules::Require(Objects<T>& all, uint64_t handle, Rule rule, const char*
 template <class T> T* VendorRules::BeginEnd(Objects<T>& all, uint64_t handle, PendingCall& call) {
     T* const object = Require(all, handle, T::kKind.returned, "destroyed twice");
     call.key = handle;
-    if (object != nullptr) {
+    if (object != nullptr && object->given > 1) {
+        --object->given; // What was given twice comes back twice.
+    } else if (object != nullptr) {
         object->isGoing = true;
         call.serial = object->serial;
     }
@@ -86,8 +88,10 @@ template <class T> T* VendorRules::Adopt(Objects<T>& all, uint64_t handle, Rule 
     if (handle == 0) {
         return nullptr;
     }
-    mChecks.Check(fresh, all.Find(handle) == nullptr, Handle(handle), " is a live ", T::kKind.name,
+    const T* const other = all.Find(handle);
+    mChecks.Check(fresh, other == nullptr, Handle(handle), " is a live ", T::kKind.name,
                   " already");
+    object.given += other == nullptr ? 0 : other->given;
     object.serial = ++mLastSerial;
     return &all.Add(handle, std::move(object));
 }
@@ -584,7 +588,6 @@ void VendorRules::BeginExecution(const Event& event, Session& session,
     call.key = AddressOf(request.pPrivateData);
     call.serial = execution.serial;
     call.session = event.Word(0);
-    mHost.OnExecuted(execution.request);
     mExecutions[call.key] = execution;
 }
 
@@ -770,9 +773,10 @@ void VendorRules::CheckQuery(const Event& event, uint64_t session) {
     if (asks == nullptr || asks->list.empty()) {
         return;
     }
+    const uint64_t output = asks->list.back().address;
     for (const auto& query : event.All<ChiOfflineQueryBuffer>(event.Word(2))) {
-        mChecks.Check(Rule::BufferQuery, asks->Lists(AddressOf(query.pStream)), "stream ",
-                      Handle(query.pStream), " is not in the session's list");
+        mChecks.Check(Rule::BufferQuery, AddressOf(query.pStream) == output, "stream ",
+                      Handle(query.pStream), " is not the session's output");
     }
 }
 

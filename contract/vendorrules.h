@@ -82,6 +82,7 @@ class VendorRules {
   private:
     struct Object {
         uint64_t serial = 0;
+        uint32_t given = 1;       ///< How often its handle was given out, against the rules.
         bool isGoing = false;     ///< It is being given back.
         bool wasReported = false; ///< As one that was not.
     };

@@ -525,7 +525,7 @@ constexpr Row<Conduct> kVendorRows[]{
      "ProcessCaptureResultCb: stream <output> and buffer <lent> must be <output> and <request>",
      [](Conduct& vendor) { vendor.brought.bufferHandle = &vendor.lent; }},
     {Rule::BufferCount, "ocepr", "ProcessCaptureResultCb: 2 buffers for 1 outputs"},
-    {Rule::BufferQuery, "ocq", "GetFrameworkBuffers: stream <other> is not in the session's list",
+    {Rule::BufferQuery, "ocq", "GetFrameworkBuffers: stream <other> is not the session's output",
      [](Conduct& vendor) { vendor.query.pStream = Conduct::AsStream(vendor.list[0] + 1); }},
 };
 

@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# bad_sides_check.sh SOURCE_FOLDER BUILD_FOLDER: vendors and adapters that do one thing wrong are
+# made by one edit each of the stand-in and of the library, and run under the host: exactly the rule
+# that fits is broken. None is where nothing is edited. The build is one by Ninja, which knows how
+# each file is made.
+set -euo pipefail
+source=$(cd "$1" && pwd) build=$(cd "$2" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+# rebuild LIBRARY FILE EDIT: makes a library of the build tree in the variant's, with FILE edited.
+rebuild() {
+    local library=$1 file=$2 edit=$3 object=$work/edited.o commands line place
+    sed -E "$edit" "$source/$file" >"$work/edited.cpp"
+    if cmp -s "$source/$file" "$work/edited.cpp"; then
+        printf 'FAIL  changes nothing in %s: %s\n' "$file" "$edit"
+        return 1
+    fi
+    commands=$(ninja -C "$build" -t commands "$library" | grep -v '^ninja: ')
+    line=$(grep -F -- "-c $source/$file" <<<"$commands")
+    place=$(sed -E 's/.* -o ([^ ]+) -c .*/\1/' <<<"$line")
+    line=${line/-c $source\/$file/-c $work/edited.cpp}
+    line=${line/-o $place/-o $object}
+    rm "$work/tree/$library"
+    # The last command makes the library of its objects, and splits its debug information off.
+    commands=$(tail -n 1 <<<"$commands")
+    commands=${commands/" $place "/" $object "}
+    commands=${commands//$library/$work/tree/$library}
+    (cd "$build" && eval "$line -MF $work/edited.d" && eval "$commands")
+}
+
+# plant: the host's program in a tree of its own, with links to all that it opens beside it.
+plant() {
+    rm -rf "$work/tree"
+    mkdir -p "$work/tree/host" "$work/tree/adapterlayer"
+    cp "$build/host/oemlayer_host" "$work/tree/host"
+    cp -rs "$build/device" "$work/tree/device"
+    ln -s "$build/adapterlayer/camera.oemlayer.adapter.so" "$work/tree/adapterlayer"
+}
+
+broken_here() { # broken_here SCENARIO: the rules that the host's run reports
+    timeout 100 "$work/tree/host/oemlayer_host" "$1" 2>/dev/null |
+        sed -nE 's/^violation +([VHR][0-9]+) .*/\1/p' | sort -u | paste -sd' '
+}
+
+# The places besides where rules are watched: each prints the rules that it finds broken.
+elsewhere=()
+
+expect() { # expect RULE CAMERA VENDOR: of the tree that is planted, with a scenario's settings
+    local place found
+    printf '{"cameras": [{"frames": 1, "width": 128, "height": 96%s}], "vendor": {%s}}\n' \
+        "$2" "$3" >"$work/scenario.json"
+    for place in broken_here "${elsewhere[@]}"; do
+        found=$("$place" "$work/scenario.json") || true
+        [ "$found" = "$1" ] && continue
+        printf "FAIL  %s: '%s' expected, '%s' found\n" "$place" "$1" "$found"
+        failures=$((failures + 1))
+    done
+}
+
+plant
+expect '' '' ''
+
+while IFS='|' read -r rule library file camera vendor edit; do
+    case $library in
+    core) library=device/system/lib64/libstandin.so ;;
+    vendor) library=device/vendor/lib64/hw/com.qti.chi.offline.so ;;
+    *) library=adapterlayer/camera.oemlayer.adapter.so ;;
+    esac
+    plant
+    if rebuild "$library" "$file" "$edit"; then
+        expect "$rule" "$camera" "$vendor"
+    else
+        failures=$((failures + 1))
+    fi
+done <<'TEXT'
+R1|vendor|standin/offline.cpp|, "features": ["A", "B"], "requests": 2||s/^    return handle;/    static const auto first = handle;\n    return first;/; s/kFailed;/kOk;/
+R3|vendor|standin/offline.cpp|||s/^    return stream;/    stream.height += isOutput ? 2 : 0;\n    return stream;/
+R4|vendor|standin/offline.cpp|||s/(offlineFrame =) device->nextFrame\+\+/\1 -1/
+R5|core|standin/session.cpp|||s/^    records->buffer = output;/    static auto other = *callbacks;\n    callbacks = \&other;\n&/
+R9|core|standin/session.cpp|||s/(frameNumber = .*offlineFrame\))/\1 + 1/
+R10|core|standin/session.cpp|||s/^( *\{\{.metadata = true)\}, \{.buffer = true\}/\1}, {.buffer = true, .partials = 1}, {}/
+R13|core|standin/session.cpp||"frameworkBuffers": true|s/OutputStream\(\)\), 1/data.streamPointers.front()), 1/; s/result == 0 \&\&/result > 9 \&\&/
+V5|vendor|standin/offline.cpp|||s/^    session->Stop\(\);/&\n    return kFailed;/
+V23|vendor|standin/metadata.cpp|||s/return Remove<Metadata>.*/return metadata != nullptr ? kFailed : kOk; }/
+V24|vendor|standin/metadata.cpp|||s/Remove<AndroidMetadata>\(android\)/android == nullptr/
+V3|adapter|adapterlayer/qcomadaptee.cpp|||s/reserved24 = nullptr/reserved24 = pInfo/
+V12|adapter|adapterlayer/qcomadaptee.cpp|||s/(offlineFrameNumber,) -1/\1 0/
+V13|adapter|adapterlayer/qcomadaptee.cpp|||s/(pRecord->size = )sizeof.*/\1200;/
+V17|adapter|adapterlayer/qcomadaptee.cpp|||s/(pFormat->cfaPattern =) (.*);/\1 \2 + 77;/
+V23|adapter|adapterlayer/qcomadaptee.cpp|||s/pRequest->pAdaptee->DestroyMetadata\(.*/;/
+H2|adapter|adapterlayer/qcomadaptee.cpp|||s/(kOfflinePartialResult =) 255/\1 254/
+H7|adapter|adapterlayer/qcomadaptee.cpp|||s/^ *pHost->releaseRtBuffers\(pPrivData\);/&\n&/
+H9|adapter|adapterlayer/qcomadaptee.cpp|||s/kStatusFailure : kStatusOk\)/kStatusOk : kStatusFailure)/
+TEXT
+[ "$failures" -eq 0 ]

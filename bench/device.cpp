@@ -63,6 +63,7 @@ OemLayer::OffCamApplicationCallbacks* HostCallbacks() {
 
 void LoadLibrary(const std::string& path) {
     StandinControl()->SetRecording(false);
+    StandinControl()->SetFeed(false);
     StandinControl()->SetInstant(true);
     g_libraryFile = path;
     g_library.emplace(path);

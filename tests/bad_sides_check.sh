@@ -26,7 +26,8 @@ rebuild() {
     # The last command makes the library of its objects, and splits its debug information off.
     commands=$(tail -n 1 <<<"$commands")
     commands=${commands/" $place "/" $object "}
-    commands=${commands//$library/$work/tree/$library}
+    commands=${commands//"$build/$library"/"$library"}
+    commands=${commands//"$library"/"$work/tree/$library"}
     (cd "$build" && eval "$line -MF $work/edited.d" && eval "$commands")
 }
 
@@ -81,7 +82,7 @@ R4|vendor|standin/offline.cpp|||s/(offlineFrame =) device->nextFrame\+\+/\1 -1/
 R5|core|standin/session.cpp|||s/^    records->buffer = output;/    static auto other = *callbacks;\n    callbacks = \&other;\n&/
 R9|core|standin/session.cpp|||s/(frameNumber = .*offlineFrame\))/\1 + 1/
 R10|core|standin/session.cpp|||s/^( *\{\{.metadata = true)\}, \{.buffer = true\}/\1}, {.buffer = true, .partials = 1}, {}/
-R13|core|standin/session.cpp||"frameworkBuffers": true|s/OutputStream\(\)\), 1/data.streamPointers.front()), 1/; s/result == 0 \&\&/result > 9 \&\&/
+R13|core|standin/session.cpp|, "output": "on-request"|"frameworkBuffers": true|s/OutputStream\(\)\), 1/data.streamPointers.front()), 1/; s/result == 0 \&\&/result > 9 \&\&/
 V5|vendor|standin/offline.cpp|||s/^    session->Stop\(\);/&\n    return kFailed;/
 V23|vendor|standin/metadata.cpp|||s/return Remove<Metadata>.*/return metadata != nullptr ? kFailed : kOk; }/
 V24|vendor|standin/metadata.cpp|||s/Remove<AndroidMetadata>\(android\)/android == nullptr/

@@ -186,8 +186,8 @@ int RunScenario(const Options& options) {
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }
-    PrintScenario(scenario, std::filesystem::proximate(library).string());
     Run run(scenario, library, options.record);
+    PrintScenario(scenario, std::filesystem::proximate(library).string());
     run.Go();
     const Outcome outcome = run.Judge();
     PrintRequests(run);

@@ -1,53 +1,46 @@
 /// Where a run is recorded.
 #pragma once
 
+#include "kit/unnamed_file.h"
 #include "standin/located_json.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <filesystem>
-#include <string>
+#include <optional>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace host {
 
 /// A file that is there, empty, before anything is recorded: a named one, or one that is gone with
-/// the process, however that ends.
+/// the process.
 class RecordingFile {
   public:
+    /// \param name empty for one that nobody sees.
     /// \throws standin::InputError that names the file, where it cannot be made.
-    explicit RecordingFile(const std::string& name) : mName(name) {
+    explicit RecordingFile(const std::string& name) {
         if (name.empty()) {
-            mName = std::filesystem::temp_directory_path() / "oemlayer.recording.XXXXXX";
-            mFile = mkostemp(mName.data(), O_CLOEXEC);
-        } else {
-            mFile = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+            mPath = mUnnamed.emplace().Path();
+            return;
         }
+        mPath = std::filesystem::absolute(name);
+        const int file = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
         struct stat status {};
-        if (mFile < 0 || fstat(mFile, &status) != 0) {
-            throw standin::InputError(mName +
-                                      ": no recording can be made here: " + strerror(errno));
+        const bool isFile = file >= 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+        const bool isEmpty = isFile && ftruncate(file, 0) == 0;
+        const std::string reason =
+            file >= 0 && !isFile ? std::string("this is no file") : std::string(strerror(errno));
+        if (file >= 0) {
+            close(file);
         }
-        if (!S_ISREG(status.st_mode) || ftruncate(mFile, 0) != 0) {
-            throw standin::InputError(mName + ": no recording can be made here: this is no file");
-        }
-        if (name.empty()) {
-            unlink(mName.c_str());
-            mName = "/proc/self/fd/" + std::to_string(mFile);
+        if (!isEmpty) {
+            throw standin::InputError(name + ": no recording can be made here: " + reason);
         }
     }
-    ~RecordingFile() { close(mFile); }
-    RecordingFile(const RecordingFile&) = delete;
-    RecordingFile& operator=(const RecordingFile&) = delete;
 
-    const std::string& Name() const { return mName; }
+    const std::string& Path() const { return mPath; }
 
   private:
-    std::string mName;
-    int mFile = -1;
+    std::optional<kit::UnnamedFile> mUnnamed;
+    std::string mPath;
 };
 
 } // namespace host

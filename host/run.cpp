@@ -73,8 +73,7 @@ bool Run::IsLoading() { return g_loading; }
 
 Run::Run(const Scenario& scenario, const std::string& library, const std::string& record)
     : mScenario(scenario), mFile(record),
-      mLayers(Checked(library),
-              {.record = std::filesystem::absolute(mFile.Name()), .mebibytes = SizeOf(scenario)}),
+      mLayers(Checked(library), {.record = mFile.Path(), .mebibytes = SizeOf(scenario)}),
       mLibrary(mLayers.AdapterFile()) {
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
@@ -126,7 +125,7 @@ void Run::Go() {
         camera->Close();
     }
     StandinControl()->CheckAllReturned();
-    mTold.emplace(mFile.Name());
+    mTold.emplace(mFile.Path());
 }
 
 /// Has each camera's threads send its requests.
@@ -181,7 +180,7 @@ Outcome Run::Judge() {
     outcome.sessions = static_cast<uint32_t>(mTold->story.Sessions().size());
     outcome.lost = mTold->recording.CountLost();
     for (const contract::Violation& violation : view::FindViolations(mTold->Events())) {
-        outcome.violations.push_back(view::TextOf(violation));
+        outcome.violations.push_back(contract::LineOf(violation));
     }
     for (const std::string& violation : StandinControl()->Violations()) {
         outcome.violations.push_back(violation);

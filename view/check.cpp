@@ -16,14 +16,9 @@ std::vector<Violation> FindViolations(const std::vector<contract::Event>& events
     return found;
 }
 
-std::string TextOf(const Violation& violation) {
-    const contract::RuleText& rule = contract::TextOf(violation.rule);
-    return std::string(rule.number) + " " + rule.name + ": " + violation.text;
-}
-
 void PrintViolations(const std::vector<Violation>& violations, const Story& story, Moment start) {
     for (const Violation& violation : violations) {
-        PrintFact("violation", Painted(Colour::Bad, TextOf(violation)));
+        PrintFact("violation", Painted(Colour::Bad, contract::LineOf(violation)));
         const uint64_t first = story.Events().empty() ? 0 : story.Events().front().Number();
         const size_t index = static_cast<size_t>(violation.event - first);
         if (violation.event >= first && index < story.Events().size()) {

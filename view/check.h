@@ -9,9 +9,6 @@ namespace view {
 /// What is broken in the events, in their order.
 std::vector<contract::Violation> FindViolations(const std::vector<contract::Event>& events);
 
-/// As in "V12 FramePreset: ExecuteRequest: ...".
-std::string TextOf(const contract::Violation& violation);
-
 /// A line for each, with the event that broke the rule.
 void PrintViolations(const std::vector<contract::Violation>& violations, const Story& story,
                      Moment start);

@@ -15,6 +15,7 @@ using contract::Event;
 using contract::Kind;
 using contract::Object;
 
+constexpr size_t kNone = SIZE_MAX;
 constexpr size_t kBefore = 4; // Events of the thread that are shown before the difference.
 
 class Leaves : public Visitor {
@@ -72,23 +73,25 @@ class Comparer {
     std::optional<Difference> Find() {
         const Threads ofOne = ByThread(mOne);
         const Threads ofOther = ByThread(mOther);
-        std::vector<size_t> compared(std::max(ofOne.size(), ofOther.size()));
+        const std::vector<size_t> pairs = Pair(mOne.Threads(), mOther.Threads());
+        std::vector<size_t> compared(ofOne.size());
         for (size_t i = 0; i < mOne.Events().size(); ++i) {
             const size_t thread = mOne.Serials().ThreadOf(i) - 1;
             const size_t nth = compared[thread]++;
-            const bool isThere = thread < ofOther.size() && nth < ofOther[thread].size();
+            const size_t pair = pairs[thread];
+            const bool isThere = pair != kNone && nth < ofOther[pair].size();
             Difference difference;
             difference.one = i;
             if (isThere) {
-                difference.other = ofOther[thread][nth];
+                difference.other = ofOther[pair][nth];
             }
             if (!isThere || !AreAlike(difference)) {
-                difference.thread = static_cast<uint32_t>(thread + 1);
+                difference.name = mOne.Threads()[thread].name;
                 difference.before = Before(ofOne[thread], nth);
                 return difference;
             }
         }
-        return FindSurplus(ofOne, ofOther);
+        return FindSurplus(ofOne, ofOther, pairs);
     }
 
   private:
@@ -108,17 +111,49 @@ class Comparer {
                 events.begin() + static_cast<std::ptrdiff_t>(nth)};
     }
 
+    /// Whom one's threads are compared with: those of the same name, where that is nobody else's,
+    /// and the rest in their order.
+    static std::vector<size_t> Pair(const std::vector<Thread>& one,
+                                    const std::vector<Thread>& other) {
+        const auto find = [](const std::vector<Thread>& threads, const std::string& name) {
+            const auto isIt = [&](const Thread& thread) { return thread.name == name; };
+            const auto found = std::find_if(threads.begin(), threads.end(), isIt);
+            const bool isOne = std::count_if(threads.begin(), threads.end(), isIt) == 1;
+            return isOne ? static_cast<size_t>(found - threads.begin()) : kNone;
+        };
+        std::vector<size_t> pairs;
+        std::vector<bool> isTaken(other.size());
+        for (const Thread& thread : one) {
+            const bool isOnly = find(one, thread.name) != kNone;
+            pairs.push_back(isOnly ? find(other, thread.name) : kNone);
+            if (pairs.back() != kNone) {
+                isTaken[pairs.back()] = true;
+            }
+        }
+        for (size_t& pair : pairs) {
+            const auto rest = std::find(isTaken.begin(), isTaken.end(), false);
+            if (pair == kNone && rest != isTaken.end()) {
+                pair = static_cast<size_t>(rest - isTaken.begin());
+                *rest = true;
+            }
+        }
+        return pairs;
+    }
+
     /// The first event of the other recording that one has not.
-    static std::optional<Difference> FindSurplus(const Threads& ofOne, const Threads& ofOther) {
+    std::optional<Difference> FindSurplus(const Threads& ofOne, const Threads& ofOther,
+                                          const std::vector<size_t>& pairs) const {
         std::optional<Difference> first;
         for (size_t thread = 0; thread < ofOther.size(); ++thread) {
-            const size_t count = thread < ofOne.size() ? ofOne[thread].size() : 0;
+            const auto one =
+                static_cast<size_t>(std::find(pairs.begin(), pairs.end(), thread) - pairs.begin());
+            const size_t count = one < ofOne.size() ? ofOne[one].size() : 0;
             const auto& events = ofOther[thread];
             if (count < events.size() && (!first || events[count] < *first->other)) {
                 first.emplace();
-                first->thread = static_cast<uint32_t>(thread + 1);
+                first->name = mOther.Threads()[thread].name;
                 first->other = events[count];
-                first->before = count == 0 ? std::vector<size_t>() : Before(ofOne[thread], count);
+                first->before = count == 0 ? std::vector<size_t>() : Before(ofOne[one], count);
             }
         }
         return first;
@@ -230,10 +265,7 @@ void PrintDifference(const Difference& difference, const Story& one, const Story
                      std::optional<std::pair<Moment, Moment>> starts) {
     const std::optional<Moment> ofOne = starts ? std::optional(starts->first) : std::nullopt;
     const std::optional<Moment> ofOther = starts ? std::optional(starts->second) : std::nullopt;
-    const Story& teller =
-        difference.one.has_value() || difference.thread <= one.Threads().size() ? one : other;
-    PrintFact("differ", "thread " + std::to_string(difference.thread) + ", " +
-                            teller.Threads()[difference.thread - 1].name);
+    PrintFact("differ", "on the thread " + difference.name);
     for (const size_t index : difference.before) {
         PrintFact("  before", Line(one, index, ofOne));
     }

@@ -1,6 +1,7 @@
 /// Where two recordings differ in what happened.
 ///
-/// Threads are paired by their serials and compared event by event. Objects are the same where they
+/// Threads are paired by their names and in their order, and compared event by event. Objects are
+/// the same where they
 /// have stood for each other since they appeared; addresses of functions and memory, of lent
 /// records and of what is opaque count only as null or not; times and the kernel's numbers of
 /// threads do not count.
@@ -11,7 +12,7 @@
 namespace view {
 
 struct Difference {
-    uint32_t thread = 0; ///< The serial of the pair.
+    std::string name; ///< Of the thread.
     /// Indices of the events; none where the recording's thread has ended.
     std::optional<size_t> one, other;
     std::string path; ///< Of the field, as in "request.pInputs[0].numBuffers"; may be empty.

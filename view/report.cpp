@@ -140,6 +140,9 @@ std::vector<Row> RowsOf(const Story& story) {
 }
 
 void PrintRequests(const std::vector<Row>& rows, Moment start) {
+    if (rows.empty()) {
+        return;
+    }
     std::vector<Row> shown = rows;
     if (rows.size() > kMostRows) {
         // The slower it was completed, the further in front; what was not completed comes first.
@@ -199,16 +202,28 @@ void PrintSessions(const Story& story, Moment start) {
 }
 
 void PrintOpenCalls(const Story& story, Moment start) {
-    if (!story.IsOpen()) {
-        return;
+    const auto sessions =
+        std::count_if(story.Sessions().begin(), story.Sessions().end(), [](const Session& session) {
+            return session.opened.has_value() && !session.closed.has_value();
+        });
+    const auto requests =
+        std::count_if(story.Requests().begin(), story.Requests().end(), [](const Request& request) {
+            return request.status.value_or(0) == 0 && !request.completion.has_value() &&
+                   !request.lost.has_value();
+        });
+    if (sessions + requests > 0) {
+        PrintFact("ends", "with " + Count(static_cast<uint64_t>(sessions), "session") +
+                              " open and " + Count(static_cast<uint64_t>(requests), "request") +
+                              " in flight");
     }
-    PrintFact("open", Painted(Colour::Bad, "these calls never returned: the process died in one "
-                                           "of them, or the recording was taken before its end"));
+    if (story.IsOpen()) {
+        PrintFact("open", Painted(Colour::Bad, "these calls never returned: the process died in "
+                                               "one of them, or went on after the recording"));
+    }
     for (const Thread& thread : story.Threads()) {
-        if (thread.open.empty()) {
-            continue;
+        if (!thread.open.empty()) {
+            printf("  %s, kernel thread %u\n", thread.name.c_str(), thread.kernel);
         }
-        printf("  %s, kernel thread %u\n", thread.name.c_str(), thread.kernel);
         for (const size_t index : thread.open) {
             const contract::Event& event = story.Events()[index];
             printf("    event %llu at %s ms: %s\n", static_cast<unsigned long long>(event.Number()),

@@ -39,7 +39,8 @@ std::optional<double> RateOf(const Story& story, uint32_t camera);
 /// Each session with what it was opened for and how it ended.
 void PrintSessions(const Story& story, Moment start);
 
-/// The calls that are open at the end, the last ones of every thread. Nothing where none is.
+/// The calls that are open at the end, the last ones of every thread, and what else has not ended.
+/// Nothing where all has.
 void PrintOpenCalls(const Story& story, Moment start);
 
 /// What the recording is of, and what of it is lost or damaged.

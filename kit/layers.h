@@ -1,6 +1,8 @@
 /// The layers between the host of a program, the adapter and the stand-in's offline library.
 #pragma once
 
+#include "kit/unnamed_file.h"
+
 #include <cstdint>
 #include <string>
 
@@ -18,7 +20,7 @@ struct LayerSettings {
 class Layers {
   public:
     /// \param adapterFile the adapter that the host's layer opens.
-    /// \throws std::runtime_error where the settings' file cannot be written.
+    /// \throws std::system_error where the settings' file cannot be made.
     Layers(const std::string& adapterFile, const LayerSettings& settings);
     /// The same, with the settings' file as it is given.
     explicit Layers(const std::string& settingsText);
@@ -30,7 +32,7 @@ class Layers {
     std::string AdapterFile() const;
 
   private:
-    std::string mFolder; ///< Of its own, with the settings' file.
+    UnnamedFile mFile; ///< With the settings.
 };
 
 } // namespace kit

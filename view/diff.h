@@ -1,10 +1,9 @@
 /// Where two recordings differ in what happened.
 ///
 /// Threads are paired by their names and in their order, and compared event by event. Objects are
-/// the same where they
-/// have stood for each other since they appeared; addresses of functions and memory, of lent
-/// records and of what is opaque count only as null or not; times and the kernel's numbers of
-/// threads do not count.
+/// the same where they have stood for each other since they appeared; addresses of functions and
+/// memory, of lent records and of what is opaque count only as null or not; times and the kernel's
+/// numbers of threads do not count.
 #pragma once
 
 #include "view/story.h"

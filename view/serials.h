@@ -10,8 +10,8 @@ namespace view {
 
 /// Gives each handle and each address of an object a serial within its kind: a new one where the
 /// object is born, at its first appearance otherwise, and after the end of the object that had this
-/// value before. A buffer, or something opaque, that is an image of the vendor's has its name. Threads have
-/// serials in the order of their first events. All serials count from 1.
+/// value before. A buffer, or something opaque, that is an image of the vendor's has its name.
+/// Threads have serials in the order of their first events. All serials count from 1.
 class Serials {
   public:
     /// \param events must outlive this, and so must the recording that they lie in.

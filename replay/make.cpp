@@ -83,7 +83,7 @@ RequestPrivData* FillRequest(const Event& event, Objects& objects) {
     RequestPrivData* const own = objects.RequestOf(event.Word(2));
     if (own != nullptr) {
         CopyAround(own, event.At<RequestPrivData>(event.Word(2)), sizeof *own, kInputs,
-                   sizeof own->inputStreams);
+                   sizeof(std::vector<camera3_stream*>));
         own->inputStreams.clear();
         for (const uint64_t stream : event.All<uint64_t>(event.Word(2) + kInputs)) {
             own->inputStreams.push_back(objects.StreamOf(As<camera3_stream*>(stream)));

@@ -17,17 +17,11 @@ using contract::Side;
 
 thread_local Track* t_track = nullptr;
 
-/// The vendor's entries are listed in one order on both sides.
-constexpr int kOffset =
-    static_cast<int>(Entry::OpenContext) - static_cast<int>(standin::Entry::OpenContext);
-static_assert(static_cast<int>(Entry::GetCPUAddress) -
-                  static_cast<int>(standin::Entry::GetCPUAddress) ==
-              kOffset);
-Entry EntryOf(standin::Entry entry) {
-    return static_cast<Entry>(static_cast<int>(entry) + kOffset);
-}
-standin::Entry EntryOf(Entry entry) {
-    return static_cast<standin::Entry>(static_cast<int>(entry) - kOffset);
+/// Of the vendor's interface.
+uint64_t FailureOf(Entry entry) {
+    const auto offset = static_cast<uint32_t>(entry) - static_cast<uint32_t>(Entry::OpenContext);
+    return standin::FailureOf(
+        static_cast<standin::Entry>(static_cast<uint32_t>(standin::Entry::OpenContext) + offset));
 }
 
 std::string NameOf(const Call& call) {
@@ -287,6 +281,7 @@ void Player::SetUpDevice() {
     }
     StandinControl()->SetConfigRows(rows);
     StandinControl()->SetRecording(false);
+    StandinControl()->SetFeed(false); // The layers see all.
     StandinControl()->SetAnswerer(this);
 }
 
@@ -349,8 +344,8 @@ std::vector<std::string> Player::Omitted() {
 // --- Answers ------------------------------------------------------------------------------------
 
 std::optional<uint64_t> Player::Answer(standin::Entry entry, std::span<const uint64_t> words) {
-    return t_track == nullptr ? AnswerOther(EntryOf(entry), words, nullptr)
-                              : t_track->Arrive(EntryOf(entry), words);
+    return t_track == nullptr ? AnswerOther(AsEvent(entry), words, nullptr)
+                              : t_track->Arrive(AsEvent(entry), words);
 }
 
 /// As the same was answered anywhere else. Otherwise what has to bring something fails, and the
@@ -381,7 +376,7 @@ std::optional<uint64_t> Player::AnswerOther(Entry entry, std::span<const uint64_
                         entry == Entry::TranslateToChiBuffer ||
                         entry == Entry::TranslateFromChiBuffer ||
                         (text.result != nullptr && text.result->kind == Kind::Object);
-    return brings ? standin::FailureOf(EntryOf(entry)) : 0;
+    return brings ? FailureOf(entry) : 0;
 }
 
 /// The handle of the session that executes the request in the recording.

@@ -34,7 +34,8 @@ const Real& TheReal() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] {
         Real& real = g_real;
-        real.layer = Open(&Settings::adapter, "camera.oemlayer.adapter.real.so");
+        real.layer =
+            Open(&Settings::adapter, "camera.oemlayer.adapter.real.so", "PlatformLoadContext");
         real.loadContext =
             reinterpret_cast<decltype(real.loadContext)>(Find(real.layer, "PlatformLoadContext"));
         real.intContext =

@@ -9,14 +9,33 @@
 namespace layer {
 namespace {
 
-std::string OwnFolder() {
+/// The library that has this code.
+Dl_info Own() {
     Dl_info own{};
-    if (dladdr(reinterpret_cast<void*>(&Open), &own) == 0 || own.dli_fname == nullptr) {
-        return ".";
-    }
-    const std::string file = own.dli_fname;
+    (void)dladdr(reinterpret_cast<void*>(&Open), &own);
+    return own;
+}
+
+std::string OwnFolder() {
+    const char* const name = Own().dli_fname;
+    const std::string file = name == nullptr ? "" : name;
     const size_t slash = file.rfind('/');
     return slash == file.npos ? "." : file.substr(0, slash);
+}
+
+/// Null where the library cannot be opened, or would call itself for ever.
+void* OpenReal(const std::string& file, const char* symbol) {
+    void* const real = dlopen(file.c_str(), RTLD_NOW);
+    const char* const reason = real == nullptr ? dlerror() : nullptr;
+    Dl_info found{};
+    if (real == nullptr) {
+        Log(ANDROID_LOG_ERROR, "cannot open %s: %s", file.c_str(),
+            reason == nullptr ? "no reason given" : reason);
+    } else if (dladdr(dlsym(real, symbol), &found) != 0 && found.dli_fbase == Own().dli_fbase) {
+        Log(ANDROID_LOG_ERROR, "cannot open %s: it is the layer itself", file.c_str());
+        return nullptr;
+    }
+    return real;
 }
 
 /// Null where nobody wants one. Who only watches needs no file.
@@ -43,19 +62,12 @@ contract::Tap* OpenTap(const Settings& settings) {
 
 } // namespace
 
-Layer Open(std::string Settings::*path, const char* name) {
+Layer Open(std::string Settings::*path, const char* name, const char* symbol) {
     const std::string folder = OwnFolder();
     const Settings settings = ReadSettings(folder);
     const std::string& wanted = settings.*path;
-    const std::string file = wanted.empty() ? folder + "/" + name : wanted;
-    void* const real = dlopen(file.c_str(), RTLD_NOW);
-    if (real == nullptr) {
-        const char* const reason = dlerror();
-        Log(ANDROID_LOG_ERROR, "cannot open %s: %s", file.c_str(),
-            reason == nullptr ? "no reason given" : reason);
-        return {};
-    }
-    return {real, OpenTap(settings)};
+    void* const real = OpenReal(wanted.empty() ? folder + "/" + name : wanted, symbol);
+    return real == nullptr ? Layer{} : Layer{real, OpenTap(settings)};
 }
 
 void* Find(const Layer& layer, const char* symbol) {

@@ -15,8 +15,9 @@ struct Layer {
 /// Reads the settings, opens the real library, and the recording where one is wanted. What fails is
 /// in the log.
 /// \param path the setting with the real library's path,
-/// \param name and the name under which it lies beside the layer otherwise.
-Layer Open(std::string Settings::*path, const char* name);
+/// \param name and the name under which it lies beside the layer otherwise,
+/// \param symbol and what both export.
+Layer Open(std::string Settings::*path, const char* name, const char* symbol);
 
 /// A symbol of the real library. \returns null, with a line in the log, where it is missing.
 void* Find(const Layer& layer, const char* symbol);

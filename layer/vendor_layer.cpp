@@ -27,7 +27,8 @@ Real g_real;
 const Real& TheReal() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] {
-        g_real.layer = Open(&Settings::vendor, "com.qti.chi.offline.real.so");
+        g_real.layer =
+            Open(&Settings::vendor, "com.qti.chi.offline.real.so", "ChiOfflineOpenContext");
         g_real.openContext =
             reinterpret_cast<ChiOfflineOpenContextFn>(Find(g_real.layer, "ChiOfflineOpenContext"));
     });

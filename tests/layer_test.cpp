@@ -126,27 +126,26 @@ Called SameAs(Entry entry) {
 
 class Scenarios : public testing::TestWithParam<std::string> {};
 
-TEST_P(Scenarios, ComeTrueThroughBothLayers) {
+/// What the device and the host's cameras count themselves.
+TEST_P(Scenarios, HaveEachCallInTheirRecording) {
     const auto scenario = host::Scenario::Read(SCENARIOS "/" + GetParam() + ".json");
-    host::Outcome outcome;
-    const auto run = [&] {
-        host::Run run(scenario, kit::AdapterFile(true), g_file.path);
-        run.Go();
-        outcome = run.Judge();
-    };
+    host::Run run(scenario, kit::AdapterFile(true), g_file.path);
     if (scenario.expect.abort) {
-        EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), "");
+        EXPECT_EXIT(run.Go(), testing::KilledBySignal(SIGABRT), "");
         return;
     }
-    run();
-    EXPECT_EQ(outcome.unfulfilled, Texts());
+    run.Go();
+    EXPECT_EQ(run.Judge().unfulfilled, Texts());
     auto calls = CountCalls();
-    EXPECT_EQ(calls[Called::SubmitRequestFromRT], outcome.sent);
-    EXPECT_EQ(calls[Called::RequestComplete], outcome.completed);
     for (auto entry = Entry::OpenContext; entry <= Entry::GetCPUAddress; entry = After(entry)) {
         EXPECT_EQ(calls[SameAs(entry)], StandinControl()->CallCount(entry))
             << standin::EntryName(entry);
     }
+    size_t completed = 0;
+    for (const auto& camera : run.Cameras()) {
+        completed += camera->CountCompleted();
+    }
+    EXPECT_EQ(calls[Called::RequestComplete], completed);
 }
 
 Texts AllScenarios() {
@@ -420,6 +419,13 @@ TEST(Layer, IsAsMissingAsWhatItStandsFor) {
     ASSERT_EQ(log.size(), 2U);
     EXPECT_EQ(log[0].find("E cannot open /nowhere/adapter.so: /nowhere"), 0U) << log[0];
     EXPECT_EQ(log[1].find("E cannot open " + std::string(kRealPath) + ": /"), 0U) << log[1];
+}
+
+TEST(Layer, DoesNotStandForItself) {
+    const std::string own = kit::Beside("../layer/camera.oemlayer.layer.so");
+    const kit::Layers layers("adapter = " + own + "\nrecord = " + g_file.path);
+    EXPECT_EQ(kit::Adapter(own).LoadFunctions().loadLib, nullptr);
+    EXPECT_EQ(LayerLog(), Texts{"E cannot open " + own + ": it is the layer itself"});
 }
 
 } // namespace

@@ -23,22 +23,22 @@ struct Known {
 
 /// Which argument ends with the call.
 struct Ending {
-    Entry entry;
     size_t argument;
+    Entry entry;
     Object object;
 };
 constexpr Ending kEndings[] = {
-    {Entry::CloseSession, 0, Object::Session},
-    {Entry::MetadataDestroy, 0, Object::Metadata},
-    {Entry::DestroyMetadata, 1, Object::Metadata},
-    {Entry::MetadataReleaseAndroid, 1, Object::AndroidMetadata},
-    {Entry::ReleaseAndroidMetadata, 1, Object::AndroidMetadata},
-    {Entry::ReleaseImageBuffer, 0, Object::Image},
-    {Entry::GiveImageBuffer, 1, Object::Image},
-    {Entry::BufferManagerDestroy, 0, Object::Manager},
-    {Entry::MetadataOpsClose, 0, Object::MetadataTable},
-    {Entry::BufferOpsClose, 0, Object::BufferTable},
-    {Entry::RequestComplete, 1, Object::Request},
+    {0, Entry::CloseSession, Object::Session},
+    {0, Entry::MetadataDestroy, Object::Metadata},
+    {1, Entry::DestroyMetadata, Object::Metadata},
+    {1, Entry::MetadataReleaseAndroid, Object::AndroidMetadata},
+    {1, Entry::ReleaseAndroidMetadata, Object::AndroidMetadata},
+    {0, Entry::ReleaseImageBuffer, Object::Image},
+    {1, Entry::GiveImageBuffer, Object::Image},
+    {0, Entry::BufferManagerDestroy, Object::Manager},
+    {0, Entry::MetadataOpsClose, Object::MetadataTable},
+    {0, Entry::BufferOpsClose, Object::BufferTable},
+    {1, Entry::RequestComplete, Object::Request},
 };
 
 const Ending* EndingOf(Entry entry) {

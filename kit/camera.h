@@ -20,8 +20,8 @@ template <contract::Entry E, class Act, class... Args> auto See(Act act, Args...
     return contract::Around<E>(StandinControl()->Feed(), act, args...);
 }
 
-/// The library's table of a camera, as a host calls it: what the contract's rules have to see of the
-/// host's side is before the library's own functions.
+/// The library's table of a camera, as a host calls it. What the contract's rules have to see of
+/// the host's side stands before the library's own functions.
 class HostTable : public PlatFormIntCallbacks {
   public:
     explicit HostTable(const PlatFormIntCallbacks& library)

@@ -63,36 +63,41 @@ expect() { # expect RULE CAMERA VENDOR: of the tree that is planted, with a scen
 plant
 expect '' '' ''
 
-while IFS='|' read -r rule library file camera vendor edit; do
-    case $library in
-    core) library=device/system/lib64/libstandin.so ;;
-    vendor) library=device/vendor/lib64/hw/com.qti.chi.offline.so ;;
+while IFS='|' read -r rule file camera vendor edit; do
+    case $file in
+    session) library=device/system/lib64/libstandin.so ;;
+    offline | metadata) library=device/vendor/lib64/hw/com.qti.chi.offline.so ;;
     *) library=adapterlayer/camera.oemlayer.adapter.so ;;
     esac
+    folder=standin
+    [ "$library" = "${library#adapterlayer}" ] || folder=adapterlayer
+    if [ "$camera" = lends ]; then
+        camera=', "output": "on-request"' vendor='"frameworkBuffers": true'
+    fi
     plant
-    if rebuild "$library" "$file" "$edit"; then
+    if rebuild "$library" "$folder/$file.cpp" "$edit"; then
         expect "$rule" "$camera" "$vendor"
     else
         failures=$((failures + 1))
     fi
 done <<'TEXT'
-R1|vendor|standin/offline.cpp|, "features": ["A", "B"], "requests": 2||s/^    return handle;/    static const auto first = handle;\n    return first;/; s/kFailed;/kOk;/
-R3|vendor|standin/offline.cpp|||s/^    return stream;/    stream.height += isOutput ? 2 : 0;\n    return stream;/
-R4|vendor|standin/offline.cpp|||s/(offlineFrame =) device->nextFrame\+\+/\1 -1/
-R5|core|standin/session.cpp|||s/^    records->buffer = output;/    static auto other = *callbacks;\n    callbacks = \&other;\n&/
-R9|core|standin/session.cpp|||s/(frameNumber = .*offlineFrame\))/\1 + 1/
-R10|core|standin/session.cpp|||s/^( *\{\{.metadata = true)\}, \{.buffer = true\}/\1}, {.buffer = true, .partials = 1}, {}/
-R13|core|standin/session.cpp|, "output": "on-request"|"frameworkBuffers": true|s/OutputStream\(\)\), 1/data.streamPointers.front()), 1/; s/result == 0 \&\&/result > 9 \&\&/
-V5|vendor|standin/offline.cpp|||s/^    session->Stop\(\);/&\n    return kFailed;/
-V23|vendor|standin/metadata.cpp|||s/return Remove<Metadata>.*/return metadata != nullptr ? kFailed : kOk; }/
-V24|vendor|standin/metadata.cpp|||s/Remove<AndroidMetadata>\(android\)/android == nullptr/
-V3|adapter|adapterlayer/qcomadaptee.cpp|||s/reserved24 = nullptr/reserved24 = pInfo/
-V12|adapter|adapterlayer/qcomadaptee.cpp|||s/(offlineFrameNumber,) -1/\1 0/
-V13|adapter|adapterlayer/qcomadaptee.cpp|||s/(pRecord->size = )sizeof.*/\1200;/
-V17|adapter|adapterlayer/qcomadaptee.cpp|||s/(pFormat->cfaPattern =) (.*);/\1 \2 + 77;/
-V23|adapter|adapterlayer/qcomadaptee.cpp|||s/pRequest->pAdaptee->DestroyMetadata\(.*/;/
-H2|adapter|adapterlayer/qcomadaptee.cpp|||s/(kOfflinePartialResult =) 255/\1 254/
-H7|adapter|adapterlayer/qcomadaptee.cpp|||s/^ *pHost->releaseRtBuffers\(pPrivData\);/&\n&/
-H9|adapter|adapterlayer/qcomadaptee.cpp|||s/kStatusFailure : kStatusOk\)/kStatusOk : kStatusFailure)/
+R1|offline|, "features": ["A", "B"]||s/^( *)return (handle;)/\1static auto a = \2 return a;/; s/kFailed;/kOk;/
+R3|offline|||s/^    return stream;/    stream.height += isOutput ? 2 : 0;\n    return stream;/
+R4|offline|||s/(offlineFrame =) device->nextFrame\+\+/\1 -1/
+R5|session|||s/^ *records->buffer = output;/static auto a = *callbacks; callbacks = \&a; &/
+R9|session|||s/(frameNumber = .*offlineFrame\))/\1 + 1/
+R10|session|||s/^( *\{\{.metadata = true\}, \{.buffer = true)\}/\1, .partials = 1}, {}/
+R13|session|lends||s/OutputStream\(\)\), 1/data.streamPointers[0]), 1/; s/(returned ==) 1/\1 9/
+V5|offline|||s/^    session->Stop\(\);/&\n    return kFailed;/
+V23|metadata|||s/return Remove<Metadata>.*/return metadata != nullptr ? kFailed : kOk; }/
+V24|metadata|||s/Remove<AndroidMetadata>\(android\)/android == nullptr/
+V3|qcomadaptee|||s/reserved24 = nullptr/reserved24 = pInfo/
+V12|qcomadaptee|||s/(offlineFrameNumber,) -1/\1 0/
+V13|qcomadaptee|||s/(pRecord->size = )sizeof.*/\1200;/
+V17|qcomadaptee|||s/(pFormat->cfaPattern =) (.*);/\1 \2 + 77;/
+V23|qcomadaptee|||s/pRequest->pAdaptee->DestroyMetadata\(.*/;/
+H2|qcomadaptee|||s/(kOfflinePartialResult =) 255/\1 254/
+H7|qcomadaptee|||s/^ *pHost->releaseRtBuffers\(pPrivData\);/&\n&/
+H9|qcomadaptee|||s/kStatusFailure : kStatusOk\)/kStatusOk : kStatusFailure)/
 TEXT
 [ "$failures" -eq 0 ]

@@ -125,8 +125,10 @@ std::unique_ptr<Tap> Tap::Open(const Settings& settings, std::string& problem) {
     return tap->Map(settings, problem) ? std::move(tap) : nullptr;
 }
 
-/// Opens the settings' file, locked, with room for all blocks. `header` becomes that of the
-/// recording that the process has begun there, where it has. \returns -1 where that fails.
+/// Opens the settings' file with room for all blocks, and locks it: alone, where it is begun anew,
+/// else with those of this process that write into it. `header` becomes theirs then. Memory of the
+/// file keeps the lock, so that no other process takes the file away from under it. \returns -1
+/// where that fails.
 int Tap::OpenFile(const Settings& settings, FileHeader& header, bool& joins) {
     // Readable for its group: who takes it off the device need not be who records.
     const int file = open(settings.file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
@@ -134,21 +136,23 @@ int Tap::OpenFile(const Settings& settings, FileHeader& header, bool& joins) {
         return -1;
     }
     const auto bytes = [&] { return kPageBytes + off_t{header.blocks} * kBlockBytes; };
-    FileHeader found{};
-    struct stat status {};
-    if (flock(file, LOCK_EX) == 0 && fstat(file, &status) == 0) {
-        if (pread(file, &found, sizeof found, 0) == ssize_t{sizeof found} &&
-            found.checksum == ChecksumWithout(found) && found.process == header.process &&
-            found.processStart == header.processStart && found.version == kVersion) {
-            header = found;
-            joins = status.st_size == bytes();
-        }
+    if (flock(file, LOCK_EX | LOCK_NB) == 0) {
         // What an older recording left is gone. All of it has room: memory of a file that cannot
         // grow would end the process.
-        if (joins ||
-            (ftruncate(file, 0) == 0 && (errno = posix_fallocate(file, 0, bytes())) == 0)) {
+        if (ftruncate(file, 0) == 0 && (errno = posix_fallocate(file, 0, bytes())) == 0) {
             return file;
         }
+    } else if (errno == EWOULDBLOCK && flock(file, LOCK_SH) == 0) { // Once it has been begun.
+        FileHeader found{};
+        struct stat status {};
+        joins = pread(file, &found, sizeof found, 0) == ssize_t{sizeof found} &&
+                found.checksum == ChecksumWithout(found) && found.version == kVersion &&
+                found.process == header.process && found.processStart == header.processStart;
+        header = joins ? found : header;
+        if (joins && fstat(file, &status) == 0 && status.st_size == bytes()) {
+            return file;
+        }
+        errno = EBUSY;
     }
     const int reason = errno;
     close(file);
@@ -170,7 +174,8 @@ bool Tap::Map(const Settings& settings, std::string& problem) {
                       hasFile ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS, file, 0);
     }
     if (memory == MAP_FAILED) {
-        problem = settings.file + ": " + strerror(errno);
+        problem = settings.file + ": " +
+                  (errno == EBUSY ? "another process records into it" : strerror(errno));
     } else {
         mMemory = static_cast<std::byte*>(memory);
         mShared = reinterpret_cast<LivePart*>(mMemory + kLiveOffset);
@@ -180,8 +185,7 @@ bool Tap::Map(const Settings& settings, std::string& problem) {
         }
     }
     if (file >= 0) {
-        // Closing alone does not: the memory holds the file.
-        (void)flock(file, LOCK_UN);
+        (void)flock(file, LOCK_SH);
         close(file);
     }
     return mMemory != nullptr;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <new>
 #include <pthread.h>
+#include <utility>
 
 const char layer::kTag[] = "CamLayerVendor";
 
@@ -38,7 +39,40 @@ const Real& TheReal() {
 contract::Tap& TheTap() { return *g_real.layer.tap; }
 
 /// A table of ours, that stands for one of the vendor's.
-template <class Table> struct Wrapped : Table { Table* real; };
+template <class Table> struct Wrapped : Table {
+    Table* real;
+    Wrapped* next; ///< Of those that were closed, where it
+    bool isClosed; ///< is one of them.
+};
+
+/// Tables that were closed. They are used again and never freed: an adapter that closes one twice
+/// has the vendor told twice, as it would without the layer.
+template <class Table> class ClosedTables {
+  public:
+    void Give(Wrapped<Table>* table) {
+        pthread_mutex_lock(&mLock);
+        if (std::exchange(table->isClosed, true) == false) {
+            table->next = std::exchange(mFirst, table);
+        }
+        pthread_mutex_unlock(&mLock);
+    }
+    /// \returns null where there is none.
+    Wrapped<Table>* Take() {
+        pthread_mutex_lock(&mLock);
+        Wrapped<Table>* const table = mFirst;
+        if (table != nullptr) {
+            mFirst = table->next;
+            table->isClosed = false;
+        }
+        pthread_mutex_unlock(&mLock);
+        return table;
+    }
+
+  private:
+    pthread_mutex_t mLock = PTHREAD_MUTEX_INITIALIZER;
+    Wrapped<Table>* mFirst = nullptr;
+};
+template <class Table> ClosedTables<Table> g_closed;
 
 /// The vendor's tables that entries without a table are called in. A process has one vendor, whose
 /// tables of a kind have the same functions: those of the last one that was opened serve all.
@@ -91,7 +125,10 @@ void WrapAll(ChiOfflineBufferManagerOps& table);
 
 /// A table for one that the vendor opened. Where there is no memory, the vendor's own.
 template <class Table> Table* NewTable(Table* real) {
-    auto* const ours = real == nullptr ? nullptr : new (std::nothrow) Wrapped<Table>;
+    Wrapped<Table>* ours = real == nullptr ? nullptr : g_closed<Table>.Take();
+    if (real != nullptr && ours == nullptr) {
+        ours = new (std::nothrow) Wrapped<Table>();
+    }
     if (ours == nullptr) {
         return real;
     }
@@ -117,7 +154,7 @@ struct Opens<E, Member> {
 template <Entry E, class Table> void Close(Table* table) {
     auto* const ours = static_cast<Wrapped<Table>*>(table);
     TheTap().Around<E>([&] { ours->real->pClose(ours->real); }, table);
-    delete ours;
+    g_closed<Table>.Give(ours);
 }
 
 // --- Sessions and their callbacks ---------------------------------------------------------------

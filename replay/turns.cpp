@@ -9,9 +9,9 @@ namespace replay {
 namespace {
 
 // What a thread has begun is recorded a moment later; whoever comes next leaves it that.
-constexpr std::chrono::milliseconds kMoment{10};
+constexpr std::chrono::milliseconds kMoment{50};
 // How long a turn is kept for somebody who may be waiting for a lock.
-constexpr std::chrono::milliseconds kPatience{100};
+constexpr std::chrono::milliseconds kPatience{300};
 constexpr std::chrono::milliseconds kLongPatience{2500};
 constexpr std::chrono::hours kNever{24};
 

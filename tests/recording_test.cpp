@@ -114,6 +114,22 @@ TEST(Recording, OfADeadProcessMakesRoomForTheNext) {
     EXPECT_EQ(Recording::Read(file.name).Events().size(), 0U);
 }
 
+TEST(Recording, IsNotTakenFromAnotherProcess) {
+    const File file;
+    const auto tap = Open(file);
+    Execute(*tap, 5);
+    const pid_t child = fork();
+    if (child == 0) {
+        std::string problem;
+        const auto second = Tap::Open({.file = file.name}, problem);
+        _exit(second == nullptr && problem == file.name + ": another process records into it");
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(Recording::Read(file.name).Events().size(), 3U);
+}
+
 TEST(Recording, SaysWhyItCannotBeMade) {
     std::string problem;
     for (const char* const file : {"/", "/dev/full", "/no/such/folder/file"}) {

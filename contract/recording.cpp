@@ -171,33 +171,33 @@ void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes
 
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events) {
     std::string all(kPageBytes, '\0');
-    size_t used = kBlockBytes;
+    size_t next = kPageBytes; // Where the next block begins.
+    uint32_t blocks = 0;
     std::map<uint64_t, uint64_t> numbers; // By the old ones.
     for (const Event& event : events) {
         const uint64_t number = numbers.size() + 1;
-        if (used + event.Header().size > kBlockBytes) {
+        if (blocks == 0 || all.size() + event.Header().size > next) {
             BlockHeader block{.magic = kBlockMagic,
                               .checksum = 0,
-                              .number = all.size() / kBlockBytes,
+                              .number = blocks++,
                               .firstEvent = number,
                               .reserved24 = 0};
             block.checksum = ChecksumWithout(block);
-            all.resize(all.size() + kBlockBytes);
-            std::memcpy(&all[all.size() - kBlockBytes], &block, sizeof block);
-            used = sizeof block;
+            all.resize(next);
+            all.append(reinterpret_cast<const char*>(&block), sizeof block);
+            next += kBlockBytes;
         }
-        auto* const copy = reinterpret_cast<EventHeader*>(&all[all.size() - kBlockBytes + used]);
-        std::memcpy(copy, &event.Header(), event.Header().size);
+        const size_t place = all.size();
+        all.append(reinterpret_cast<const char*>(&event.Header()), event.Header().size);
+        auto* const copy = reinterpret_cast<EventHeader*>(&all[place]);
         numbers[copy->number] = number;
         copy->number = number;
         const auto call = numbers.find(copy->call);
         copy->call = call == numbers.end() ? 0 : call->second;
         copy->checksum = ChecksumOf(copy);
-        used += copy->size;
     }
-    all.resize(std::max(all.size(), size_t{kPageBytes} + kBlockBytes));
     FileHeader header = about;
-    header.blocks = static_cast<uint32_t>(all.size() / kBlockBytes);
+    header.blocks = std::max(blocks, 1U);
     header.checksum = ChecksumWithout(header);
     const LivePart live{.nextEvent = numbers.size() + 1};
     std::memcpy(all.data(), &header, sizeof header);

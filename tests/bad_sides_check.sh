@@ -81,7 +81,7 @@ while IFS='|' read -r rule file camera vendor edit; do
         failures=$((failures + 1))
     fi
 done <<'TEXT'
-R1|offline|, "features": ["A", "B"]||s/return (handle;)/static auto a = \1 return a;/; s/kFailed;/kOk;/
+R1|offline|, "features": ["A", "B"]||s/return (handle;)/static auto a=\1 return a;/;s/kFailed;/kOk;/
 R3|offline|||s/^    return stream;/    stream.height += isOutput ? 2 : 0;\n    return stream;/
 R4|offline|||s/(offlineFrame =) device->nextFrame\+\+/\1 -1/
 R5|session|||s/^ *records->buffer = output;/static auto a = *callbacks; callbacks = \&a; &/

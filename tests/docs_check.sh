@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # docs_check.sh SOURCE_FOLDER: every test that the documents name exists, and so does every function
-# that the contract names, whose rules are those of contract/rules.h. Each record's size is asserted,
-# and its layout tested.
+# that the contract names, whose rules are those of contract/rules.h. Each record's size is
+# asserted, and its layout tested.
 set -euo pipefail
 cd "$1"
 names=$(grep -hE '^TEST(_P)?\(' tests/*.cpp | sed -E 's/^TEST(_P)?\(//; s/\).*//; s/, /./')

@@ -7,7 +7,7 @@ namespace contract {
 namespace {
 
 template <class T> struct Extent {
-    static constexpr uint16_t kSize = sizeof(T);
+    static constexpr uint16_t kSize = sizeof(T); // NOLINT(bugprone-sizeof-expression): of a pointer
     static constexpr uint16_t kCount = 1;
 };
 template <class T, size_t N> struct Extent<T[N]> {
@@ -323,8 +323,7 @@ template <> struct Members<OemLayer::OfflineDataWraper> {
                                            .size = sizeof(I::cameraId)},
                                      Field{.name = "featureName",
                                            .kind = Kind::TextObject,
-                                           .offset = kIdentity + offsetof(I, featureName),
-                                           .size = sizeof(I::featureName)},
+                                           .offset = kIdentity + offsetof(I, featureName)},
                                      OBJECT(wrapperContext, Other),
                                      RESERVED(wrapperWord),
                                      RESERVED(reserved84),

@@ -212,6 +212,13 @@ struct Control::State {
     Watch watch; ///< Has a lock of its own.
     std::atomic<bool> isWatched = true;
 
+    /// What somebody else answers in the device's place.
+    std::optional<uint64_t> Ask(Entry entry, std::initializer_list<uint64_t> words) const {
+        Answerer* const asked = answerer;
+        return asked == nullptr ? std::nullopt
+                                : asked->Answer(entry, {words.begin(), words.size()});
+    }
+
     /// Records a call. Has a value if the call is to fail: its result.
     std::optional<uint64_t> Enter(Entry entry, const Arguments& arguments);
 
@@ -330,9 +337,7 @@ struct Recorded<Name, Function> {
             return As<R>(*fault);
         }
         if constexpr (IsInterface(Name)) {
-            Answerer* const answerer = Device().answerer;
-            const uint64_t words[] = {Word(args)...};
-            if (const auto answer = answerer ? answerer->Answer(Name, words) : std::nullopt) {
+            if (const auto answer = Device().Ask(Name, {Word(args)...})) {
                 return As<R>(*answer);
             }
         }

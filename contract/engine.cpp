@@ -60,6 +60,9 @@ void Engine::State::OnCall(const Event& event) {
     } else {
         vendor.OnCall(event, call, outer);
     }
+    if (outer.size() == kMostOpenCalls) {
+        outer.erase(outer.begin());
+    }
     outer.push_back(std::move(call));
 }
 

@@ -28,6 +28,10 @@ inline std::string LineOf(const Violation& violation) {
     return rule.number + (' ' + (rule.name + (": " + violation.text)));
 }
 
+/// So many calls of a thread are followed at once. Nobody has that many open; the outermost of a
+/// crafted recording's are let go.
+inline constexpr size_t kMostOpenCalls = 1000;
+
 /// Called by one thread at a time.
 class Engine {
   public:

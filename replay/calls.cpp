@@ -1,6 +1,8 @@
 /// Puts calls and returns together, and finds what later calls refer to.
 #include "replay/calls.h"
 
+#include "contract/engine.h"
+
 #include <algorithm>
 
 namespace replay {
@@ -37,6 +39,12 @@ void Calls::Begin(const Event& event, Open& open) {
     const bool isOutside = event.Text().caller == contract::Caller::Outside;
     if (outer == nullptr ? !isOutside : outer->IsOutside() == isOutside) {
         return;
+    }
+    if (open.stack.size() == contract::kMostOpenCalls) {
+        throw contract::RecordingError(
+            "event " + std::to_string(event.Number()) + ": more than " +
+            std::to_string(contract::kMostOpenCalls) +
+            " calls are open in its thread, and no replay goes that deep");
     }
     Call& call = mAll.emplace_back();
     call.call = event;

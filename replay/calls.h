@@ -42,6 +42,8 @@ struct Lane {
 /// Refers to the events that it is made of.
 class Calls {
   public:
+    /// \throws contract::RecordingError where calls stand deeper in each other than any that was
+    /// recorded.
     explicit Calls(const std::vector<Event>& events);
 
     const std::vector<Lane>& Lanes() const { return mLanes; }

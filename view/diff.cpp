@@ -111,27 +111,37 @@ class Comparer {
                 events.begin() + static_cast<std::ptrdiff_t>(nth)};
     }
 
+    using Named = std::unordered_map<std::string, size_t>;
+
+    /// The threads by their names; kNone for a name that several have.
+    static Named ByName(const std::vector<Thread>& threads) {
+        Named named;
+        for (size_t i = 0; i < threads.size(); ++i) {
+            const auto [found, isNew] = named.try_emplace(threads[i].name, i);
+            found->second = isNew ? i : kNone;
+        }
+        return named;
+    }
+
     /// Whom one's threads are compared with: those of the same name, where that is nobody else's,
     /// and the rest in their order.
     static std::vector<size_t> Pair(const std::vector<Thread>& one,
                                     const std::vector<Thread>& other) {
-        const auto find = [](const std::vector<Thread>& threads, const std::string& name) {
-            const auto isIt = [&](const Thread& thread) { return thread.name == name; };
-            const auto found = std::find_if(threads.begin(), threads.end(), isIt);
-            const bool isOne = std::count_if(threads.begin(), threads.end(), isIt) == 1;
-            return isOne ? static_cast<size_t>(found - threads.begin()) : kNone;
-        };
+        const Named ofOne = ByName(one);
+        const Named ofOther = ByName(other);
         std::vector<size_t> pairs;
         std::vector<bool> isTaken(other.size());
         for (const Thread& thread : one) {
-            const bool isOnly = find(one, thread.name) != kNone;
-            pairs.push_back(isOnly ? find(other, thread.name) : kNone);
+            const auto found = ofOther.find(thread.name);
+            const bool isOnly = ofOne.at(thread.name) != kNone && found != ofOther.end();
+            pairs.push_back(isOnly ? found->second : kNone);
             if (pairs.back() != kNone) {
                 isTaken[pairs.back()] = true;
             }
         }
+        auto rest = isTaken.begin();
         for (size_t& pair : pairs) {
-            const auto rest = std::find(isTaken.begin(), isTaken.end(), false);
+            rest = std::find(rest, isTaken.end(), false);
             if (pair == kNone && rest != isTaken.end()) {
                 pair = static_cast<size_t>(rest - isTaken.begin());
                 *rest = true;
@@ -143,10 +153,15 @@ class Comparer {
     /// The first event of the other recording that one has not.
     std::optional<Difference> FindSurplus(const Threads& ofOne, const Threads& ofOther,
                                           const std::vector<size_t>& pairs) const {
+        std::vector<size_t> back(ofOther.size(), kNone); // The pairs, from the other side.
+        for (size_t i = 0; i < pairs.size(); ++i) {
+            if (pairs[i] != kNone) {
+                back[pairs[i]] = i;
+            }
+        }
         std::optional<Difference> first;
         for (size_t thread = 0; thread < ofOther.size(); ++thread) {
-            const auto one =
-                static_cast<size_t>(std::find(pairs.begin(), pairs.end(), thread) - pairs.begin());
+            const size_t one = back[thread];
             const size_t count = one < ofOne.size() ? ofOne[one].size() : 0;
             const auto& events = ofOther[thread];
             if (count < events.size() && (!first || events[count] < *first->other)) {

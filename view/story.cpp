@@ -1,6 +1,8 @@
 /// Follows the events, with what each thread is in the middle of.
 #include "view/story.h"
 
+#include "contract/engine.h"
+
 #include <algorithm>
 #include <set>
 #include <utility>
@@ -53,6 +55,9 @@ class Teller {
         if (mEvent.IsCall()) {
             Doing().isHost |= Open().empty() && IsMadeByHost();
             OnCall();
+            if (Open().size() == contract::kMostOpenCalls) {
+                Open().erase(Open().begin());
+            }
             Open().push_back(mIndex);
         } else if (Close()) {
             OnReturn();

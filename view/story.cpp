@@ -69,7 +69,8 @@ class Teller {
         auto& open = Open();
         for (size_t i = open.size(); i-- > 0;) {
             if (mEvents[open[i]].Number() == mEvent.Header().call) {
-                Mine() = mStory.mSubjects[open[i]];
+                mCall = open[i];
+                Mine() = mStory.mSubjects[mCall];
                 open.resize(i);
                 return true;
             }
@@ -272,15 +273,10 @@ class Teller {
         Mine().session = session.serial;
         mSessions[mEvent.Result()] = found->second;
         mBySerial[session.serial] = found->second;
-        const Event& call = mEvents[CallIndex()];
+        const Event& call = mEvents[mCall];
         if (const auto* const info = call.At<ChiOfflineSessionCreateInfo>(call.Word(1))) {
             mCallbacks[reinterpret_cast<uint64_t>(info->pCallbacks)] = found->second;
         }
-    }
-
-    /// Of the call that returns now, which is not far.
-    size_t CallIndex() const {
-        return mIndex - static_cast<size_t>(mEvent.Number() - mEvent.Header().call);
     }
 
     void OnConfiguration() {
@@ -405,6 +401,7 @@ class Teller {
     std::vector<Doings> mDoings;
     bool mHasHost = false;
     size_t mIndex = 0; ///< Of the event, which is below.
+    size_t mCall = 0;  ///< Of the call that returns with it.
     Event mEvent;
     uint32_t mThread = 0; ///< Its serial.
     Index mSessions;

@@ -130,7 +130,7 @@ void Engine::State::HostReturns(const Event& event, const PendingCall& call) {
         host.OnFlushed(camera);
         break;
     case Entry::Destroy:
-        if (host.OnDestroyed(camera)) {
+        if (host.OnDestroyed(camera) && !checks.isLate) {
             vendor.CheckAllReturned();
         }
         break;

@@ -52,8 +52,9 @@ class HostRules {
         uint32_t status = 0; ///< Of the submission.
         uint32_t calls = 0;  ///< Results, releases and completions.
         uint32_t metadata = 0, buffers = 0, releases = 0;
-        bool endsInError = false; ///< The last result's first buffer has an error status.
-        bool isFollowed = false;  ///< The vendor's results are seen, and brought so much:
+        /// The last result's first buffer has an error status; of one that is not followed, any.
+        bool endsInError = false;
+        bool isFollowed = false; ///< The vendor's results are seen, and brought so much:
         uint32_t metadataBrought = 0, buffersBrought = 0;
     };
     /// Which entries a host's tables lack: what is not called cannot be counted.
@@ -65,6 +66,7 @@ class HostRules {
     Request* Receive(const Event& event, const char* what, Rule whenCompleted);
     void CheckBuffers(const Event& event, Request& request, const camera3_capture_result& result);
     void CheckReports(const Request& request) const;
+    void CheckStatus(const Request& request, uint32_t status) const;
     void Name(uint64_t event, const Request& request);
     void End(uint64_t record, Request& request, Phase phase);
     void GiveBack(Request& request);

@@ -398,19 +398,16 @@ constexpr Row<Watched> kHostRows[]{
      [](Watched& watched) { watched.buffers[0].buffer = &watched.otherHandle; }},
     {Rule::ResultBuffer, "MRC0", "stream (nil) and buffer <buffer> must be <stream> and <buffer>",
      [](Watched& watched) { watched.buffers[0].stream = nullptr; }},
-    {Rule::Reports, "MRC0", "0 metadata and 1 buffers, and must be as many, and 1 at least",
-     [](Watched& watched) {
-         watched.both.result = nullptr;
-         watched.both.partial_result = 0;
-     }},
+    {Rule::Reports, "MRC0", "no buffer before the completion",
+     [](Watched& watched) { watched.both.num_output_buffers = 0; }},
     {Rule::LateResult, "MRC0M", "a result after the completion"},
     {Rule::Release, "RMRC0", "the number of releases is 2 and must be 1"},
     {Rule::Release, "MRC0R", "a release after the completion"},
     {Rule::Release, "MC0", "a completion without a release"},
     {Rule::Completion, "MRC0C0", "a completion after the completion"},
-    {Rule::CompletionStatus, "MRC0", "the status is 0 and must be 1",
+    {Rule::CompletionStatus, "MRC2", "the status is 2 and must be 1",
      [](Watched& watched) { watched.buffers[0].status = CAMERA3_BUFFER_STATUS_ERROR; }},
-    {Rule::CompletionStatus, "MRC2", "the status is 2 and must be 0"},
+    {Rule::CompletionStatus, "MRC1", "the status is 1 and must be 0"},
     {Rule::Refusal, "MRC0S4", "status 4 after 3 callbacks"},
     {Rule::Refusal, "S4M", "a result after status 4"},
     {Rule::AfterClose, "MRC0XR", "a release"},

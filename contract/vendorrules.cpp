@@ -814,18 +814,19 @@ void VendorRules::OpenedTable(const Event& event, const PendingCall& call, Objec
     if (isNew) {
         table = &all.Add(handle, Table{});
         table->serial = ++mLastSerial;
+    } else {
+        ++table->given;
     }
-    ++table->openings;
     if (const auto* ops = event.At<ChiOfflineMetadataOps>(handle)) {
         table->makesSettings = ops->pCreateFromAndroid != nullptr;
     }
     table->camera = isNew || table->camera == call.camera ? call.camera : std::nullopt;
 }
 
-/// What was opened several times is closed as often.
+/// What was opened several times is closed as often: only the last closing has a table's serial.
 void VendorRules::CloseTable(Objects<Table>& all, const PendingCall& call) {
     Table* const table = all.FindAny(call.key);
-    const bool isLast = table != nullptr && table->serial == call.serial && --table->openings == 0;
+    const bool isLast = table != nullptr && table->serial == call.serial;
     FinishEnd(all, call, isLast);
     if (isLast && !mChecks.isLate && mMetadataOps.All().empty() && mBufferOps.All().empty()) {
         CheckAllReturned();

@@ -82,7 +82,8 @@ class VendorRules {
   private:
     struct Object {
         uint64_t serial = 0;
-        uint32_t given = 1;       ///< How often its handle was given out, against the rules.
+        /// How often its handle was given out: against the rules, but for a table.
+        uint32_t given = 1;
         bool isGoing = false;     ///< It is being given back.
         bool wasReported = false; ///< As one that was not.
     };
@@ -107,7 +108,6 @@ class VendorRules {
     /// A vendor may open one table for several cameras.
     struct Table : Object {
         static constexpr ObjectKind kKind{"operation table", Rule::TableOpen, Rule::TableOpen};
-        uint32_t openings = 0;
         std::optional<uint32_t> camera; ///< Of metadata operations.
         bool makesSettings = false;
     };

@@ -65,7 +65,7 @@ int Check(const Options& options) {
               Painted(isGood ? Colour::Good : Colour::Bad,
                       Count(violations.size(), "violation") + " of the contract in " +
                           Count(told.Events().size(), "event")));
-    return isGood ? kGood : kFound;
+    return isGood && told.recording.Damage().empty() ? kGood : kFound;
 }
 
 int Diff(const Options& options) {
@@ -77,7 +77,8 @@ int Diff(const Options& options) {
     if (!difference.has_value()) {
         PrintFact("alike", Count(one.Events().size(), "event") + " of " +
                                Count(one.story.Threads().size(), "thread"));
-        return kGood;
+        const bool areWhole = one.recording.Damage().empty() && other.recording.Damage().empty();
+        return areWhole ? kGood : kFound;
     }
     PrintDifference(*difference, one.story, other.story,
                     options.hasTimes ? std::optional(std::pair(one.Start(), other.Start()))

@@ -14,6 +14,8 @@ constexpr std::chrono::milliseconds kMoment{50};
 constexpr std::chrono::milliseconds kPatience{300};
 constexpr std::chrono::milliseconds kLongPatience{2500};
 constexpr std::chrono::hours kNever{24};
+// What is later than that has a time that no recording has.
+constexpr std::chrono::nanoseconds kLatest = std::chrono::hours{24};
 
 thread_local uint64_t t_begun = 0; // The event that this thread has begun and not ended.
 
@@ -71,8 +73,9 @@ void Turns::Begin(const Event& event, const Event* needed) {
     const uint64_t number = event.Number();
     std::unique_lock lock(mMutex);
     EndBegun();
-    if (mIsPaced) {
-        const auto due = mStart + std::chrono::nanoseconds(event.Time() - mFirstTime);
+    const uint64_t since = event.Time() - mFirstTime; // Huge for what is earlier.
+    if (mIsPaced && since <= static_cast<uint64_t>(kLatest.count())) {
+        const auto due = mStart + std::chrono::nanoseconds(since);
         mProgress = std::max(mProgress, due); // Until then, nothing is late.
         lock.unlock();
         std::this_thread::sleep_until(due);

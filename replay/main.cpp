@@ -70,11 +70,15 @@ void CheckOutput(const std::string& file, const std::string& input) {
     if (fs::equivalent(file, input, ignored)) {
         throw InputError(file + ": this is the recording itself");
     }
+    const bool wasThere = fs::exists(file, ignored);
     FILE* const probe = fopen(file.c_str(), "ab");
     if (probe == nullptr) {
         throw InputError(file + ": " + strerror(errno));
     }
     (void)fclose(probe);
+    if (!wasThere) {
+        (void)fs::remove(file, ignored); // Nothing may come of it.
+    }
 }
 
 /// A file that is gone with this.
@@ -181,6 +185,9 @@ int Shrink(const Options& options) {
     PrintFact("shrunk", Describe(*shrunk) + " of " + view::Count(input.Events().size(), "event") +
                             ", after " + view::Count(shrunk->trials, "replay"));
     PrintFact("recording", file);
+    if (!shrunk->isConfirmed) {
+        PrintFact("unsteady", "the last replay of what is left did not show it");
+    }
     return kGood;
 }
 

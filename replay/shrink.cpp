@@ -71,9 +71,8 @@ class Shrinker {
         LeaveOutCameras();
         LeaveOutUnits();
         const Units::Part part = mUnits.Choose(mLeft, mCameras);
-        if (IsShown(mRecording.About(), part.events)) {
-            WriteLeft(file, part.events);
-        }
+        mShrunk.isConfirmed = IsShown(mRecording.About(), part.events);
+        WriteLeft(file, part.events);
         return true;
     }
 
@@ -83,11 +82,16 @@ class Shrinker {
     /// The replay of what is left, where that shows it, too: nothing in it refers to what was left
     /// out.
     void WriteLeft(const std::string& file, const std::vector<Event>& part) {
-        const Recording replay = Recording::Read(mFiles.Of("replay.rec"));
-        const bool isGood = IsShown(replay.About(), replay.Events());
-        const std::vector<Event>& left = isGood ? replay.Events() : part;
-        contract::WriteRecording(file, isGood ? replay.About() : mRecording.About(), left);
-        mShrunk.events = left.size();
+        if (mShrunk.isConfirmed) {
+            const Recording replay = Recording::Read(mFiles.Of("replay.rec"));
+            if (IsShown(replay.About(), replay.Events())) {
+                contract::WriteRecording(file, replay.About(), replay.Events());
+                mShrunk.events = replay.Events().size();
+                return;
+            }
+        }
+        contract::WriteRecording(file, mRecording.About(), part);
+        mShrunk.events = part.size();
     }
 
     /// Whether a part shows what is wanted; if it does, it is what is left.

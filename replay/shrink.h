@@ -22,6 +22,8 @@ struct Shrunk {
     size_t others = 0;   ///< calls that belong to none of them,
     size_t events = 0;
     size_t trials = 0;
+    /// The last replay of what is left showed it once more.
+    bool isConfirmed = false;
 };
 
 /// Leaves parts out, one after the other, and replays what is left, each time in a process of its

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sys/stat.h>
@@ -193,6 +194,21 @@ void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes
         ++number;
     }
     mBlocks.push_back(std::move(bytes));
+}
+
+std::string ProblemOfName(const std::string& file) {
+    constexpr size_t kMostCharacters = 1000;
+    const std::string path = std::filesystem::absolute(file);
+    if (path.find_first_of("#\n") != path.npos) {
+        const std::string shown = path.substr(0, path.find('\n'));
+        return shown + ": no recording can be made here: the path has a '#' or a line's end in it";
+    }
+    if (path.size() > kMostCharacters) {
+        return path.substr(0, 40) + "...: no recording can be made here: the path has " +
+               std::to_string(path.size()) + " characters, and may have " +
+               std::to_string(kMostCharacters);
+    }
+    return "";
 }
 
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events) {

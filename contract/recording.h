@@ -44,6 +44,10 @@ class Recording {
 /// \param room of the memory that it lies in.
 bool IsSound(const EventHeader* event, size_t room);
 
+/// Why no layer can be told to record into a file with this name, in a line; empty where it can.
+/// Settings are lines that end at a '#'.
+std::string ProblemOfName(const std::string& file);
+
 /// A recording of these events, numbered anew: for tests, and for what is left of a recording.
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events);
 

@@ -1,6 +1,7 @@
 /// Where a run is recorded.
 #pragma once
 
+#include "contract/recording.h"
 #include "kit/unnamed_file.h"
 #include "standin/located_json.h"
 
@@ -20,6 +21,10 @@ class RecordingFile {
         if (name.empty()) {
             mPath = mUnnamed.emplace().Path();
             return;
+        }
+        const std::string problem = contract::ProblemOfName(name);
+        if (!problem.empty()) {
+            throw standin::InputError(problem);
         }
         mPath = std::filesystem::absolute(name);
         const int file = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);

@@ -70,6 +70,10 @@ void CheckOutput(const std::string& file, const std::string& input) {
     if (fs::equivalent(file, input, ignored)) {
         throw InputError(file + ": this is the recording itself");
     }
+    const std::string problem = contract::ProblemOfName(file);
+    if (!problem.empty()) {
+        throw InputError(problem);
+    }
     const bool wasThere = fs::exists(file, ignored);
     FILE* const probe = fopen(file.c_str(), "ab");
     if (probe == nullptr) {

@@ -194,17 +194,48 @@ void PrintSessions(const Story& story, Moment start) {
                                                                 : "?";
         printf("  %-9s %-10s %-8s %10s %10s %10s %10s %9u%s\n",
                isThere ? std::to_string(session.serial).c_str() : "-", session.feature.c_str(),
-               camera.c_str(), Milliseconds(start, session.asked).c_str(),
+               camera.c_str(), Cell(session.asked, start).c_str(),
                Cell(session.opened, start).c_str(), Cell(session.configured, start).c_str(),
                Cell(session.closed, start).c_str(), session.requests,
                isThere ? "" : Painted(Colour::Bad, "  not opened").c_str());
     }
 }
 
+namespace {
+
+/// Of each thread, by its index.
+std::vector<size_t> LastEvents(const Story& story) {
+    std::vector<size_t> last(story.Threads().size());
+    for (size_t i = 0; i < story.Events().size(); ++i) {
+        last[story.Serials().ThreadOf(i) - 1] = i;
+    }
+    return last;
+}
+
+/// Under each thread's name the events that `choose` has for its index; nothing where it has none.
+template <class Choose> void PrintEvents(const Story& story, Moment start, const Choose& choose) {
+    for (size_t i = 0; i < story.Threads().size(); ++i) {
+        const Thread& thread = story.Threads()[i];
+        const std::vector<size_t> events = choose(i);
+        if (!events.empty()) {
+            printf("  %s, kernel thread %u\n", thread.name.c_str(), thread.kernel);
+        }
+        for (const size_t index : events) {
+            const contract::Event& event = story.Events()[index];
+            printf("    event %llu at %s ms: %s%s\n",
+                   static_cast<unsigned long long>(event.Number()),
+                   Milliseconds(start, event.Time()).c_str(), event.IsCall() ? "" : "return of ",
+                   LineOf(story.Serials(), index).c_str());
+        }
+    }
+}
+
+} // namespace
+
 void PrintOpenCalls(const Story& story, Moment start) {
     const auto sessions =
         std::count_if(story.Sessions().begin(), story.Sessions().end(), [](const Session& session) {
-            return session.opened.has_value() && !session.closed.has_value();
+            return session.serial != 0 && !session.closed.has_value();
         });
     const auto requests =
         std::count_if(story.Requests().begin(), story.Requests().end(), [](const Request& request) {
@@ -220,16 +251,12 @@ void PrintOpenCalls(const Story& story, Moment start) {
         PrintFact("open", Painted(Colour::Bad, "these calls never returned: the process died in "
                                                "one of them, or went on after the recording"));
     }
-    for (const Thread& thread : story.Threads()) {
-        if (!thread.open.empty()) {
-            printf("  %s, kernel thread %u\n", thread.name.c_str(), thread.kernel);
-        }
-        for (const size_t index : thread.open) {
-            const contract::Event& event = story.Events()[index];
-            printf("    event %llu at %s ms: %s\n", static_cast<unsigned long long>(event.Number()),
-                   Milliseconds(start, event.Time()).c_str(),
-                   LineOf(story.Serials(), index).c_str());
-        }
+    if (story.IsOpen()) {
+        PrintEvents(story, start, [&](size_t thread) { return story.Threads()[thread].open; });
+    } else if (sessions + requests > 0) {
+        PrintFact("last", "what each thread did: the process died, or went on");
+        const std::vector<size_t> last = LastEvents(story);
+        PrintEvents(story, start, [&](size_t thread) { return std::vector{last[thread]}; });
     }
 }
 

@@ -98,7 +98,7 @@ class Teller {
         case Entry::ConfigureStreams:
             return OnConfiguration();
         case Entry::CloseSession:
-            return OnSession(mSessions, mEvent.Word(0));
+            return OnHandle(mEvent.Word(0));
         case Entry::ExecuteRequest:
             return OnExecution();
         case Entry::ProcessCaptureResult:
@@ -244,6 +244,21 @@ class Teller {
         }
     }
 
+    /// The same, by the vendor's handle: one that was opened before the ring's beginning is a
+    /// session, too.
+    void OnHandle(uint64_t handle) {
+        const bool isLate = mEvents.front().Number() > 1;
+        if (isLate && handle != 0 && !mSessions.contains(handle)) {
+            Session& session = mStory.mSessions.emplace_back();
+            session.serial = mStory.mSerials.Of(mIndex).front().serial; // The first argument.
+            session.camera = Mine().camera;
+            const Request* const request = Current();
+            session.feature = request == nullptr ? "" : request->feature;
+            mSessions[handle] = mBySerial[session.serial] = mStory.mSessions.size() - 1;
+        }
+        OnSession(mSessions, handle);
+    }
+
     Session* CurrentSession() {
         const uint32_t serial = Mine().session;
         const auto found = mBySerial.find(serial);
@@ -280,7 +295,7 @@ class Teller {
     }
 
     void OnConfiguration() {
-        OnSession(mSessions, mEvent.Word(0));
+        OnHandle(mEvent.Word(0));
         const auto* const config = mEvent.At<ChiOfflineSessionConfigInfo>(mEvent.Word(1));
         if (Session* const session = CurrentSession(); session != nullptr && config != nullptr) {
             session->cameraText = mEvent.TextAt(reinterpret_cast<uint64_t>(config->pCameraText));
@@ -297,7 +312,7 @@ class Teller {
     // --- Executions -----------------------------------------------------------------------------
 
     void OnExecution() {
-        OnSession(mSessions, mEvent.Word(0));
+        OnHandle(mEvent.Word(0));
         Session* const session = CurrentSession();
         const auto* const record = mEvent.At<ChiOfflineExecuteRequest>(mEvent.Word(1));
         if (record == nullptr) {
@@ -333,9 +348,13 @@ class Teller {
 
     void OnVendorResult() {
         OnSession(mCallbacks, mEvent.Word(0));
+        FindResult();
         if (Open().empty()) {
             Doing().sessions.insert(Mine().session);
         }
+    }
+
+    void FindResult() {
         const auto* const result = mEvent.At<ChiOfflineCaptureResultInfo>(mEvent.Word(2));
         if (result == nullptr) {
             return;
@@ -345,6 +364,12 @@ class Teller {
             return;
         }
         Mine().request = found->second;
+        const uint32_t session = mStory.mRequests[found->second - 1].session;
+        const auto its = mBySerial.find(session);
+        if (Mine().session == 0 && its != mBySerial.end()) { // It was opened before the beginning.
+            mCallbacks[mEvent.Word(0)] = its->second;
+            OnSession(mCallbacks, mEvent.Word(0));
+        }
         const auto* const block = mEvent.At<ChiOfflineResultBlock>(result->pResult);
         if (mHasHost || block == nullptr) {
             return;

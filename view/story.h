@@ -35,8 +35,8 @@ struct Session {
     std::string name;    ///< As the vendor was told.
     std::string feature; ///< Of the request that opened it, and its camera.
     std::optional<uint32_t> camera;
-    std::string cameraText; ///< As the vendor was told at the configuration.
-    Moment asked = 0;
+    std::string cameraText;      ///< As the vendor was told at the configuration.
+    std::optional<Moment> asked; ///< None, nor when it was opened, where that was before the ring.
     std::optional<Moment> opened, configured, closed;
     uint32_t requests = 0;
 };

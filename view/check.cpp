@@ -3,6 +3,8 @@
 
 #include "view/report.h"
 
+#include <set>
+
 namespace view {
 
 using contract::Violation;
@@ -17,7 +19,9 @@ std::vector<Violation> FindViolations(const std::vector<contract::Event>& events
 }
 
 void PrintViolations(const std::vector<Violation>& violations, const Story& story, Moment start) {
+    std::set<contract::Rule> rules;
     for (const Violation& violation : violations) {
+        rules.insert(violation.rule);
         PrintFact("violation", Painted(Colour::Bad, contract::LineOf(violation)));
         const uint64_t first = story.Events().empty() ? 0 : story.Events().front().Number();
         const size_t index = static_cast<size_t>(violation.event - first);
@@ -26,6 +30,9 @@ void PrintViolations(const std::vector<Violation>& violations, const Story& stor
             PrintFact("", "event " + std::to_string(violation.event) + " at " +
                               Milliseconds(start, story.Events()[index].Time()) + " ms, " + thread);
         }
+    }
+    for (const contract::Rule rule : rules) {
+        PrintFact("rule", contract::LinkOf(rule));
     }
 }
 

@@ -126,12 +126,18 @@ int Replay(const Options& options) {
         PrintFact("ended", Painted(view::Colour::Bad, "the process " + ending.Describe()));
         PrintOpenCalls(played.story, played.Start());
     }
+    const bool didDie = input.story.IsOpen() && input.recording.Damage().empty();
+    const bool doesDie = ending.IsDead() || !ending.stuck.empty();
+    if (didDie && !doesDie) {
+        PrintFact("ended", Painted(view::Colour::Bad, "as usual: the recording ends within calls, "
+                                                      "which returned here"));
+    }
     if (!options.record.empty()) {
         PrintFact("recording", options.record);
     }
     const replay::Comparison comparison(input, played);
     comparison.Print();
-    const bool isEnded = ending.stuck.empty() && (!ending.IsDead() || input.story.IsOpen());
+    const bool isEnded = ending.stuck.empty() && (ending.IsDead() ? input.story.IsOpen() : !didDie);
     return isEnded && !comparison.Difference().has_value() ? kGood : kFound;
 }
 

@@ -43,6 +43,8 @@ const std::map<std::string, int> kLogLevels{{"verbose", ANDROID_LOG_VERBOSE},
                                             {"warn", ANDROID_LOG_WARN},
                                             {"error", ANDROID_LOG_ERROR}};
 
+constexpr char kOwnRecording[] = "out/SCENARIO.rec"; // Where the option names no file.
+
 void Declare(CLI::App& app, Options& options) {
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.add_option("scenario", options.scenario,
@@ -50,7 +52,9 @@ void Declare(CLI::App& app, Options& options) {
     app.add_flag("--list", options.lists, "List the scenarios that there are by name");
     app.add_option("--trace", options.trace, "Write a trace for Perfetto's viewer");
     app.add_option("--record", options.record,
-                   "Keep the recording, for ./dev show, check, diff and replay");
+                   "Keep the recording, for ./dev show, check, diff and replay")
+        ->expected(0, 1)
+        ->default_str(kOwnRecording);
     app.add_option("--picture", options.picture,
                    "Write a noisy frame and its merged picture (PNG)");
     app.add_option("--scene", options.scene, "A PNG file that the cameras see");
@@ -179,8 +183,19 @@ bool WriteFiles(const Options& options, const Run& run) try {
     return false;
 }
 
-int RunScenario(const Options& options) {
+/// The file to record into, whose folder is made where nobody named it; empty for none.
+std::string RecordingOf(const Options& options) {
+    if (options.record != kOwnRecording) {
+        return options.record;
+    }
+    std::error_code ignored; // Who makes the recording says what is wrong.
+    std::filesystem::create_directories("out", ignored);
+    return "out/" + std::filesystem::path(options.scenario).stem().string() + ".rec";
+}
+
+int RunScenario(Options options) {
     const Scenario scenario = ReadScenario(options);
+    options.record = RecordingOf(options);
     const std::string library = ChooseLibrary(options, scenario);
     (void)std::signal(SIGINT, OnInterrupt);
     if (scenario.expect.abort) {

@@ -108,10 +108,10 @@ class TemporaryFile {
 // --- Replay -------------------------------------------------------------------------------------
 
 int Replay(const Options& options) {
-    const Input input(options.file);
+    const Input input(options.file.empty() ? view::NewestRecording() : options.file);
     const TemporaryFile temporary;
     const std::string record = options.record.empty() ? temporary.Name() : options.record;
-    CheckOutput(record, options.file);
+    CheckOutput(record, input.file);
     const replay::Ending ending = replay::PlayInProcess(
         input.Events(), {.library = options.library, .record = record, .isPaced = !options.isFast});
     const view::Told played(record);
@@ -203,7 +203,7 @@ int Shrink(const Options& options) {
 
 CLI::App* Declare(CLI::App& app, const char* name, const char* what, Options& options) {
     CLI::App* const command = app.add_subcommand(name, what);
-    command->add_option("file", options.file, "A recording of both sides")->required();
+    command->add_option("file", options.file, "A recording of both sides");
     command->add_option("--library", options.library, "The adapter library to load")
         ->check(CLI::ExistingFile);
     return command;
@@ -219,10 +219,12 @@ int main(int argc, char** argv) try {
     CLI::App* const replay =
         Declare(app, "replay", "Make the recorded calls, answer as recorded, say what is otherwise",
                 options);
+    replay->get_option("file")->description("A recording of both sides [the newest out/*.rec]");
     replay->add_option("--record", options.record, "Keep the replay's own recording");
     replay->add_flag("--fast", options.isFast, "Without the recording's pauses");
     CLI::App* const shrink = Declare(
         app, "shrink", "The fewest calls of a recording that still show something", options);
+    shrink->get_option("file")->required();
     shrink->add_option("--rule", options.rule, "A rule of the contract that is broken, as V12");
     shrink->add_option("--status", options.status,
                        "A status that a submission returns or a request completes with");

@@ -36,7 +36,7 @@ void WarnOfDamage(const Told& told) {
 }
 
 int Show(const Options& options) {
-    const Told told(options.file);
+    const Told told(options.file.empty() ? NewestRecording() : options.file);
     if (!options.trace.empty()) {
         WriteTimeline(options.trace, told.story, told.Start());
     }
@@ -56,7 +56,7 @@ int Show(const Options& options) {
 }
 
 int Check(const Options& options) {
-    const Told told(options.file);
+    const Told told(options.file.empty() ? NewestRecording() : options.file);
     WarnOfDamage(told);
     const auto violations = FindViolations(told.Events());
     PrintViolations(violations, told.story, told.Start());
@@ -88,7 +88,7 @@ int Diff(const Options& options) {
 
 CLI::App* Declare(CLI::App& app, const char* name, const char* what, std::string& file) {
     CLI::App* const command = app.add_subcommand(name, what);
-    command->add_option("file", file, "A recording")->required();
+    command->add_option("file", file, "A recording [the newest out/*.rec]");
     return command;
 }
 
@@ -108,6 +108,7 @@ int main(int argc, char** argv) try {
         Declare(app, "check", "Hold the contract against a recording", options.file);
     CLI::App* const diff = Declare(
         app, "diff", "The first difference in what happened in two recordings", options.file);
+    diff->get_option("file")->required()->description("A recording");
     diff->add_option("other", options.other, "Another recording")->required();
     diff->add_flag("--times", options.hasTimes, "Print when it happened, too");
     try {

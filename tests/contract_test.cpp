@@ -593,6 +593,15 @@ TEST(Contract, HoldsForAVendorThatUsesHandlesAgain) {
     EXPECT_EQ(vendor.device->Violations().size(), 1U) << "it was lent once";
 }
 
+/// One camera's closing of a table that another one uses, too, does not end it.
+TEST(Contract, HoldsForATableThatIsOpenForOthersWhileOneClosesIt) {
+    Conduct vendor;
+    vendor.Play("tt");
+    vendor.tap.Call<contract::Entry::MetadataOpsClose>(&vendor.ops);
+    vendor.Play("m");
+    EXPECT_EQ(vendor.device->Violations(), Texts());
+}
+
 /// Whose watch began late does not know what was there before.
 TEST(Contract, IsNotHeldAgainstWhatWasThereBeforeTheWatch) {
     Client client;
@@ -616,7 +625,14 @@ TEST(Contract, IsNotHeldAgainstWhatWasThereBeforeTheWatch) {
                                        static_cast<const void*>(nullptr)); // Is not seen.
     destroy();
     late.CheckAllReturned();
-    EXPECT_EQ(found, Texts());
+    tap->Around<contract::Entry::MetadataCreate>([] { return MadeUp(0x77); },
+                                                 static_cast<ChiOfflineMetadataOps*>(MadeUp(0x70)),
+                                                 static_cast<void*>(nullptr), 0U);
+    PlatFormIntCallbacks table{};
+    tap->Around<contract::Entry::Destroy>([] { return int64_t{0}; }, &table);
+    EXPECT_EQ(found, Texts()) << "other cameras may be there";
+    late.CheckAllReturned();
+    EXPECT_EQ(std::exchange(found, {}).size(), 1U) << "who asks is told";
     destroy();
     EXPECT_EQ(found.size(), 1U) << "destroyed twice, and both times were seen";
 }

@@ -164,6 +164,26 @@ TEST(Story, NamesTheCallsThatAreOpenAtItsEndWithTheirArguments) {
     EXPECT_EQ(depth, 0) << "open calls end with the last event";
 }
 
+/// As far as they still call, or are called.
+TEST(Story, HasTheSessionsThatWereOpenedBeforeItsBeginning) {
+    const Folder folder;
+    const Told told(Played(folder / "a.rec"));
+    const auto isOpening = [](const Event& event) {
+        return event.IsReturn(Entry::OpenSession) || event.IsReturn(Entry::ConfigureStreams);
+    };
+    const auto last = std::find_if(told.Events().rbegin(), told.Events().rend(), isOpening);
+    const std::vector<Event> rest(last.base(), told.Events().end());
+    const view::Serials serials(rest);
+    const view::Story story(serials);
+    ASSERT_EQ(story.Sessions().size(), 1U);
+    const view::Session& session = story.Sessions().front();
+    EXPECT_EQ(std::tuple(session.serial, session.feature, session.requests),
+              std::tuple(1U, "Night", 1U));
+    EXPECT_FALSE(session.asked || session.opened);
+    EXPECT_TRUE(session.closed.has_value());
+    EXPECT_EQ(story.Requests().front().session, 1U);
+}
+
 struct DiffCase {
     Variation other;
     Entry entry;
@@ -304,6 +324,23 @@ TEST(Damage, IsToldInALineAndCrashesNothing) {
         std::string flipped = whole;
         flipped[place] = static_cast<char>(flipped[place] ^ (1 << place % 8));
         expect(flipped, place);
+    }
+}
+
+/// One event must not become millions of records.
+TEST(Damage, IsARowLongerThanAnyThatIsCaptured) {
+    const std::vector<ChiStreamBuffer> buffers(65);
+    for (const size_t count : {64, 65}) {
+        std::vector<uint64_t> words(4096);
+        auto* const bytes = reinterpret_cast<std::byte*>(words.data());
+        Writer writer(bytes, 8 * words.size());
+        writer.Put(buffers.data(), count);
+        EventHeader header{.number = 1, .entry = Entry::ProcessCaptureResult};
+        writer.End(header);
+        std::memcpy(bytes, &header, sizeof header);
+        reinterpret_cast<EventHeader*>(bytes)->checksum =
+            ChecksumOf(reinterpret_cast<EventHeader*>(bytes));
+        EXPECT_EQ(IsSound(reinterpret_cast<EventHeader*>(bytes), header.size), count == 64);
     }
 }
 

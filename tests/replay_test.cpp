@@ -5,6 +5,7 @@
 #include "replay/shrink.h"
 #include "tests/support/scene.h"
 
+#include <deque>
 #include <sys/wait.h>
 
 namespace {
@@ -150,6 +151,25 @@ TEST(Replay, SaysWhereTheLibraryDoesSomethingElse) {
     ASSERT_TRUE(difference.has_value() && difference->one.has_value());
     EXPECT_EQ(replayed.recording.Events()[*difference->one].Number(), header->number);
     EXPECT_EQ(difference->inOne + ", " + difference->inOther, "4, 0");
+}
+
+/// Whatever else is wrong with them, a replay ends.
+TEST(Replay, WaitsForNoTimeThatCannotBe) {
+    const Folder folder;
+    const std::string file = Record(folder, SCENARIOS "/refused.json");
+    const Recording recording = Recording::Read(file);
+    std::vector<contract::Event> events = recording.Events();
+    std::deque<std::vector<uint64_t>> copies;
+    for (size_t i = 1; i < events.size(); ++i) {
+        auto& copy = copies.emplace_back(events[i].Header().size / 8);
+        std::memcpy(copy.data(), &events[i].Header(), events[i].Header().size);
+        auto* const header = reinterpret_cast<contract::EventHeader*>(copy.data());
+        header->time = i % 2 == 0 ? 1 : header->time + UINT64_MAX / 4;
+        events[i] = contract::Event(header);
+    }
+    const replay::Ending ending = replay::PlayInProcess(
+        events, {.library = kit::AdapterFile(false), .record = file + ".replay", .isQuiet = true});
+    EXPECT_EQ(ending.Describe() + ending.stuck, "");
 }
 
 TEST(Replay, GoesOnWithWhatIsLeftOfARecording) {

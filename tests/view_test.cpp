@@ -1,4 +1,5 @@
 /// Views of recordings, over recordings that are made here and damaged in every way.
+#include "contract/engine.h"
 #include "contract/tap.h"
 #include "tests/support/device.h"
 #include "view/diff.h"
@@ -342,6 +343,22 @@ TEST(Damage, IsARowLongerThanAnyThatIsCaptured) {
             ChecksumOf(reinterpret_cast<EventHeader*>(bytes));
         EXPECT_EQ(IsSound(reinterpret_cast<EventHeader*>(bytes), header.size), count == 64);
     }
+}
+
+/// Calls that never return pile up no further than that.
+TEST(Damage, IsATowerOfOpenCalls) {
+    std::vector<EventHeader> headers(3 * kMostOpenCalls);
+    std::vector<Event> events;
+    for (EventHeader& header : headers) {
+        const uint64_t number = events.size() + 1;
+        header = {.size = sizeof header, .number = number, .call = number, .entry = Entry::LoadLib};
+        events.emplace_back(&header);
+    }
+    const view::Serials serials(events);
+    const view::Story story(serials);
+    const auto& open = story.Threads().front().open;
+    ASSERT_EQ(open.size(), kMostOpenCalls);
+    EXPECT_EQ(open.back(), events.size() - 1) << "the innermost stay";
 }
 
 } // namespace

@@ -917,7 +917,7 @@ void VendorRules::MadeMetadata(const Event& event) {
     if (const Table* const table = mMetadataOps.FindAny(event.Word(0))) {
         metadata.camera = table->camera;
     }
-    Adopt(mMetadata, event.Result(), Rule::NewObject, std::move(metadata));
+    Adopt(mMetadata, event.Result(), Rule::NewObject, metadata);
 }
 
 /// A host at the desk marks the metadata of a request's sets.
@@ -978,7 +978,7 @@ void VendorRules::ReturnOfBuffers(const Event& event, const PendingCall& call) {
     case Entry::GetImageBuffer: {
         Image image;
         image.manager = event.Word(0);
-        Adopt(mImages, event.Result(), Rule::NewObject, std::move(image));
+        Adopt(mImages, event.Result(), Rule::NewObject, image);
         break;
     }
     case Entry::ReleaseImageBuffer:

@@ -24,6 +24,7 @@ template <contract::Entry E, class Act, class... Args> auto See(Act act, Args...
 /// the host's side stands before the library's own functions.
 class HostTable : public PlatFormIntCallbacks {
   public:
+    // cppcheck-suppress uninitDerivedMemberVar ; all of it is copied
     explicit HostTable(const PlatFormIntCallbacks& library)
         : PlatFormIntCallbacks(library), mLibrary(library) {
         using contract::Entry;

@@ -274,10 +274,10 @@ void Player::SetUpDevice() {
     std::vector<standin::Control::ConfigRow> rows;
     mFeatureTexts.reserve(2 * modes.size());
     for (const auto& [feature, mode] : modes) {
-        mFeatureTexts.push_back(feature);
-        mFeatureTexts.push_back(mode);
-        rows.push_back(
-            {{mFeatureTexts.end()[-2].c_str(), mFeatureTexts.end()[-1].c_str(), "0", "0"}});
+        const auto keep = [this](const std::string& text) {
+            return mFeatureTexts.emplace_back(text).c_str();
+        };
+        rows.push_back({{keep(feature), keep(mode), "0", "0"}});
     }
     StandinControl()->SetConfigRows(rows);
     StandinControl()->SetRecording(false);

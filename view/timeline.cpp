@@ -126,13 +126,13 @@ class Writer {
     /// A request is in flight from its submission to its completion, its refusal or its loss.
     void Count(const Event& event) {
         const uint32_t serial = mStory.SubjectOf(mIndex).request;
+        const bool isRefused =
+            serial != 0 && event.IsReturn(Entry::SubmitRequestFromRT) && event.Result() != 0;
+        const bool isCompleted = serial != 0 && event.IsCall(Entry::RequestComplete) &&
+                                 mStory.Requests()[serial - 1].completed == event.Time();
         if (event.IsCall(Entry::SubmitRequestFromRT)) {
             CountTo(mInFlight + 1);
-        } else if (serial != 0 && event.IsReturn(Entry::SubmitRequestFromRT) &&
-                   event.Result() != 0) {
-            CountTo(mInFlight - 1);
-        } else if (serial != 0 && event.IsCall(Entry::RequestComplete) &&
-                   mStory.Requests()[serial - 1].completed == event.Time()) {
+        } else if (isRefused || isCompleted) {
             CountTo(mInFlight - 1);
         } else if (event.IsReturn(Entry::Flush) || event.IsReturn(Entry::Destroy)) {
             for (const Request& request : mStory.Requests()) {

@@ -4,7 +4,6 @@
 #include "platform/chi/modules.h"
 #include "platform/chi/offline.h"
 
-#include <atomic>
 #include <new>
 #include <pthread.h>
 #include <utility>
@@ -45,37 +44,37 @@ template <class Table> struct Wrapped : Table {
     bool isClosed; ///< is one of them.
 };
 
-/// Tables that were closed. They are used again and never freed: an adapter that closes one twice
-/// has the vendor told twice, as it would without the layer.
-template <class Table> class ClosedTables {
+/// Records of ours that were closed. They are used again and never freed: whoever still has one may
+/// close it twice, or call back with it, as it could without the layer.
+template <class Record> class Closed {
   public:
-    void Give(Wrapped<Table>* table) {
+    void Give(Record* record) {
         pthread_mutex_lock(&mLock);
-        if (std::exchange(table->isClosed, true) == false) {
-            table->next = std::exchange(mFirst, table);
+        if (std::exchange(record->isClosed, true) == false) {
+            record->next = std::exchange(mFirst, record);
         }
         pthread_mutex_unlock(&mLock);
     }
-    /// \returns null where there is none.
-    Wrapped<Table>* Take() {
+    /// A new one where there is none. \returns null where there is no memory.
+    Record* Take() {
         pthread_mutex_lock(&mLock);
-        Wrapped<Table>* const table = mFirst;
-        if (table != nullptr) {
-            mFirst = table->next;
-            table->isClosed = false;
+        Record* const record = mFirst;
+        if (record != nullptr) {
+            mFirst = record->next;
+            record->isClosed = false;
         }
         pthread_mutex_unlock(&mLock);
-        return table;
+        return record != nullptr ? record : new (std::nothrow) Record();
     }
 
   private:
     pthread_mutex_t mLock = PTHREAD_MUTEX_INITIALIZER;
-    Wrapped<Table>* mFirst = nullptr;
+    Record* mFirst = nullptr;
 };
-template <class Table> ClosedTables<Table> g_closed;
+template <class Record> Closed<Record> g_closed;
 
-/// The vendor's tables that entries without a table are called in. A process has one vendor, whose
-/// tables of a kind have the same functions: those of the last one that was opened serve all.
+/// What is called where no table says whose function it is. A process has one vendor and one
+/// adapter, whose tables of a kind have the same functions: those of the last one serve all.
 template <class Table> Table g_functions;
 
 ChiOfflineInterface* RealOf(ChiOfflineInterface* ours) {
@@ -113,8 +112,8 @@ requires(!std::is_same_v<First, Table*>) struct Passed<E, Member> {
 
 /// In place of what the real table has; nothing where it has nothing.
 template <Entry E, auto Member, class Table> void Wrap(Table& table) {
-    __atomic_store_n(&(g_functions<Table>.*Member), table.*Member, __ATOMIC_RELAXED);
     if (table.*Member != nullptr) {
+        __atomic_store_n(&(g_functions<Table>.*Member), table.*Member, __ATOMIC_RELAXED);
         table.*Member = Passed<E, Member>::Call;
     }
 }
@@ -125,10 +124,7 @@ void WrapAll(ChiOfflineBufferManagerOps& table);
 
 /// A table for one that the vendor opened. Where there is no memory, the vendor's own.
 template <class Table> Table* NewTable(Table* real) {
-    Wrapped<Table>* ours = real == nullptr ? nullptr : g_closed<Table>.Take();
-    if (real != nullptr && ours == nullptr) {
-        ours = new (std::nothrow) Wrapped<Table>();
-    }
+    Wrapped<Table>* const ours = real == nullptr ? nullptr : g_closed<Wrapped<Table>>.Take();
     if (ours == nullptr) {
         return real;
     }
@@ -154,20 +150,22 @@ struct Opens<E, Member> {
 template <Entry E, class Table> void Close(Table* table) {
     auto* const ours = static_cast<Wrapped<Table>*>(table);
     TheTap().Around<E>([&] { ours->real->pClose(ours->real); }, table);
-    g_closed<Table>.Give(ours);
+    g_closed<Wrapped<Table>>.Give(ours);
 }
 
 // --- Sessions and their callbacks ---------------------------------------------------------------
 
-/// What the vendor has of a session in place of the adapter's records, until it is closed.
+/// What the vendor has of a session in place of the adapter's records. Its private word leads back
+/// here, also from a copy of it.
 struct Session : ChiOfflineSessionCallbacks {
     ChiOfflineSessionCreateInfo info;
     const ChiOfflineSessionCallbacks* adapters;
     uint64_t handle;
     Session* next;
+    bool isClosed;
 };
 
-/// The open ones.
+/// The open ones, and those whose opening failed: the vendor was handed them, too.
 class Sessions {
   public:
     void Add(Session* session) {
@@ -176,11 +174,11 @@ class Sessions {
         mFirst = session;
         pthread_mutex_unlock(&mLock);
     }
-    /// \returns null where the handle is unknown.
+    /// The last one of that handle. \returns null where the handle is unknown.
     Session* Take(uint64_t handle) {
         pthread_mutex_lock(&mLock);
         Session** place = &mFirst;
-        while (*place != nullptr && (*place)->handle != handle) {
+        while (*place != nullptr && (handle == 0 || (*place)->handle != handle)) {
             place = &(*place)->next;
         }
         Session* const found = *place;
@@ -197,19 +195,21 @@ class Sessions {
 };
 Sessions g_sessions;
 
-template <Entry E, auto Member> struct CalledBack;
+/// A callback. What has none of our words is passed on as it is.
 template <Entry E, class R, class... Args,
           R (*ChiOfflineSessionCallbacks::*Member)(const ChiOfflineSessionCallbacks*, Args...)>
-struct CalledBack<E, Member> {
-    static R Call(const ChiOfflineSessionCallbacks* ours, Args... args) {
-        const auto* const adapters = static_cast<const Session*>(ours)->adapters;
-        return TheTap().Around<E>([&] { return (adapters->*Member)(adapters, args...); }, adapters,
-                                  args...);
-    }
-    static void Install(ChiOfflineSessionCallbacks& ours) {
-        if (ours.*Member != nullptr) {
-            ours.*Member = Call;
-        }
+struct Passed<E, Member> {
+    static R Call(const ChiOfflineSessionCallbacks* theirs, Args... args) {
+        using Callbacks = ChiOfflineSessionCallbacks;
+        const auto* const session =
+            theirs == nullptr ? nullptr : static_cast<const Session*>(theirs->pPrivateCallbackData);
+        const Callbacks* const adapters = session == nullptr ? theirs : session->adapters;
+        const auto function =
+            session == nullptr
+                ? __atomic_load_n(&(g_functions<Callbacks>.*Member), __ATOMIC_RELAXED)
+                : adapters->*Member;
+        return TheTap().Around<E>([&] { return function(adapters, args...); },
+                                  theirs == session ? adapters : theirs, args...);
     }
 };
 
@@ -219,16 +219,16 @@ Session* NewSession(const ChiOfflineSessionCreateInfo* info) {
     if (info == nullptr || info->pCallbacks == nullptr) {
         return nullptr;
     }
-    auto* const session = new (std::nothrow) Session();
+    Session* const session = g_closed<Session>.Take();
     if (session != nullptr) {
         static_cast<Callbacks&>(*session) = *info->pCallbacks;
         session->adapters = info->pCallbacks;
         session->info = *info;
         session->info.pCallbacks = session;
-        CalledBack<Entry::ProcessCaptureResult, &Callbacks::ProcessCaptureResultCb>::Install(
-            *session);
-        CalledBack<Entry::ProcessNotify, &Callbacks::ProcessNotifyCb>::Install(*session);
-        CalledBack<Entry::GetFrameworkBuffers, &Callbacks::GetFrameworkBuffers>::Install(*session);
+        session->pPrivateCallbackData = session;
+        Wrap<Entry::ProcessCaptureResult, &Callbacks::ProcessCaptureResultCb, Callbacks>(*session);
+        Wrap<Entry::ProcessNotify, &Callbacks::ProcessNotifyCb, Callbacks>(*session);
+        Wrap<Entry::GetFrameworkBuffers, &Callbacks::GetFrameworkBuffers, Callbacks>(*session);
     }
     return session;
 }
@@ -241,12 +241,9 @@ uint64_t OpenSession(ChiOfflineInterface* ours, ChiOfflineSessionCreateInfo* inf
             return real->pOpenSession(real, info);
         }
         session->handle = real->pOpenSession(real, &session->info);
-        if (session->handle == 0) {
-            delete session;
-            return 0;
-        }
+        const uint64_t handle = session->handle;
         g_sessions.Add(session);
-        return session->handle;
+        return handle;
     };
     return TheTap().Around<Entry::OpenSession>(open, ours, info);
 }
@@ -257,7 +254,7 @@ int32_t CloseSession(uint64_t handle) {
         Session* const session = g_sessions.Take(handle);
         const int32_t status = g_functions<ChiOfflineInterface>.pCloseSession(handle);
         if (session != nullptr && status == 0) {
-            delete session;
+            g_closed<Session>.Give(session);
         } else if (session != nullptr) {
             g_sessions.Add(session);
         }

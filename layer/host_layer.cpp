@@ -76,6 +76,8 @@ template <Entry E, class Act, class... Args> auto Recorded(Act act, Args... args
             return TheTap().Around<E>(act, rest...);
         };
         return record(args...);
+    } else if constexpr (E == Entry::ProcRequest) { // Its table may be no camera's.
+        return TheTap().Around<E>(act, static_cast<PlatFormIntCallbacks*>(nullptr));
     } else {
         return TheTap().Around<E>(act, args...);
     }
@@ -101,133 +103,167 @@ template <Entry E, auto Member, class Table> void Wrap(Table& table) {
 
 constexpr uint32_t kCameras = 16;
 
-struct FrameworkOps : camera3_callback_ops {
-    uint32_t camera;
-};
-
-/// What the adapter has of a camera in place of the tables of the camera's last submission.
+/// The tables that a camera's last submission brought. The adapter has ours in their place, which
+/// never change: what theirs has is looked up when it is called, as the adapter would.
 struct Camera {
-    OffCamApplicationCallbacks callbacks;
-    FrameworkOps framework;
-    std::atomic<const OffCamApplicationCallbacks*> hosts;
-    std::atomic<const camera3_callback_ops*> frameworks;
+    std::atomic<const OffCamApplicationCallbacks*> callbacks;
+    std::atomic<const camera3_callback_ops*> framework;
 };
 Camera g_cameras[kCameras];
 
-/// Calls an entry of a table that may have been replaced since the adapter looked.
-template <class Table, class R, class... Params, class... Args>
-R CallIfThere(const Table* table, R (*Table::*member)(Params...), Args... args) {
-    const auto function = table == nullptr ? nullptr : table->*member;
-    return function == nullptr ? R() : function(args...);
+/// Null where the table is, or lacks it.
+template <class Table, class Function>
+Function EntryOf(const Table* table, Function Table::*member) {
+    return table == nullptr ? nullptr : __atomic_load_n(&(table->*member), __ATOMIC_RELAXED);
 }
 
-template <uint32_t Id> struct CallbacksOf {
-    static void Release(RequestPrivData* privData) {
-        TheTap().Around<Entry::ReleaseRtBuffers>(
-            [&] { CallIfThere(Host(), &OffCamApplicationCallbacks::releaseRtBuffers, privData); },
-            Id, privData);
+template <Entry E, uint32_t Id, auto Member> struct CalledBack;
+template <Entry E, uint32_t Id, class... Args, void (*OffCamApplicationCallbacks::*Member)(Args...)>
+struct CalledBack<E, Id, Member> {
+    static void Call(Args... args) {
+        if (const auto function = EntryOf(g_cameras[Id].callbacks.load(), Member)) {
+            TheTap().Around<E>([&] { function(args...); }, Id, args...);
+        }
     }
-    static void Complete(RequestPrivData* privData, uint32_t status) {
-        TheTap().Around<Entry::RequestComplete>(
-            [&] {
-                CallIfThere(Host(), &OffCamApplicationCallbacks::requestComplete, privData, status);
-            },
-            Id, privData, status);
+};
+
+template <uint32_t Id> constexpr OffCamApplicationCallbacks kCallbacksOf{
+    CalledBack<Entry::ReleaseRtBuffers, Id, &OffCamApplicationCallbacks::releaseRtBuffers>::Call,
+    CalledBack<Entry::RequestComplete, Id, &OffCamApplicationCallbacks::requestComplete>::Call,
+    CalledBack<Entry::CaptureResult, Id, &OffCamApplicationCallbacks::captureResult>::Call};
+
+template <uint32_t Id> struct Framework {
+    using Ops = camera3_callback_ops;
+
+    template <auto Member, class... Args> static void PassOn(Args... args) {
+        const Ops* const theirs = g_cameras[Id].framework;
+        if (const auto function = EntryOf(theirs, Member)) {
+            function(theirs, args...);
+        }
     }
-    static void Result(RequestPrivData* privData, camera3_capture_result* result) {
-        TheTap().Around<Entry::CaptureResult>(
-            [&] {
-                CallIfThere(Host(), &OffCamApplicationCallbacks::captureResult, privData, result);
-            },
-            Id, privData, result);
+    static int32_t RequestStreamBuffers(const Ops* /*ours*/, uint32_t count,
+                                        const camera3_buffer_request* requests, uint32_t* returned,
+                                        camera3_stream_buffer_ret* answers) {
+        const Ops* const theirs = g_cameras[Id].framework;
+        const auto function = EntryOf(theirs, &Ops::request_stream_buffers);
+        if (function == nullptr) {
+            return 1; // What the adapter makes of it.
+        }
+        return TheTap().Around<Entry::RequestStreamBuffers>(
+            [&] { return function(theirs, count, requests, returned, answers); }, Id, count,
+            requests, returned, answers);
     }
-    static const OffCamApplicationCallbacks* Host() { return g_cameras[Id].hosts; }
+    /// The adapter calls no other.
+    static constexpr Ops kOps{
+        .process_capture_result =
+            [](const Ops*, auto* result) { PassOn<&Ops::process_capture_result>(result); },
+        .notify = [](const Ops*, auto* message) { PassOn<&Ops::notify>(message); },
+        .request_stream_buffers = RequestStreamBuffers,
+        .return_stream_buffers =
+            [](const Ops*, uint32_t count, auto* buffers) {
+                PassOn<&Ops::return_stream_buffers>(count, buffers);
+            }};
 };
 
 template <uint32_t... Ids>
 constexpr auto AllCallbacks(std::integer_sequence<uint32_t, Ids...> /*ids*/) {
-    return std::array{OffCamApplicationCallbacks{
-        CallbacksOf<Ids>::Release, CallbacksOf<Ids>::Complete, CallbacksOf<Ids>::Result}...};
+    return std::array{kCallbacksOf<Ids>...};
+}
+template <uint32_t... Ids>
+constexpr auto AllFrameworks(std::integer_sequence<uint32_t, Ids...> /*ids*/) {
+    return std::array{Framework<Ids>::kOps...};
 }
 constexpr auto kCallbacks = AllCallbacks(std::make_integer_sequence<uint32_t, kCameras>());
+constexpr auto kFrameworks = AllFrameworks(std::make_integer_sequence<uint32_t, kCameras>());
 
-const camera3_callback_ops* Framework(const camera3_callback_ops* ours) {
-    return g_cameras[static_cast<const FrameworkOps*>(ours)->camera].frameworks;
+/// The camera of a table of ours; kCameras where it is not one.
+template <class Table>
+uint32_t CameraOf(const std::array<Table, kCameras>& ours, const Table* table) {
+    uint32_t id = 0;
+    while (id < kCameras && table != &ours[id]) {
+        ++id;
+    }
+    return id;
 }
 
-int32_t RequestStreamBuffers(const camera3_callback_ops* ours, uint32_t count,
-                             const camera3_buffer_request* requests, uint32_t* returned,
-                             camera3_stream_buffer_ret* answers) {
-    const camera3_callback_ops* const theirs = Framework(ours);
-    return TheTap().Around<Entry::RequestStreamBuffers>(
-        [&] {
-            return CallIfThere(theirs, &camera3_callback_ops::request_stream_buffers, theirs, count,
-                               requests, returned, answers);
-        },
-        static_cast<const FrameworkOps*>(ours)->camera, count, requests, returned, answers);
+/// The table that a host has, where it names ours: it took that out of a wrapper during a call.
+template <class Table> Table* TheirsOf(const std::array<Table, kCameras>& ours,
+                                       std::atomic<const Table*> Camera::*member, Table* table) {
+    const uint32_t id = CameraOf(ours, table);
+    return id == kCameras ? table : const_cast<Table*>((g_cameras[id].*member).load());
 }
 
-/// The adapter calls nothing else of the framework's.
-constexpr camera3_callback_ops kFramework{
-    .process_capture_result =
-        [](auto* ours, auto* result) {
-            CallIfThere(Framework(ours), &camera3_callback_ops::process_capture_result,
-                        Framework(ours), result);
-        },
-    .notify =
-        [](auto* ours, auto* message) {
-            CallIfThere(Framework(ours), &camera3_callback_ops::notify, Framework(ours), message);
-        },
-    .request_stream_buffers = RequestStreamBuffers,
-    .return_stream_buffers =
-        [](auto* ours, uint32_t count, auto* buffers) {
-            CallIfThere(Framework(ours), &camera3_callback_ops::return_stream_buffers,
-                        Framework(ours), count, buffers);
-        }};
+/// What the adapter gets in its place. Nobody writes to it.
+template <class Table>
+Table* Replace(const Table& ours, std::atomic<const Table*>& place, Table* theirs) {
+    if (theirs == nullptr) {
+        return nullptr;
+    }
+    place = theirs;
+    return const_cast<Table*>(&ours);
+}
 
-/// Our entry where theirs has one. Only what changes is written: the adapter may be reading it.
-template <class Table, class... Members>
-void Mirror(Table& ours, const Table& theirs, const Table& all, Members... members) {
-    const auto mirror = [&](auto member) {
-        const auto wanted = theirs.*member == nullptr ? nullptr : all.*member;
-        if (__atomic_load_n(&(ours.*member), __ATOMIC_RELAXED) != wanted) {
-            __atomic_store_n(&(ours.*member), wanted, __ATOMIC_RELAXED);
-        }
+/// The submissions that the adapter is in. A second thread, or a callback, may submit a wrapper that
+/// another one has put our table into.
+class Submissions {
+  public:
+    struct Submission {
+        const OfflineDataWraper* wrapper;
+        camera3_callback_ops* framework; ///< As the host named it.
+        Submission* next;
     };
-    (mirror(members), ...);
+    /// Finds out the wrapper's table.
+    void Add(Submission& submission) {
+        pthread_mutex_lock(&mLock);
+        camera3_callback_ops* const named =
+            __atomic_load_n(&submission.wrapper->pCamera3CbOps, __ATOMIC_RELAXED);
+        const Submission* const other = Find(submission.wrapper);
+        submission.framework = other != nullptr && CameraOf(kFrameworks, named) < kCameras
+                                   ? other->framework
+                                   : TheirsOf(kFrameworks, &Camera::framework, named);
+        submission.next = mFirst;
+        mFirst = &submission;
+        pthread_mutex_unlock(&mLock);
+    }
+    /// Leaves the table to another submission of the wrapper. \returns whether there is none.
+    bool Remove(const Submission& submission) {
+        pthread_mutex_lock(&mLock);
+        Submission** place = &mFirst;
+        while (*place != &submission) {
+            place = &(*place)->next;
+        }
+        *place = submission.next;
+        Submission* const other = Find(submission.wrapper);
+        if (other != nullptr) {
+            other->framework = submission.framework;
+        }
+        pthread_mutex_unlock(&mLock);
+        return other == nullptr;
+    }
+
+  private:
+    Submission* Find(const OfflineDataWraper* wrapper) const {
+        Submission* found = mFirst;
+        while (found != nullptr && found->wrapper != wrapper) {
+            found = found->next;
+        }
+        return found;
+    }
+
+    pthread_mutex_t mLock = PTHREAD_MUTEX_INITIALIZER;
+    Submission* mFirst = nullptr;
+};
+Submissions g_submissions;
+
+/// Puts the host's table back, where ours still is.
+template <class Table>
+void Restore(const std::array<Table, kCameras>& ours, Table*& place, Table* theirs) {
+    if (CameraOf(ours, __atomic_load_n(&place, __ATOMIC_RELAXED)) < kCameras) {
+        __atomic_store_n(&place, theirs, __ATOMIC_RELAXED);
+    }
 }
 
-/// What the adapter gets for the host's table.
-OffCamApplicationCallbacks* Replace(uint32_t id, OffCamApplicationCallbacks* theirs) {
-    using Callbacks = OffCamApplicationCallbacks;
-    Camera& camera = g_cameras[id];
-    if (theirs == nullptr || theirs == &camera.callbacks) {
-        return theirs;
-    }
-    camera.hosts = theirs;
-    Mirror(camera.callbacks, *theirs, kCallbacks[id], &Callbacks::releaseRtBuffers,
-           &Callbacks::requestComplete, &Callbacks::captureResult);
-    return &camera.callbacks;
-}
-
-/// The same for the framework's.
-camera3_callback_ops* Replace(uint32_t id, camera3_callback_ops* theirs) {
-    using Ops = camera3_callback_ops;
-    Camera& camera = g_cameras[id];
-    if (theirs == nullptr || theirs == &camera.framework) {
-        return theirs;
-    }
-    camera.frameworks = theirs;
-    if (camera.framework.camera != id) {
-        camera.framework.camera = id;
-    }
-    Mirror<Ops>(camera.framework, *theirs, kFramework, &Ops::process_capture_result, &Ops::notify,
-                &Ops::request_stream_buffers, &Ops::return_stream_buffers);
-    return &camera.framework;
-}
-
-/// The wrapper names the framework's table, so that it has ours as long as the call lasts. A second
-/// thread, or a callback, may submit the same one meanwhile.
+/// The wrapper names the framework's table, so that it has ours as long as the call lasts.
 uint32_t PassSubmission(PlatFormIntCallbacks* table, OfflineDataWraper* wrapper, void* privData,
                         void* outputBuffer, OffCamApplicationCallbacks* callbacks) {
     const auto submit = g_real.table.SubmitRequestFromRT;
@@ -235,22 +271,19 @@ uint32_t PassSubmission(PlatFormIntCallbacks* table, OfflineDataWraper* wrapper,
         return submit(table, wrapper, privData, outputBuffer, callbacks);
     }
     const uint32_t id = table->cameraId;
-    camera3_callback_ops* framework = __atomic_load_n(&wrapper->pCamera3CbOps, __ATOMIC_RELAXED);
-    camera3_callback_ops* const ourFramework = Replace(id, framework);
-    if (framework == ourFramework) {
-        framework = const_cast<camera3_callback_ops*>(g_cameras[id].frameworks.load());
-    } else {
-        __atomic_store_n(&wrapper->pCamera3CbOps, ourFramework, __ATOMIC_RELAXED);
+    Submissions::Submission submission{wrapper, nullptr, nullptr};
+    g_submissions.Add(submission);
+    if (auto* const ours =
+            Replace(kFrameworks[id], g_cameras[id].framework, submission.framework)) {
+        __atomic_store_n(&wrapper->pCamera3CbOps, ours, __ATOMIC_RELAXED);
     }
-    OffCamApplicationCallbacks* const ours = Replace(id, callbacks);
-    const uint32_t status = submit(table, wrapper, privData, outputBuffer, ours);
-    if (ourFramework != nullptr &&
-        __atomic_load_n(&wrapper->pCamera3CbOps, __ATOMIC_RELAXED) == ourFramework) {
-        __atomic_store_n(&wrapper->pCamera3CbOps, framework, __ATOMIC_RELAXED);
+    callbacks = TheirsOf(kCallbacks, &Camera::callbacks, callbacks);
+    const uint32_t status = submit(table, wrapper, privData, outputBuffer,
+                                   Replace(kCallbacks[id], g_cameras[id].callbacks, callbacks));
+    if (g_submissions.Remove(submission)) {
+        Restore(kFrameworks, wrapper->pCamera3CbOps, submission.framework);
     }
-    if (ours != callbacks && __atomic_load_n(&wrapper->mpOffCamAppCbs, __ATOMIC_RELAXED) == ours) {
-        __atomic_store_n(&wrapper->mpOffCamAppCbs, callbacks, __ATOMIC_RELAXED);
-    }
+    Restore(kCallbacks, wrapper->mpOffCamAppCbs, callbacks);
     return status;
 }
 

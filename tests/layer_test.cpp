@@ -187,16 +187,54 @@ TEST(Layer, HasTheWrapperAsTheHostLeftItAfterTheCall) {
 TEST(Layer, HasTheHostsNullCallbacksToo) {
     RecordedScene scene;
     scene.device.ExpectLeftovers(); // The results' metadata is lost.
-    scene.request.callbacks.captureResult = nullptr;
+    const auto captureResult = std::exchange(scene.request.callbacks.captureResult, nullptr);
     EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 R C0");
     scene.request.callbacks.releaseRtBuffers = nullptr;
     EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 C0");
     scene.request.callbacksArgument = nullptr;
     EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0");
+    scene.request.callbacksArgument = &scene.request.callbacks; // Filled once it is submitted.
+    Once(scene.device.onEntry, "ExecuteRequest",
+         [&] { scene.request.callbacks.captureResult = captureResult; });
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 M B C0");
     auto calls = CountCalls();
-    EXPECT_EQ(calls[Called::CaptureResult], 0U);
+    EXPECT_EQ(calls[Called::CaptureResult], 2U);
     EXPECT_EQ(calls[Called::ReleaseRtBuffers], 1U);
-    EXPECT_EQ(calls[Called::RequestComplete], 2U);
+    EXPECT_EQ(calls[Called::RequestComplete], 3U);
+}
+
+TEST(Layer, TakesTheVendorsCallbacksWithAnyRecord) {
+    RecordedScene scene;
+    EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 M B R C0");
+    const ChiOfflineSessionCallbacks copy = *scene.device->Sessions().at(0).pCallbacks;
+    ChiOfflineSessionCallbacks empty = copy;
+    empty.pPrivateCallbackData = nullptr;
+    const ChiOfflineQueryBuffer query{&scene.request.outputStream, 1};
+    ChiOfflineQueryStreamBuffer answer{};
+    unsigned int returned = 7;
+    const auto ask = [&](const ChiOfflineSessionCallbacks* callbacks) {
+        return copy.GetFrameworkBuffers(callbacks, 1, &query, &returned, &answer);
+    };
+    EXPECT_EQ(ask(&copy), 1U); // The framework has no such entry yet.
+    EXPECT_EQ(returned, 7U);
+    scene.request.frameworkOps.request_stream_buffers = [](auto*, auto, auto*, auto* count, auto*) {
+        *count = 0;
+        return 0;
+    };
+    EXPECT_EQ(ask(nullptr), 1U);
+    EXPECT_EQ(ask(&empty), 1U);
+    EXPECT_EQ(returned, 7U);
+    EXPECT_EQ(ask(&copy), 0U);
+    EXPECT_EQ(returned, 0U);
+    EXPECT_EQ(CountCalls()[Called::RequestStreamBuffers], 1U);
+    Words records;
+    const Recording recording = Read();
+    for (const contract::Event& event : recording.Events()) {
+        if (event.IsCall(Called::GetFrameworkBuffers)) {
+            records.push_back(event.Word(0));
+        }
+    }
+    EXPECT_EQ(records, (Words{Address(&copy), 0, Address(&empty), Address(&copy)}));
 }
 
 ChiOfflineInterface* OpenInterface(const char* path) {

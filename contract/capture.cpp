@@ -8,9 +8,11 @@ namespace {
 
 constexpr size_t kMostText = 256;
 constexpr uint32_t kMostStreams = 4096; ///< Of a session or a request.
-constexpr uint32_t kMostRecords = 64;   ///< Sets, buffers, requests and answers of one call.
-constexpr uint32_t kMostResults = 8;    ///< Buffers of a result; the adapter reads no more.
-constexpr uint32_t kMostValues = 4096;  ///< Of a tag.
+/// Sets, buffers, requests and answers of one call.
+constexpr uint32_t kMostRecords =
+    std::tuple_size_v<decltype(Before<Entry::RequestStreamBuffers>::buffers)>;
+constexpr uint32_t kMostResults = 8;   ///< Buffers of a result; the adapter reads no more.
+constexpr uint32_t kMostValues = 4096; ///< Of a tag.
 
 template <class T> T Load(const T* source) { return __atomic_load_n(source, __ATOMIC_RELAXED); }
 
@@ -188,25 +190,37 @@ void Capture<Entry::CaptureResult>::Call(Writer& writer, uint32_t /*camera*/,
     }
 }
 
-void Capture<Entry::RequestStreamBuffers>::Call(Writer& writer, uint32_t /*camera*/, uint32_t count,
-                                                const camera3_buffer_request* requests,
-                                                uint32_t* /*returned*/,
-                                                camera3_stream_buffer_ret* /*answers*/) {
+Before<Entry::RequestStreamBuffers>::Before(const Images& /*images*/, uint32_t /*camera*/,
+                                            uint32_t wanted, const camera3_buffer_request* requests,
+                                            uint32_t* /*returned*/,
+                                            camera3_stream_buffer_ret* answers) {
+    if (requests != nullptr && answers != nullptr) {
+        count = std::min(wanted, kMostRecords);
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        buffers[i] = answers[i].output_buffers;
+    }
+}
+
+void Capture<Entry::RequestStreamBuffers>::Call(
+    Writer& writer, uint32_t /*camera*/, uint32_t count, const camera3_buffer_request* requests,
+    uint32_t* /*returned*/, camera3_stream_buffer_ret* /*answers*/,
+    const Before<Entry::RequestStreamBuffers>& /*before*/) {
     writer.Put(requests, std::min(count, kMostRecords));
 }
 
 void Capture<Entry::RequestStreamBuffers>::Return(
-    Writer& writer, uint32_t /*camera*/, uint32_t count, const camera3_buffer_request* requests,
-    uint32_t* returned, camera3_stream_buffer_ret* answers, int32_t status) {
+    Writer& writer, uint32_t /*camera*/, uint32_t /*count*/, const camera3_buffer_request* requests,
+    uint32_t* returned, camera3_stream_buffer_ret* answers, int32_t status,
+    const Before<Entry::RequestStreamBuffers>& before) {
     writer.Put(returned);
-    const uint32_t most = std::min(count, kMostRecords);
-    const uint32_t answered = status == 0 && returned != nullptr ? std::min(*returned, most) : 0;
+    const uint32_t answered =
+        status == 0 && returned != nullptr ? std::min(*returned, before.count) : 0;
     writer.Put(answers, answered);
     for (uint32_t i = 0; i < answered; ++i) {
         // No more than was wanted has room.
-        writer.Put(answers[i].output_buffers,
-                   std::min({answers[i].num_output_buffers, requests[i].num_buffers_requested,
-                             kMostRecords}));
+        writer.Put(before.buffers[i], std::min({answers[i].num_output_buffers,
+                                                requests[i].num_buffers_requested, kMostRecords}));
     }
 }
 
@@ -238,13 +252,6 @@ void PutInputs(Writer& writer, const ChiOfflineExecuteRequest& request) {
             writer.PutStream(set.pBuffers[k].pStream);
             writer.Put(set.pBuffers[k].pInputFormat);
         }
-    }
-}
-
-void PutBlock(Writer& writer, const ChiOfflineResultBlock* block) {
-    writer.Put(block);
-    if (block != nullptr) {
-        writer.Put(block->pBuffers, std::min(block->numBuffers, kMostResults));
     }
 }
 
@@ -399,16 +406,21 @@ void Capture<Entry::BufferManagerCreate>::Call(Writer& writer, ChiOfflineBufferM
     writer.PutStream(data == nullptr ? nullptr : data->pStream);
 }
 
-/// One record, whatever the count says: the adapter reads no other. Nor does it read the streams.
+/// One record, whatever the count says: the adapter reads no other. Nor does it read the streams, a
+/// result of nobody's, or the second block's buffers.
 void Capture<Entry::ProcessCaptureResult>::Call(Writer& writer,
-                                                const ChiOfflineSessionCallbacks* /*callbacks*/,
+                                                const ChiOfflineSessionCallbacks* callbacks,
                                                 unsigned int /*count*/,
                                                 ChiOfflineCaptureResultInfo* result) {
     writer.Put(result);
-    if (result != nullptr) {
-        PutBlock(writer, result->pResult);
-        PutBlock(writer, result->pSecondResult);
+    if (callbacks == nullptr || result == nullptr || result->pPrivateData == nullptr) {
+        return;
     }
+    if (const ChiOfflineResultBlock* const block = result->pResult) {
+        writer.Put(block);
+        writer.Put(block->pBuffers, std::min(block->numBuffers, kMostResults));
+    }
+    writer.Put(result->pSecondResult);
 }
 
 void Capture<Entry::GetFrameworkBuffers>::Call(Writer& writer,

@@ -1,8 +1,10 @@
 /// Writes events: what is copied of a call's arguments and of the records behind them.
 ///
 /// A record is copied only where the callee reads it, too, and only as far as it does: whatever
-/// lies behind a wild pointer stays untouched. Streams are copied by atomic reads, since hosts and
-/// adapter write single words of them while other threads submit.
+/// lies behind a wild pointer stays untouched. The exception is what a host names in a submission,
+/// or to take an image: its streams are copied although the adapter reads them only while it makes
+/// a session or a manager, so that they must be alive whenever they are named. Streams are copied
+/// by atomic reads, since hosts and adapter write single words of them while other threads submit.
 #pragma once
 
 #include "contract/event.h"
@@ -69,7 +71,8 @@ template <Entry E> struct Capture {
     template <class... Args> static void Return(Writer&, const Args&...) {}
 };
 
-/// What is taken before the call's event is written: nothing but for a request.
+/// What is taken before the call's event is written. By default nothing, and it is empty; where it
+/// is not, `Capture` gets it as the last argument.
 template <Entry E> struct Before {
     template <class... Args> explicit Before(const Images& /*images*/, const Args&...) {}
 };
@@ -88,6 +91,16 @@ template <> struct Before<Entry::ExecuteRequest> {
     ChiOfflineExecuteRequest copy{};
     size_t count = 0; ///< Of inputs whose memory is known.
     std::array<Input, OemLayer::kMaxInputBuffers> inputs;
+};
+
+/// The adapter's arrays for the buffers, which the framework's answers may no longer name.
+template <> struct Before<Entry::RequestStreamBuffers> {
+    Before(const Images& images, uint32_t camera, uint32_t count,
+           const camera3_buffer_request* requests, uint32_t* returned,
+           camera3_stream_buffer_ret* answers);
+
+    uint32_t count = 0; ///< Of the answers, as far as they are recorded.
+    std::array<const camera3_stream_buffer*, 64> buffers;
 };
 
 // Arguments as they stand in `Tap::Around`; a return has the result behind them.
@@ -120,9 +133,14 @@ CONTRACT_BOTH(TranslateFromBuffer, uint32_t, PlatFormIntCallbacks*, const void* 
 CONTRACT_RETURN(CreateSensorInitSettings, int, int* settings, int);
 CONTRACT_CALL(CaptureResult, uint32_t camera, OemLayer::RequestPrivData*,
               camera3_capture_result* result);
-CONTRACT_BOTH(RequestStreamBuffers, int32_t, uint32_t camera, uint32_t count,
-              const camera3_buffer_request* requests, uint32_t* returned,
-              camera3_stream_buffer_ret* answers);
+template <> struct Capture<Entry::RequestStreamBuffers> {
+    static void Call(Writer& writer, uint32_t, uint32_t count,
+                     const camera3_buffer_request* requests, uint32_t*, camera3_stream_buffer_ret*,
+                     const Before<Entry::RequestStreamBuffers>&);
+    static void Return(Writer& writer, uint32_t, uint32_t, const camera3_buffer_request* requests,
+                       uint32_t* returned, camera3_stream_buffer_ret* answers, int32_t status,
+                       const Before<Entry::RequestStreamBuffers>& before);
+};
 
 CONTRACT_RETURN(OpenContext, void*, void*, uint32_t);
 CONTRACT_CALL(OpenSession, ChiOfflineInterface*, ChiOfflineSessionCreateInfo* info);

@@ -72,10 +72,10 @@ class Tap {
     template <Entry E, class... Args> uint64_t WriteCall(const Before<E>& before, Args... args) {
         return Write(E, Phase::Call, 0, [&](Writer& writer) {
             (writer.Add(WordOf(args)), ...);
-            if constexpr (E == Entry::ExecuteRequest) {
-                Capture<E>::Call(writer, args..., before);
-            } else {
+            if constexpr (std::is_empty_v<Before<E>>) {
                 Capture<E>::Call(writer, args...);
+            } else {
+                Capture<E>::Call(writer, args..., before);
             }
         });
     }
@@ -84,10 +84,10 @@ class Tap {
     void WriteReturn(uint64_t call, const Before<E>& before, Args... args) {
         Write(E, Phase::Return, call, [&](Writer& writer) {
             (writer.Add(WordOf(args)), ...);
-            if constexpr (E == Entry::ExecuteRequest) {
-                Capture<E>::Return(writer, args..., before);
-            } else {
+            if constexpr (std::is_empty_v<Before<E>>) {
                 Capture<E>::Return(writer, args...);
+            } else {
+                Capture<E>::Return(writer, args..., before);
             }
         });
     }

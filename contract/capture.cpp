@@ -301,7 +301,7 @@ Before<Entry::ExecuteRequest>::Before(const Images& images, uint64_t /*session*/
             if (memory.address != nullptr && count < inputs.size()) {
                 inputs[count++] = {buffer.bufferHandle,
                                    memory,
-                                   {memory.bytes, HashOfPixels(memory.address, memory.bytes)}};
+                                   {memory.hashed, HashOfPixels(memory.address, memory.hashed)}};
             }
         }
     }

@@ -79,15 +79,32 @@ template <class Value, size_t Most> void Images::Table<Value, Most>::Remove(cons
     }
 }
 
-void Images::AddManager(ChiBufferManagerHandle manager, const ChiBufferManagerCreateData* data) {
+/// What is behind the first plane of a YUV image need not be where an image without padding has it.
+void Images::AddManager(const void* table, ChiBufferManagerHandle manager,
+                        const ChiBufferManagerCreateData* data) {
     if (manager != nullptr && data != nullptr) {
+        const uint64_t bytes = BytesOfImage(data->format, data->width, data->height);
+        const bool isYuv = data->format == ChiStreamFormatYCbCr420_888;
         const Locked locked(mLock);
-        mManagers.Add(manager, BytesOfImage(data->format, data->width, data->height));
+        mManagers.Add(manager, {table, bytes, isYuv ? bytes * 2 / 3 : bytes});
+    }
+}
+
+void Images::RemoveTable(const void* table) {
+    const Locked locked(mLock);
+    for (size_t i = 0; i < mManagers.used; ++i) {
+        if (mManagers.handles[i] != nullptr && mManagers.values[i].table == table) {
+            Forget(mManagers.handles[i]);
+        }
     }
 }
 
 void Images::RemoveManager(ChiBufferManagerHandle manager) {
     const Locked locked(mLock);
+    Forget(manager);
+}
+
+void Images::Forget(const void* manager) {
     mManagers.Remove(manager);
     for (size_t i = 0; i < mImages.used; ++i) {
         if (mImages.values[i].manager == manager) {
@@ -99,8 +116,10 @@ void Images::RemoveManager(ChiBufferManagerHandle manager) {
 void Images::AddImage(ChiImageBufferHandle image, ChiBufferManagerHandle manager) {
     const Locked locked(mLock);
     const size_t owner = mManagers.PlaceOf(manager);
+    mImages.Remove(image);
     if (image != nullptr && manager != nullptr && owner < mManagers.used) {
-        mImages.Add(image, {manager, {nullptr, mManagers.values[owner]}});
+        const Manager& known = mManagers.values[owner];
+        mImages.Add(image, {manager, {nullptr, known.bytes, known.hashed}});
     }
 }
 

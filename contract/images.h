@@ -22,11 +22,17 @@ class Images {
     struct Memory {
         const void* address = nullptr; ///< Null where it is not known, or its size is not.
         uint64_t bytes = 0;
+        uint64_t hashed = 0; ///< How many of them have a hash: of a YUV image, the first plane's.
     };
 
-    void AddManager(ChiBufferManagerHandle manager, const ChiBufferManagerCreateData* data);
+    /// \param table the buffer operations that made it.
+    void AddManager(const void* table, ChiBufferManagerHandle manager,
+                    const ChiBufferManagerCreateData* data);
+    /// Forgets its managers with their images.
+    void RemoveTable(const void* table);
     /// Forgets its images, too.
     void RemoveManager(ChiBufferManagerHandle manager);
+    /// A handle that is given out again is a new image, whose memory is not known yet.
     void AddImage(ChiImageBufferHandle image, ChiBufferManagerHandle manager);
     void SetAddress(ChiImageBufferHandle image, const void* address);
     void RemoveImage(ChiImageBufferHandle image);
@@ -46,13 +52,20 @@ class Images {
         void Add(void* handle, const Value& value);
         void Remove(const void* handle);
     };
+    struct Manager {
+        const void* table;
+        uint64_t bytes; ///< Of each of its images.
+        uint64_t hashed;
+    };
     struct Image {
         const void* manager;
         Memory memory; ///< The size is known from the beginning.
     };
 
+    void Forget(const void* manager);
+
     mutable pthread_mutex_t mLock = PTHREAD_MUTEX_INITIALIZER;
-    Table<uint64_t, 128> mManagers; ///< How many bytes an image of theirs has.
+    Table<Manager, 128> mManagers;
     Table<Image, 512> mImages;
 };
 

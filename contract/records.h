@@ -11,8 +11,8 @@ namespace contract {
 
 /// What an image held, as far as its memory was known.
 struct PixelHash {
-    uint64_t bytes;
-    uint64_t hash; ///< Of some of its words: `HashOfPixels`.
+    uint64_t bytes; ///< Of its first plane, where it is YUV.
+    uint64_t hash;  ///< Of some of their words: `HashOfPixels`.
 };
 
 /// A stream of either side: the two records are one.

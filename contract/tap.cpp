@@ -165,13 +165,13 @@ bool Tap::Map(const Settings& settings, std::string& problem) {
         settings.bytes / kBlockBytes, settings.file.empty() ? 1 : kLeastBlocks, kMostBlocks));
     FileHeader header = Describe(blocks, settings.wholePixels);
     bool joins = false;
-    const bool hasFile = !settings.file.empty();
-    const int file = hasFile ? OpenFile(settings, header, joins) : -1;
+    mHasFile = !settings.file.empty();
+    const int file = mHasFile ? OpenFile(settings, header, joins) : -1;
     mBytes = kPageBytes + size_t{header.blocks} * kBlockBytes;
     void* memory = MAP_FAILED;
-    if (file >= 0 || !hasFile) {
+    if (file >= 0 || !mHasFile) {
         memory = mmap(nullptr, mBytes, PROT_READ | PROT_WRITE,
-                      hasFile ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS, file, 0);
+                      mHasFile ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS, file, 0);
     }
     if (memory == MAP_FAILED) {
         problem = settings.file + ": " +

@@ -94,7 +94,9 @@ class Tap {
 
     /// What a call gives back may be gone before it returns.
     template <Entry E, class First, class... Rest> void ForgetImages(First first, Rest...) {
-        if constexpr (E == Entry::BufferManagerDestroy) {
+        if constexpr (E == Entry::BufferOpsClose) {
+            mImages.RemoveTable(first);
+        } else if constexpr (E == Entry::BufferManagerDestroy) {
             mImages.RemoveManager(first);
         } else if constexpr (E == Entry::ReleaseImageBuffer) {
             mImages.RemoveImage(first);
@@ -102,10 +104,14 @@ class Tap {
     }
     template <Entry E> void ForgetImages() {}
 
+    /// Where nothing is kept, nobody reads what images hold.
     template <Entry E, class Result, class... Args> void LearnImages(Result result, Args... args) {
+        if (!mHasFile) {
+            return;
+        }
         if constexpr (E == Entry::BufferManagerCreate) {
-            const auto add = [&](auto*, const char*, auto* data) {
-                mImages.AddManager(result, data);
+            const auto add = [&](auto* table, const char*, auto* data) {
+                mImages.AddManager(table, result, data);
             };
             add(args...);
         } else if constexpr (E == Entry::GetImageBuffer) {
@@ -151,6 +157,7 @@ class Tap {
     LivePart* mShared = nullptr;
     Follower* mFollower = nullptr;
     Images mImages;
+    bool mHasFile = false;
     bool mWholePixels = false;
     unsigned int mThreadKey = 0;
     std::byte* mPlace = nullptr; ///< Of the next event, while the lock is held.

@@ -182,6 +182,17 @@ TEST(Layer, HasTheWrapperAsTheHostLeftItAfterTheCall) {
          [&] { EXPECT_EQ(scene.request.Submit(scene.camera), 0U); });
     EXPECT_EQ(OutcomeOf(scene.request, scene.camera), "0 M B R C0 M B R C0");
     EXPECT_EQ(scene.request.wrapper.pCamera3CbOps, &scene.request.frameworkOps);
+    // And where another request's came between.
+    Request other;
+    other.UseVendorBuffers(scene.camera);
+    Once(scene.request.onCallback, "complete", [&] {
+        EXPECT_EQ(OutcomeOf(other, scene.camera), "0 M B R C0");
+        EXPECT_EQ(scene.request.Submit(scene.camera), 0U);
+    });
+    EXPECT_EQ(scene.request.Submit(scene.camera), 0U);
+    EXPECT_EQ(scene.request.wrapper.pCamera3CbOps, &scene.request.frameworkOps);
+    EXPECT_EQ(other.wrapper.pCamera3CbOps, &other.frameworkOps);
+    other.GiveBack(scene.camera);
 }
 
 TEST(Layer, HasTheHostsNullCallbacksToo) {

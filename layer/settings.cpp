@@ -95,21 +95,21 @@ std::string ReadLine(std::string line, Settings& settings) {
 bool ReadFile(const std::string& path, Settings& settings) {
     FILE* const file = fopen(path.c_str(), "re");
     if (file == nullptr) {
-        Log(errno == ENOENT ? ANDROID_LOG_INFO : ANDROID_LOG_ERROR,
-            "%s: %s; calls are passed through", path.c_str(), strerror(errno));
-        return errno == ENOENT;
+        const int reason = errno; // Logging may change it.
+        Log(reason == ENOENT ? ANDROID_LOG_INFO : ANDROID_LOG_ERROR, "%s: %s", path.c_str(),
+            strerror(reason));
+        return reason == ENOENT;
     }
     bool isRight = true;
     char line[1024];
     for (unsigned number = 1; fgets(line, sizeof line, file) != nullptr; ++number) {
         if (const std::string problem = ReadLine(line, settings); isRight && !problem.empty()) {
-            Log(ANDROID_LOG_ERROR, "%s:%u: %s; calls are passed through", path.c_str(), number,
-                problem.c_str());
+            Log(ANDROID_LOG_ERROR, "%s:%u: %s", path.c_str(), number, problem.c_str());
             isRight = false;
         }
     }
     if (isRight && ferror(file) != 0) { // A folder, for one.
-        Log(ANDROID_LOG_ERROR, "%s: %s; calls are passed through", path.c_str(), strerror(errno));
+        Log(ANDROID_LOG_ERROR, "%s: %s", path.c_str(), strerror(errno));
         isRight = false;
     }
     (void)fclose(file);
@@ -125,8 +125,7 @@ bool ReadProperties(Settings& settings) {
             continue;
         }
         if (const char* const problem = key.set(settings, value)) {
-            Log(ANDROID_LOG_ERROR, "property %s %s, not '%s'; calls are passed through",
-                key.property, problem, value);
+            Log(ANDROID_LOG_ERROR, "property %s %s, not '%s'", key.property, problem, value);
             areRight = false;
         }
     }

@@ -403,29 +403,24 @@ struct SettingsCase {
 TEST(LayerSettings, HoldOrAreNamedInTheLog) {
     const std::string record = "record = " + g_file.path + "\n";
     const std::string recorded = "I records into " + g_file.path;
-    const std::string passed = "; calls are passed through";
     const SettingsCase cases[] = {
         {"# A comment.\n\n", ""},
         {record, recorded, true},
         {" size=2 # MiB\n" + record + "pixels = hash\nwatch = off\nvendor = x\n", recorded, true},
-        {record + "colour = red", "E oemlayer.layer.conf:3: there is no setting 'colour'" + passed},
-        {record + "size 3", "E oemlayer.layer.conf:3: 'size 3' must be 'key = value'" + passed},
+        {record + "colour = red", "E oemlayer.layer.conf:3: there is no setting 'colour'"},
+        {record + "size 3", "E oemlayer.layer.conf:3: 'size 3' must be 'key = value'"},
         {"size = 1\n" + record,
-         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '1'" + passed},
+         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '1'"},
         {"size = 5000\nwatch = x",
-         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '5000'" +
-             passed},
+         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '5000'"},
         {"size = 64M",
-         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '64M'" +
-             passed},
-        {"pixels = half",
-         "E oemlayer.layer.conf:2: pixels must be 'hash' or 'whole', not 'half'" + passed},
-        {"watch = yes", "E oemlayer.layer.conf:2: watch must be 'on' or 'off', not 'yes'" + passed},
+         "E oemlayer.layer.conf:2: size must be a number of MiB from 2 to 4096, not '64M'"},
+        {"pixels = half", "E oemlayer.layer.conf:2: pixels must be 'hash' or 'whole', not 'half'"},
+        {"watch = yes", "E oemlayer.layer.conf:2: watch must be 'on' or 'off', not 'yes'"},
         {"record = /nowhere/file", "E cannot record: /nowhere/file: No such file or directory"},
         {"record = /nowhere/file", recorded, true, {{"vendor.oemlayer.layer.record", g_file.path}}},
         {record,
-         "E property vendor.oemlayer.layer.size must be a number of MiB from 2 to 4096, not 'all'" +
-             passed,
+         "E property vendor.oemlayer.layer.size must be a number of MiB from 2 to 4096, not 'all'",
          false,
          {{"vendor.oemlayer.layer.size", "all"}}},
     };
@@ -438,7 +433,11 @@ TEST(LayerSettings, HoldOrAreNamedInTheLog) {
             EXPECT_EQ(layer.Table(3).Create != real.Table(3).Create, each.records) << each.text;
             EXPECT_EQ(layer.LoadFunctions().loadLib != real.LoadFunctions().loadLib, each.records);
             EXPECT_EQ(layer.Table(3).cameraId, 3U);
-            EXPECT_EQ(LayerLog(), each.log.empty() ? Texts() : Texts{each.log});
+            Texts log = each.log.empty() ? Texts() : Texts{each.log};
+            if (!each.records) {
+                log.push_back("I calls are passed through");
+            }
+            EXPECT_EQ(LayerLog(), log);
         });
     }
 }
@@ -447,8 +446,7 @@ TEST(LayerSettings, NeedNoFile) {
     kit::Layers layers("");
     setenv("OEMLAYER_LAYER_SETTINGS", "/nowhere/oemlayer.layer.conf", 1);
     (void)OpenInterface(kVendorPath);
-    EXPECT_EQ(LayerLog().at(0),
-              "I oemlayer.layer.conf: No such file or directory; calls are passed through");
+    EXPECT_EQ(LayerLog().at(0), "I oemlayer.layer.conf: No such file or directory");
 }
 
 TEST(Layer, IsAsMissingAsWhatItStandsFor) {

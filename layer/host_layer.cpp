@@ -203,8 +203,8 @@ Table* Replace(const Table& ours, std::atomic<const Table*>& place, Table* their
     return const_cast<Table*>(&ours);
 }
 
-/// The submissions that the adapter is in. A second thread, or a callback, may submit a wrapper that
-/// another one has put our table into.
+/// The submissions that the adapter is in. A second thread, or a callback, may submit a wrapper
+/// that another one has put our table into.
 class Submissions {
   public:
     struct Submission {

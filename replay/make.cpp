@@ -175,6 +175,12 @@ bool DeliverResult(const Call& call, const ChiOfflineSessionCallbacks* callbacks
     Block second(call, recorded->pSecondResult, world);
     info.pResult = main.Get();
     info.pSecondResult = second.Get();
+    // A second block that repeats the buffers does so here, too.
+    const auto* const first = call.call.At<ChiOfflineResultBlock>(recorded->pResult);
+    const auto* const repeat = call.call.At<ChiOfflineResultBlock>(recorded->pSecondResult);
+    if (first != nullptr && repeat != nullptr && first->pBuffers == repeat->pBuffers) {
+        second.block.pBuffers = main.block.pBuffers;
+    }
     callbacks->ProcessCaptureResultCb(callbacks, As<uint32_t>(call.Word(1)), &info);
     return true;
 }

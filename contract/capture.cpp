@@ -194,9 +194,10 @@ Before<Entry::RequestStreamBuffers>::Before(const Images& /*images*/, uint32_t /
                                             uint32_t wanted, const camera3_buffer_request* requests,
                                             uint32_t* /*returned*/,
                                             camera3_stream_buffer_ret* answers) {
-    if (requests != nullptr && answers != nullptr) {
-        count = std::min(wanted, kMostRecords);
+    if (requests == nullptr || answers == nullptr) {
+        return;
     }
+    count = std::min(wanted, kMostRecords);
     for (uint32_t i = 0; i < count; ++i) {
         buffers[i] = answers[i].output_buffers;
     }

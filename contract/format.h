@@ -26,14 +26,13 @@ struct FileHeader {
     uint32_t blockBytes;
     uint32_t blocks;
     uint32_t process;
-    uint32_t wholePixels;  ///< 1: images are recorded, not only their hash.
-    uint64_t processStart; ///< In clock ticks since the machine's start.
-    uint64_t time;         ///< Of CLOCK_MONOTONIC, as events have it,
-    uint64_t realTime;     ///< and of CLOCK_REALTIME at the same moment. In nanoseconds.
-    char machine[16];      ///< As in "aarch64".
-    char program[120];     ///< As the kernel has it.
+    uint32_t wholePixels; ///< 1: images are recorded, not only their hash.
+    uint64_t time;        ///< Of CLOCK_MONOTONIC, as events have it,
+    uint64_t realTime;    ///< and of CLOCK_REALTIME at the same moment. In nanoseconds.
+    char machine[16];     ///< As in "aarch64".
+    char program[120];    ///< As the kernel has it.
 };
-ABI_SIZE(FileHeader, 192);
+ABI_SIZE(FileHeader, 184);
 ABI_NO_PADDING(FileHeader);
 
 struct BlockHeader {

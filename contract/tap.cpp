@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -38,17 +37,6 @@ std::string ReadOwn(const char* file) {
     return {text, static_cast<size_t>(std::max<ssize_t>(bytes, 0))};
 }
 
-/// When this process was started, which tells it from an older one with its number: the 22nd field
-/// of its state, counted behind the name, which may hold anything.
-uint64_t OwnStart() {
-    const std::string state = ReadOwn("stat");
-    size_t place = state.rfind(')');
-    for (int field = 2; field < 22 && place != std::string::npos; ++field) {
-        place = state.find(' ', place + 1);
-    }
-    return place == std::string::npos ? 0 : strtoull(state.c_str() + place, nullptr, 10);
-}
-
 FileHeader Describe(uint32_t blocks, bool wholePixels) {
     FileHeader header{};
     std::memcpy(header.magic, kMagic, sizeof kMagic);
@@ -57,7 +45,6 @@ FileHeader Describe(uint32_t blocks, bool wholePixels) {
     header.blocks = blocks;
     header.process = static_cast<uint32_t>(getpid());
     header.wholePixels = wholePixels ? 1 : 0;
-    header.processStart = OwnStart();
     header.time = Now(CLOCK_MONOTONIC);
     header.realTime = Now(CLOCK_REALTIME);
     utsname machine{};
@@ -147,7 +134,7 @@ int Tap::OpenFile(const Settings& settings, FileHeader& header, bool& joins) {
         struct stat status {};
         joins = pread(file, &found, sizeof found, 0) == ssize_t{sizeof found} &&
                 found.checksum == ChecksumWithout(found) && found.version == kVersion &&
-                found.process == header.process && found.processStart == header.processStart;
+                found.process == header.process; // Whose it is holds the lock, and so is alive.
         header = joins ? found : header;
         if (joins && fstat(file, &status) == 0 && status.st_size == bytes()) {
             return file;

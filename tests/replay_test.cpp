@@ -15,7 +15,7 @@ using contract::Recording;
 using Called = contract::Entry;
 using view::Told;
 
-const std::string kTwoHundred =
+constexpr char kTwoHundred[] =
     R"({"cameras": [{"features": ["Night", "Hdr"], "requests": 200, "frames": 2, "width": 128,
                      "height": 96}], "vendor": {"faults": ["fail ExecuteRequest 120 1"]}})";
 constexpr unsigned kSubmission = 150; ///< The frame that the broken adapter fails at.

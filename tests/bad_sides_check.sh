@@ -38,6 +38,7 @@ plant() {
     cp "$build/host/oemlayer_host" "$work/tree/host"
     cp -rs "$build/device" "$work/tree/device"
     ln -s "$build/adapterlayer/camera.oemlayer.adapter.so" "$work/tree/adapterlayer"
+    ln -s "$build/layer" "$work/tree/layer"
 }
 
 broken_here() { # broken_here SCENARIO: the rules that the host's run reports
@@ -45,8 +46,14 @@ broken_here() { # broken_here SCENARIO: the rules that the host's run reports
         sed -nE 's/^violation +([VHR][0-9]+) .*/\1/p' | sort -u | paste -sd' '
 }
 
+in_recording() { # in_recording SCENARIO: the rules that a recording of it tells of
+    timeout 100 "$work/tree/host/oemlayer_host" "$1" --record "$work/run.rec" >/dev/null 2>&1
+    "$build/view/oemlayer_view" check "$work/run.rec" |
+        sed -nE 's/^violation +([VHR][0-9]+) .*/\1/p' | sort -u | paste -sd' '
+}
+
 # The places besides where rules are watched: each prints the rules that it finds broken.
-elsewhere=()
+elsewhere=(in_recording)
 
 expect() { # expect RULE CAMERA VENDOR: of the tree that is planted, with a scenario's settings
     local place found

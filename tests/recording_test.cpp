@@ -239,8 +239,8 @@ TEST(Recording, TrustsNoLength) {
         [](EventHeader&, RecordHeader& record) { record.bytes -= 1; },
         [](EventHeader&, RecordHeader& record) { record.record = Record::Count; },
         [](EventHeader&, RecordHeader& record) { record.record = Record::None; }};
-    for (const Change change : kChanges) {
-        EXPECT_EQ(sealed(change), 0U) << "change " << &change - kChanges;
+    for (size_t i = 0; i < std::size(kChanges); ++i) {
+        EXPECT_EQ(sealed(kChanges[i]), 0U) << "change " << i;
     }
 }
 

@@ -21,17 +21,18 @@ namespace {
 using namespace contract;
 
 constexpr uint32_t kAddresses = 24;
+constexpr uint64_t kBetween = 0x1000;
 constexpr uint64_t kFirstAddress = 0x7000000000;
 
 /// An address for large bytes, a number for small ones.
 uint64_t Word(fuzz::Input& input) {
     const uint32_t byte = input.Byte();
-    return byte >= 256 - 2 * kAddresses ? kFirstAddress + byte % kAddresses * 0x1000 : byte % 16;
+    return byte >= 256 - 2 * kAddresses ? kFirstAddress + byte % kAddresses * kBetween : byte % 16;
 }
 
 void PutRecord(fuzz::Input& input, Writer& writer) {
     const auto record = static_cast<Record>(1 + input.Below(uint32_t(Record::Count) - 1));
-    const uint64_t address = kFirstAddress + input.Below(kAddresses) * 0x1000;
+    const uint64_t address = kFirstAddress + input.Below(kAddresses) * kBetween;
     const uint32_t bytes = TextOf(record).size * (1 + input.Below(3));
     std::vector<uint64_t> words(Padded(bytes) / 8);
     for (uint64_t& word : words) {

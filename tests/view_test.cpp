@@ -36,7 +36,7 @@ class Play {
   public:
     Play(const std::string& file, const Variation& variation) : mVariation(variation) {
         std::string problem;
-        mTap = Tap::Open({.file = file, .bytes = 2 * kBlockBytes}, problem);
+        mTap = Tap::Open({.file = file, .bytes = uint64_t{2} * kBlockBytes}, problem);
         EXPECT_TRUE(mTap) << problem;
         mOutput.height = variation.height;
         mPriv.inputStreams = {&mRaw};
@@ -308,7 +308,7 @@ TEST(Damage, IsToldInALineAndCrashesNothing) {
     };
     size_t events = 0;
     for (const auto& [file, problem] : cases) {
-        EXPECT_EQ(View(file, events), file + ": " + problem);
+        EXPECT_EQ(View(file, events), std::string(file).append(": ").append(problem));
     }
     // Up to where the events end; what follows is empty.
     const size_t end = whole.find_last_not_of('\0', kPageBytes + kBlockBytes - 1) + 1;

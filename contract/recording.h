@@ -12,9 +12,7 @@
 namespace contract {
 
 /// The file is no recording of this version: the message names it and says why.
-struct RecordingError : std::runtime_error {
-    using runtime_error::runtime_error;
-};
+using RecordingError = std::invalid_argument;
 
 /// The events of a file, from the oldest that is left to the last that is whole.
 class Recording {

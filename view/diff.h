@@ -23,7 +23,7 @@ struct Difference {
 std::optional<Difference> FindDifference(const Story& one, const Story& other);
 
 /// Prints it: the events, the field with both values, what comes before.
-/// \param start of each recording; none for no times.
+/// \param starts of each recording; none for no times.
 void PrintDifference(const Difference& difference, const Story& one, const Story& other,
                      std::optional<std::pair<Moment, Moment>> starts);
 

@@ -137,6 +137,8 @@ class Walker {
 
 } // namespace
 
+Visitor::~Visitor() = default;
+
 bool IsPlainRow(Record record) { return record != Record::None && TextOf(record).members.empty(); }
 
 void Walk(const Event& event, std::span<const Name> names, Visitor& visitor) {

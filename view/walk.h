@@ -32,7 +32,10 @@ struct Value {
 /// Is told of each value in its order. The values are valid during the call alone.
 class Visitor {
   public:
-    virtual ~Visitor() = default;
+    Visitor() = default;
+    Visitor(const Visitor&) = default;
+    Visitor& operator=(const Visitor&) = default;
+    virtual ~Visitor();
     virtual void OnValue(const Value& value) = 0;
     /// What follows until `OnEnd` lies behind this value: the members of the record `index` of
     /// `count` in a row, or plain values in a row, which have the index 0 of 1.

@@ -135,10 +135,11 @@ void Model::TakeImages() {
 void Model::TearDown(Camera& camera) {
     TakeImages();
     for (const auto& [stream, manager] : camera.managers) {
+        // The call is what breaks the rule, whether or not the device heeds it.
+        Breaks(Rule::ImageReleased, manager.images != 0);
         if (Buffers(camera, Entry::BufferManagerDestroy) && manager.isThere) {
             --alive.bufferManagers;
             alive.imageBuffers -= manager.images;
-            Breaks(Rule::ImageReleased, manager.images != 0);
         }
     }
     camera.managers.clear();

@@ -287,10 +287,10 @@ uint32_t Model::Start(Request& request) {
     request.metadata =
         Metadata(camera, Entry::MetadataCreate) ? Request::Alive : Request::NoMetadata;
     alive.metadata += request.metadata == Request::Alive ? 1 : 0;
+    Tolerate(*session, request);
     if (!Interface(Entry::ExecuteRequest)) {
         return 1;
     }
-    Tolerate(*session, request);
     request.session = session;
     request.state = Request::InFlight;
     request.execution = mExecutions++;

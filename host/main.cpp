@@ -23,6 +23,7 @@ enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 13
 struct Options {
     std::string scenario = "night-burst";
     bool lists = false;
+    bool hasNoLayers = false;
     std::string library;
     std::string logLevel;
     std::string trace;
@@ -55,6 +56,9 @@ void Declare(CLI::App& app, Options& options) {
                    "Keep the recording, for ./dev show, check, diff and replay")
         ->expected(0, 1)
         ->default_str(kOwnRecording);
+    app.add_flag("--no-layers", options.hasNoLayers,
+                 "Have no layers between host, adapter and vendor; nothing is kept")
+        ->excludes("--record");
     app.add_option("--picture", options.picture,
                    "Write a noisy frame and its merged picture (PNG)");
     app.add_option("--scene", options.scene, "A PNG file that the cameras see");
@@ -201,7 +205,7 @@ int RunScenario(Options options) {
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }
-    Run run(scenario, library, options.record);
+    Run run(scenario, library, {.file = options.record, .hasLayers = !options.hasNoLayers});
     PrintScenario(scenario, std::filesystem::proximate(library).string());
     run.Go();
     const Outcome outcome = run.Judge();

@@ -71,17 +71,19 @@ void Run::Interrupt() { g_interrupted = true; }
 
 bool Run::IsLoading() { return g_loading; }
 
-Run::Run(const Scenario& scenario, const std::string& library, const std::string& record)
-    : mScenario(scenario), mFile(record),
-      mLayers(Checked(library), {.record = mFile.Path(), .mebibytes = SizeOf(scenario)}),
-      mLibrary(mLayers.AdapterFile()) {
+Run::Run(const Scenario& scenario, const std::string& library, const Settings& settings)
+    : mScenario(scenario), mFile(settings.file),
+      mLibrary(settings.hasLayers ? PutLayers(Checked(library)) : library) {
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetDelivery(scenario.delivery);
     device.SetPace(scenario.latency, scenario.order, scenario.seed);
     device.SetAsksForFrameworkBuffers(scenario.frameworkBuffers);
     device.SetRecording(false);
-    device.SetFeed(false); // What the layers record is held against the contract.
+    device.SetFeed(!settings.hasLayers);
+    if (!settings.hasLayers) {
+        device.RecordFeed(mFile.Path(), uint64_t{SizeOf(scenario)} << 20);
+    }
     for (const Fault& fault : scenario.faults) {
         fault.Apply(device);
     }
@@ -93,6 +95,12 @@ Run::Run(const Scenario& scenario, const std::string& library, const std::string
             throw InputError(mScenario.scenePlace + error.what());
         }
     }
+}
+
+std::string Run::PutLayers(const std::string& library) {
+    mLayers.emplace(library,
+                    kit::LayerSettings{.record = mFile.Path(), .mebibytes = SizeOf(mScenario)});
+    return mLayers->AdapterFile();
 }
 
 void Run::Go() {

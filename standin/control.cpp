@@ -298,6 +298,10 @@ contract::Tap* Control::Feed() { return mState->isWatched ? mState->watch.Feed()
 
 void Control::SetFeed(bool on) { mState->isWatched = on; }
 
+void Control::RecordFeed(const std::string& file, uint64_t bytes) {
+    mState->watch.Record(file, bytes);
+}
+
 void Control::Report(Rule rule, const std::string& text) {
     const auto state = mState->Lock();
     if (state->records.violations.size() < kMostViolations) {
@@ -315,6 +319,14 @@ Watch::Watch()
       }) {
     std::string problem; // Without memory, nothing is watched.
     mTap = contract::Tap::Open({.follower = this}, problem);
+}
+
+void Watch::Record(const std::string& file, uint64_t bytes) {
+    std::string problem;
+    mTap = contract::Tap::Open({.file = file, .bytes = bytes}, problem);
+    if (mTap == nullptr) {
+        throw std::runtime_error(problem);
+    }
 }
 
 void Watch::Take(const contract::Event& event) {

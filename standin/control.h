@@ -305,6 +305,11 @@ class Control {
     /// Off where the events are watched elsewhere, and for measurements.
     void SetFeed(bool on);
 
+    /// Has the feed's events written into a file, where others hold them against the contract:
+    /// nobody here does from now on. For a run without the layers, before its first event.
+    /// Throws std::runtime_error where nothing can be written there.
+    void RecordFeed(const std::string& file, uint64_t bytes);
+
     /// Adds a violation that events do not show.
     void Report(Rule rule, const std::string& text);
 

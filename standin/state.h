@@ -169,6 +169,7 @@ class Watch : contract::Follower {
 
     /// Null where there is no memory for it.
     contract::Tap* Feed() const { return mTap.get(); }
+    void Record(const std::string& file, uint64_t bytes);
     void CheckAllReturned();
     void Reset(); ///< For a device on which nothing is alive.
 

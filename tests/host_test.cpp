@@ -17,7 +17,7 @@ Outcome RunText(const std::string& text) {
     const Folder folder;
     StandinControl()->Reset();
     const Scenario scenario = Scenario::Read(folder.Write("scenario.json", text));
-    host::Run run(scenario, kit::AdapterFile(false));
+    host::Run run(scenario, kit::AdapterFile(false), {});
     run.Go();
     return run.Judge();
 }
@@ -116,7 +116,7 @@ TEST(Scenario, ThatCannotBeReadIsNamedAndSoIsItsScene) {
     const std::string file = folder.Write("a.json", "{\n\"scene\": \"none.png\"}");
     const Scenario scenario = Scenario::Read(file);
     const std::string problem =
-        Thrown([&] { const host::Run run(scenario, kit::AdapterFile(false)); });
+        Thrown([&] { const host::Run run(scenario, kit::AdapterFile(false), {}); });
     EXPECT_TRUE(problem.starts_with(file + ":2: ")) << problem;
     EXPECT_NE(problem.find("none.png"), std::string::npos);
 }
@@ -292,7 +292,7 @@ TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToC
                      "width": 128, "height": 96}],
         "vendor": {"latency": 20}})"); // Long enough for both threads to get something to do.
     const Scenario scenario = Scenario::Read(file);
-    host::Run run(scenario, kit::AdapterFile(false));
+    host::Run run(scenario, kit::AdapterFile(false), {});
     run.Go();
     view::WriteTimeline(folder / "trace.json", run.Told().story, run.Told().Start());
     Trace trace(folder / "trace.json");
@@ -337,7 +337,7 @@ TEST(Run, NamesARecordingThatCannotBeMade) {
     const Scenario scenario = Scenario::Read(folder.Write("a.json", "{}"));
     for (const std::string& file : {folder / "", std::string("/dev/full"), folder / "no/such"}) {
         const std::string problem =
-            Thrown([&] { const host::Run run(scenario, kit::AdapterFile(false), file); });
+            Thrown([&] { const host::Run run(scenario, kit::AdapterFile(false), {.file = file}); });
         EXPECT_TRUE(problem.starts_with(file + ": no recording can be made here: ")) << problem;
     }
 }

@@ -129,7 +129,7 @@ class Scenarios : public testing::TestWithParam<std::string> {};
 /// What the device and the host's cameras count themselves.
 TEST_P(Scenarios, HaveEachCallInTheirRecording) {
     const auto scenario = host::Scenario::Read(SCENARIOS "/" + GetParam() + ".json");
-    host::Run run(scenario, kit::AdapterFile(true), g_file.path);
+    host::Run run(scenario, kit::AdapterFile(true), {.file = g_file.path});
     if (scenario.expect.abort) {
         EXPECT_EXIT(run.Go(), testing::KilledBySignal(SIGABRT), "");
         return;

@@ -42,7 +42,7 @@ std::string Record(const Folder& folder, const std::string& scenarioFile) {
             plan.height = 96;
             plan.requests = plan.rate > 0 ? std::min(plan.requests, plan.rate) : plan.requests;
         }
-        host::Run(scenario, kit::AdapterFile(false), file).Go();
+        host::Run(scenario, kit::AdapterFile(false), {.file = file}).Go();
     });
     return file;
 }

@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace contract {
 namespace {
@@ -46,12 +49,12 @@ std::streamoff PlaceOf(const FileHeader& about, uint64_t block) {
     return kPageBytes + static_cast<std::streamoff>(block % about.blocks) * kBlockBytes;
 }
 
-/// The number behind the last event, as its writer counted; 0 where the file ends before it.
-uint64_t ReadNextEvent(std::istream& in) {
+/// What the writer counted last; 0 where the file ends before it.
+LivePart ReadLivePart(std::istream& in) {
     LivePart live{};
     in.seekg(kLiveOffset);
     in.read(reinterpret_cast<char*>(&live), sizeof live);
-    return in.gcount() == std::streamsize{sizeof live} ? live.nextEvent : 0;
+    return in.gcount() == std::streamsize{sizeof live} ? live : LivePart{};
 }
 
 /// The headers of the blocks that are there, by their numbers.
@@ -68,6 +71,13 @@ std::map<uint64_t, BlockHeader> ReadBlockHeaders(const FileHeader& about, std::i
         }
     }
     return blocks;
+}
+
+/// The number of the oldest block that the ring has kept: the writer may have died while it began
+/// the next one in its place.
+uint64_t OldestOf(const FileHeader& about, uint64_t newest, const LivePart& live) {
+    const uint64_t current = live.block == newest + 1 ? live.block : newest;
+    return current < about.blocks ? 0 : current - about.blocks + 1;
 }
 
 std::string After(const std::vector<Event>& events) {
@@ -147,8 +157,11 @@ Recording Recording::Read(const std::string& file) {
 Recording Recording::Read(const std::string& name, std::istream& in) {
     Recording recording;
     recording.mAbout = ReadHeader(name, in);
-    const uint64_t nextEvent = ReadNextEvent(in);
+    const LivePart live = ReadLivePart(in);
     const auto blocks = ReadBlockHeaders(recording.mAbout, in);
+    recording.mLacksBeginning =
+        !blocks.empty() &&
+        blocks.begin()->first > OldestOf(recording.mAbout, blocks.rbegin()->first, live);
     for (auto block = blocks.begin(); recording.mDamage.empty() && block != blocks.end(); ++block) {
         if (block->first != blocks.begin()->first + recording.mBlocks.size()) {
             recording.mDamage = "it ends " + After(recording.mEvents) + ": a block is missing";
@@ -163,8 +176,12 @@ Recording Recording::Read(const std::string& name, std::istream& in) {
         recording.ReadBlock(block->second, std::move(bytes));
     }
     const uint64_t last = recording.mEvents.empty() ? 0 : recording.mEvents.back().Number();
-    if (recording.mDamage.empty() && last + 1 != nextEvent) {
+    if (recording.mDamage.empty() && last + 1 != live.nextEvent) {
         recording.mDamage = "it ends " + After(recording.mEvents) + ": the rest is cut off";
+    }
+    if (recording.mLacksBeginning) {
+        recording.mDamage = "its beginning is damaged" +
+                            (recording.mDamage.empty() ? "" : ", and " + recording.mDamage);
     }
     return recording;
 }
@@ -172,7 +189,7 @@ Recording Recording::Read(const std::string& name, std::istream& in) {
 /// The last block ends where no further event is; every other one where the next block goes on.
 void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes) {
     uint64_t number = block.firstEvent;
-    if (!mEvents.empty() && number != mEvents.back().Number() + 1) {
+    if (mEvents.empty() ? !mBlocks.empty() : number != mEvents.back().Number() + 1) {
         mDamage = "it ends " + After(mEvents) + ": what follows is damaged";
         return;
     }
@@ -196,19 +213,51 @@ void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes
     mBlocks.push_back(std::move(bytes));
 }
 
-std::string ProblemOfName(const std::string& file) {
+namespace {
+
+std::string ProblemOfName(const std::string& path) {
     constexpr size_t kMostCharacters = 1000;
-    const std::string path = std::filesystem::absolute(file);
     if (path.find_first_of("#\n") != path.npos) {
-        const std::string shown = path.substr(0, path.find('\n'));
-        return shown + ": no recording can be made here: the path has a '#' or a line's end in it";
+        return "the path has a '#' or a line's end in it";
+    }
+    if (path.find_last_not_of(" \t\r") + 1 != path.size()) {
+        return "the path ends in a blank";
     }
     if (path.size() > kMostCharacters) {
-        return path.substr(0, 40) + "...: no recording can be made here: the path has " +
-               std::to_string(path.size()) + " characters, and may have " +
+        return "the path has " + std::to_string(path.size()) + " characters, and may have " +
                std::to_string(kMostCharacters);
     }
     return "";
+}
+
+std::string ProblemOfOpening(const std::string& file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        return "this is no file"; // A pipe would wait for its reader.
+    }
+    const int opened = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+    if (opened < 0) {
+        return strerror(errno);
+    }
+    const bool isFree = flock(opened, LOCK_EX | LOCK_NB) == 0;
+    close(opened);
+    return isFree ? "" : "another process records into it";
+}
+
+} // namespace
+
+std::string ProblemOfFile(const std::string& file) {
+    const std::string path = std::filesystem::absolute(file);
+    std::string problem = ProblemOfName(path);
+    problem = problem.empty() ? ProblemOfOpening(file) : problem;
+    if (problem.empty()) {
+        return "";
+    }
+    constexpr size_t kMostShown = 200;
+    const std::string line = file.substr(0, file.find('\n'));
+    const std::string shown =
+        line.size() > kMostShown ? line.substr(0, kMostShown) + "..." : line;
+    return shown + ": no recording can be made here: " + problem;
 }
 
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events) {
@@ -249,6 +298,9 @@ std::string Serialize(const FileHeader& about, const std::vector<Event>& events)
 
 void WriteRecording(const std::string& file, const FileHeader& about,
                     const std::vector<Event>& events) {
+    if (const std::string problem = ProblemOfFile(file); !problem.empty()) {
+        throw std::runtime_error(problem);
+    }
     std::ofstream out(file, std::ios::binary);
     out << Serialize(about, events);
     out.close();

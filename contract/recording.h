@@ -24,10 +24,12 @@ class Recording {
 
     const FileHeader& About() const { return mAbout; }
     const std::vector<Event>& Events() const { return mEvents; }
-    /// What is missing at the end, and where it begins, in a line; empty where nothing is.
+    /// What is missing, and where that begins, in a line; empty where nothing is.
     const std::string& Damage() const { return mDamage; }
     /// Events that the ring has overwritten, before the first one.
-    uint64_t CountLost() const { return mEvents.empty() ? 0 : mEvents.front().Number() - 1; }
+    uint64_t CountLost() const {
+        return mEvents.empty() || mLacksBeginning ? 0 : mEvents.front().Number() - 1;
+    }
 
   private:
     void ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes);
@@ -36,15 +38,17 @@ class Recording {
     std::vector<std::vector<std::byte>> mBlocks;
     std::vector<Event> mEvents;
     std::string mDamage;
+    bool mLacksBeginning = false; ///< What should be there of it, is not.
 };
 
 /// Whether an event is whole: all that its parts say of their sizes fits.
 /// \param room of the memory that it lies in.
 bool IsSound(const EventHeader* event, size_t room);
 
-/// Why no layer can be told to record into a file with this name, in a line; empty where it can.
-/// Settings are lines that end at a '#'.
-std::string ProblemOfName(const std::string& file);
+/// Why no layer can be told to record into this file, in a line that names it; empty where it can.
+/// Makes the file where it is missing, and changes nothing where it is there: it may be one that
+/// another process records into. Settings are lines that end at a '#', without blanks around them.
+std::string ProblemOfFile(const std::string& file);
 
 /// A recording of these events, numbered anew: for tests, and for what is left of a recording.
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events);

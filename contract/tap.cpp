@@ -129,6 +129,9 @@ int Tap::OpenFile(const Settings& settings, FileHeader& header, bool& joins) {
         if (ftruncate(file, 0) == 0 && (errno = posix_fallocate(file, 0, bytes())) == 0) {
             return file;
         }
+        const int reason = errno;
+        (void)ftruncate(file, 0); // What there was room for would fill the disk.
+        errno = reason;
     } else if (errno == EWOULDBLOCK && flock(file, LOCK_SH) == 0) { // Once it has been begun.
         FileHeader found{};
         struct stat status {};

@@ -5,9 +5,8 @@
 #include "kit/unnamed_file.h"
 #include "standin/located_json.h"
 
-#include <cstring>
+#include <filesystem>
 #include <optional>
-#include <sys/stat.h>
 
 namespace host {
 
@@ -22,23 +21,12 @@ class RecordingFile {
             mPath = mUnnamed.emplace().Path();
             return;
         }
-        const std::string problem = contract::ProblemOfName(name);
+        const std::string problem = contract::ProblemOfFile(name);
         if (!problem.empty()) {
             throw standin::InputError(problem);
         }
         mPath = std::filesystem::absolute(name);
-        const int file = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
-        struct stat status {};
-        const bool isFile = file >= 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
-        const bool isEmpty = isFile && ftruncate(file, 0) == 0;
-        const std::string reason =
-            file >= 0 && !isFile ? std::string("this is no file") : std::string(strerror(errno));
-        if (file >= 0) {
-            close(file);
-        }
-        if (!isEmpty) {
-            throw standin::InputError(name + ": no recording can be made here: " + reason);
-        }
+        std::filesystem::resize_file(mPath, 0);
     }
 
     const std::string& Path() const { return mPath; }

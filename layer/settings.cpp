@@ -101,8 +101,9 @@ bool ReadFile(const std::string& path, Settings& settings) {
         return reason == ENOENT;
     }
     bool isRight = true;
-    char line[1024];
-    for (unsigned number = 1; fgets(line, sizeof line, file) != nullptr; ++number) {
+    char* line = nullptr;
+    size_t room = 0;
+    for (unsigned number = 1; getline(&line, &room, file) >= 0; ++number) {
         if (const std::string problem = ReadLine(line, settings); isRight && !problem.empty()) {
             Log(ANDROID_LOG_ERROR, "%s:%u: %s", path.c_str(), number, problem.c_str());
             isRight = false;
@@ -112,6 +113,7 @@ bool ReadFile(const std::string& path, Settings& settings) {
         Log(ANDROID_LOG_ERROR, "%s: %s", path.c_str(), strerror(errno));
         isRight = false;
     }
+    free(line);
     (void)fclose(file);
     return isRight;
 }

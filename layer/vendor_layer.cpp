@@ -44,24 +44,30 @@ template <class Table> struct Wrapped : Table {
     bool isClosed; ///< is one of them.
 };
 
-/// Records of ours that were closed. They are used again and never freed: whoever still has one may
-/// close it twice, or call back with it, as it could without the layer.
+/// Records of ours that were closed. They are never freed, and used again only once many others have
+/// been closed: whoever still has one may close it twice, or call back with it, as it could without
+/// the layer.
 template <class Record> class Closed {
   public:
     void Give(Record* record) {
         pthread_mutex_lock(&mLock);
-        if (std::exchange(record->isClosed, true) == false) {
-            record->next = std::exchange(mFirst, record);
+        if (!std::exchange(record->isClosed, true)) {
+            record->next = nullptr;
+            (mCount == 0 ? mFirst : mLast->next) = record;
+            mLast = record;
+            ++mCount;
         }
         pthread_mutex_unlock(&mLock);
     }
-    /// A new one where there is none. \returns null where there is no memory.
+    /// A new one where none has been closed for long. \returns null where there is no memory.
     Record* Take() {
+        constexpr size_t kKept = 64;
         pthread_mutex_lock(&mLock);
-        Record* const record = mFirst;
+        Record* const record = mCount > kKept ? mFirst : nullptr;
         if (record != nullptr) {
             mFirst = record->next;
             record->isClosed = false;
+            --mCount;
         }
         pthread_mutex_unlock(&mLock);
         return record != nullptr ? record : new (std::nothrow) Record();
@@ -69,7 +75,9 @@ template <class Record> class Closed {
 
   private:
     pthread_mutex_t mLock = PTHREAD_MUTEX_INITIALIZER;
-    Record* mFirst = nullptr;
+    Record* mFirst = nullptr; ///< The one that was closed longest ago.
+    Record* mLast = nullptr;
+    size_t mCount = 0;
 };
 template <class Record> Closed<Record> g_closed;
 
@@ -159,7 +167,8 @@ template <Entry E, class Table> void Close(Table* table) {
 /// here, also from a copy of it.
 struct Session : ChiOfflineSessionCallbacks {
     ChiOfflineSessionCreateInfo info;
-    const ChiOfflineSessionCallbacks* adapters;
+    const ChiOfflineSessionCallbacks* adapters; ///< Not read once they may be gone.
+    ChiOfflineSessionCallbacks copy;            ///< Of the adapter's.
     uint64_t handle;
     Session* next;
     bool isClosed;
@@ -195,7 +204,8 @@ class Sessions {
 };
 Sessions g_sessions;
 
-/// A callback. What has none of our words is passed on as it is.
+/// A callback. The adapter gets its own record where the vendor passes ours, and a copy of its own
+/// where the vendor passes a copy. What has none of our words is passed on as it is.
 template <Entry E, class R, class... Args,
           R (*ChiOfflineSessionCallbacks::*Member)(const ChiOfflineSessionCallbacks*, Args...)>
 struct Passed<E, Member> {
@@ -203,13 +213,14 @@ struct Passed<E, Member> {
         using Callbacks = ChiOfflineSessionCallbacks;
         const auto* const session =
             theirs == nullptr ? nullptr : static_cast<const Session*>(theirs->pPrivateCallbackData);
-        const Callbacks* const adapters = session == nullptr ? theirs : session->adapters;
-        const auto function =
-            session == nullptr
-                ? __atomic_load_n(&(g_functions<Callbacks>.*Member), __ATOMIC_RELAXED)
-                : adapters->*Member;
-        return TheTap().Around<E>([&] { return function(adapters, args...); },
-                                  theirs == session ? adapters : theirs, args...);
+        const Callbacks* passed = theirs;
+        auto function = __atomic_load_n(&(g_functions<Callbacks>.*Member), __ATOMIC_RELAXED);
+        if (session != nullptr) {
+            passed = theirs == session ? session->adapters : &session->copy;
+            function = session->copy.*Member;
+        }
+        return TheTap().Around<E>([&] { return function(passed, args...); },
+                                  theirs == session ? passed : theirs, args...);
     }
 };
 
@@ -223,6 +234,7 @@ Session* NewSession(const ChiOfflineSessionCreateInfo* info) {
     if (session != nullptr) {
         static_cast<Callbacks&>(*session) = *info->pCallbacks;
         session->adapters = info->pCallbacks;
+        session->copy = *info->pCallbacks;
         session->info = *info;
         session->info.pCallbacks = session;
         session->pPrivateCallbackData = session;

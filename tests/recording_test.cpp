@@ -188,6 +188,30 @@ TEST(Recording, IsReadUpToAFlippedBit) {
     }
 }
 
+/// A ring that has not come round has lost nothing: what is not there was damaged.
+TEST(Recording, SaysWhereItsBeginningIsDamaged) {
+    const File file;
+    const auto tap = Open(file);
+    std::string whole;
+    for (LivePart live{}; live.block == 0;) {
+        for (int i = 0; i < 100; ++i) {
+            Execute(*tap, 5);
+        }
+        whole = file.Read();
+        std::memcpy(&live, &whole[kLiveOffset], sizeof live);
+    }
+    ASSERT_EQ(Try(whole).second, "");
+    constexpr std::pair<size_t, const char*> kRows[] = {
+        {offsetof(BlockHeader, firstEvent), "its beginning is damaged"},
+        {sizeof(BlockHeader) + offsetof(EventHeader, number),
+         "it ends before the first event: what follows is damaged"}};
+    for (const auto& [place, damage] : kRows) {
+        std::string bytes = whole;
+        bytes[kPageBytes + place] ^= 1;
+        EXPECT_EQ(Try(bytes).second, damage);
+    }
+}
+
 TEST(Recording, NamesWhatIsNone) {
     const auto changed = [](auto change) {
         std::string bytes = Sample();

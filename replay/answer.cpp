@@ -25,6 +25,24 @@ std::vector<std::pair<uint64_t, ChiStream*>> StreamsOf(const Call& call, uint64_
     return streams;
 }
 
+/// Those of a request's inputs, each once.
+std::vector<uint64_t> InputStreamsOf(const Call& execution) {
+    std::vector<uint64_t> streams;
+    const Event& event = execution.call;
+    const auto* const request = event.At<ChiOfflineExecuteRequest>(event.Word(1));
+    const auto sets =
+        event.All<ChiOfflineBufferSet>(request == nullptr ? nullptr : request->pInputs);
+    for (const ChiOfflineBufferSet& set : sets) {
+        for (const ChiStreamBuffer& buffer : event.All<ChiStreamBuffer>(set.pBuffers)) {
+            const uint64_t stream = WordOf(buffer.pStream);
+            if (std::find(streams.begin(), streams.end(), stream) == streams.end()) {
+                streams.push_back(stream);
+            }
+        }
+    }
+    return streams;
+}
+
 /// Writes what the vendor wrote: words of streams that differ after the call.
 void WriteStreams(const Call& call, uint64_t config) {
     for (const auto& [recorded, own] : StreamsOf(call, config)) {
@@ -118,6 +136,24 @@ void Learn(const Call& call, std::span<const uint64_t> words, World& world) {
     } else if (call.Of() == Entry::ConfigureStreams) {
         for (const auto& [recorded, own] : StreamsOf(call, words[1])) {
             world.objects.LearnStream(recorded, own);
+        }
+    }
+}
+
+void ConfigureFor(const Call& execution, uint64_t config, World& world) {
+    const auto* const own = As<const ChiOfflineSessionConfigInfo*>(config);
+    std::vector<uint64_t> inputs = InputStreamsOf(execution);
+    for (uint32_t i = 0; own != nullptr && i < own->numStreams; ++i) {
+        ChiStream& stream = *own->ppChiStreams[i];
+        const auto recorded = std::find_if(inputs.begin(), inputs.end(), [&](uint64_t address) {
+            const auto* const copy = execution.call.At<contract::Stream>(address);
+            return copy != nullptr && copy->format == stream.format &&
+                   copy->width == stream.width && copy->height == stream.height;
+        });
+        if (recorded != inputs.end()) {
+            stream.cfaPattern = execution.call.At<contract::Stream>(*recorded)->cfaPattern;
+            world.objects.LearnStream(*recorded, &stream);
+            inputs.erase(recorded);
         }
     }
 }

@@ -7,6 +7,11 @@
 
 namespace replay {
 
+bool LacksBeginning(const std::vector<Event>& events) {
+    return std::none_of(events.begin(), events.end(),
+                        [](const Event& event) { return event.IsCall(Entry::LoadLib); });
+}
+
 struct Calls::Open {
     uint32_t lane;
     std::vector<Call*> stack;
@@ -85,6 +90,14 @@ void Calls::Link(Call& call) {
             call.execution = find(mExecutions, contract::WordOf(result->pPrivateData));
         }
     }
+}
+
+std::span<Call* const> Preparation(const Call& outside, const Call& opening) {
+    const auto first = std::find(outside.inner.begin(), outside.inner.end(), &opening);
+    const auto last = std::find_if(first + 1, outside.inner.end(), [](const Call* call) {
+        return IsOwnPart(call->Of()) || FindKept(call->Of(), &Kept::open) != nullptr;
+    });
+    return {first, last};
 }
 
 } // namespace replay

@@ -33,6 +33,9 @@ struct Call {
     std::vector<Event> pixels;
 };
 
+/// Whether the ring has overwritten the adapter's load, with which every recording begins.
+bool LacksBeginning(const std::vector<Event>& events);
+
 /// What one thread did.
 struct Lane {
     uint32_t thread; ///< As the kernel numbered it.
@@ -62,6 +65,33 @@ class Calls {
     std::map<uint64_t, const Call*> mOpenings;   ///< By the callbacks record.
     std::map<uint64_t, const Call*> mExecutions; ///< By the adapter's record of the request.
 };
+
+/// What the adapter opens once and then uses in many calls: each entry has the handle as its first
+/// argument, or gives it.
+struct Kept {
+    Entry open, use, close;
+};
+inline constexpr Kept kKept[] = {
+    {Entry::OpenSession, Entry::ExecuteRequest, Entry::CloseSession},
+    {Entry::BufferManagerCreate, Entry::GetImageBuffer, Entry::BufferManagerDestroy}};
+
+/// The row of an entry by its part in it, such as `&Kept::open`; null where it has none.
+inline const Kept* FindKept(Entry entry, Entry Kept::*part) {
+    for (const Kept& kept : kKept) {
+        if (kept.*part == entry) {
+            return &kept;
+        }
+    }
+    return nullptr;
+}
+
+/// What a call into the adapter has it do for itself; before that, it opens what it needs.
+inline bool IsOwnPart(Entry entry) {
+    return entry == Entry::MetadataCreate || FindKept(entry, &Kept::use) != nullptr;
+}
+
+/// The opening among the calls inside of `outside`, and those that get ready what it opened.
+std::span<Call* const> Preparation(const Call& outside, const Call& opening);
 
 /// Calls `act` with a call and with all that was called below it.
 template <class Act> void ForEach(const Call& call, Act act) {

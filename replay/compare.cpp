@@ -48,15 +48,16 @@ std::set<uint64_t> SharedSessions(const std::vector<Event>& events) {
 
 } // namespace
 
-/// Images of a recording that has only their hash are not known. The frame fields belong to a
-/// session: what one thread finds there is up to how far another one is.
-Comparable::Comparable(const std::vector<Event>& events, bool hasPixels) {
+/// Images are not known of a recording that has only their hash, or lacks their making. The frame
+/// fields belong to a session: what one thread finds there is up to how far another one is, and to
+/// what was before the beginning.
+Comparable::Comparable(const std::vector<Event>& events, bool hasPixels, bool isLate) {
     const auto shared = SharedSessions(events);
     for (const Event& event : events) {
         Drops drops;
         if (event.Of() == contract::Entry::ExecuteRequest) {
-            drops = hasPixels ? Drops{} : Drops{Record::PixelHash};
-            if (shared.contains(event.Word(0))) {
+            drops = hasPixels && !isLate ? Drops{} : Drops{Record::PixelHash};
+            if (isLate || shared.contains(event.Word(0))) {
                 drops.merge(Drops{Record::Signed, Record::Numbers});
             }
         }
@@ -89,8 +90,9 @@ void Comparable::CutTo(const Comparable& other) {
 
 Comparison::Comparison(const view::Told& recording, const view::Told& replay)
     : mEndsEarly(recording.story.IsOpen() || !recording.recording.Damage().empty()),
-      mOne(recording.Events(), recording.recording.About().wholePixels != 0),
-      mOther(replay.Events(), recording.recording.About().wholePixels != 0) {
+      mCommon(FindCommon(recording.Events(), replay.Events(), replay.recording.About().process)),
+      mOne(mCommon.recording, recording.recording.About().wholePixels != 0, mCommon.isLate),
+      mOther(mCommon.replay, recording.recording.About().wholePixels != 0, mCommon.isLate) {
     if (mEndsEarly) {
         mOther.CutTo(mOne);
     }
@@ -102,6 +104,10 @@ Comparison::Comparison(const view::Told& recording, const view::Told& replay)
 }
 
 void Comparison::Print() const {
+    if (mCommon.isLate) {
+        view::PrintFact("beginning", "it is lost; what needs it, or makes up for it, is not "
+                                     "compared");
+    }
     if (mEndsEarly) {
         view::PrintFact("end", "the recording ends within calls; nothing later is compared");
     }

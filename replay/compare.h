@@ -1,6 +1,7 @@
 /// What a replay is held against.
 #pragma once
 
+#include "replay/common.h"
 #include "view/diff.h"
 #include "view/told.h"
 
@@ -12,7 +13,9 @@ namespace replay {
 /// Events as far as a recording and its replay can be alike. Refers to those that it is made of.
 class Comparable {
   public:
-    Comparable(const std::vector<contract::Event>& events, bool hasPixels);
+    /// \param hasPixels the recording has whole images.
+    /// \param isLate it lacks its beginning.
+    Comparable(const std::vector<contract::Event>& events, bool hasPixels, bool isLate);
 
     const std::vector<contract::Event>& Events() const { return mEvents; }
     /// Keeps of each thread no more events than it has in the other, whose end is not one of what
@@ -35,11 +38,14 @@ class Comparison {
     bool EndsEarly() const { return mEndsEarly; }
     /// The first one; none where there is none.
     const std::optional<view::Difference>& Difference() const { return mDifference; }
+    /// The recording's events as far as they are compared: a difference refers to these.
+    const std::vector<contract::Event>& Events() const { return mOne.Events(); }
     /// Prints what came of it.
     void Print() const;
 
   private:
     const bool mEndsEarly;
+    const Common mCommon;
     Comparable mOne;
     Comparable mOther;
     std::optional<view::Serials> mSerialsOfOne;

@@ -57,8 +57,8 @@ class Input : public view::Told {
         }
         if (recording.CountLost() > 0) {
             (void)fprintf(stderr,
-                          "%s: the first %s are overwritten, so that the library does more than "
-                          "is recorded\n",
+                          "%s: the first %s are overwritten: what they made or opened is made up "
+                          "for\n",
                           name.c_str(), view::Count(recording.CountLost(), "event").c_str());
         }
     }

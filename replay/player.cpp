@@ -221,6 +221,16 @@ std::string FeatureOf(const Call& submission) {
     return std::string(submission.call.TextAt(submission.Word(1) + kPlace));
 }
 
+/// The adapter's first call of an entry inside of another call; null where there is none.
+const Call* FindInner(const Call* outer, Entry entry) {
+    for (const Call* inner : outer == nullptr ? std::vector<Call*>() : outer->inner) {
+        if (inner->Of() == entry) {
+            return inner;
+        }
+    }
+    return nullptr;
+}
+
 bool NeedsCamera(const Call& call) {
     const auto arguments = call.call.Text().arguments;
     return call.IsOutside() && call.call.Text().side == Side::Host && !arguments.empty() &&
@@ -232,7 +242,8 @@ bool NeedsCamera(const Call& call) {
 // --- All threads --------------------------------------------------------------------------------
 
 Player::Player(const std::vector<Event>& events, bool isPaced)
-    : mCalls(events), mWorld{{mCalls.All(), kCallbacks, kFramework}, {}, {}, {}},
+    : mIsLate(LacksBeginning(events)),
+      mCalls(events), mWorld{{mCalls.All(), kCallbacks, kFramework}, {}, {}, {}},
       mTurns(events, isPaced) {
     for (const Lane& lane : mCalls.Lanes()) {
         if (!lane.calls.empty()) {
@@ -289,9 +300,7 @@ void Player::SetUpDevice() {
 /// has been overwritten, or was left out.
 void Player::MakeTables(const kit::Adapter& adapter) {
     std::set<uint32_t> made;
-    bool isLoaded = false;
     for (const Call& call : mCalls.All()) {
-        isLoaded |= call.Of() == Entry::LoadLib;
         if (!NeedsCamera(call)) {
             continue;
         }
@@ -303,7 +312,7 @@ void Player::MakeTables(const kit::Adapter& adapter) {
     }
     mWorld.tables.try_emplace(0, adapter.Table(0));
     mWorld.load = adapter.LoadFunctions();
-    if (!isLoaded) {
+    if (mIsLate) {
         (void)mWorld.load.loadLib();
     }
     for (const uint32_t id : mUnmade) {
@@ -362,8 +371,13 @@ std::optional<uint64_t> Player::AnswerOther(Entry entry, std::span<const uint64_
     if (text.side == Side::Host) {
         return entry == Entry::RequestStreamBuffers ? 1 : 0;
     }
-    if (entry == Entry::OpenSession) {
-        return OpenOther(words, outer);
+    if (const Kept* const kept = FindKept(entry, &Kept::open)) {
+        return OpenOther(*kept, words, outer);
+    }
+    const Call* const execution = FindInner(outer, Entry::ExecuteRequest);
+    if (entry == Entry::ConfigureStreams && execution != nullptr) {
+        ConfigureFor(*execution, words[1], mWorld);
+        return 0;
     }
     if (text.result != nullptr && !text.result->isBorn) {
         for (const Call& call : mCalls.All()) {
@@ -379,16 +393,20 @@ std::optional<uint64_t> Player::AnswerOther(Entry entry, std::span<const uint64_
     return brings ? FailureOf(entry) : 0;
 }
 
-/// The handle of the session that executes the request in the recording.
-uint64_t Player::OpenOther(std::span<const uint64_t> words, const Call* outer) {
-    const auto* const info = standin::As<const ChiOfflineSessionCreateInfo*>(words[1]);
-    for (const Call* inner : outer == nullptr ? std::vector<Call*>() : outer->inner) {
-        if (inner->Of() == Entry::ExecuteRequest && info != nullptr) {
-            mWorld.vendor.OnOpenSession(nullptr, inner->Word(0), info->pCallbacks);
-            return inner->Word(0);
-        }
+/// The handle that the recorded call uses: it was opened before the ring's beginning.
+uint64_t Player::OpenOther(const Kept& kept, std::span<const uint64_t> words, const Call* outer) {
+    const Call* const user = FindInner(outer, kept.use);
+    if (user == nullptr) {
+        return 0;
     }
-    return 0;
+    const uint64_t handle = user->Word(0);
+    if (kept.open == Entry::OpenSession) {
+        const auto* const info = standin::As<const ChiOfflineSessionCreateInfo*>(words[1]);
+        mWorld.vendor.OnOpenSession(nullptr, handle, info == nullptr ? nullptr : info->pCallbacks);
+    } else if (words[2] != 0) {
+        mWorld.vendor.OnManager(handle, *standin::As<const ChiBufferManagerCreateData*>(words[2]));
+    }
+    return handle;
 }
 
 } // namespace replay

@@ -38,9 +38,10 @@ class Player final : public standin::Answerer {
     /// For a call that is not among those that the adapter made at this place.
     std::optional<uint64_t> AnswerOther(Entry entry, std::span<const uint64_t> words,
                                         const Call* outer);
-    uint64_t OpenOther(std::span<const uint64_t> words, const Call* outer);
+    uint64_t OpenOther(const Kept& kept, std::span<const uint64_t> words, const Call* outer);
     void Omit(const Call& call);
 
+    const bool mIsLate; ///< The recording's beginning is lost.
     const Calls mCalls;
     World mWorld;
     Turns mTurns;

@@ -11,18 +11,6 @@ using contract::Object;
 using contract::Side;
 using contract::WordOf;
 
-bool MakesOthersNeed(Entry entry) {
-    return entry == Entry::OpenSession || entry == Entry::BufferManagerCreate;
-}
-/// What a call into the adapter has it do for itself; before that, it opens what it needs.
-bool IsOwnPart(Entry entry) {
-    return entry == Entry::MetadataCreate || entry == Entry::ExecuteRequest ||
-           entry == Entry::GetImageBuffer;
-}
-bool EndsWhatOthersNeed(Entry entry) {
-    return entry == Entry::CloseSession || entry == Entry::BufferManagerDestroy;
-}
-
 /// Those that every recording needs: they are left out with their camera, or never.
 bool IsFrame(const Call& call) {
     return call.Of() == Entry::LoadLib || call.Of() == Entry::Create || call.Of() == Entry::Destroy;
@@ -32,6 +20,12 @@ bool IsFrame(const Call& call) {
 bool IsShared(Object object) {
     return object == Object::Metadata || object == Object::AndroidMetadata ||
            object == Object::Image;
+}
+
+/// What the call uses or ends.
+const Kept* KeptBy(const Call& call) {
+    const Kept* const used = FindKept(call.Of(), &Kept::use);
+    return used != nullptr ? used : FindKept(call.Of(), &Kept::close);
 }
 
 bool HasCamera(const Call& call) {
@@ -157,13 +151,12 @@ class Units::Finder {
             if (const auto* result = call.call.At<camera3_capture_result>(call.Word(2))) {
                 mMakers[WordOf(result->result)] = outside;
             }
-        } else if (MakesOthersNeed(call.Of()) && call.end.has_value()) {
-            mOpened[{call.Of(), call.end->Result()}] = &call;
-        } else if (IsOwnPart(call.Of()) || EndsWhatOthersNeed(call.Of())) {
-            const bool isSession =
-                call.Of() == Entry::ExecuteRequest || call.Of() == Entry::CloseSession;
-            const auto maker = mOpened.find(
-                {isSession ? Entry::OpenSession : Entry::BufferManagerCreate, call.Word(0)});
+        } else if (FindKept(call.Of(), &Kept::open) != nullptr) {
+            if (call.end.has_value()) {
+                mOpened[{call.Of(), call.end->Result()}] = &call;
+            }
+        } else if (const Kept* const kept = KeptBy(call)) {
+            const auto maker = mOpened.find({kept->open, call.Word(0)});
             if (maker != mOpened.end()) {
                 mUnits.mMakerOf[&call] = maker->second;
             }
@@ -298,7 +291,7 @@ class Units::Chooser {
     /// Whether the adapter still makes the call: it ends nothing that was never opened.
     bool IsMade(const Call& call) const {
         const auto maker = mUnits.mMakerOf.find(&call);
-        return !EndsWhatOthersNeed(call.Of()) || maker == mUnits.mMakerOf.end() ||
+        return FindKept(call.Of(), &Kept::close) == nullptr || maker == mUnits.mMakerOf.end() ||
                IsIn(*mUnits.mOutsideOf.at(maker->second)) || mHeirs.contains(maker->second);
     }
 
@@ -306,12 +299,9 @@ class Units::Chooser {
 
     /// Puts the opening of something before a call of another thread, with what belongs to it.
     void HandDown(const Call& maker, const Call& before) {
-        const auto& all = mUnits.mOutsideOf.at(&maker)->inner;
-        auto at = std::find(all.begin(), all.end(), &maker);
-        do {
-            ForEachEvent(**at, [&](const Event& event) { AddCopy(event, before.call); });
-            ++at;
-        } while (at != all.end() && !IsOwnPart((*at)->Of()) && !MakesOthersNeed((*at)->Of()));
+        for (const Call* call : Preparation(*mUnits.mOutsideOf.at(&maker), maker)) {
+            ForEachEvent(*call, [&](const Event& event) { AddCopy(event, before.call); });
+        }
     }
 
     template <class Act> static void ForEachEvent(const Call& call, const Act& act) {

@@ -57,8 +57,8 @@ VendorSide::Execution VendorSide::ExecutionOf(const Call& result) const {
 std::span<uint8_t> VendorSide::MemoryOf(uint64_t handle) {
     const std::lock_guard lock(mMutex);
     Image& image = mImages[handle];
-    if (image.memory == nullptr && image.bytes > 0) {
-        image.memory.reset(static_cast<uint8_t*>(calloc(image.bytes, 1)));
+    if (image.memory == nullptr) {
+        image.memory.reset(static_cast<uint8_t*>(calloc(image.bytes + 1, 1)));
     }
     return {image.memory.get(), image.memory == nullptr ? 0 : image.bytes};
 }

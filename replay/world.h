@@ -26,7 +26,7 @@ class VendorSide {
     };
     /// What the adapter handed over with the request of a result; nulls where it did not.
     Execution ExecutionOf(const Call& result) const;
-    /// Of this process, and black. None for an image of unknown or absurd size.
+    /// Of this process, and black. Empty, not null, for an image of unknown or absurd size.
     std::span<uint8_t> MemoryOf(uint64_t image);
 
   private:
@@ -56,6 +56,10 @@ bool Make(const Call& call, World& world);
 
 /// What the adapter hands over with a call that is in the recording.
 void Learn(const Call& call, std::span<const uint64_t> words, World& world);
+
+/// Writes what the vendor writes into the streams of a session's configuration, where that is lost:
+/// as a later request to the session has it.
+void ConfigureFor(const Call& execution, uint64_t config, World& world);
 
 /// Answers a call of the adapter's as the recording says, and fills its records. \returns no value
 /// where the stand-in has to do that: it makes the operation tables.

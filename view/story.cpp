@@ -247,8 +247,7 @@ class Teller {
     /// The same, by the vendor's handle: one that was opened before the ring's beginning is a
     /// session, too.
     void OnHandle(uint64_t handle) {
-        const bool isLate = mEvents.front().Number() > 1;
-        if (isLate && handle != 0 && !mSessions.contains(handle)) {
+        if (handle != 0 && !mSessions.contains(handle)) {
             Session& session = mStory.mSessions.emplace_back();
             session.serial = mStory.mSerials.Of(mIndex).front().serial; // The first argument.
             session.camera = Mine().camera;

@@ -1,11 +1,13 @@
 /// An adapter that is the built one but for one mistake, at the submission of one real-time frame.
-/// The environment says which: BROKEN_ADAPTER is "abort 150", "hang 150" or "refuse 150".
+/// The environment says which: BROKEN_ADAPTER is "abort 150", "hang 150", "refuse 150" or "once 150",
+/// which refuses in the first of all processes only: there is no file BROKEN_ADAPTER_MARK yet.
 #include "adapterlayer/oemlayer_host.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -29,7 +31,11 @@ uint32_t Submit(PlatFormIntCallbacks* table, void* request, void* privData, void
         while (strcmp(mistake, "hang") == 0) {
             pause();
         }
-        return 4;
+        const bool isOnce = strcmp(mistake, "once") == 0;
+        if (!isOnce ||
+            open(getenv("BROKEN_ADAPTER_MARK"), O_CREAT | O_EXCL | O_CLOEXEC, 0600) >= 0) {
+            return 4;
+        }
     }
     return g_real.SubmitRequestFromRT(table, request, privData, outputBuffer, appCallbacks);
 }

@@ -335,7 +335,8 @@ TEST(Timeline, ThatCannotBeWrittenIsNamed) {
 TEST(Run, NamesARecordingThatCannotBeMade) {
     const Folder folder;
     const Scenario scenario = Scenario::Read(folder.Write("a.json", "{}"));
-    for (const std::string& file : {folder / "", std::string("/dev/full"), folder / "no/such"}) {
+    for (const std::string& file :
+         {folder / "", std::string("/dev/full"), folder / "no/such", folder / "#1"}) {
         const std::string problem =
             Thrown([&] { const host::Run run(scenario, kit::AdapterFile(false), {.file = file}); });
         EXPECT_TRUE(problem.starts_with(file + ": no recording can be made here: ")) << problem;

@@ -138,6 +138,22 @@ TEST(Recording, SaysWhyItCannotBeMade) {
     }
 }
 
+TEST(Recording, HasANameThatALayersSettingsCanHold) {
+    constexpr char kNone[] = ": no recording can be made here: the path has ";
+    constexpr char kBreaks[] = "a '#' or a line's end in it";
+    const std::string longest = "/" + std::string(999, 'a');
+    const std::pair<std::string, std::string> kProblems[] = {
+        {"/a b.rec", ""},
+        {longest, ""},
+        {longest + "b",
+         longest.substr(0, 40) + "..." + kNone + "1001 characters, and may have 1000"},
+        {"/a#b/c.rec", std::string("/a#b/c.rec") + kNone + kBreaks},
+        {"/a\nb.rec", std::string("/a") + kNone + kBreaks}};
+    for (const auto& [name, problem] : kProblems) {
+        EXPECT_EQ(ProblemOfName(name), problem);
+    }
+}
+
 // --- Damage -------------------------------------------------------------------------------------
 
 /// The bytes of a recording with three calls, without the room behind them.

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/host_camera.h"
-#include "host/recording_file.h"
 #include "kit/layers.h"
+#include "kit/recording_file.h"
 #include "view/report.h"
 #include "view/told.h"
 
@@ -81,8 +81,8 @@ class Run {
     void Compare(Outcome& outcome) const;
 
     const Scenario& mScenario;
-    const RecordingFile mFile;
-    std::optional<kit::Layers> mLayers;
+    const kit::RecordingFile mFile;
+    const kit::Layers mLayers;
     kit::Adapter mLibrary;
     std::vector<Scene> mScenes; ///< One for each camera.
     std::vector<std::unique_ptr<Camera>> mCameras;

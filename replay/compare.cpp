@@ -2,7 +2,6 @@
 #include "replay/compare.h"
 
 #include "view/report.h"
-#include "view/text.h"
 
 #include <map>
 #include <set>
@@ -111,12 +110,7 @@ void Comparison::Print() const {
     if (mEndsEarly) {
         view::PrintFact("end", "the recording ends within calls; nothing later is compared");
     }
-    if (mDifference.has_value()) {
-        PrintDifference(*mDifference, *mStoryOfOne, *mStoryOfOther, std::nullopt);
-    } else {
-        view::PrintFact("alike", view::Count(mOne.Events().size(), "event") + " of " +
-                                     view::Count(mStoryOfOne->Threads().size(), "thread"));
-    }
+    PrintDifference(mDifference, *mStoryOfOne, *mStoryOfOther, std::nullopt);
 }
 
 } // namespace replay

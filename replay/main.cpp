@@ -1,11 +1,11 @@
 /// Plays recordings again on the stand-in device, and shrinks them.
 #include "kit/library.h"
+#include "kit/recording_file.h"
 #include "replay/compare.h"
 #include "replay/shrink.h"
+#include "view/command.h"
 #include "view/report.h"
 #include "view/text.h"
-
-#include <CLI/CLI.hpp>
 
 #include <android/log.h>
 #include <cerrno>
@@ -15,9 +15,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using InputError = contract::RecordingError;
+using view::kFound;
+using view::kGood;
 using view::PrintFact;
-
-enum ExitStatus { kGood = 0, kFound = 1, kWrongInput = 2 };
 
 struct Options {
     std::string file;
@@ -28,10 +29,6 @@ struct Options {
     std::string rule;
     std::optional<uint32_t> status;
     bool isCrash = false;
-};
-
-struct InputError : std::runtime_error {
-    using runtime_error::runtime_error;
 };
 
 // --- Input --------------------------------------------------------------------------------------
@@ -52,9 +49,7 @@ class Input : public view::Told {
             throw InputError(name + ": the " + (hasHost ? "vendor" : "host") +
                              "'s side is not recorded, and a replay needs both");
         }
-        if (!recording.Damage().empty()) {
-            (void)fprintf(stderr, "%s: damaged: %s\n", name.c_str(), recording.Damage().c_str());
-        }
+        WarnOfDamage(*this);
         if (recording.CountLost() > 0) {
             (void)fprintf(stderr,
                           "%s: the first %s are overwritten: what they made or opened is made up "
@@ -64,52 +59,38 @@ class Input : public view::Told {
     }
 };
 
-/// \throws InputError where the file cannot be written, or is the recording itself.
-void CheckOutput(const std::string& file, const std::string& input) {
+/// \throws InputError where a file to be written is the recording itself.
+void CheckIsAnother(const std::string& file, const std::string& input) {
     std::error_code ignored;
     if (fs::equivalent(file, input, ignored)) {
         throw InputError(file + ": this is the recording itself");
     }
-    const bool wasThere = fs::exists(file, ignored);
-    const std::string problem = contract::ProblemOfFile(file);
-    if (!problem.empty()) {
-        throw InputError(problem);
-    }
-    if (!wasThere) {
-        (void)fs::remove(file, ignored); // Nothing may come of it.
-    }
 }
 
-/// A file that is gone with this.
-class TemporaryFile {
-  public:
-    TemporaryFile() : mName(fs::temp_directory_path() / "oemlayer-replay.XXXXXX") {
-        const int file = mkstemp(mName.data());
-        if (file < 0) {
-            throw InputError(mName + ": " + strerror(errno));
-        }
-        close(file);
+/// \throws InputError where the file cannot be written. Nothing may come of it.
+void CheckOutput(const std::string& file) {
+    std::error_code ignored;
+    const bool wasThere = fs::exists(file, ignored);
+    FILE* const probe = fopen(file.c_str(), "ab");
+    if (probe == nullptr) {
+        throw InputError(file + ": " + strerror(errno));
     }
-    ~TemporaryFile() { (void)unlink(mName.c_str()); }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    const std::string& Name() const { return mName; }
-
-  private:
-    std::string mName;
-};
+    (void)fclose(probe);
+    if (!wasThere) {
+        (void)fs::remove(file, ignored);
+    }
+}
 
 // --- Replay -------------------------------------------------------------------------------------
 
 int Replay(const Options& options) {
-    const Input input(options.file.empty() ? view::NewestRecording() : options.file);
-    const TemporaryFile temporary;
-    const std::string record = options.record.empty() ? temporary.Name() : options.record;
-    CheckOutput(record, input.file);
+    const Input input(options.file);
+    CheckIsAnother(options.record, input.file);
+    const kit::RecordingFile record(options.record);
     const replay::Ending ending = replay::PlayInProcess(
-        input.Events(), {.library = options.library, .record = record, .isPaced = !options.isFast});
-    const view::Told played(record);
+        input.Events(),
+        {.library = options.library, .record = record.Path(), .isPaced = !options.isFast});
+    const view::Told played(record.Path());
     PrintRequests(RowsOf(played.story), played.Start());
     for (const std::string& omitted : ending.omitted) {
         PrintFact("left out", omitted);
@@ -171,7 +152,8 @@ int Shrink(const Options& options) {
     const std::string file = options.output.empty()
                                  ? fs::path(options.file).replace_extension(".shrunk.rec").string()
                                  : options.output;
-    CheckOutput(file, options.file);
+    CheckIsAnother(file, options.file);
+    CheckOutput(file);
     const bool isTerminal = isatty(STDERR_FILENO) != 0;
     const auto progress = [&](const replay::Shrunk& shrunk) {
         if (isTerminal) {
@@ -193,49 +175,33 @@ int Shrink(const Options& options) {
     if (!shrunk->isConfirmed) {
         PrintFact("unsteady", "the last replay of what is left did not show it");
     }
-    return kGood;
-}
-
-CLI::App* Declare(CLI::App& app, const char* name, const char* what, Options& options) {
-    CLI::App* const command = app.add_subcommand(name, what);
-    command->add_option("file", options.file, "A recording of both sides");
-    command->add_option("--library", options.library, "The adapter library to load")
-        ->check(CLI::ExistingFile);
-    return command;
+    return shrunk->isConfirmed ? kGood : kFound;
 }
 
 } // namespace
 
-int main(int argc, char** argv) try {
+int main(int argc, char** argv) {
     __android_log_set_minimum_priority(ANDROID_LOG_WARN);
     Options options;
-    CLI::App app{"Plays recordings again on the stand-in device.", "./dev"};
-    app.require_subcommand(1);
-    CLI::App* const replay =
-        Declare(app, "replay", "Make the recorded calls, answer as recorded, say what is otherwise",
-                options);
-    replay->get_option("file")->description("A recording of both sides [the newest out/*.rec]");
-    replay->add_option("--record", options.record, "Keep the replay's own recording");
-    replay->add_flag("--fast", options.isFast, "Without the recording's pauses");
-    CLI::App* const shrink = Declare(
-        app, "shrink", "The fewest calls of a recording that still show something", options);
-    shrink->get_option("file")->required();
-    shrink->add_option("--rule", options.rule, "A rule of the contract that is broken, as V12");
-    shrink->add_option("--status", options.status,
-                       "A status that a submission returns or a request completes with");
-    shrink->add_flag("--crash", options.isCrash, "The process dies");
-    shrink->add_option("-o,--output", options.output, "The recording to write [NAME.shrunk.rec]");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kGood : kWrongInput;
+    view::Commands commands("Plays recordings again on the stand-in device.");
+    CLI::App& replay =
+        commands.Add("replay", "Make the recorded calls, answer as recorded, say what is otherwise",
+                     options.file, [&] { return Replay(options); });
+    replay.get_option("file")->description("A recording of both sides [the newest out/*.rec]");
+    replay.add_option("--record", options.record, "Keep the replay's own recording");
+    replay.add_flag("--fast", options.isFast, "Without the recording's pauses");
+    CLI::App& shrink =
+        commands.Add("shrink", "The fewest calls of a recording that still show something",
+                     options.file, [&] { return Shrink(options); });
+    shrink.get_option("file")->required()->description("A recording of both sides");
+    shrink.add_option("--rule", options.rule, "A rule of the contract that is broken, as V12");
+    shrink.add_option("--status", options.status,
+                      "A status that a submission returns or a request completes with");
+    shrink.add_flag("--crash", options.isCrash, "The process dies");
+    shrink.add_option("-o,--output", options.output, "The recording to write [NAME.shrunk.rec]");
+    for (CLI::App* const command : {&replay, &shrink}) {
+        command->add_option("--library", options.library, "The adapter library to load")
+            ->check(CLI::ExistingFile);
     }
-    const int status = *replay ? Replay(options) : Shrink(options);
-    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-        throw std::runtime_error(std::string("standard output: ") + strerror(errno));
-    }
-    return status;
-} catch (const std::exception& error) {
-    (void)fprintf(stderr, "%s\n", error.what());
-    return kWrongInput;
+    return commands.Run(argc, argv);
 }

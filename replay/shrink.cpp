@@ -1,11 +1,11 @@
 /// Delta debugging over the units of a recording.
 #include "replay/shrink.h"
 
-#include "contract/engine.h"
+#include "kit/unnamed_file.h"
+#include "view/check.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <unistd.h>
+#include <sstream>
 
 namespace replay {
 namespace {
@@ -14,13 +14,9 @@ using contract::Event;
 using contract::Recording;
 
 bool Breaks(const std::vector<Event>& events, contract::Rule rule) {
-    bool isBroken = false;
-    contract::Engine engine(
-        [&](const contract::Violation& violation) { isBroken |= violation.rule == rule; });
-    for (const Event& event : events) {
-        engine.Take(event);
-    }
-    return isBroken;
+    const auto violations = view::FindViolations(events);
+    return std::any_of(violations.begin(), violations.end(),
+                       [&](const auto& violation) { return violation.rule == rule; });
 }
 
 bool HasStatus(const std::vector<Event>& events, uint32_t status) {
@@ -31,27 +27,6 @@ bool HasStatus(const std::vector<Event>& events, uint32_t status) {
                 static_cast<uint32_t>(event.Word(2)) == status);
     });
 }
-
-/// Files of this process, which are gone after it.
-class TrialFiles {
-  public:
-    TrialFiles()
-        : mFolder(std::filesystem::temp_directory_path() /
-                  ("oemlayer.shrink." + std::to_string(getpid()))) {
-        std::filesystem::create_directories(mFolder);
-    }
-    ~TrialFiles() {
-        std::error_code ignored;
-        std::filesystem::remove_all(mFolder, ignored);
-    }
-    TrialFiles(const TrialFiles&) = delete;
-    TrialFiles& operator=(const TrialFiles&) = delete;
-
-    std::string Of(const char* name) const { return mFolder / name; }
-
-  private:
-    std::filesystem::path mFolder;
-};
 
 class Shrinker {
   public:
@@ -83,7 +58,7 @@ class Shrinker {
     /// out.
     void WriteLeft(const std::string& file, const std::vector<Event>& part) {
         if (mShrunk.isConfirmed) {
-            const Recording replay = Recording::Read(mFiles.Of("replay.rec"));
+            const Recording replay = Recording::Read(mOwn.Path());
             if (IsShown(replay.About(), replay.Events())) {
                 contract::WriteRecording(file, replay.About(), replay.Events());
                 mShrunk.events = replay.Events().size();
@@ -116,16 +91,14 @@ class Shrinker {
     }
 
     bool IsShown(const contract::FileHeader& about, const std::vector<Event>& part) {
-        const std::string file = mFiles.Of("part.rec");
-        const std::string own = mFiles.Of("replay.rec");
-        contract::WriteRecording(file, about, part);
-        const Ending ending =
-            PlayInProcess(Recording::Read(file).Events(),
-                          {.library = mLibrary, .record = own, .isPaced = false, .isQuiet = true});
+        std::istringstream numbered(contract::Serialize(about, part));
+        const Ending ending = PlayInProcess(
+            Recording::Read("a part", numbered).Events(),
+            {.library = mLibrary, .record = mOwn.Path(), .isPaced = false, .isQuiet = true});
         if (mWanted.isCrash) {
             return ending.IsDead();
         }
-        const Recording replay = Recording::Read(own);
+        const Recording replay = Recording::Read(mOwn.Path());
         return mWanted.rule.has_value() ? Breaks(replay.Events(), *mWanted.rule)
                                         : HasStatus(replay.Events(), *mWanted.status);
     }
@@ -172,7 +145,7 @@ class Shrinker {
     const Wanted& mWanted;
     const std::string mLibrary;
     const std::function<void(const Shrunk&)>& mProgress;
-    const TrialFiles mFiles;
+    const kit::UnnamedFile mOwn; ///< The last replay's own recording.
     const Calls mCalls;
     const Units mUnits;
     std::set<uint32_t> mCameras; ///< That are left, and the units.

@@ -233,22 +233,18 @@ class Units::Chooser {
 
     /// Who opens what calls that are left out had the adapter open.
     void FindHeirs() {
-        for (const auto& [user, maker] : InOrder()) {
-            const Call* const outside = mUnits.mOutsideOf.at(user);
-            if (IsIn(*outside) && !IsIn(*mUnits.mOutsideOf.at(maker)) && IsOwnPart(user->Of()) &&
+        for (const Call& user : mUnits.mCalls.All()) {
+            const auto found = mUnits.mMakerOf.find(&user);
+            if (found == mUnits.mMakerOf.end() || !IsOwnPart(user.Of())) {
+                continue;
+            }
+            const Call* const maker = found->second;
+            const Call* const outside = mUnits.mOutsideOf.at(&user);
+            if (IsIn(*outside) && !IsIn(*mUnits.mOutsideOf.at(maker)) &&
                 mHeirs.try_emplace(maker, outside).second) {
                 mInherits[outside].push_back(maker);
             }
         }
-    }
-
-    std::vector<std::pair<const Call*, const Call*>> InOrder() const {
-        std::vector<std::pair<const Call*, const Call*>> all(mUnits.mMakerOf.begin(),
-                                                             mUnits.mMakerOf.end());
-        std::sort(all.begin(), all.end(), [](const auto& a, const auto& b) {
-            return a.first->Number() < b.first->Number();
-        });
-        return all;
     }
 
     /// A call, and what is in of those below it, also where it is not in itself.

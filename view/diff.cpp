@@ -276,19 +276,24 @@ std::optional<Difference> FindDifference(const Story& one, const Story& other) {
     return Comparer(one, other).Find();
 }
 
-void PrintDifference(const Difference& difference, const Story& one, const Story& other,
-                     std::optional<std::pair<Moment, Moment>> starts) {
+void PrintDifference(const std::optional<Difference>& difference, const Story& one,
+                     const Story& other, std::optional<std::pair<Moment, Moment>> starts) {
+    if (!difference.has_value()) {
+        PrintFact("alike", Count(one.Events().size(), "event") + " of " +
+                               Count(one.Threads().size(), "thread"));
+        return;
+    }
     const std::optional<Moment> ofOne = starts ? std::optional(starts->first) : std::nullopt;
     const std::optional<Moment> ofOther = starts ? std::optional(starts->second) : std::nullopt;
-    PrintFact("differ", "on the thread " + difference.name);
-    for (const size_t index : difference.before) {
+    PrintFact("differ", "on the thread " + difference->name);
+    for (const size_t index : difference->before) {
         PrintFact("  before", Line(one, index, ofOne));
     }
-    PrintLine("  first", one, difference.one, ofOne);
-    PrintLine("  second", other, difference.other, ofOther);
-    if (!difference.path.empty()) {
-        PrintFact("  field", difference.path + ": " + Painted(Colour::Bad, difference.inOne) +
-                                 " in the first, " + Painted(Colour::Bad, difference.inOther) +
+    PrintLine("  first", one, difference->one, ofOne);
+    PrintLine("  second", other, difference->other, ofOther);
+    if (!difference->path.empty()) {
+        PrintFact("  field", difference->path + ": " + Painted(Colour::Bad, difference->inOne) +
+                                 " in the first, " + Painted(Colour::Bad, difference->inOther) +
                                  " in the second");
     }
 }

@@ -22,9 +22,9 @@ struct Difference {
 /// \returns the first difference by the order of `one`; none where there is none.
 std::optional<Difference> FindDifference(const Story& one, const Story& other);
 
-/// Prints it: the events, the field with both values, what comes before.
+/// Prints it: the events, the field with both values, what comes before; or that there is none.
 /// \param starts of each recording; none for no times.
-void PrintDifference(const Difference& difference, const Story& one, const Story& other,
-                     std::optional<std::pair<Moment, Moment>> starts);
+void PrintDifference(const std::optional<Difference>& difference, const Story& one,
+                     const Story& other, std::optional<std::pair<Moment, Moment>> starts);
 
 } // namespace view

@@ -4,30 +4,7 @@
 #include "contract/recording.h"
 #include "view/story.h"
 
-#include <filesystem>
-
 namespace view {
-
-/// What a command takes that got no file: the newest recording in the folder for output.
-/// \throws contract::RecordingError where there is none.
-inline std::string NewestRecording() {
-    namespace fs = std::filesystem;
-    std::error_code ignored;
-    fs::path newest;
-    fs::file_time_type time;
-    for (const auto& entry : fs::directory_iterator("out", ignored)) {
-        const auto its = entry.last_write_time(ignored);
-        if (entry.path().extension() == ".rec" && (newest.empty() || its > time)) {
-            newest = entry.path();
-            time = its;
-        }
-    }
-    if (newest.empty()) {
-        throw contract::RecordingError("out: there is no recording here: './dev demo --record' "
-                                       "makes one, or name a file");
-    }
-    return newest;
-}
 
 /// Stays where it is made, as its parts look at each other.
 class Told {

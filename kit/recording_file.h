@@ -1,0 +1,49 @@
+/// Where a run is recorded.
+#pragma once
+
+#include "contract/recording.h"
+#include "kit/unnamed_file.h"
+
+#include <filesystem>
+#include <optional>
+
+namespace kit {
+
+/// A file that is there, empty, before anything is recorded: a named one, or one that is gone with
+/// the process.
+class RecordingFile {
+  public:
+    /// \param name empty for one that nobody sees.
+    /// \throws contract::RecordingError that names the file, where it cannot be made.
+    explicit RecordingFile(const std::string& name) {
+        if (name.empty()) {
+            mPath = mUnnamed.emplace().Path();
+            return;
+        }
+        const std::string problem = contract::ProblemOfFile(name);
+        if (!problem.empty()) {
+            throw contract::RecordingError(problem);
+        }
+        mPath = std::filesystem::absolute(name);
+        const int file = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+        struct stat status {};
+        const bool isFile = file >= 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+        const bool isEmpty = isFile && ftruncate(file, 0) == 0;
+        const std::string reason =
+            file >= 0 && !isFile ? std::string("this is no file") : std::string(strerror(errno));
+        if (file >= 0) {
+            close(file);
+        }
+        if (!isEmpty) {
+            throw contract::RecordingError(name + ": no recording can be made here: " + reason);
+        }
+    }
+
+    const std::string& Path() const { return mPath; }
+
+  private:
+    std::optional<UnnamedFile> mUnnamed;
+    std::string mPath;
+};
+
+} // namespace kit

@@ -1,0 +1,73 @@
+/// Parses arguments, and turns errors into lines.
+#include "view/command.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+namespace view {
+namespace {
+
+/// \throws contract::RecordingError where there is none.
+std::string NewestRecording() {
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    fs::path newest;
+    fs::file_time_type time;
+    for (const auto& entry : fs::directory_iterator("out", ignored)) {
+        const auto its = entry.last_write_time(ignored);
+        if (entry.path().extension() == ".rec" && (newest.empty() || its > time)) {
+            newest = entry.path();
+            time = its;
+        }
+    }
+    if (newest.empty()) {
+        throw contract::RecordingError("out: there is no recording here: './dev demo --record' "
+                                       "makes one, or name a file");
+    }
+    return newest;
+}
+
+} // namespace
+
+Commands::Commands(const char* what) : mApp(what, "./dev") { mApp.require_subcommand(1); }
+
+CLI::App& Commands::Add(const char* name, const char* what, std::string& file,
+                        std::function<int()> act) {
+    CLI::App* const command = mApp.add_subcommand(name, what);
+    command->add_option("file", file, "A recording [the newest out/*.rec]");
+    mCommands.push_back({command, &file, std::move(act)});
+    return *command;
+}
+
+int Commands::Run(int argc, char** argv) try {
+    try {
+        mApp.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return mApp.exit(error) == 0 ? kGood : kWrongInput;
+    }
+    int status = kGood;
+    for (const Command& command : mCommands) {
+        if (command.app->parsed()) {
+            *command.file = command.file->empty() ? NewestRecording() : *command.file;
+            status = command.act();
+        }
+    }
+    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+        throw std::runtime_error(std::string("standard output: ") + strerror(errno));
+    }
+    return status;
+} catch (const std::exception& error) {
+    (void)fprintf(stderr, "%s\n", error.what());
+    return kWrongInput;
+}
+
+void WarnOfDamage(const Told& told) {
+    if (!told.recording.Damage().empty()) {
+        (void)fprintf(stderr, "%s: damaged: %s\n", told.file.c_str(),
+                      told.recording.Damage().c_str());
+    }
+}
+
+} // namespace view

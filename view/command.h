@@ -1,0 +1,43 @@
+/// What programs over recordings share: their commands, errors, and a status that a script can use.
+#pragma once
+
+#include "view/told.h"
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace view {
+
+enum ExitStatus { kGood = 0, kFound = 1, kWrongInput = 2 };
+
+/// The commands of a program, one of which is named first. For its main thread.
+class Commands {
+  public:
+    explicit Commands(const char* what);
+
+    /// \param file where the name of the recording goes: that of the newest one in the folder for
+    /// output, if nobody names one. Must outlive this.
+    /// \param act does it, and returns an ExitStatus.
+    /// \returns the command, which this owns, for further options.
+    CLI::App& Add(const char* name, const char* what, std::string& file, std::function<int()> act);
+
+    /// Does what the arguments say. What is wrong, or is thrown, is a line on standard error.
+    /// \returns the status of the process.
+    int Run(int argc, char** argv);
+
+  private:
+    struct Command {
+        const CLI::App* app;
+        std::string* file;
+        std::function<int()> act;
+    };
+
+    CLI::App mApp;
+    std::vector<Command> mCommands;
+};
+
+/// A line on standard error where the recording is damaged, for who prints nothing else of it.
+void WarnOfDamage(const Told& told);
+
+} // namespace view

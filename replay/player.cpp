@@ -137,6 +137,11 @@ class Track {
         if (best == inner.size()) {
             return nullptr;
         }
+        for (size_t i = 0; i < best; ++i) {
+            if (!frame.isMade[i] && inner[i]->Of() == entry) {
+                mPlayer.mTurns.Skip(*inner[i]); // This thread comes to it later: none waits for it.
+            }
+        }
         frame.isMade[best] = true;
         return inner[best];
     }

@@ -177,18 +177,22 @@ TEST(Replay, SaysWhereTheLibraryDoesSomethingElse) {
 
 /// Two sessions of one stream and a buffer manager, all opened long before the ring's beginning.
 void RunIntoSmallRing(const std::string& file) {
-    const kit::Layers layers(kit::AdapterFile(false), {.record = file, .mebibytes = 2});
+    const kit::Layers layers(kit::AdapterFile(false),
+                             {.record = file, .mebibytes = 2, .wholePixels = true});
     Device device(layers.AdapterFile());
     Camera camera(device);
     device->SetDelivery(Delivery::OnCallerThread);
     camera3_stream raw = MakeStream(HAL_PIXEL_FORMAT_RAW10);
+    raw.width = 400; // Pixels fill the ring.
+    raw.height = 300;
     camera3_stream output = MakeStream(HAL_PIXEL_FORMAT_YCBCR_420_888);
-    for (int i = 0; i < 400; ++i) {
+    for (int i = 0; i < 40; ++i) {
         Request request;
         request.privData.inputStreams = {&raw};
         request.wrapper.identity = {&output, 0, i % 2 == 0 ? "Night" : "Hdr"};
         request.output.stream = &output;
         request.UseVendorBuffers(camera);
+        (void)camera->GetCPUAddress(camera.Table(), request.wrapper.pRDIBufferHandles[0]);
         ASSERT_EQ(request.Submit(camera), 0U);
         request.GiveBack(camera);
     }
@@ -312,11 +316,6 @@ TEST(Shrink, AndReplayStandALibraryThatDiesOrHangs) {
     break_("hang");
     const Replayed hanging(file, BROKEN_ADAPTER_FILE, std::chrono::seconds(1));
     EXPECT_NE(hanging.ending.stuck.find("is in SubmitRequestFromRT"), std::string::npos);
-
-    // What fails at times only is seen in the first replay, and not in the last.
-    setenv("BROKEN_ADAPTER_MARK", (folder / "mark").c_str(), 1);
-    break_("once");
-    EXPECT_FALSE(ExpectShrunk(file, {.status = 4}, BROKEN_ADAPTER_FILE).isConfirmed);
 
     break_("abort");
     EXPECT_EQ(Replayed(file, BROKEN_ADAPTER_FILE).ending.signal, SIGABRT);

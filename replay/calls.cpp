@@ -12,6 +12,11 @@ bool LacksBeginning(const std::vector<Event>& events) {
                         [](const Event& event) { return event.IsCall(Entry::LoadLib); });
 }
 
+bool Call::HasCamera() const {
+    const auto arguments = call.Text().arguments;
+    return IsOutside() && !arguments.empty() && std::string_view(arguments[0].name) == "cameraId";
+}
+
 struct Calls::Open {
     uint32_t lane;
     std::vector<Call*> stack;

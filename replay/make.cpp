@@ -289,15 +289,6 @@ bool MakeWithoutTable(const Call& call, World& world) {
         world.load.logMap(As<int>(call.Word(0)), call.Word(1) == 0 ? nullptr : text,
                           call.Word(2) == 0 ? nullptr : text);
         return true;
-    case Entry::GetNCSCallback:
-        (void)any.GetNCSCallback(&any);
-        return true;
-    case Entry::GetHWCallback:
-        (void)any.GetHWCallback(&any);
-        return true;
-    case Entry::GetPerfCallback:
-        (void)any.GetPerfCallback(&any);
-        return true;
     case Entry::CreateSensorInitSettings:
         (void)any.CreateSensorInitSettings(&any, settings, As<int>(call.Word(1)));
         return true;
@@ -325,6 +316,9 @@ void MakeOfTable(const Call& call, PlatFormIntCallbacks* table) {
         make(table->member);                                                                       \
         break;
         PLAIN(ProcRequest, ProcRequest)
+        PLAIN(GetNCSCallback, GetNCSCallback)
+        PLAIN(GetHWCallback, GetHWCallback)
+        PLAIN(GetPerfCallback, GetPerfCallback)
         PLAIN(Destroy, Destroy)
         PLAIN(Flush, Flush)
         PLAIN(TearDownResource, TearDownResource)

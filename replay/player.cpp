@@ -236,12 +236,6 @@ const Call* FindInner(const Call* outer, Entry entry) {
     return nullptr;
 }
 
-bool NeedsCamera(const Call& call) {
-    const auto arguments = call.call.Text().arguments;
-    return call.IsOutside() && call.call.Text().side == Side::Host && !arguments.empty() &&
-           std::string_view(arguments[0].name) == "cameraId";
-}
-
 } // namespace
 
 // --- All threads --------------------------------------------------------------------------------
@@ -306,7 +300,7 @@ void Player::SetUpDevice() {
 void Player::MakeTables(const kit::Adapter& adapter) {
     std::set<uint32_t> made;
     for (const Call& call : mCalls.All()) {
-        if (!NeedsCamera(call)) {
+        if (!call.HasCamera()) {
             continue;
         }
         const auto id = static_cast<uint32_t>(call.Word(0));

@@ -28,12 +28,6 @@ const Kept* KeptBy(const Call& call) {
     return used != nullptr ? used : FindKept(call.Of(), &Kept::close);
 }
 
-bool HasCamera(const Call& call) {
-    const auto arguments = call.call.Text().arguments;
-    return call.IsOutside() && !arguments.empty() &&
-           std::string_view(arguments[0].name) == "cameraId";
-}
-
 } // namespace
 
 // --- What belongs together ----------------------------------------------------------------------
@@ -93,7 +87,7 @@ class Units::Finder {
             TakeAdapters(call);
             return;
         }
-        if (HasCamera(call)) {
+        if (call.HasCamera()) {
             mUnits.mCameraOf[&call] = static_cast<uint32_t>(call.Word(0));
         }
         if (call.execution != nullptr || call.opening != nullptr) {

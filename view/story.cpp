@@ -39,8 +39,6 @@ class Teller {
     }
 
   private:
-    static constexpr size_t kNone = SIZE_MAX;
-
     void Take() {
         mEvent = mEvents[mIndex];
         mThread = mStory.mSerials.ThreadOf(mIndex);

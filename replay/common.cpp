@@ -27,6 +27,7 @@ class Chosen {
             Put(lane.calls, events);
         }
         std::vector<Event> all;
+        all.reserve(events.size());
         for (const auto& [number, event] : events) {
             all.push_back(event);
         }

@@ -180,7 +180,7 @@ int Shrink(const Options& options) {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     __android_log_set_minimum_priority(ANDROID_LOG_WARN);
     Options options;
     view::Commands commands("Plays recordings again on the stand-in device.");
@@ -204,4 +204,6 @@ int main(int argc, char** argv) {
             ->check(CLI::ExistingFile);
     }
     return commands.Run(argc, argv);
+} catch (const std::exception& error) {
+    return view::Report(error);
 }

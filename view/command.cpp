@@ -41,7 +41,7 @@ CLI::App& Commands::Add(const char* name, const char* what, std::string& file,
     return *command;
 }
 
-int Commands::Run(int argc, char** argv) try {
+int Commands::Run(int argc, char** argv) {
     try {
         mApp.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -58,7 +58,9 @@ int Commands::Run(int argc, char** argv) try {
         throw std::runtime_error(std::string("standard output: ") + strerror(errno));
     }
     return status;
-} catch (const std::exception& error) {
+}
+
+ExitStatus Report(const std::exception& error) {
     (void)fprintf(stderr, "%s\n", error.what());
     return kWrongInput;
 }

@@ -22,8 +22,9 @@ class Commands {
     /// \returns the command, which this owns, for further options.
     CLI::App& Add(const char* name, const char* what, std::string& file, std::function<int()> act);
 
-    /// Does what the arguments say. What is wrong, or is thrown, is a line on standard error.
+    /// Does what the arguments say, or says what is wrong with them.
     /// \returns the status of the process.
+    /// \throws std::runtime_error where standard output cannot be written, and what the act throws.
     int Run(int argc, char** argv);
 
   private:
@@ -36,6 +37,9 @@ class Commands {
     CLI::App mApp;
     std::vector<Command> mCommands;
 };
+
+/// What ended the program, in a line on standard error. \returns the status of the process.
+ExitStatus Report(const std::exception& error);
 
 /// A line on standard error where the recording is damaged, for who prints nothing else of it.
 void WarnOfDamage(const Told& told);

@@ -71,7 +71,7 @@ int Diff(const Options& options) {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     Options options;
     Commands commands("Views of recordings.");
     CLI::App& show = commands.Add("show",
@@ -88,4 +88,6 @@ int main(int argc, char** argv) {
     diff.add_option("other", options.other, "Another recording")->required();
     diff.add_flag("--times", options.hasTimes, "Print when it happened, too");
     return commands.Run(argc, argv);
+} catch (const std::exception& error) {
+    return Report(error);
 }

@@ -43,7 +43,7 @@ void Writer::Put(Record record, const void* address, const void* source, size_t 
 
 void Writer::PutText(const char* text) {
     if (text != nullptr) {
-        Put(Record::Text, text, strnlen(text, kMostText));
+        Put(Record::Text, text, Limit(strnlen(text, kMostText + 1), kMostText));
     }
 }
 
@@ -60,7 +60,7 @@ void Writer::PutStream(const void* stream) {
 void Writer::End(EventHeader& header) {
     header.size = mSize;
     header.words = mWords;
-    header.isCut = mIsCut ? 1 : 0;
+    header.isCut = mIsCut || mIsFull ? 1 : 0;
 }
 
 /// Room for the copy of a record, null where there is nothing to copy.
@@ -70,7 +70,7 @@ std::byte* Writer::Take(const void* address, Record record, size_t bytes) {
     }
     const size_t end = mSize + sizeof(RecordHeader) + ((bytes + 7) & ~size_t{7});
     if (end > mRoom) {
-        mIsCut = true;
+        mIsFull = true;
         return nullptr;
     }
     const RecordHeader header{.address = WordOf(address),
@@ -108,7 +108,7 @@ using OemLayer::RequestPrivData;
 
 void Capture<Entry::CreateWithUsage>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
                                            const uint32_t* tags, uint32_t count, int /*usage*/) {
-    writer.Put(tags, std::min(count, kMostValues));
+    writer.PutMost(tags, count, kMostValues);
 }
 
 void Capture<Entry::GetTag>::Return(Writer& writer, PlatFormIntCallbacks* /*table*/,
@@ -116,14 +116,14 @@ void Capture<Entry::GetTag>::Return(Writer& writer, PlatFormIntCallbacks* /*tabl
                                     uint8_t /*type*/, void* result) {
     if (size != nullptr) {
         writer.Put(size);
-        writer.Put(static_cast<const uint8_t*>(result), std::min(*size, kMostValues));
+        writer.PutMost(static_cast<const uint8_t*>(result), *size, kMostValues);
     }
 }
 
 void Capture<Entry::SetTag>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
                                   void* /*metadata*/, uint32_t /*tag*/, const void* data,
                                   uint32_t count, uint32_t /*extra*/) {
-    writer.Put(static_cast<const uint8_t*>(data), std::min(count, kMostValues));
+    writer.PutMost(static_cast<const uint8_t*>(data), count, kMostValues);
 }
 
 void Capture<Entry::TakeImageBuffer>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
@@ -138,13 +138,13 @@ void Capture<Entry::SubmitRequestFromRT>::Call(Writer& writer, PlatFormIntCallba
     if (const auto* wrapper = static_cast<const OfflineDataWraper*>(request)) {
         writer.Put(wrapper);
         const std::string& feature = wrapper->identity.featureName;
-        writer.Put(Record::Text, &feature, feature.data(), std::min(feature.size(), kMostText));
+        writer.Put(Record::Text, &feature, feature.data(), writer.Limit(feature.size(), kMostText));
         writer.PutStream(wrapper->identity.pOutStream);
     }
     if (const auto* record = static_cast<const RequestPrivData*>(privData)) {
         writer.Put(record);
         const auto& streams = record->inputStreams;
-        const size_t count = std::min<size_t>(streams.size(), kMostStreams);
+        const size_t count = writer.Limit(streams.size(), kMostStreams);
         writer.Put(Record::Pointers, &streams, streams.data(), sizeof(void*) * count);
         for (size_t i = 0; i < count; ++i) {
             writer.PutStream(streams[i]);
@@ -207,21 +207,21 @@ void Capture<Entry::RequestStreamBuffers>::Call(
     Writer& writer, uint32_t /*camera*/, uint32_t count, const camera3_buffer_request* requests,
     uint32_t* /*returned*/, camera3_stream_buffer_ret* /*answers*/,
     const Before<Entry::RequestStreamBuffers>& /*before*/) {
-    writer.Put(requests, std::min(count, kMostRecords));
+    writer.PutMost(requests, count, kMostRecords);
 }
 
 void Capture<Entry::RequestStreamBuffers>::Return(
-    Writer& writer, uint32_t /*camera*/, uint32_t /*count*/, const camera3_buffer_request* requests,
+    Writer& writer, uint32_t /*camera*/, uint32_t count, const camera3_buffer_request* requests,
     uint32_t* returned, camera3_stream_buffer_ret* answers, int32_t status,
     const Before<Entry::RequestStreamBuffers>& before) {
     writer.Put(returned);
-    const uint32_t answered =
-        status == 0 && returned != nullptr ? std::min(*returned, before.count) : 0;
-    writer.Put(answers, answered);
-    for (uint32_t i = 0; i < answered; ++i) {
+    const uint32_t filled = status == 0 && returned != nullptr ? std::min(*returned, count) : 0;
+    const size_t answered = writer.PutMost(answers, filled, before.count);
+    for (size_t i = 0; i < answered; ++i) {
         // No more than was wanted has room.
-        writer.Put(before.buffers[i], std::min({answers[i].num_output_buffers,
-                                                requests[i].num_buffers_requested, kMostRecords}));
+        writer.PutMost(before.buffers[i],
+                       std::min(answers[i].num_output_buffers, requests[i].num_buffers_requested),
+                       kMostRecords);
     }
 }
 
@@ -235,21 +235,19 @@ void PutConfig(Writer& writer, const ChiOfflineSessionConfigInfo* config) {
         return;
     }
     writer.PutText(config->pCameraText);
-    const uint32_t count = std::min(config->numStreams, kMostStreams);
+    const size_t count = writer.Limit(config->numStreams, kMostStreams);
     writer.Put(Record::Pointers, config->ppChiStreams, sizeof(void*) * count);
-    for (uint32_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i) {
         writer.PutStream(config->ppChiStreams[i]);
     }
 }
 
 void PutInputs(Writer& writer, const ChiOfflineExecuteRequest& request) {
-    const uint32_t sets = std::min(request.numInputs, kMostRecords);
-    writer.Put(request.pInputs, sets);
-    for (uint32_t i = 0; request.pInputs != nullptr && i < sets; ++i) {
+    const size_t sets = writer.PutMost(request.pInputs, request.numInputs, kMostRecords);
+    for (size_t i = 0; i < sets; ++i) {
         const ChiOfflineBufferSet& set = request.pInputs[i];
-        const uint32_t buffers = std::min(set.numBuffers, kMostRecords);
-        writer.Put(set.pBuffers, buffers);
-        for (uint32_t k = 0; set.pBuffers != nullptr && k < buffers; ++k) {
+        const size_t buffers = writer.PutMost(set.pBuffers, set.numBuffers, kMostRecords);
+        for (size_t k = 0; k < buffers; ++k) {
             writer.PutStream(set.pBuffers[k].pStream);
             writer.Put(set.pBuffers[k].pInputFormat);
         }
@@ -319,8 +317,7 @@ void Capture<Entry::ExecuteRequest>::Call(Writer& writer, uint64_t /*session*/,
     PutInputs(writer, *request);
     writer.Put(request->pOutput);
     if (request->pOutput != nullptr) {
-        writer.Put(request->pOutput->pBuffers,
-                   std::min(request->pOutput->numBuffers, kMostRecords));
+        writer.PutMost(request->pOutput->pBuffers, request->pOutput->numBuffers, kMostRecords);
     }
     PutValue(writer, request->pOfflineFrameNumber);
     PutValue(writer, request->pLastFrameField);
@@ -381,7 +378,7 @@ void Capture<Entry::TranslateFromChiBuffer>::Return(Writer& writer,
 void Capture<Entry::MetadataCreateWithUsage>::Call(Writer& writer, ChiOfflineMetadataOps* /*ops*/,
                                                    const uint32_t* tags, uint32_t count,
                                                    int32_t /*usage*/) {
-    writer.Put(tags, std::min(count, kMostValues));
+    writer.PutMost(tags, count, kMostValues);
 }
 
 void Capture<Entry::MetadataGetTag>::Return(Writer& writer, ChiMetadataHandle /*metadata*/,
@@ -389,14 +386,14 @@ void Capture<Entry::MetadataGetTag>::Return(Writer& writer, ChiMetadataHandle /*
                                             ChiMetadataTagEntry* entry, uint32_t status) {
     writer.Put(entry);
     if (entry != nullptr && status == 0) {
-        writer.Put(static_cast<const uint8_t*>(entry->pData), std::min(entry->size, kMostValues));
+        writer.PutMost(static_cast<const uint8_t*>(entry->pData), entry->size, kMostValues);
     }
 }
 
 void Capture<Entry::MetadataSetTag>::Call(Writer& writer, ChiMetadataHandle /*metadata*/,
                                           uint32_t /*tag*/, const void* data, uint32_t count,
                                           uint32_t /*extra*/) {
-    writer.Put(static_cast<const uint8_t*>(data), std::min(count, kMostValues));
+    writer.PutMost(static_cast<const uint8_t*>(data), count, kMostValues);
 }
 
 void Capture<Entry::BufferManagerCreate>::Call(Writer& writer, ChiOfflineBufferManagerOps* /*ops*/,
@@ -430,7 +427,7 @@ void Capture<Entry::GetFrameworkBuffers>::Call(Writer& writer,
                                                const ChiOfflineQueryBuffer* requests,
                                                unsigned int* /*returned*/,
                                                ChiOfflineQueryStreamBuffer* /*answers*/) {
-    writer.Put(requests, std::min(count, kMostRecords));
+    writer.PutMost(requests, count, kMostRecords);
 }
 
 void Capture<Entry::GetFrameworkBuffers>::Return(
@@ -438,12 +435,11 @@ void Capture<Entry::GetFrameworkBuffers>::Return(
     const ChiOfflineQueryBuffer* requests, unsigned int* returned,
     ChiOfflineQueryStreamBuffer* answers, uint32_t status) {
     writer.Put(returned);
-    const uint32_t most = std::min(count, kMostRecords);
-    const uint32_t answered = status == 0 && returned != nullptr ? std::min(*returned, most) : 0;
-    writer.Put(answers, answered);
-    for (uint32_t i = 0; answers != nullptr && i < answered; ++i) {
-        writer.Put(answers[i].pBuffers,
-                   std::min({answers[i].numBuffers, requests[i].numBuffers, kMostRecords}));
+    const uint32_t filled = status == 0 && returned != nullptr ? std::min(*returned, count) : 0;
+    const size_t answered = writer.PutMost(answers, filled, kMostRecords);
+    for (size_t i = 0; i < answered; ++i) {
+        writer.PutMost(answers[i].pBuffers, std::min(answers[i].numBuffers, requests[i].numBuffers),
+                       kMostRecords);
     }
 }
 

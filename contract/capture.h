@@ -10,6 +10,7 @@
 #include "contract/event.h"
 #include "contract/images.h"
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -43,6 +44,17 @@ class Writer {
     template <class T> void Put(const T* source, size_t count = 1) {
         Put(kRecordOf<T>, source, sizeof(T) * count);
     }
+    /// The same, of no more than so many. \returns how many, 0 for null.
+    template <class T> size_t PutMost(const T* source, size_t count, size_t most) {
+        const size_t kept = source == nullptr ? 0 : Limit(count, most);
+        Put(source, kept);
+        return kept;
+    }
+    /// \returns the lower one. What is beyond `most` is left out as if it had no room.
+    size_t Limit(size_t count, size_t most) {
+        mIsCut |= count > most;
+        return std::min(count, most);
+    }
     void PutText(const char* text);
     void PutStream(const void* stream); ///< Of either side.
     /// A copy that lay elsewhere, or a value that was read atomically.
@@ -51,7 +63,8 @@ class Writer {
     /// Ends the event; the header's own numbers are the caller's.
     void End(EventHeader& header);
     uint32_t Size() const { return mSize; }
-    bool IsCut() const { return mIsCut; }
+    /// Whether a larger room would have had more.
+    bool IsFull() const { return mIsFull; }
 
   private:
     std::byte* Take(const void* address, Record record, size_t bytes);
@@ -62,7 +75,8 @@ class Writer {
     uint32_t mSize = sizeof(EventHeader);
     uint32_t mRecords = 0; ///< Where the first record begins.
     uint8_t mWords = 0;
-    bool mIsCut = false;
+    bool mIsFull = false;
+    bool mIsCut = false; ///< Something was left out for its number.
 };
 
 /// What a call copies, beside its words, and its return. By default nothing.

@@ -28,7 +28,7 @@ struct EventHeader {
     Entry entry;
     Phase phase;
     uint8_t words;  ///< That follow.
-    uint32_t isCut; ///< Not 0: not all records had room.
+    uint32_t isCut; ///< Not 0: not all records had room, or they were too many.
     uint32_t reserved44;
 };
 ABI_SIZE(EventHeader, 48);

@@ -132,7 +132,7 @@ class Tap {
         for (;;) {
             Writer writer(mPlace, mRoom);
             fill(writer);
-            if (!writer.IsCut() || IsAtStart()) {
+            if (!writer.IsFull() || IsAtStart()) {
                 const uint64_t number = Commit(writer, entry, phase, call, thread);
                 Unlock();
                 return number;

@@ -138,20 +138,126 @@ TEST(Recording, SaysWhyItCannotBeMade) {
     }
 }
 
-TEST(Recording, HasANameThatALayersSettingsCanHold) {
-    constexpr char kNone[] = ": no recording can be made here: the path has ";
-    constexpr char kBreaks[] = "a '#' or a line's end in it";
-    const std::string longest = "/" + std::string(999, 'a');
-    const std::pair<std::string, std::string> kProblems[] = {
-        {"/a b.rec", ""},
-        {longest, ""},
-        {longest + "b",
-         longest.substr(0, 40) + "..." + kNone + "1001 characters, and may have 1000"},
-        {"/a#b/c.rec", std::string("/a#b/c.rec") + kNone + kBreaks},
-        {"/a\nb.rec", std::string("/a") + kNone + kBreaks}};
-    for (const auto& [name, problem] : kProblems) {
-        EXPECT_EQ(ProblemOfName(name), problem);
+// --- Limits -------------------------------------------------------------------------------------
+
+/// Something of which so much is recorded, in memory that has no more than its number.
+struct Limit {
+    const char* what;
+    size_t most;
+    Record record;
+    size_t bytes; ///< Of one.
+    void (*write)(Tap& tap, size_t number);
+};
+
+const Limit kLimits[] = {
+    {"a text", 256, Record::Text, 1,
+     [](Tap& tap, size_t number) {
+         std::vector<char> text(number, 'x');
+         if (number < 257) { // Where the limit is passed, the end is not looked for.
+             text.push_back('\0');
+         }
+         tap.Call<Entry::BufferManagerCreate>(
+             static_cast<ChiOfflineBufferManagerOps*>(nullptr),
+             static_cast<const char*>(text.data()),
+             static_cast<const ChiBufferManagerCreateData*>(nullptr));
+     }},
+    {"a feature", 256, Record::Text, 1,
+     [](Tap& tap, size_t number) {
+         OemLayer::OfflineDataWraper wrapper{};
+         wrapper.identity.featureName.assign(number, 'x');
+         void* const none = nullptr;
+         tap.Call<Entry::SubmitRequestFromRT>(static_cast<PlatFormIntCallbacks*>(nullptr),
+                                              static_cast<void*>(&wrapper), none, none, none);
+     }},
+    {"a tag's values", 4096, Record::Bytes, 1,
+     [](Tap& tap, size_t number) {
+         const std::vector<uint8_t> values(std::min<size_t>(number, 4096));
+         tap.Call<Entry::MetadataSetTag>(ChiMetadataHandle(), 1U,
+                                         static_cast<const void*>(values.data()),
+                                         static_cast<uint32_t>(number), 0U);
+     }},
+    {"streams", 4096, Record::Pointers, sizeof(void*),
+     [](Tap& tap, size_t number) {
+         std::vector<ChiStream*> streams(std::min<size_t>(number, 4096));
+         ChiOfflineSessionConfigInfo config{};
+         config.numStreams = static_cast<uint32_t>(number);
+         config.ppChiStreams = streams.data();
+         tap.Call<Entry::ConfigureStreams>(uint64_t{5}, &config);
+     }},
+    {"sets", 64, Record::BufferSet, sizeof(ChiOfflineBufferSet),
+     [](Tap& tap, size_t number) {
+         std::vector<ChiOfflineBufferSet> sets(std::min<size_t>(number, 64));
+         ChiOfflineExecuteRequest request{.numInputs = static_cast<uint32_t>(number),
+                                          .pInputs = sets.data()};
+         tap.Call<Entry::ExecuteRequest>(uint64_t{5}, &request);
+     }},
+    {"buffers", 64, Record::StreamBuffer, sizeof(ChiStreamBuffer),
+     [](Tap& tap, size_t number) {
+         std::vector<ChiStreamBuffer> buffers(std::min<size_t>(number, 64));
+         ChiOfflineBufferSet set{.numBuffers = static_cast<uint32_t>(number),
+                                 .pBuffers = buffers.data()};
+         ChiOfflineExecuteRequest request{.numInputs = 1, .pInputs = &set};
+         tap.Call<Entry::ExecuteRequest>(uint64_t{5}, &request);
+     }},
+    {"outputs", 64, Record::StreamBuffer, sizeof(ChiStreamBuffer),
+     [](Tap& tap, size_t number) {
+         std::vector<ChiStreamBuffer> buffers(std::min<size_t>(number, 64));
+         ChiOfflineBufferSet set{.numBuffers = static_cast<uint32_t>(number),
+                                 .pBuffers = buffers.data()};
+         ChiOfflineExecuteRequest request{.pOutput = &set};
+         tap.Call<Entry::ExecuteRequest>(uint64_t{5}, &request);
+     }},
+    {"answers", 64, Record::QueryStreamBuffer, sizeof(ChiOfflineQueryStreamBuffer),
+     [](Tap& tap, size_t number) {
+         const std::vector<ChiOfflineQueryBuffer> queries(std::min<size_t>(number, 64));
+         std::vector<ChiOfflineQueryStreamBuffer> answers(queries.size());
+         auto returned = static_cast<unsigned int>(number);
+         tap.Around<Entry::GetFrameworkBuffers>(
+             [] { return 0U; }, static_cast<const ChiOfflineSessionCallbacks*>(nullptr), returned,
+             queries.data(), &returned, answers.data());
+     }},
+};
+
+TEST(Recording, SaysWhereAnEventIsCut) {
+    const File file;
+    const auto tap = Open(file);
+    for (const Limit& limit : kLimits) {
+        for (const size_t number : {limit.most - 1, limit.most, limit.most + 1}) {
+            limit.write(*tap, number);
+            const Recording recording = Recording::Read(file.name);
+            const Event& event = recording.Events().back();
+            EXPECT_EQ(event.Header().isCut != 0, number > limit.most) << limit.what << number;
+            const RecordHeader* record = event.First();
+            while (record != nullptr && record->record != limit.record) {
+                record = event.Next(record);
+            }
+            ASSERT_NE(record, nullptr) << limit.what;
+            EXPECT_EQ(record->bytes, std::min(number, limit.most) * limit.bytes) << limit.what;
+        }
     }
+    // None of them took a block of its own for that.
+    EXPECT_EQ(Recording::Read(file.name).CountLost(), 0U);
+}
+
+TEST(Recording, LeavesOutWhatABlockHasNoRoomFor) {
+    const File file;
+    const auto tap = Open(file);
+    std::vector<ChiStream> streams(size_t{64} * 64);
+    std::vector<ChiStreamBuffer> buffers(streams.size());
+    std::vector<ChiOfflineBufferSet> sets(64);
+    for (size_t i = 0; i < buffers.size(); ++i) {
+        buffers[i].pStream = &streams[i];
+        sets[i / 64] = {.numBuffers = 64, .pBuffers = &buffers[i / 64 * 64]};
+    }
+    ChiOfflineExecuteRequest request{.numInputs = 64, .pInputs = sets.data()};
+    tap->Call<Entry::ExecuteRequest>(uint64_t{5}, &request);
+    Execute(*tap, 5);
+    const Recording recording = Recording::Read(file.name);
+    EXPECT_EQ(recording.Damage(), "");
+    ASSERT_EQ(recording.Events().size(), 4U);
+    EXPECT_NE(recording.Events()[0].Header().isCut, 0U);
+    EXPECT_EQ(recording.Events()[0].All<ChiOfflineBufferSet>(request.pInputs).size(), 64U);
+    EXPECT_EQ(recording.Events()[1].Header().isCut, 0U);
 }
 
 // --- Damage -------------------------------------------------------------------------------------

@@ -223,10 +223,13 @@ void Tap::Lock() {
 
 void Tap::Unlock() { pthread_mutex_unlock(LockOf(mShared)); }
 
-void Tap::FindPlace() {
+std::byte* Tap::BlockAt(uint64_t number) const {
     const uint64_t blocks = (mBytes - kPageBytes) / kBlockBytes;
-    std::byte* const block = mMemory + kPageBytes + mShared->block % blocks * kBlockBytes;
-    mPlace = block + mShared->used;
+    return mMemory + kPageBytes + number % blocks * kBlockBytes;
+}
+
+void Tap::FindPlace() {
+    mPlace = BlockAt(mShared->block) + mShared->used;
     mRoom = kBlockBytes - mShared->used;
 }
 
@@ -264,9 +267,34 @@ uint64_t Tap::Commit(Writer& writer, Entry entry, Phase phase, uint64_t call, ui
     place->checksum = ChecksumOf(place);
     mShared->used += size;
     if (mFollower != nullptr) {
-        mFollower->Take(Event(place));
+        ShowFollower(header.number);
     }
     return header.number;
+}
+
+/// Up to the event that was just written.
+void Tap::ShowFollower(uint64_t own) {
+    const auto firstIn = [this](uint64_t block) {
+        return reinterpret_cast<const BlockHeader*>(BlockAt(block))->firstEvent;
+    };
+    const uint64_t blocks = (mBytes - kPageBytes) / kBlockBytes;
+    if (mShared->block - mBlockToShow >= blocks) { // The ring has come round to it.
+        mBlockToShow = mShared->block - (blocks - 1);
+        mOffsetToShow = sizeof(BlockHeader);
+        mNextToShow = firstIn(mBlockToShow);
+    }
+    while (mNextToShow <= own) {
+        if (mBlockToShow < mShared->block && firstIn(mBlockToShow + 1) == mNextToShow) {
+            ++mBlockToShow;
+            mOffsetToShow = sizeof(BlockHeader);
+            continue;
+        }
+        const auto* const event =
+            reinterpret_cast<const EventHeader*>(BlockAt(mBlockToShow) + mOffsetToShow);
+        mFollower->Take(Event(event), mNextToShow == own);
+        mOffsetToShow += event->size;
+        ++mNextToShow;
+    }
 }
 
 /// A block has room for two of the pieces, so that not much of it stays empty.

@@ -18,11 +18,14 @@ namespace contract {
 // Programs with RTTI derive from it, and tap.cpp has none: its table is each source's own.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wweak-vtables"
-/// Sees each event when it is written, before the next one is, on the thread that wrote it. The
-/// event's memory is valid during the call.
+/// Sees all events in their order: those of its own tap when they are written, on the thread that
+/// wrote them, and behind them those that the file's other writers wrote since the last one. What
+/// a ring has lost by then is a gap in the numbers.
 struct Follower {
     virtual ~Follower() = default;
-    virtual void Take(const Event& event) = 0;
+    /// \param event its memory is valid during the call.
+    /// \param isOwn whether the follower's own tap wrote it.
+    virtual void Take(const Event& event, bool isOwn) = 0;
 };
 #pragma clang diagnostic pop
 
@@ -149,6 +152,8 @@ class Tap {
     bool IsAtStart() const;
     void BeginBlock();
     void FindPlace();
+    std::byte* BlockAt(uint64_t number) const;
+    void ShowFollower(uint64_t own);
     uint64_t Commit(Writer& writer, Entry entry, Phase phase, uint64_t call, uint32_t thread);
     uint32_t OwnThread() const;
 
@@ -156,6 +161,9 @@ class Tap {
     size_t mBytes = 0;
     LivePart* mShared = nullptr;
     Follower* mFollower = nullptr;
+    uint64_t mNextToShow = 1;  ///< The number of an event. The follower has seen those before;
+    uint64_t mBlockToShow = 0; ///< it is in this block
+    uint64_t mOffsetToShow = sizeof(BlockHeader); ///< at this place, or begins the next one.
     Images mImages;
     bool mHasFile = false;
     bool mWholePixels = false;

@@ -7,14 +7,18 @@
 
 namespace layer {
 
-Watch::Watch()
-    : mEngine([](const contract::Violation& violation) {
-          Log(ANDROID_LOG_ERROR, "%s", contract::LineOf(violation).c_str());
-      }) {
-    // A layer sees its first call, which need not be the recording's.
-    mEngine.Reset();
+/// Behind a gap, an engine is one that comes late.
+void Watch::Take(const contract::Event& event, bool isOwn) {
+    if (!mEngine.has_value() || event.Number() != mLast + 1) {
+        mEngine.emplace([this](const contract::Violation& violation) {
+            if (mTells) {
+                Log(ANDROID_LOG_ERROR, "%s", contract::LineOf(violation).c_str());
+            }
+        });
+    }
+    mLast = event.Number();
+    mTells = isOwn;
+    mEngine->Take(event);
 }
-
-void Watch::Take(const contract::Event& event) { mEngine.Take(event); }
 
 } // namespace layer

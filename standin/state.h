@@ -174,7 +174,7 @@ class Watch : contract::Follower {
     void Reset(); ///< For a device on which nothing is alive.
 
   private:
-    void Take(const contract::Event& event) override;
+    void Take(const contract::Event& event, bool isOwn) override;
 
     std::mutex mMutex; ///< Guards the engine. The state's own mutex may be taken while it is held.
     contract::Engine mEngine;

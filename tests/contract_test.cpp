@@ -609,7 +609,7 @@ TEST(Contract, IsNotHeldAgainstWhatWasThereBeforeTheWatch) {
     contract::Engine late([&](const auto& violation) { found.push_back(LineOf(violation)); });
     struct Follower : contract::Follower {
         explicit Follower(contract::Engine& its) : engine(its) {}
-        void Take(const contract::Event& event) override {
+        void Take(const contract::Event& event, bool /*isOwn*/) override {
             if (event.Number() > 1) {
                 engine.Take(event);
             }

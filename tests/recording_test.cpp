@@ -97,6 +97,49 @@ TEST(Recording, IsOneForAllThatWriteInOneProcess) {
     EXPECT_EQ(Recording::Read(file.name).Events().size(), 6U);
 }
 
+/// What a follower saw, as spans of numbers: "own 1-3".
+struct Spans : Follower {
+    struct Span {
+        bool isOwn;
+        uint64_t first, last;
+        bool operator==(const Span&) const = default;
+    };
+    std::vector<Span> seen;
+
+    void Take(const Event& event, bool isOwn) override {
+        const uint64_t number = event.Number();
+        if (seen.empty() || seen.back().isOwn != isOwn || number != seen.back().last + 1) {
+            seen.push_back({isOwn, number, number});
+        }
+        seen.back().last = number;
+    }
+};
+
+TEST(Recording, ShowsWhatOthersWriteToItsFollowers) {
+    const File file;
+    std::string problem;
+    Spans spans[2];
+    const auto first = Tap::Open({.file = file.name, .follower = &spans[0]}, problem);
+    Execute(*first, 1);
+    const auto second = Tap::Open({.file = file.name, .follower = &spans[1]}, problem);
+    Execute(*second, 2);
+    Execute(*second, 2);
+    Execute(*first, 1);
+    const std::vector<Spans::Span> one{{true, 1, 3}, {false, 4, 9}, {true, 10, 12}};
+    EXPECT_EQ(spans[0].seen, one);
+    uint64_t last = 0;
+    for (int i = 0; i < 10000; ++i) {
+        last = Execute(*second, 2); // From block to block, and round the ring.
+    }
+    const std::vector<Spans::Span> other{
+        {false, 1, 3}, {true, 4, 9}, {false, 10, 12}, {true, 13, last}};
+    EXPECT_EQ(spans[1].seen, other);
+    last = Execute(*first, 1);
+    const uint64_t lost = Recording::Read(file.name).CountLost();
+    const std::vector<Spans::Span> late{{false, lost + 1, last - 3}, {true, last - 2, last}};
+    EXPECT_EQ(std::vector(spans[0].seen.begin() + 3, spans[0].seen.end()), late);
+}
+
 TEST(Recording, OfADeadProcessMakesRoomForTheNext) {
     const File file;
     if (const pid_t child = fork(); child != 0) {

@@ -28,6 +28,7 @@ struct Options {
     std::string logLevel;
     std::string trace;
     std::string record;
+    bool watches = false;
     std::string picture;
     std::string scene;
     std::string shape;
@@ -56,9 +57,8 @@ void Declare(CLI::App& app, Options& options) {
                    "Keep the recording, for ./dev show, check, diff and replay")
         ->expected(0, 1)
         ->default_str(kOwnRecording);
-    app.add_flag("--no-layers", options.hasNoLayers,
-                 "Have no layers between host, adapter and vendor; nothing is kept")
-        ->excludes("--record");
+    app.add_flag("--watch", options.watches,
+                 "Have the layers log each broken rule at once, as on a device");
     app.add_option("--picture", options.picture,
                    "Write a noisy frame and its merged picture (PNG)");
     app.add_option("--scene", options.scene, "A PNG file that the cameras see");
@@ -205,7 +205,7 @@ int RunScenario(Options options) {
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }
-    Run run(scenario, library, {.file = options.record, .hasLayers = !options.hasNoLayers});
+    Run run(scenario, library, options.record, options.watches);
     PrintScenario(scenario, std::filesystem::proximate(library).string());
     run.Go();
     const Outcome outcome = run.Judge();

@@ -71,9 +71,12 @@ void Run::Interrupt() { g_interrupted = true; }
 
 bool Run::IsLoading() { return g_loading; }
 
-Run::Run(const Scenario& scenario, const std::string& library, const Settings& settings)
-    : mScenario(scenario), mFile(settings.file),
-      mLibrary(settings.hasLayers ? PutLayers(Checked(library)) : library) {
+Run::Run(const Scenario& scenario, const std::string& library, const std::string& record,
+         bool watches)
+    : mScenario(scenario), mFile(record),
+      mLayers(Checked(library),
+              {.record = mFile.Path(), .mebibytes = SizeOf(scenario), .watch = watches}),
+      mLibrary(mLayers.AdapterFile()) {
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetDelivery(scenario.delivery);

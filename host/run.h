@@ -31,18 +31,15 @@ struct Outcome {
 
 class Run {
   public:
-    /// How a run is recorded.
-    struct Settings {
-        std::string file;      ///< Empty for one that nobody sees.
-        bool hasLayers = true; ///< Else the device and this host record what they see themselves.
-    };
-
-    /// Sets the device up as the scenario wants it, and puts the layers in their places. One for
-    /// each process: layers and library bind what they need once. The scenario must outlive the
-    /// run.
+    /// Sets the device up as the scenario wants it, and puts the layers in their places, which
+    /// record the run. One for each process: layers and library bind what they need once. The
+    /// scenario must outlive the run.
+    /// \param record the recording's file; empty for one that nobody sees.
+    /// \param watches whether the layers tell the log at once which rules are broken.
     /// \throws standin::InputError where scene or recording, std::runtime_error where the library
     /// cannot be used
-    Run(const Scenario& scenario, const std::string& library, const Settings& settings);
+    Run(const Scenario& scenario, const std::string& library, const std::string& record = "",
+        bool watches = false);
 
     /// From the load to the destruction of the last camera, and the reading of its recording. For
     /// the main thread.

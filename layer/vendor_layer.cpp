@@ -174,7 +174,7 @@ struct Session : ChiOfflineSessionCallbacks {
     bool isClosed;
 };
 
-/// The open ones, and those whose opening failed: the vendor was handed them, too.
+/// The open ones.
 class Sessions {
   public:
     void Add(Session* session) {
@@ -187,7 +187,7 @@ class Sessions {
     Session* Take(uint64_t handle) {
         pthread_mutex_lock(&mLock);
         Session** place = &mFirst;
-        while (*place != nullptr && (handle == 0 || (*place)->handle != handle)) {
+        while (*place != nullptr && (*place)->handle != handle) {
             place = &(*place)->next;
         }
         Session* const found = *place;
@@ -254,7 +254,11 @@ uint64_t OpenSession(ChiOfflineInterface* ours, ChiOfflineSessionCreateInfo* inf
         }
         session->handle = real->pOpenSession(real, &session->info);
         const uint64_t handle = session->handle;
-        g_sessions.Add(session);
+        if (handle != 0) {
+            g_sessions.Add(session);
+        } else {
+            g_closed<Session>.Give(session);
+        }
         return handle;
     };
     return TheTap().Around<Entry::OpenSession>(open, ours, info);

@@ -284,6 +284,51 @@ TEST(Layer, HasTheVendorsNullEntriesAndOtherWordsToo) {
     compareTables(ours.pOpenBufferOps(&ours), theirs.pOpenBufferOps(&theirs));
 }
 
+/// A client's records of a session, and how often the vendor called back with them.
+struct SessionRecords {
+    ChiOfflineSessionCallbacks callbacks{
+        [](auto*, auto, auto*) {},
+        [](const ChiOfflineSessionCallbacks* own, auto, auto*) {
+            ++static_cast<SessionRecords*>(own->pPrivateCallbackData)->notified;
+        },
+        [](auto*, auto, auto*, auto*, auto*) { return 1U; }, nullptr, this};
+    ChiOfflineSessionCreateInfo info{"session", 0, &callbacks};
+    uint32_t notified = 0;
+
+    /// \returns the vendor's record of the session that is opened.
+    const ChiOfflineSessionCallbacks* Open(ChiOfflineInterface& vendor, uint64_t& session) {
+        session = vendor.pOpenSession(&vendor, &info);
+        return session == 0 ? nullptr : StandinControl()->Sessions().back().pCallbacks;
+    }
+};
+
+TEST(Layer, UsesASessionsRecordAgainOnceTheVendorIsDoneWithIt) {
+    const kit::Layers layers(kit::AdapterFile(true), {.record = g_file.path});
+    Device device;
+    device.ExpectViolations();
+    auto& vendor = *OpenInterface(kVendorPath);
+    SessionRecords records[4];
+    uint64_t sessions[4];
+    const auto* const record = records[0].Open(vendor, sessions[0]);
+    EXPECT_NE(record, &records[0].callbacks);
+    device->Fail(Entry::CloseSession, 1, 1, 1);
+    EXPECT_EQ(vendor.pCloseSession(sessions[0]), 1);
+    const auto* const other = records[1].Open(vendor, sessions[1]);
+    EXPECT_NE(other, record) << "which the vendor still has";
+    record->ProcessNotifyCb(record, 0, nullptr);
+    EXPECT_EQ(records[0].notified, 1U);
+
+    EXPECT_EQ(vendor.pCloseSession(sessions[0]), 0);
+    records[2].callbacks.GetFrameworkBuffers = nullptr; // The vendor is to see that, and refuse it.
+    EXPECT_EQ(records[2].Open(vendor, sessions[2]), nullptr);
+    EXPECT_EQ(records[3].Open(vendor, sessions[3]), record);
+    record->ProcessNotifyCb(record, 0, nullptr);
+    EXPECT_EQ(records[3].notified, 1U);
+    EXPECT_EQ(records[0].notified, 1U);
+    EXPECT_EQ(vendor.pCloseSession(sessions[1]), 0);
+    EXPECT_EQ(vendor.pCloseSession(sessions[3]), 0);
+}
+
 TEST(Layer, OfEitherSideWorksAlone) {
     for (const bool isVendors : {false, true}) {
         InAProcess([isVendors] {

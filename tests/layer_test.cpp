@@ -284,6 +284,29 @@ TEST(Layer, HasTheVendorsNullEntriesAndOtherWordsToo) {
     compareTables(ours.pOpenBufferOps(&ours), theirs.pOpenBufferOps(&theirs));
 }
 
+TEST(Layer, HasTheAdaptersNullEntriesToo) {
+    setenv("REAL_ADAPTER", kit::AdapterFile(true).c_str(), 1);
+    for (const char* const mistake : {"lack 0", "lack 1"}) {
+        InAProcess([mistake] {
+            setenv("BROKEN_ADAPTER", mistake, 1);
+            const kit::Layers layers(BROKEN_ADAPTER_FILE, {.record = g_file.path});
+            const kit::Adapter layer(layers.AdapterFile());
+            const kit::Adapter real(BROKEN_ADAPTER_FILE);
+            const PlatFormIntCallbacks ours = layer.Table(3);
+            const PlatFormIntCallbacks theirs = real.Table(3);
+            EXPECT_EQ(ours.cameraId, 3U);
+            for (size_t at = 8; at < sizeof ours; at += 8) {
+                EXPECT_EQ(At(ours, at) == 0, At(theirs, at) == 0) << at;
+                EXPECT_TRUE(At(ours, at) == 0 || At(ours, at) != At(theirs, at)) << at;
+            }
+            EXPECT_EQ(layer.LoadFunctions().loadLib == nullptr,
+                      real.LoadFunctions().loadLib == nullptr);
+            EXPECT_EQ(layer.LoadFunctions().logMap == nullptr,
+                      real.LoadFunctions().logMap == nullptr);
+        });
+    }
+}
+
 /// A client's records of a session, and how often the vendor called back with them.
 struct SessionRecords {
     ChiOfflineSessionCallbacks callbacks{

@@ -1,6 +1,6 @@
-/// An adapter that is the built one but for one mistake, at the submission of one real-time frame.
-/// The environment says which: BROKEN_ADAPTER is "abort 150", "hang 150", "refuse 150" or "once 150",
-/// which refuses in the first of all processes only: there is no file BROKEN_ADAPTER_MARK yet.
+/// An adapter that is the built one but for one mistake. The environment says which: BROKEN_ADAPTER
+/// is "abort 150", "hang 150" or "refuse 150", at the submission of that real-time frame, or
+/// "lack 0" or "lack 1", which leaves every second function out.
 #include "adapterlayer/oemlayer_host.h"
 
 #include <cstdio>
@@ -19,16 +19,32 @@ template <class Function> Function* Find(const char* symbol) {
     return reinterpret_cast<Function*>(dlsym(adapter, symbol));
 }
 
+struct Mistake {
+    char name[16] = "";
+    unsigned number = 0;
+
+    Mistake() { (void)sscanf(getenv("BROKEN_ADAPTER"), "%15s %u", name, &number); }
+    bool Is(const char* other) const { return strcmp(name, other) == 0; }
+};
+
+/// The functions begin behind so many bytes.
+template <class Table> void Lack(Table* table, size_t behind) {
+    const Mistake mistake;
+    auto* const first = reinterpret_cast<void**>(reinterpret_cast<char*>(table) + behind);
+    const size_t functions = (sizeof *table - behind) / sizeof(void*);
+    for (size_t i = mistake.number; mistake.Is("lack") && i < functions; i += 2) {
+        first[i] = nullptr;
+    }
+}
+
 uint32_t Submit(PlatFormIntCallbacks* table, void* request, void* privData, void* outputBuffer,
                 void* appCallbacks) {
-    char mistake[16] = "";
-    unsigned frame = 0;
-    (void)sscanf(getenv("BROKEN_ADAPTER"), "%15s %u", mistake, &frame);
-    if (static_cast<OemLayer::OfflineDataWraper*>(request)->rtFrameNumber == frame) {
-        if (strcmp(mistake, "abort") == 0) {
+    const Mistake mistake;
+    if (static_cast<OemLayer::OfflineDataWraper*>(request)->rtFrameNumber == mistake.number) {
+        if (mistake.Is("abort")) {
             abort();
         }
-        while (strcmp(mistake, "hang") == 0) {
+        while (mistake.Is("hang")) {
             pause();
         }
         const bool isOnce = strcmp(mistake, "once") == 0;
@@ -44,10 +60,12 @@ uint32_t Submit(PlatFormIntCallbacks* table, void* request, void* privData, void
 
 void PlatformLoadContext(PlatformLoadFunctions* record) {
     Find<decltype(PlatformLoadContext)>("PlatformLoadContext")(record);
+    Lack(record, 0);
 }
 
 void PlatformIntContext(PlatFormIntCallbacks* table, uint32_t cameraId) {
     Find<decltype(PlatformIntContext)>("PlatformIntContext")(table, cameraId);
     g_real = *table;
     table->SubmitRequestFromRT = Submit;
+    Lack(table, sizeof(void*)); // The camera's number is first.
 }

@@ -186,6 +186,13 @@ Recording Recording::Read(const std::string& name, std::istream& in) {
     return recording;
 }
 
+uint32_t WriterOf(const std::string& file) try {
+    std::ifstream in(file, std::ios::binary);
+    return ReadHeader(file, in).process;
+} catch (const RecordingError&) {
+    return 0;
+}
+
 /// The last block ends where no further event is; every other one where the next block goes on.
 void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes) {
     uint64_t number = block.firstEvent;
@@ -255,8 +262,7 @@ std::string ProblemOfFile(const std::string& file) {
     }
     constexpr size_t kMostShown = 200;
     const std::string line = file.substr(0, file.find('\n'));
-    const std::string shown =
-        line.size() > kMostShown ? line.substr(0, kMostShown) + "..." : line;
+    const std::string shown = line.size() > kMostShown ? line.substr(0, kMostShown) + "..." : line;
     return shown + ": no recording can be made here: " + problem;
 }
 

@@ -41,6 +41,9 @@ class Recording {
     bool mLacksBeginning = false; ///< What should be there of it, is not.
 };
 
+/// The process that has written a recording; 0 where the file is none.
+uint32_t WriterOf(const std::string& file);
+
 /// Whether an event is whole: all that its parts say of their sizes fits.
 /// \param room of the memory that it lies in.
 bool IsSound(const EventHeader* event, size_t room);

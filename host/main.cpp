@@ -24,11 +24,11 @@ struct Options {
     std::string scenario = "night-burst";
     bool lists = false;
     bool hasNoLayers = false;
+    bool watches = false;
     std::string library;
     std::string logLevel;
     std::string trace;
     std::string record;
-    bool watches = false;
     std::string picture;
     std::string scene;
     std::string shape;
@@ -57,8 +57,12 @@ void Declare(CLI::App& app, Options& options) {
                    "Keep the recording, for ./dev show, check, diff and replay")
         ->expected(0, 1)
         ->default_str(kOwnRecording);
+    app.add_flag("--no-layers", options.hasNoLayers,
+                 "Have no layers between host, adapter and vendor; nothing is kept")
+        ->excludes("--record");
     app.add_flag("--watch", options.watches,
-                 "Have the layers log each broken rule at once, as on a device");
+                 "Have the layers log at once which rules are broken, as on a device")
+        ->excludes("--no-layers");
     app.add_option("--picture", options.picture,
                    "Write a noisy frame and its merged picture (PNG)");
     app.add_option("--scene", options.scene, "A PNG file that the cameras see");
@@ -205,7 +209,9 @@ int RunScenario(Options options) {
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }
-    Run run(scenario, library, options.record, options.watches);
+    Run run(
+        scenario, library,
+        {.file = options.record, .hasLayers = !options.hasNoLayers, .watches = options.watches});
     PrintScenario(scenario, std::filesystem::proximate(library).string());
     run.Go();
     const Outcome outcome = run.Judge();

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <set>
 #include <thread>
+#include <unistd.h>
 
 namespace host {
 
@@ -71,12 +72,9 @@ void Run::Interrupt() { g_interrupted = true; }
 
 bool Run::IsLoading() { return g_loading; }
 
-Run::Run(const Scenario& scenario, const std::string& library, const std::string& record,
-         bool watches)
-    : mScenario(scenario), mFile(record),
-      mLayers(Checked(library),
-              {.record = mFile.Path(), .mebibytes = SizeOf(scenario), .watch = watches}),
-      mLibrary(mLayers.AdapterFile()) {
+Run::Run(const Scenario& scenario, const std::string& library, const Settings& settings)
+    : mScenario(scenario), mFile(settings.file),
+      mLibrary(settings.hasLayers ? PutLayers(Checked(library), settings.watches) : library) {
     standin::Control& device = *StandinControl();
     device.SetShape(scenario.shape);
     device.SetDelivery(scenario.delivery);
@@ -100,9 +98,10 @@ Run::Run(const Scenario& scenario, const std::string& library, const std::string
     }
 }
 
-std::string Run::PutLayers(const std::string& library) {
-    mLayers.emplace(library,
-                    kit::LayerSettings{.record = mFile.Path(), .mebibytes = SizeOf(mScenario)});
+std::string Run::PutLayers(const std::string& library, bool watch) {
+    mLayers.emplace(
+        library,
+        kit::LayerSettings{.record = mFile.Path(), .mebibytes = SizeOf(mScenario), .watch = watch});
     return mLayers->AdapterFile();
 }
 
@@ -110,6 +109,9 @@ void Run::Go() {
     g_loading = true;
     mLibrary.Load();
     g_loading = false;
+    if (contract::WriterOf(mFile.Path()) != static_cast<uint32_t>(getpid())) {
+        throw std::runtime_error("the run cannot be recorded, as the log says");
+    }
     uint32_t planned = 0;
     for (size_t i = 0; i < mScenario.cameras.size(); ++i) {
         planned += mScenario.cameras[i].requests;

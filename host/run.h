@@ -31,15 +31,19 @@ struct Outcome {
 
 class Run {
   public:
-    /// Sets the device up as the scenario wants it, and puts the layers in their places, which
-    /// record the run. One for each process: layers and library bind what they need once. The
-    /// scenario must outlive the run.
-    /// \param record the recording's file; empty for one that nobody sees.
-    /// \param watches whether the layers tell the log at once which rules are broken.
+    /// How a run is recorded.
+    struct Settings {
+        std::string file;      ///< Empty for one that nobody sees.
+        bool hasLayers = true; ///< Else the device and this host record what they see themselves.
+        bool watches = false;  ///< The layers tell the log at once which rules are broken.
+    };
+
+    /// Sets the device up as the scenario wants it, and puts the layers in their places. One for
+    /// each process: layers and library bind what they need once. The scenario must outlive the
+    /// run.
     /// \throws standin::InputError where scene or recording, std::runtime_error where the library
     /// cannot be used
-    Run(const Scenario& scenario, const std::string& library, const std::string& record = "",
-        bool watches = false);
+    Run(const Scenario& scenario, const std::string& library, const Settings& settings);
 
     /// From the load to the destruction of the last camera, and the reading of its recording. For
     /// the main thread.
@@ -69,7 +73,7 @@ class Run {
 
   private:
     /// \returns the file to open as the adapter.
-    std::string PutLayers(const std::string& library);
+    std::string PutLayers(const std::string& library, bool watch);
     void SendAll();
     void Drive(Camera& camera) const;
     void Count(const view::Request& told, Outcome& outcome) const;
@@ -79,7 +83,7 @@ class Run {
 
     const Scenario& mScenario;
     const kit::RecordingFile mFile;
-    const kit::Layers mLayers;
+    std::optional<kit::Layers> mLayers;
     kit::Adapter mLibrary;
     std::vector<Scene> mScenes; ///< One for each camera.
     std::vector<std::unique_ptr<Camera>> mCameras;

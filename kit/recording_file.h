@@ -25,18 +25,7 @@ class RecordingFile {
             throw contract::RecordingError(problem);
         }
         mPath = std::filesystem::absolute(name);
-        const int file = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
-        struct stat status {};
-        const bool isFile = file >= 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
-        const bool isEmpty = isFile && ftruncate(file, 0) == 0;
-        const std::string reason =
-            file >= 0 && !isFile ? std::string("this is no file") : std::string(strerror(errno));
-        if (file >= 0) {
-            close(file);
-        }
-        if (!isEmpty) {
-            throw contract::RecordingError(name + ": no recording can be made here: " + reason);
-        }
+        std::filesystem::resize_file(mPath, 0);
     }
 
     const std::string& Path() const { return mPath; }

@@ -14,7 +14,8 @@ bool LacksBeginning(const std::vector<Event>& events) {
 
 bool Call::HasCamera() const {
     const auto arguments = call.Text().arguments;
-    return IsOutside() && !arguments.empty() && std::string_view(arguments[0].name) == "cameraId";
+    return IsOutside() && Of() != Entry::ProcRequest && !arguments.empty() &&
+           std::string_view(arguments[0].name) == "cameraId";
 }
 
 struct Calls::Open {

@@ -29,7 +29,8 @@ struct Call {
     uint64_t Word(size_t index) const { return call.Word(index); }
     uint64_t Number() const { return call.Number(); }
     bool IsOutside() const { return call.Text().caller == contract::Caller::Outside; }
-    /// Whether it is one of the host's to a camera, which is its first word.
+    /// Whether it is one of the host's to a camera, which is its first word. The table that a
+    /// request's processing is called with may be no camera's.
     bool HasCamera() const;
     /// What a call into the adapter needs that was recorded on its way: the pixels of its inputs.
     std::vector<Event> pixels;

@@ -45,6 +45,15 @@ std::set<uint64_t> SharedSessions(const std::vector<Event>& events) {
     return shared;
 }
 
+/// What no layer sees: pixels are read when they are wanted, and these calls end in libraries of the
+/// device which nobody stands around.
+bool IsDevices(contract::Entry entry) {
+    using contract::Entry;
+    return entry == Entry::Pixels || entry == Entry::EnumerateSensorModes ||
+           entry == Entry::ExtensionProcessResultMeta || entry == Entry::GetNCSCallback ||
+           entry == Entry::GetHWCallback || entry == Entry::GetPerfCallback;
+}
+
 } // namespace
 
 /// Images are not known of a recording that has only their hash, or lacks their making. The frame
@@ -63,7 +72,7 @@ Comparable::Comparable(const std::vector<Event>& events, bool hasPixels, bool is
         if (!drops.empty()) {
             mCopies.push_back(Without(drops, event));
             mEvents.emplace_back(reinterpret_cast<const EventHeader*>(mCopies.back().get()));
-        } else if (event.Of() != contract::Entry::Pixels) {
+        } else if (!IsDevices(event.Of())) {
             mEvents.push_back(event);
         }
     }

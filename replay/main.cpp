@@ -8,7 +8,6 @@
 #include "view/text.h"
 
 #include <android/log.h>
-#include <cerrno>
 #include <filesystem>
 #include <unistd.h>
 
@@ -67,17 +66,16 @@ void CheckIsAnother(const std::string& file, const std::string& input) {
     }
 }
 
-/// \throws InputError where the file cannot be written. Nothing may come of it.
+/// \throws InputError where no recording can be written there. Nothing may come of it.
 void CheckOutput(const std::string& file) {
     std::error_code ignored;
     const bool wasThere = fs::exists(file, ignored);
-    FILE* const probe = fopen(file.c_str(), "ab");
-    if (probe == nullptr) {
-        throw InputError(file + ": " + strerror(errno));
-    }
-    (void)fclose(probe);
+    const std::string problem = contract::ProblemOfFile(file);
     if (!wasThere) {
         (void)fs::remove(file, ignored);
+    }
+    if (!problem.empty()) {
+        throw InputError(problem);
     }
 }
 
@@ -90,6 +88,10 @@ int Replay(const Options& options) {
     const replay::Ending ending = replay::PlayInProcess(
         input.Events(),
         {.library = options.library, .record = record.Path(), .isPaced = !options.isFast});
+    if (!ending.isRecorded) {
+        throw InputError((options.record.empty() ? "the replay" : options.record) +
+                         ": it could not be recorded, and so is not compared");
+    }
     const view::Told played(record.Path());
     PrintRequests(RowsOf(played.story), played.Start());
     for (const std::string& omitted : ending.omitted) {

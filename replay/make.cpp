@@ -289,6 +289,9 @@ bool MakeWithoutTable(const Call& call, World& world) {
         world.load.logMap(As<int>(call.Word(0)), call.Word(1) == 0 ? nullptr : text,
                           call.Word(2) == 0 ? nullptr : text);
         return true;
+    case Entry::ProcRequest:
+        any.ProcRequest(&any);
+        return true;
     case Entry::CreateSensorInitSettings:
         (void)any.CreateSensorInitSettings(&any, settings, As<int>(call.Word(1)));
         return true;
@@ -315,7 +318,6 @@ void MakeOfTable(const Call& call, PlatFormIntCallbacks* table) {
     case Entry::entry:                                                                             \
         make(table->member);                                                                       \
         break;
-        PLAIN(ProcRequest, ProcRequest)
         PLAIN(GetNCSCallback, GetNCSCallback)
         PLAIN(GetHWCallback, GetHWCallback)
         PLAIN(GetPerfCallback, GetPerfCallback)

@@ -161,6 +161,8 @@ uint64_t OnCallback(Entry entry, std::initializer_list<uint64_t> words) {
     return t_track == nullptr ? 0 : t_track->Arrive(entry, words).value_or(0);
 }
 
+constexpr uint32_t kCameras = 16; // The adapter has room for so many, and does not look.
+
 constexpr OemLayer::OffCamApplicationCallbacks kCallbacks{
     [](OemLayer::RequestPrivData* request) {
         OnCallback(Entry::ReleaseRtBuffers, {0, contract::WordOf(request)});
@@ -236,6 +238,13 @@ const Call* FindInner(const Call* outer, Entry entry) {
     return nullptr;
 }
 
+/// The adapter ends the process where it misses something of the platform. A recording does not
+/// tell what: the extension does as well as any.
+bool DiesLoading(const Calls& calls) {
+    const auto& all = calls.All();
+    return all.size() == 1 && all[0].Of() == Entry::LoadLib && !all[0].end.has_value();
+}
+
 } // namespace
 
 // --- All threads --------------------------------------------------------------------------------
@@ -257,8 +266,8 @@ Player::Player(const std::vector<Event>& events, bool isPaced)
 
 Player::~Player() { StandinControl()->SetAnswerer(nullptr); }
 
-/// Its operation tables lack what the recorded ones lacked, and its features have the modes that
-/// sessions were configured with.
+/// Its operation tables lack what the recorded ones lacked, its features have the modes that
+/// sessions were configured with, and it lacks a library where the recorded load ended the process.
 void Player::SetUpDevice() {
     std::map<std::string, std::string> modes;
     for (const Call& call : mCalls.All()) {
@@ -289,6 +298,9 @@ void Player::SetUpDevice() {
         };
         rows.push_back({{keep(feature), keep(mode), "0", "0"}});
     }
+    if (DiesLoading(mCalls)) {
+        StandinControl()->RefuseLibrary("/odm/lib64/libextensionlayer.so");
+    }
     StandinControl()->SetConfigRows(rows);
     StandinControl()->SetRecording(false);
     StandinControl()->SetFeed(false); // The layers see all.
@@ -304,6 +316,10 @@ void Player::MakeTables(const kit::Adapter& adapter) {
             continue;
         }
         const auto id = static_cast<uint32_t>(call.Word(0));
+        if (id >= kCameras) {
+            throw contract::RecordingError(NameOf(call) + ": there is no camera " +
+                                           std::to_string(id));
+        }
         mWorld.tables.try_emplace(id, adapter.Table(id));
         if (made.insert(id).second && call.Of() != Entry::Create) {
             mUnmade.push_back(id);

@@ -118,6 +118,7 @@ Ending PlayInProcess(const std::vector<Event>& events, const Options& options) {
     Ending ending{.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0,
                   .status = WIFEXITED(status) ? WEXITSTATUS(status) : 0};
     Hear(said.get(), ending);
+    ending.isRecorded = contract::WriterOf(record) == static_cast<uint32_t>(child);
     return ending;
 }
 

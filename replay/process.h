@@ -24,6 +24,7 @@ struct Ending {
     int status = 0;                   ///< With which it ended, where it was not killed.
     std::string stuck;                ///< Who does not come back, and where; empty for nobody.
     std::vector<std::string> omitted; ///< Calls that could not be made, in a line each.
+    bool isRecorded = false;          ///< Whether there is a recording of it.
 
     bool IsDead() const { return signal != 0 || status != 0; }
     /// As in "died by signal 11 (Segmentation fault)"; empty where it ended as usual.
@@ -32,7 +33,7 @@ struct Ending {
 
 /// Plays a recording with both layers in place. The caller has one thread, and has not loaded the
 /// adapter.
-/// \throws std::runtime_error where the library cannot be used, or nothing can be recorded.
+/// \throws std::runtime_error where the library cannot be used.
 Ending PlayInProcess(const std::vector<contract::Event>& events, const Options& options);
 
 } // namespace replay

@@ -5,6 +5,7 @@
 #include "view/check.h"
 
 #include <algorithm>
+#include <map>
 #include <sstream>
 
 namespace replay {
@@ -26,6 +27,22 @@ bool HasStatus(const std::vector<Event>& events, uint32_t status) {
                (event.IsCall(Entry::RequestComplete) &&
                 static_cast<uint32_t>(event.Word(2)) == status);
     });
+}
+
+/// How a process died, and in which call.
+using Death = std::pair<std::string, Entry>;
+
+/// The call that was made last of those that never returned; no entry's where all returned.
+Entry LastOpen(const std::vector<Event>& events) {
+    std::map<uint64_t, Entry> open;
+    for (const Event& event : events) {
+        if (event.IsCall()) {
+            open.emplace(event.Number(), event.Of());
+        } else {
+            open.erase(event.Header().call);
+        }
+    }
+    return open.empty() ? Entry::Count : open.rbegin()->second;
 }
 
 class Shrinker {
@@ -95,12 +112,21 @@ class Shrinker {
         const Ending ending = PlayInProcess(
             Recording::Read("a part", numbered).Events(),
             {.library = mLibrary, .record = mOwn.Path(), .isPaced = false, .isQuiet = true});
-        if (mWanted.isCrash) {
-            return ending.IsDead();
+        if (!ending.isRecorded) {
+            return false;
         }
         const Recording replay = Recording::Read(mOwn.Path());
+        if (mWanted.isCrash) {
+            return ending.IsDead() && IsSame({ending.Describe(), LastOpen(replay.Events())});
+        }
         return mWanted.rule.has_value() ? Breaks(replay.Events(), *mWanted.rule)
                                         : HasStatus(replay.Events(), *mWanted.status);
+    }
+
+    /// Whether it is the death of the first trial, which is that of the whole recording.
+    bool IsSame(const Death& death) {
+        mDeath = mDeath.has_value() ? mDeath : death;
+        return *mDeath == death;
     }
 
     /// Whole cameras first: with their own making and end.
@@ -150,6 +176,7 @@ class Shrinker {
     const Units mUnits;
     std::set<uint32_t> mCameras; ///< That are left, and the units.
     std::set<size_t> mLeft;
+    std::optional<Death> mDeath; ///< Where one is wanted.
     Shrunk mShrunk;
 };
 

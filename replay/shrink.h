@@ -13,7 +13,7 @@ namespace replay {
 struct Wanted {
     std::optional<contract::Rule> rule; ///< It is broken.
     std::optional<uint32_t> status; ///< A submission returns it, or a request completes with it.
-    bool isCrash = false;           ///< The process dies.
+    bool isCrash = false;           ///< The process dies, in the same way and the same call.
 };
 
 /// What is left of a recording.

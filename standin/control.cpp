@@ -321,6 +321,14 @@ Watch::Watch()
     mTap = contract::Tap::Open({.follower = this}, problem);
 }
 
+void Watch::Record(const std::string& file, uint64_t bytes) {
+    std::string problem;
+    mTap = contract::Tap::Open({.file = file, .bytes = bytes}, problem);
+    if (mTap == nullptr) {
+        throw std::runtime_error(problem);
+    }
+}
+
 void Watch::Take(const contract::Event& event, bool /*isOwn*/) {
     const std::lock_guard lock(mMutex);
     mEngine.Take(event);

@@ -181,6 +181,27 @@ TEST(Recording, SaysWhyItCannotBeMade) {
     }
 }
 
+TEST(Recording, HasANameThatALayersSettingsCanHold) {
+    const File file;
+    const std::string longest = file.name + std::string(1000, 'a');
+    const std::string count = std::to_string(longest.size());
+    const std::pair<std::string, std::string> kProblems[] = {
+        {file.name, ""},
+        {longest, "the path has " + count + " characters, and may have 1000"},
+        {file.name + "#b", "the path has a '#' or a line's end in it"},
+        {file.name + "\nb", "the path has a '#' or a line's end in it"},
+        {file.name + " ", "the path ends in a blank"},
+        {"/dev/full", "this is no file"}};
+    for (const auto& [name, problem] : kProblems) {
+        const std::string line = ProblemOfFile(name);
+        EXPECT_EQ(line.substr(std::min(line.size(), line.rfind(": ") + 2)), problem);
+        EXPECT_EQ(line.find('\n'), line.npos);
+    }
+    const auto tap = Open(file);
+    EXPECT_EQ(ProblemOfFile(file.name),
+              file.name + ": no recording can be made here: another process records into it");
+}
+
 // --- Limits -------------------------------------------------------------------------------------
 
 /// Something of which so much is recorded, in memory that has no more than its number.

@@ -247,17 +247,20 @@ void PrintOpenCalls(const Story& story, Moment start) {
                               " open and " + Count(static_cast<uint64_t>(requests), "request") +
                               " in flight");
     }
+    if (!story.IsOpen() && sessions + requests == 0) {
+        return;
+    }
     if (story.IsOpen()) {
         PrintFact("open", Painted(Colour::Bad, "these calls never returned: the process died in "
                                                "one of them, or went on after the recording"));
-    }
-    if (story.IsOpen()) {
-        PrintEvents(story, start, [&](size_t thread) { return story.Threads()[thread].open; });
-    } else if (sessions + requests > 0) {
+    } else {
         PrintFact("last", "what each thread did: the process died, or went on");
-        const std::vector<size_t> last = LastEvents(story);
-        PrintEvents(story, start, [&](size_t thread) { return std::vector{last[thread]}; });
     }
+    const std::vector<size_t> last = LastEvents(story);
+    PrintEvents(story, start, [&](size_t thread) {
+        const auto& open = story.Threads()[thread].open;
+        return open.empty() ? std::vector{last[thread]} : open;
+    });
 }
 
 void PrintAbout(const std::string& file, const contract::Recording& recording, const Story& story) {

@@ -1,6 +1,7 @@
 /// An adapter that is the built one but for one mistake. The environment says which: BROKEN_ADAPTER
-/// is "abort 150", "hang 150" or "refuse 150", at the submission of that real-time frame, or
-/// "lack 0" or "lack 1", which leaves every second function out.
+/// is "abort 150", "hang 150" or "refuse 150", at the submission of that real-time frame; or "once
+/// 150", which refuses in the first of all processes only: there is no file BROKEN_ADAPTER_MARK yet;
+/// or "lack 0" or "lack 1", which leaves every second function out.
 #include "adapterlayer/oemlayer_host.h"
 
 #include <cstdio>
@@ -47,8 +48,7 @@ uint32_t Submit(PlatFormIntCallbacks* table, void* request, void* privData, void
         while (mistake.Is("hang")) {
             pause();
         }
-        const bool isOnce = strcmp(mistake, "once") == 0;
-        if (!isOnce ||
+        if (!mistake.Is("once") ||
             open(getenv("BROKEN_ADAPTER_MARK"), O_CREAT | O_EXCL | O_CLOEXEC, 0600) >= 0) {
             return 4;
         }

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 #include <deque>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -20,6 +22,7 @@ struct Handle {
     explicit Handle(const void* value) : word(reinterpret_cast<uint64_t>(value)) {}
     bool operator==(const Handle&) const = default;
 };
+inline uint64_t AddressOf(const void* pointer) { return Handle(pointer).word; }
 
 inline void Append(std::string& text, std::string_view part) { text += part; }
 inline void Append(std::string& text, Handle handle) {
@@ -83,7 +86,29 @@ template <class T> T Remember(std::deque<T>& gone, const T& next) {
     return oldest;
 }
 
-/// What a framework lent, as often as it did: a buffer of a stream.
+/// What a framework lent: a buffer of a stream.
 using Lent = std::pair<uint64_t, uint64_t>;
+inline Lent LentOf(const camera3_stream_buffer& buffer) {
+    return {AddressOf(buffer.stream), AddressOf(buffer.buffer)};
+}
+inline Lent LentOf(const ChiStreamBuffer& buffer) {
+    return {AddressOf(buffer.pStream), AddressOf(buffer.bufferHandle)};
+}
+
+/// Each as often as it was lent.
+class LentBuffers {
+  public:
+    void Add(const Lent& buffer) { ++mCounts[buffer]; }
+    bool Has(const Lent& buffer) const { return mCounts.contains(buffer); }
+    void GiveBack(const std::optional<Lent>& buffer) {
+        const auto lent = buffer.has_value() ? mCounts.find(*buffer) : mCounts.end();
+        if (lent != mCounts.end() && --lent->second == 0) {
+            mCounts.erase(lent);
+        }
+    }
+
+  private:
+    std::map<Lent, uint32_t> mCounts;
+};
 
 } // namespace contract

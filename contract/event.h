@@ -9,6 +9,7 @@
 
 #include "contract/records.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -76,6 +77,11 @@ class Event {
     template <class T> std::span<const T> All(uint64_t address) const {
         const auto bytes = Find(kRecordOf<T>, address);
         return {reinterpret_cast<const T*>(bytes.data()), bytes.size() / sizeof(T)};
+    }
+    /// As many of them, at most.
+    template <class T> std::span<const T> Some(const void* address, size_t most) const {
+        const auto all = All<T>(address);
+        return all.first(std::min(all.size(), most));
     }
     /// One of them; null where it is not recorded.
     template <class T> const T* At(uint64_t address) const {

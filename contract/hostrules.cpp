@@ -26,10 +26,10 @@ HostRules::Reference HostRules::Submit(const Event& event) {
         request.isKnown = true;
         request.frame = wrapper->rtFrameNumber;
         request.partial = own->partialResultBase + kMetadataPartial;
-        request.stream = Handle(wrapper->identity.pOutStream).word;
+        request.stream = AddressOf(wrapper->identity.pOutStream);
         request.output = {request.stream, 0}; // Of a request without, one has to be lent.
         if (output != nullptr) {
-            request.output = {Handle(output->stream).word, Handle(output->buffer).word};
+            request.output = LentOf(*output);
         }
     }
     const auto* table = event.At<OemLayer::OffCamApplicationCallbacks>(event.Word(4));
@@ -114,8 +114,8 @@ void HostRules::CheckBuffers(const Event& event, Request& request,
                   Handle(result.output_buffers));
     const auto buffers = event.All<camera3_stream_buffer>(result.output_buffers);
     for (const camera3_stream_buffer& buffer : buffers) {
-        const Lent seen{Handle(buffer.stream).word, Handle(buffer.buffer).word};
-        const bool isLent = seen.first == request.stream && mLent.contains(seen);
+        const Lent seen = LentOf(buffer);
+        const bool isLent = seen.first == request.stream && mLent.Has(seen);
         if (seen != request.output && isLent) {
             request.got = seen;
         }
@@ -151,7 +151,7 @@ void HostRules::OnCompletion(const Event& event) {
         CheckReports(*request);
         CheckStatus(*request, static_cast<uint32_t>(event.Word(2)));
     }
-    GiveBack(*request);
+    mLent.GiveBack(request->got);
     End(event.Word(1), *request, Phase::Completed);
 }
 
@@ -181,7 +181,7 @@ void HostRules::CheckStatus(const Request& request, uint32_t status) const {
 void HostRules::OnLent(const Event& event) {
     for (const auto& answer : event.All<camera3_stream_buffer_ret>(event.Word(4))) {
         for (const auto& buffer : event.All<camera3_stream_buffer>(answer.output_buffers)) {
-            ++mLent[{Handle(buffer.stream).word, Handle(buffer.buffer).word}];
+            mLent.Add(LentOf(buffer));
         }
     }
 }
@@ -210,13 +210,6 @@ void HostRules::End(uint64_t record, Request& request, Phase phase) {
     const auto [oldest, serial] = Remember(mEnded, {record, request.serial});
     if (Find({oldest, serial}) != nullptr) {
         mRequests.erase(oldest);
-    }
-}
-
-void HostRules::GiveBack(Request& request) {
-    const auto lent = request.got.has_value() ? mLent.find(*request.got) : mLent.end();
-    if (lent != mLent.end() && --lent->second == 0) {
-        mLent.erase(lent);
     }
 }
 

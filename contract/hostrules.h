@@ -3,8 +3,6 @@
 
 #include "contract/checks.h"
 
-#include <map>
-#include <optional>
 #include <set>
 #include <unordered_map>
 
@@ -69,13 +67,12 @@ class HostRules {
     void CheckStatus(const Request& request, uint32_t status) const;
     void Name(uint64_t event, const Request& request);
     void End(uint64_t record, Request& request, Phase phase);
-    void GiveBack(Request& request);
 
     Checks& mChecks;
     uint64_t mLastSerial = 0;
     std::unordered_map<uint64_t, Request> mRequests;  ///< By their records' addresses.
     std::deque<std::pair<uint64_t, uint64_t>> mEnded; ///< Records and serials, oldest first.
-    std::map<Lent, uint32_t> mLent;                   ///< And not reported to the end yet.
+    LentBuffers mLent;                                ///< And not reported to the end yet.
     std::unordered_map<uint32_t, Lacks> mLacks;       ///< By camera.
     std::set<uint32_t> mCameras;
 };

@@ -1,75 +1,19 @@
 /// The rules V and R: what the vendor is handed and gets back, and what it does itself.
 #pragma once
 
-#include "contract/checks.h"
-#include "contract/hostrules.h"
+#include "contract/objects.h"
 #include "contract/setmark.h"
 
-#include <algorithm>
 #include <array>
-#include <map>
-#include <optional>
-#include <unordered_map>
-#include <vector>
 
 namespace contract {
 
-/// What the vendor calls its objects of a kind, and the rules for their lives.
-struct ObjectKind {
-    const char* name;
-    Rule alive;    ///< Broken by the use of an object that is none.
-    Rule returned; ///< Broken where it is given back twice, or never.
-};
+/// Whether a call that returns a status, 0 or not, came to what it was for.
+inline bool Worked(const Event& event) { return static_cast<uint32_t>(event.Result()) == 0; }
 
-/// The objects of one kind that are alive, by their handles.
-template <class T> class Objects {
-  public:
-    /// One that may be used; null if it is being given back, or is none.
-    T* Find(uint64_t handle) {
-        T* const found = FindAny(handle);
-        return found == nullptr || found->isGoing ? nullptr : found;
-    }
-    T* FindAny(uint64_t handle) {
-        const auto found = mAlive.find(handle);
-        return found == mAlive.end() ? nullptr : &found->second;
-    }
-    T& Add(uint64_t handle, T object) { return mAlive[handle] = std::move(object); }
-    void Remove(uint64_t handle) {
-        mAlive.erase(handle);
-        Remember(mGone, handle);
-    }
-    bool WasAlive(uint64_t handle) const {
-        return mAlive.contains(handle) ||
-               std::find(mGone.begin(), mGone.end(), handle) != mGone.end();
-    }
-    std::unordered_map<uint64_t, T>& All() { return mAlive; }
-
-  private:
-    std::unordered_map<uint64_t, T> mAlive;
-    std::deque<uint64_t> mGone;
-};
-
-struct ListedStream {
-    uint64_t address;
-    std::optional<Stream> stream; ///< Where it is recorded.
-};
-using StreamList = std::vector<ListedStream>;
-
-/// A call that has not returned yet, with what its return needs.
-struct PendingCall {
-    Entry entry;
-    uint64_t call;       ///< Its number.
-    uint64_t key = 0;    ///< The handle that is given back, the callbacks of a session, ...
-    uint64_t serial = 0; ///< Of the object behind it.
-    uint64_t session = 0;
-    HostRules::Reference request{};   ///< Of a submission.
-    std::string name{};               ///< Of a session.
-    std::optional<uint32_t> camera{}; ///< Of metadata operations.
-    StreamList list{};                ///< Of a configuration.
-};
-using Calls = std::vector<PendingCall>; ///< Of one thread, the innermost last.
-
-/// Follows the vendor's objects from their birth to their end.
+/// Holds the vendor's calls against the state of its objects. Its members are, in the order of a
+/// request's life, in vendorrules.cpp (sessions), vendorrules_requests.cpp, and, for what is made
+/// with operation tables, in vendorrules_objects.cpp.
 class VendorRules {
   public:
     VendorRules(Checks& checks, HostRules& host) : mChecks(checks), mHost(host) {}
@@ -80,39 +24,33 @@ class VendorRules {
     void CheckAllReturned();
 
   private:
-    struct Object {
-        uint64_t serial = 0;
-        /// How often its handle was given out: against the rules, but for a table.
-        uint32_t given = 1;
-        bool isGoing = false;     ///< It is being given back.
-        bool wasReported = false; ///< As one that was not.
-    };
-    struct Metadata : Object {
+    struct Metadata : LiveObject {
         static constexpr ObjectKind kKind{"metadata object", Rule::MetadataAlive,
                                           Rule::MetadataDestroyed};
         std::optional<uint32_t> camera; ///< Of the table that made it.
         std::optional<SetMark> mark;
     };
-    struct Android : Object {
+    struct Android : LiveObject {
         static constexpr ObjectKind kKind{"Android metadata object", Rule::AndroidMetadataReleased,
                                           Rule::AndroidMetadataReleased};
     };
-    struct Manager : Object {
+    struct Manager : LiveObject {
         static constexpr ObjectKind kKind{"buffer manager", Rule::ManagerAlive,
                                           Rule::ManagerDestroyed};
     };
-    struct Image : Object {
+    struct Image : LiveObject {
         static constexpr ObjectKind kKind{"image buffer", Rule::ImageAlive, Rule::ImageReleased};
         uint64_t manager = 0;
     };
     /// A vendor may open one table for several cameras.
-    struct Table : Object {
+    struct Table : LiveObject {
         static constexpr ObjectKind kKind{"operation table", Rule::TableOpen, Rule::TableOpen};
         std::optional<uint32_t> camera; ///< Of metadata operations.
         bool makesSettings = false;
     };
-    struct Session : Object {
-        static constexpr ObjectKind kKind{"session", Rule::SessionOpen, Rule::SessionClosed};
+    struct Session : LiveObject {
+        static constexpr ObjectKind kKind{"session", Rule::SessionOpen, Rule::SessionClosed,
+                                          Rule::NewSession};
         std::string name;
         uint64_t callbacks = 0;
         uint64_t opening = 0; ///< The number of the call.
@@ -152,16 +90,6 @@ class VendorRules {
         uint64_t event;
         bool worked;
     };
-
-    // All kinds
-    template <class T> T* Require(Objects<T>& all, uint64_t handle, Rule rule, const char* past);
-    template <class T> T* Require(Objects<T>& all, uint64_t handle) {
-        return Require(all, handle, T::kKind.alive, "destroyed");
-    }
-    template <class T> T* BeginEnd(Objects<T>& all, uint64_t handle, PendingCall& call);
-    template <class T> void FinishEnd(Objects<T>& all, const PendingCall& call, bool worked);
-    template <class T> T* Adopt(Objects<T>& all, uint64_t handle, Rule fresh, T object);
-    template <class T> void CheckLeft(Objects<T>& all);
 
     // Entries, in the order of the tables
     void CallInterface(const Event& event, PendingCall& call);
@@ -225,18 +153,18 @@ class VendorRules {
 
     Checks& mChecks;
     HostRules& mHost;
-    uint64_t mLastSerial = 0;
-    Objects<Session> mSessions;
-    Objects<Metadata> mMetadata;
-    Objects<Android> mAndroid;
-    Objects<Manager> mManagers;
-    Objects<Image> mImages;
-    Objects<Table> mMetadataOps, mBufferOps;
+    uint64_t mLastExecution = 0; ///< Its serial.
+    Objects<Session> mSessions{mChecks};
+    Objects<Metadata> mMetadata{mChecks};
+    Objects<Android> mAndroid{mChecks};
+    Objects<Manager> mManagers{mChecks};
+    Objects<Image> mImages{mChecks};
+    Objects<Table> mMetadataOps{mChecks}, mBufferOps{mChecks};
     std::unordered_map<uint64_t, uint64_t> mCallbacks; ///< Sessions by their callbacks' record.
     std::deque<uint64_t> mClosedCallbacks;
     std::unordered_map<uint64_t, Execution> mExecutions; ///< By their private data.
     std::deque<std::pair<uint64_t, uint64_t>> mEnded;    ///< Private data and serials.
-    std::map<Lent, uint32_t> mLent;
+    LentBuffers mLent;
     std::array<Made, 16> mSettings{}; ///< The last that were made, or not.
     size_t mNextSettings = 0;
     bool mGaveSetMetadata = false; ///< To a host, and how often it did not.

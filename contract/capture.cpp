@@ -1,8 +1,6 @@
 /// The copies that events hold.
 #include "contract/capture.h"
 
-#include <algorithm>
-
 namespace contract {
 namespace {
 
@@ -11,8 +9,7 @@ constexpr uint32_t kMostStreams = 4096; ///< Of a session or a request.
 /// Sets, buffers, requests and answers of one call.
 constexpr uint32_t kMostRecords =
     std::tuple_size_v<decltype(Before<Entry::RequestStreamBuffers>::buffers)>;
-constexpr uint32_t kMostResults = 8;   ///< Buffers of a result; the adapter reads no more.
-constexpr uint32_t kMostValues = 4096; ///< Of a tag.
+constexpr uint32_t kMostResults = 8; ///< Buffers of a result; the adapter reads no more.
 
 template <class T> T Load(const T* source) { return __atomic_load_n(source, __ATOMIC_RELAXED); }
 
@@ -106,11 +103,6 @@ using OemLayer::OffCamApplicationCallbacks;
 using OemLayer::OfflineDataWraper;
 using OemLayer::RequestPrivData;
 
-void Capture<Entry::CreateWithUsage>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
-                                           const uint32_t* tags, uint32_t count, int /*usage*/) {
-    writer.PutMost(tags, count, kMostValues);
-}
-
 void Capture<Entry::GetTag>::Return(Writer& writer, PlatFormIntCallbacks* /*table*/,
                                     void* /*metadata*/, uint32_t /*tag*/, uint32_t* size,
                                     uint8_t /*type*/, void* result) {
@@ -118,12 +110,6 @@ void Capture<Entry::GetTag>::Return(Writer& writer, PlatFormIntCallbacks* /*tabl
         writer.Put(size);
         writer.PutMost(static_cast<const uint8_t*>(result), *size, kMostValues);
     }
-}
-
-void Capture<Entry::SetTag>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
-                                  void* /*metadata*/, uint32_t /*tag*/, const void* data,
-                                  uint32_t count, uint32_t /*extra*/) {
-    writer.PutMost(static_cast<const uint8_t*>(data), count, kMostValues);
 }
 
 void Capture<Entry::TakeImageBuffer>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
@@ -152,33 +138,6 @@ void Capture<Entry::SubmitRequestFromRT>::Call(Writer& writer, PlatFormIntCallba
     }
     writer.Put(static_cast<const camera3_stream_buffer*>(outputBuffer));
     writer.Put(static_cast<const OffCamApplicationCallbacks*>(appCallbacks));
-}
-
-void Capture<Entry::TranslateToBuffer>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
-                                             const void* source, void* /*target*/) {
-    writer.Put(static_cast<const camera3_stream_buffer*>(source));
-}
-
-void Capture<Entry::TranslateToBuffer>::Return(Writer& writer, PlatFormIntCallbacks* /*table*/,
-                                               const void* /*source*/, void* target,
-                                               uint32_t /*status*/) {
-    writer.Put(static_cast<const ChiStreamBuffer*>(target));
-}
-
-void Capture<Entry::TranslateFromBuffer>::Call(Writer& writer, PlatFormIntCallbacks* /*table*/,
-                                               const void* source, void* /*target*/) {
-    writer.Put(static_cast<const ChiStreamBuffer*>(source));
-}
-
-void Capture<Entry::TranslateFromBuffer>::Return(Writer& writer, PlatFormIntCallbacks* /*table*/,
-                                                 const void* /*source*/, void* target,
-                                                 uint32_t /*status*/) {
-    writer.Put(static_cast<const camera3_stream_buffer*>(target));
-}
-
-void Capture<Entry::CreateSensorInitSettings>::Return(Writer& writer, int* settings, int /*value*/,
-                                                      int /*status*/) {
-    writer.Put(settings);
 }
 
 void Capture<Entry::CaptureResult>::Call(Writer& writer, uint32_t /*camera*/,
@@ -336,51 +295,6 @@ void Capture<Entry::ExecuteRequest>::Return(Writer& writer, uint64_t /*session*/
     }
 }
 
-void Capture<Entry::OpenMetadataOps>::Call(Writer& writer, ChiOfflineInterface* /*interface*/,
-                                           ChiMetadataOpsOpenInfo* info) {
-    writer.Put(info);
-}
-
-void Capture<Entry::OpenMetadataOps>::Return(Writer& writer, ChiOfflineInterface* /*interface*/,
-                                             ChiMetadataOpsOpenInfo* /*info*/,
-                                             ChiOfflineMetadataOps* result) {
-    writer.Put(result);
-}
-
-void Capture<Entry::OpenBufferOps>::Return(Writer& writer, ChiOfflineInterface* /*interface*/,
-                                           ChiOfflineBufferManagerOps* result) {
-    writer.Put(result);
-}
-
-void Capture<Entry::TranslateToChiBuffer>::Call(Writer& writer, const camera3_stream_buffer* source,
-                                                ChiStreamBuffer* /*target*/) {
-    writer.Put(source);
-}
-
-void Capture<Entry::TranslateToChiBuffer>::Return(Writer& writer,
-                                                  const camera3_stream_buffer* /*source*/,
-                                                  ChiStreamBuffer* target, uint32_t /*status*/) {
-    writer.Put(target);
-}
-
-void Capture<Entry::TranslateFromChiBuffer>::Call(Writer& writer, const ChiStreamBuffer* source,
-                                                  camera3_stream_buffer* /*target*/) {
-    writer.Put(source);
-}
-
-void Capture<Entry::TranslateFromChiBuffer>::Return(Writer& writer,
-                                                    const ChiStreamBuffer* /*source*/,
-                                                    camera3_stream_buffer* target,
-                                                    uint32_t /*status*/) {
-    writer.Put(target);
-}
-
-void Capture<Entry::MetadataCreateWithUsage>::Call(Writer& writer, ChiOfflineMetadataOps* /*ops*/,
-                                                   const uint32_t* tags, uint32_t count,
-                                                   int32_t /*usage*/) {
-    writer.PutMost(tags, count, kMostValues);
-}
-
 void Capture<Entry::MetadataGetTag>::Return(Writer& writer, ChiMetadataHandle /*metadata*/,
                                             uint32_t /*tag*/, uint8_t /*type*/,
                                             ChiMetadataTagEntry* entry, uint32_t status) {
@@ -388,12 +302,6 @@ void Capture<Entry::MetadataGetTag>::Return(Writer& writer, ChiMetadataHandle /*
     if (entry != nullptr && status == 0) {
         writer.PutMost(static_cast<const uint8_t*>(entry->pData), entry->size, kMostValues);
     }
-}
-
-void Capture<Entry::MetadataSetTag>::Call(Writer& writer, ChiMetadataHandle /*metadata*/,
-                                          uint32_t /*tag*/, const void* data, uint32_t count,
-                                          uint32_t /*extra*/) {
-    writer.PutMost(static_cast<const uint8_t*>(data), count, kMostValues);
 }
 
 void Capture<Entry::BufferManagerCreate>::Call(Writer& writer, ChiOfflineBufferManagerOps* /*ops*/,

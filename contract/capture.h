@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <span>
+#include <tuple>
 
 namespace contract {
 
@@ -79,11 +80,39 @@ class Writer {
     bool mIsCut = false; ///< Something was left out for its number.
 };
 
-/// What a call copies, beside its words, and its return. By default nothing.
-template <Entry E> struct Capture {
-    template <class... Args> static void Call(Writer&, const Args&...) {}
-    template <class... Args> static void Return(Writer&, const Args&...) {}
+inline constexpr uint32_t kMostValues = 4096; ///< Of a tag.
+
+/// What is copied of arguments, which count from 0; when the call returns, its result is behind
+/// them.
+struct Nothing {
+    template <class... Args> static void Put(Writer&, const Args&...) {}
 };
+/// The record that an argument points at.
+template <size_t Index, class T> struct One {
+    template <class... Args> static void Put(Writer& writer, const Args&... args) {
+        writer.Put(static_cast<const T*>(std::get<Index>(std::tie(args...))));
+    }
+};
+/// The values that it points at, as many as the argument behind it says.
+template <size_t Index, class T> struct Values {
+    template <class... Args> static void Put(Writer& writer, const Args&... args) {
+        const auto all = std::tie(args...);
+        writer.PutMost(static_cast<const T*>(std::get<Index>(all)), std::get<Index + 1>(all),
+                       kMostValues);
+    }
+};
+/// The two moments together, as a capture has them.
+template <class OnCall, class OnReturn = Nothing> struct Copies {
+    template <class... Args> static void Call(Writer& writer, const Args&... args) {
+        OnCall::Put(writer, args...);
+    }
+    template <class... Args> static void Return(Writer& writer, const Args&... args) {
+        OnReturn::Put(writer, args...);
+    }
+};
+
+/// What a call copies, beside its words, and its return. By default nothing.
+template <Entry E> struct Capture : Copies<Nothing> {};
 
 /// What is taken before the call's event is written. By default nothing, and it is empty; where it
 /// is not, `Capture` gets it as the last argument.
@@ -119,9 +148,8 @@ template <> struct Before<Entry::RequestStreamBuffers> {
 
 // Arguments as they stand in `Tap::Around`; a return has the result behind them.
 #define CONTRACT_CALL(entry, ...)                                                                  \
-    template <> struct Capture<Entry::entry> {                                                     \
+    template <> struct Capture<Entry::entry> : Copies<Nothing> {                                   \
         static void Call(Writer& writer, __VA_ARGS__);                                             \
-        template <class... Args> static void Return(Writer&, const Args&...) {}                    \
     }
 #define CONTRACT_BOTH(entry, Result, ...)                                                          \
     template <> struct Capture<Entry::entry> {                                                     \
@@ -129,22 +157,21 @@ template <> struct Before<Entry::RequestStreamBuffers> {
         static void Return(Writer& writer, __VA_ARGS__, Result result);                            \
     }
 #define CONTRACT_RETURN(entry, Result, ...)                                                        \
-    template <> struct Capture<Entry::entry> {                                                     \
-        template <class... Args> static void Call(Writer&, const Args&...) {}                      \
+    template <> struct Capture<Entry::entry> : Copies<Nothing> {                                   \
         static void Return(Writer& writer, __VA_ARGS__, Result result);                            \
     }
 
-CONTRACT_CALL(CreateWithUsage, PlatFormIntCallbacks*, const uint32_t* tags, uint32_t count, int);
+template <> struct Capture<Entry::CreateWithUsage> : Copies<Values<1, uint32_t>> {};
 CONTRACT_RETURN(GetTag, void*, PlatFormIntCallbacks*, void*, uint32_t, uint32_t* size, uint8_t);
-CONTRACT_CALL(SetTag, PlatFormIntCallbacks*, void*, uint32_t, const void* data, uint32_t count,
-              uint32_t);
+template <> struct Capture<Entry::SetTag> : Copies<Values<3, uint8_t>> {};
 CONTRACT_CALL(TakeImageBuffer, PlatFormIntCallbacks*, void* stream);
 CONTRACT_CALL(SubmitRequestFromRT, PlatFormIntCallbacks*, void* request, void* privData,
               void* outputBuffer, void* appCallbacks);
-CONTRACT_BOTH(TranslateToBuffer, uint32_t, PlatFormIntCallbacks*, const void* source, void* target);
-CONTRACT_BOTH(TranslateFromBuffer, uint32_t, PlatFormIntCallbacks*, const void* source,
-              void* target);
-CONTRACT_RETURN(CreateSensorInitSettings, int, int* settings, int);
+template <> struct Capture<Entry::TranslateToBuffer>
+    : Copies<One<1, camera3_stream_buffer>, One<2, ChiStreamBuffer>> {};
+template <> struct Capture<Entry::TranslateFromBuffer>
+    : Copies<One<1, ChiStreamBuffer>, One<2, camera3_stream_buffer>> {};
+template <> struct Capture<Entry::CreateSensorInitSettings> : Copies<Nothing, One<0, int>> {};
 CONTRACT_CALL(CaptureResult, uint32_t camera, OemLayer::RequestPrivData*,
               camera3_capture_result* result);
 template <> struct Capture<Entry::RequestStreamBuffers> {
@@ -165,19 +192,18 @@ template <> struct Capture<Entry::ExecuteRequest> {
     static void Return(Writer& writer, uint64_t, ChiOfflineExecuteRequest* request, int32_t,
                        const Before<Entry::ExecuteRequest>& before);
 };
-CONTRACT_BOTH(OpenMetadataOps, ChiOfflineMetadataOps*, ChiOfflineInterface*,
-              ChiMetadataOpsOpenInfo* info);
-CONTRACT_RETURN(OpenBufferOps, ChiOfflineBufferManagerOps*, ChiOfflineInterface*);
-CONTRACT_BOTH(TranslateToChiBuffer, uint32_t, const camera3_stream_buffer* source,
-              ChiStreamBuffer* target);
-CONTRACT_BOTH(TranslateFromChiBuffer, uint32_t, const ChiStreamBuffer* source,
-              camera3_stream_buffer* target);
-CONTRACT_CALL(MetadataCreateWithUsage, ChiOfflineMetadataOps*, const uint32_t* tags, uint32_t count,
-              int32_t);
+template <> struct Capture<Entry::OpenMetadataOps>
+    : Copies<One<1, ChiMetadataOpsOpenInfo>, One<2, ChiOfflineMetadataOps>> {};
+template <> struct Capture<Entry::OpenBufferOps>
+    : Copies<Nothing, One<1, ChiOfflineBufferManagerOps>> {};
+template <> struct Capture<Entry::TranslateToChiBuffer>
+    : Copies<One<0, camera3_stream_buffer>, One<1, ChiStreamBuffer>> {};
+template <> struct Capture<Entry::TranslateFromChiBuffer>
+    : Copies<One<0, ChiStreamBuffer>, One<1, camera3_stream_buffer>> {};
+template <> struct Capture<Entry::MetadataCreateWithUsage> : Copies<Values<1, uint32_t>> {};
 CONTRACT_RETURN(MetadataGetTag, uint32_t, ChiMetadataHandle, uint32_t, uint8_t,
                 ChiMetadataTagEntry* entry);
-CONTRACT_CALL(MetadataSetTag, ChiMetadataHandle, uint32_t, const void* data, uint32_t count,
-              uint32_t);
+template <> struct Capture<Entry::MetadataSetTag> : Copies<Values<2, uint8_t>> {};
 CONTRACT_CALL(BufferManagerCreate, ChiOfflineBufferManagerOps*, const char* name,
               const ChiBufferManagerCreateData* data);
 CONTRACT_CALL(ProcessCaptureResult, const ChiOfflineSessionCallbacks*, unsigned int count,

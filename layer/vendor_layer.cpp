@@ -59,22 +59,28 @@ template <class Record> class Closed {
         }
         pthread_mutex_unlock(&mLock);
     }
-    /// A new one where none has been closed for long. \returns null where there is no memory.
+    /// One from the heap only where many are open. \returns null where there is no memory.
     Record* Take() {
-        constexpr size_t kKept = 64;
+        Record* record = nullptr;
         pthread_mutex_lock(&mLock);
-        Record* const record = mCount > kKept ? mFirst : nullptr;
-        if (record != nullptr) {
-            mFirst = record->next;
+        if (mCount > kKept) {
+            record = std::exchange(mFirst, mFirst->next);
             record->isClosed = false;
             --mCount;
+        } else if (mUsed < kOwn) {
+            record = &mOwn[mUsed++];
         }
         pthread_mutex_unlock(&mLock);
         return record != nullptr ? record : new (std::nothrow) Record();
     }
 
   private:
+    static constexpr size_t kKept = 64; ///< That are closed, and not used again yet.
+    static constexpr size_t kOwn = 2 * kKept;
+
     pthread_mutex_t mLock = PTHREAD_MUTEX_INITIALIZER;
+    Record mOwn[kOwn] = {};
+    size_t mUsed = 0;
     Record* mFirst = nullptr; ///< The one that was closed longest ago.
     Record* mLast = nullptr;
     size_t mCount = 0;

@@ -241,8 +241,10 @@ const Call* FindInner(const Call* outer, Entry entry) {
 /// The adapter ends the process where it misses something of the platform. A recording does not
 /// tell what: the extension does as well as any.
 bool DiesLoading(const Calls& calls) {
-    const auto& all = calls.All();
-    return all.size() == 1 && all[0].Of() == Entry::LoadLib && !all[0].end.has_value();
+    return std::all_of(calls.Lanes().begin(), calls.Lanes().end(), [](const Lane& lane) {
+        return lane.calls.size() == 1 && lane.calls[0]->Of() == Entry::LoadLib &&
+               !lane.calls[0]->end.has_value();
+    });
 }
 
 } // namespace

@@ -325,7 +325,8 @@ struct SessionRecords {
     }
 };
 
-TEST(Layer, UsesASessionsRecordAgainOnceTheVendorIsDoneWithIt) {
+/// A vendor may call back long after the close, with the record that it got or with a copy of it.
+TEST(Layer, UsesASessionsRecordAgainOnceManyOthersWereClosed) {
     const kit::Layers layers(kit::AdapterFile(true), {.record = g_file.path});
     Device device;
     device.ExpectViolations();
@@ -344,10 +345,20 @@ TEST(Layer, UsesASessionsRecordAgainOnceTheVendorIsDoneWithIt) {
     EXPECT_EQ(vendor.pCloseSession(sessions[0]), 0);
     records[2].callbacks.GetFrameworkBuffers = nullptr; // The vendor is to see that, and refuse it.
     EXPECT_EQ(records[2].Open(vendor, sessions[2]), nullptr);
+    const ChiOfflineSessionCallbacks copy = *record;
+    for (int i = 0; i < 63; ++i) { // One more is that of the refused opening.
+        EXPECT_NE(records[3].Open(vendor, sessions[3]), record);
+        EXPECT_EQ(vendor.pCloseSession(sessions[3]), 0);
+    }
+    record->ProcessNotifyCb(record, 0, nullptr);
+    records[0].callbacks.ProcessNotifyCb = nullptr; // The client's own record may be gone.
+    copy.ProcessNotifyCb(&copy, 0, nullptr);
+    EXPECT_EQ(records[0].notified, 3U);
+    EXPECT_EQ(records[3].notified, 0U);
+
     EXPECT_EQ(records[3].Open(vendor, sessions[3]), record);
     record->ProcessNotifyCb(record, 0, nullptr);
     EXPECT_EQ(records[3].notified, 1U);
-    EXPECT_EQ(records[0].notified, 1U);
     EXPECT_EQ(vendor.pCloseSession(sessions[1]), 0);
     EXPECT_EQ(vendor.pCloseSession(sessions[3]), 0);
 }

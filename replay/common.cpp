@@ -117,17 +117,32 @@ void ChooseOfReplay(const Calls& calls, uint32_t mainThread, std::set<Handle> ea
     }
 }
 
+/// Whether several threads opened sessions: which one the adapter listed first, no event tells.
+bool OpenTogether(const std::vector<Event>& events) {
+    std::set<uint32_t> threads;
+    for (const Event& event : events) {
+        if (event.IsCall(Entry::OpenSession)) {
+            threads.insert(event.Thread());
+        }
+    }
+    return threads.size() > 1;
+}
+
 } // namespace
 
 Common FindCommon(const std::vector<Event>& recording, const std::vector<Event>& replay,
                   uint32_t mainThread) {
-    if (!LacksBeginning(recording)) {
+    const bool isLate = LacksBeginning(recording);
+    if (!isLate && !OpenTogether(recording)) {
         return {recording, replay};
     }
     const Calls ofRecording(recording);
     const Calls ofReplay(replay);
     Chosen one(ofRecording);
     Chosen other(ofReplay);
+    if (!isLate) {
+        return {one.Events(), other.Events()};
+    }
     ChooseOfReplay(ofReplay, mainThread, ChooseOfRecording(ofRecording, one), other);
     return {one.Events(), other.Events(), true};
 }

@@ -11,7 +11,8 @@ namespace replay {
 
 struct Common {
     std::vector<Event> recording, replay;
-    bool isLate = false; ///< The recording lacks its beginning; otherwise both are whole.
+    bool isLate = false; ///< The recording lacks its beginning; otherwise both are whole, but for
+                         ///< the order in which what several threads opened is closed together.
 };
 
 /// \param mainThread of the replay's process, which makes what the recording lacks.

@@ -46,7 +46,7 @@ ABI_SIZE(BlockHeader, 32);
 ABI_NO_PADDING(BlockHeader);
 
 /// The part of the page that the process' writers share, at kLiveOffset. A reader takes nothing
-/// from it but how many events there should be.
+/// from it but how many events there should be, and which block was the last one.
 struct LivePart {
     uint64_t lock[8]; ///< A pthread_mutex_t of the machine.
     uint64_t block;   ///< The number of the current one.

@@ -73,10 +73,11 @@ std::map<uint64_t, BlockHeader> ReadBlockHeaders(const FileHeader& about, std::i
     return blocks;
 }
 
-/// The number of the oldest block that the ring has kept: the writer may have died while it began
-/// the next one in its place.
+/// The number of the oldest block that the ring has kept. The newest may be cut off, or its writer
+/// died while it began that in the oldest one's place.
 uint64_t OldestOf(const FileHeader& about, uint64_t newest, const LivePart& live) {
-    const uint64_t current = live.block == newest + 1 ? live.block : newest;
+    const bool isCut = live.block > newest && live.block - newest < about.blocks;
+    const uint64_t current = isCut ? live.block : newest;
     return current < about.blocks ? 0 : current - about.blocks + 1;
 }
 
@@ -179,6 +180,7 @@ Recording Recording::Read(const std::string& name, std::istream& in) {
     if (recording.mDamage.empty() && last + 1 != live.nextEvent) {
         recording.mDamage = "it ends " + After(recording.mEvents) + ": the rest is cut off";
     }
+    recording.mHasItsEnd = recording.mDamage.empty();
     if (recording.mLacksBeginning) {
         recording.mDamage = "its beginning is damaged" +
                             (recording.mDamage.empty() ? "" : ", and " + recording.mDamage);
@@ -222,17 +224,19 @@ void Recording::ReadBlock(const BlockHeader& block, std::vector<std::byte> bytes
 
 namespace {
 
+std::string LineOf(const std::string& file, const std::string& problem) {
+    constexpr size_t kMostShown = 200;
+    const std::string line = file.substr(0, file.find('\n'));
+    const std::string shown = line.size() > kMostShown ? line.substr(0, kMostShown) + "..." : line;
+    return shown + ": no recording can be made here: " + problem;
+}
+
 std::string ProblemOfName(const std::string& path) {
-    constexpr size_t kMostCharacters = 1000;
     if (path.find_first_of("#\n") != path.npos) {
         return "the path has a '#' or a line's end in it";
     }
     if (path.find_last_not_of(" \t\r") + 1 != path.size()) {
         return "the path ends in a blank";
-    }
-    if (path.size() > kMostCharacters) {
-        return "the path has " + std::to_string(path.size()) + " characters, and may have " +
-               std::to_string(kMostCharacters);
     }
     return "";
 }
@@ -254,16 +258,13 @@ std::string ProblemOfOpening(const std::string& file) {
 } // namespace
 
 std::string ProblemOfFile(const std::string& file) {
-    const std::string path = std::filesystem::absolute(file);
-    std::string problem = ProblemOfName(path);
-    problem = problem.empty() ? ProblemOfOpening(file) : problem;
-    if (problem.empty()) {
-        return "";
-    }
-    constexpr size_t kMostShown = 200;
-    const std::string line = file.substr(0, file.find('\n'));
-    const std::string shown = line.size() > kMostShown ? line.substr(0, kMostShown) + "..." : line;
-    return shown + ": no recording can be made here: " + problem;
+    const std::string problem = ProblemOfName(std::filesystem::absolute(file));
+    return problem.empty() ? ProblemOfOutput(file) : LineOf(file, problem);
+}
+
+std::string ProblemOfOutput(const std::string& file) {
+    const std::string problem = ProblemOfOpening(file);
+    return problem.empty() ? "" : LineOf(file, problem);
 }
 
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events) {
@@ -304,7 +305,7 @@ std::string Serialize(const FileHeader& about, const std::vector<Event>& events)
 
 void WriteRecording(const std::string& file, const FileHeader& about,
                     const std::vector<Event>& events) {
-    if (const std::string problem = ProblemOfFile(file); !problem.empty()) {
+    if (const std::string problem = ProblemOfOutput(file); !problem.empty()) {
         throw std::runtime_error(problem);
     }
     std::ofstream out(file, std::ios::binary);

@@ -26,6 +26,8 @@ class Recording {
     const std::vector<Event>& Events() const { return mEvents; }
     /// What is missing, and where that begins, in a line; empty where nothing is.
     const std::string& Damage() const { return mDamage; }
+    /// Whether all that its writer wrote last is there.
+    bool HasItsEnd() const { return mHasItsEnd; }
     /// Events that the ring has overwritten, before the first one.
     uint64_t CountLost() const {
         return mEvents.empty() || mLacksBeginning ? 0 : mEvents.front().Number() - 1;
@@ -38,6 +40,7 @@ class Recording {
     std::vector<std::vector<std::byte>> mBlocks;
     std::vector<Event> mEvents;
     std::string mDamage;
+    bool mHasItsEnd = false;
     bool mLacksBeginning = false; ///< What should be there of it, is not.
 };
 
@@ -55,6 +58,9 @@ std::string ProblemOfFile(const std::string& file);
 
 /// A recording of these events, numbered anew: for tests, and for what is left of a recording.
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events);
+
+/// Why no recording can be written into this file, as `ProblemOfFile` tells it of layers.
+std::string ProblemOfOutput(const std::string& file);
 
 /// The same, into a file. \throws std::runtime_error that names it where it cannot be written.
 void WriteRecording(const std::string& file, const FileHeader& about,

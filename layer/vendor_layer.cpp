@@ -44,9 +44,9 @@ template <class Table> struct Wrapped : Table {
     bool isClosed; ///< is one of them.
 };
 
-/// Records of ours that were closed. They are never freed, and used again only once many others have
-/// been closed: whoever still has one may close it twice, or call back with it, as it could without
-/// the layer.
+/// Records of ours that were closed. They are never freed, and used again only once many others
+/// have been closed: whoever still has one may close it twice, or call back with it, as it could
+/// without the layer.
 template <class Record> class Closed {
   public:
     void Give(Record* record) {

@@ -143,7 +143,9 @@ void Learn(const Call& call, std::span<const uint64_t> words, World& world) {
 void ConfigureFor(const Call& execution, uint64_t config, World& world) {
     const auto* const own = As<const ChiOfflineSessionConfigInfo*>(config);
     std::vector<uint64_t> inputs = InputStreamsOf(execution);
-    for (uint32_t i = 0; own != nullptr && i < own->numStreams; ++i) {
+    // After a failed preparation there is a number of streams, and no list.
+    const uint32_t count = own == nullptr || own->ppChiStreams == nullptr ? 0 : own->numStreams;
+    for (uint32_t i = 0; i < count; ++i) {
         ChiStream& stream = *own->ppChiStreams[i];
         const auto recorded = std::find_if(inputs.begin(), inputs.end(), [&](uint64_t address) {
             const auto* const copy = execution.call.At<contract::Stream>(address);

@@ -45,8 +45,8 @@ std::set<uint64_t> SharedSessions(const std::vector<Event>& events) {
     return shared;
 }
 
-/// What no layer sees: pixels are read when they are wanted, and these calls end in libraries of the
-/// device which nobody stands around.
+/// What no layer sees: pixels are read when they are wanted, and these calls end in libraries of
+/// the device which nobody stands around.
 bool IsDevices(contract::Entry entry) {
     using contract::Entry;
     return entry == Entry::Pixels || entry == Entry::EnumerateSensorModes ||
@@ -97,7 +97,7 @@ void Comparable::CutTo(const Comparable& other) {
 // --- Both ---------------------------------------------------------------------------------------
 
 Comparison::Comparison(const view::Told& recording, const view::Told& replay)
-    : mEndsEarly(recording.story.IsOpen() || !recording.recording.Damage().empty()),
+    : mEndsEarly(recording.story.IsOpen() || !recording.recording.HasItsEnd()),
       mCommon(FindCommon(recording.Events(), replay.Events(), replay.recording.About().process)),
       mOne(mCommon.recording, recording.recording.About().wholePixels != 0, mCommon.isLate),
       mOther(mCommon.replay, recording.recording.About().wholePixels != 0, mCommon.isLate) {

@@ -70,9 +70,9 @@ void CheckIsAnother(const std::string& file, const std::string& input) {
 void CheckOutput(const std::string& file) {
     std::error_code ignored;
     const bool wasThere = fs::exists(file, ignored);
-    const std::string problem = contract::ProblemOfFile(file);
+    const std::string problem = contract::ProblemOfOutput(file);
     if (!wasThere) {
-        (void)fs::remove(file, ignored);
+        (void)fs::remove(fs::canonical(file, ignored), ignored); // What a link leads to.
     }
     if (!problem.empty()) {
         throw InputError(problem);
@@ -85,15 +85,21 @@ int Replay(const Options& options) {
     const Input input(options.file);
     CheckIsAnother(options.record, input.file);
     const kit::RecordingFile record(options.record);
-    const replay::Ending ending = replay::PlayInProcess(
-        input.Events(),
-        {.library = options.library, .record = record.Path(), .isPaced = !options.isFast});
+    const bool lacksExtension = replay::DiesLoading(input.recording);
+    const replay::Ending ending =
+        replay::PlayInProcess(input.Events(), {.library = options.library,
+                                               .record = record.Path(),
+                                               .isPaced = !options.isFast,
+                                               .lacksExtension = lacksExtension});
     if (!ending.isRecorded) {
         throw InputError((options.record.empty() ? "the replay" : options.record) +
                          ": it could not be recorded, and so is not compared");
     }
     const view::Told played(record.Path());
     PrintRequests(RowsOf(played.story), played.Start());
+    if (lacksExtension) {
+        PrintFact("device", "it lacks the extension, as the recorded load ended the process");
+    }
     for (const std::string& omitted : ending.omitted) {
         PrintFact("left out", omitted);
     }
@@ -104,7 +110,7 @@ int Replay(const Options& options) {
         PrintFact("ended", Painted(view::Colour::Bad, "the process " + ending.Describe()));
         PrintOpenCalls(played.story, played.Start());
     }
-    const bool didDie = input.story.IsOpen() && input.recording.Damage().empty();
+    const bool didDie = input.story.IsOpen() && input.recording.HasItsEnd();
     const bool doesDie = ending.IsDead() || !ending.stuck.empty();
     if (didDie && !doesDie) {
         PrintFact("ended", Painted(view::Colour::Bad, "as usual: the recording ends within calls, "

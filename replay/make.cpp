@@ -14,7 +14,6 @@ using OemLayer::RequestPrivData;
 using standin::As;
 
 // As much is recorded, and read, of one call.
-constexpr uint32_t kMostRecords = 64;
 constexpr uint32_t kMostValues = 4096;
 
 /// A copy of what was lent, as long as it was, null where it was null. What is not recorded is 0.
@@ -50,7 +49,7 @@ template <class R, class... Args> void MakePlain(R (*entry)(PlatFormIntCallbacks
 
 void RefreshStreams(const Event& event, Objects& objects) {
     for (const auto* each = event.First(); each != nullptr; each = event.Next(each)) {
-        if (each->record == Record::Stream) {
+        if (each->record == Record::Stream && !Event::Bytes(each).empty()) {
             const auto* copy = reinterpret_cast<const ChiStream*>(Event::Bytes(each).data());
             objects.Refresh(each->address, *copy);
         }
@@ -185,23 +184,32 @@ bool DeliverResult(const Call& call, const ChiOfflineSessionCallbacks* callbacks
     return true;
 }
 
-void AskForBuffers(const Call& call, const ChiOfflineSessionCallbacks* callbacks, World& world) {
+/// \returns false for one that asks for more than there is room for here. The adapter believes what
+/// it is told, so that there is room for all of it; more records than were recorded are empty.
+bool AskForBuffers(const Call& call, const ChiOfflineSessionCallbacks* callbacks, World& world) {
+    constexpr uint32_t kMostAsked = 4096;
     const auto count = As<uint32_t>(call.Word(1));
-    const size_t records = std::min(count, kMostRecords);
+    if (count > kMostAsked) {
+        return false;
+    }
     Lent requests(call.call, Record::QueryBuffer, call.Word(2),
-                  sizeof(ChiOfflineQueryBuffer) * records);
-    std::vector<ChiOfflineQueryStreamBuffer> answers(std::max<size_t>(records, 1));
+                  sizeof(ChiOfflineQueryBuffer) * count);
+    std::vector<ChiOfflineQueryStreamBuffer> answers(std::max<size_t>(count, 1));
     std::vector<std::vector<ChiStreamBuffer>> buffers(answers.size());
-    for (size_t i = 0; i < records && call.Word(2) != 0; ++i) {
+    for (size_t i = 0; i < count && call.Word(2) != 0; ++i) {
         ChiOfflineQueryBuffer& query = requests.As<ChiOfflineQueryBuffer>()[i];
         query.pStream = world.objects.StreamOf(query.pStream);
-        buffers[i].resize(std::min(query.numBuffers, kMostRecords));
+        if (query.numBuffers > kMostAsked) {
+            return false;
+        }
+        buffers[i].resize(query.numBuffers);
         answers[i].pBuffers = buffers[i].data();
     }
     unsigned int returned = 0;
     callbacks->GetFrameworkBuffers(callbacks, count, requests.As<ChiOfflineQueryBuffer>(),
                                    call.Word(3) == 0 ? nullptr : &returned,
                                    call.Word(4) == 0 ? nullptr : answers.data());
+    return true;
 }
 
 bool MakeVendors(const Call& call, World& world) {

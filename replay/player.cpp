@@ -238,15 +238,6 @@ const Call* FindInner(const Call* outer, Entry entry) {
     return nullptr;
 }
 
-/// The adapter ends the process where it misses something of the platform. A recording does not
-/// tell what: the extension does as well as any.
-bool DiesLoading(const Calls& calls) {
-    return std::all_of(calls.Lanes().begin(), calls.Lanes().end(), [](const Lane& lane) {
-        return lane.calls.size() == 1 && lane.calls[0]->Of() == Entry::LoadLib &&
-               !lane.calls[0]->end.has_value();
-    });
-}
-
 } // namespace
 
 // --- All threads --------------------------------------------------------------------------------
@@ -268,8 +259,8 @@ Player::Player(const std::vector<Event>& events, bool isPaced)
 
 Player::~Player() { StandinControl()->SetAnswerer(nullptr); }
 
-/// Its operation tables lack what the recorded ones lacked, its features have the modes that
-/// sessions were configured with, and it lacks a library where the recorded load ended the process.
+/// Its operation tables lack what the recorded ones lacked, and its features have the modes that
+/// sessions were configured with.
 void Player::SetUpDevice() {
     std::map<std::string, std::string> modes;
     for (const Call& call : mCalls.All()) {
@@ -299,9 +290,6 @@ void Player::SetUpDevice() {
             return mFeatureTexts.emplace_back(text).c_str();
         };
         rows.push_back({{keep(feature), keep(mode), "0", "0"}});
-    }
-    if (DiesLoading(mCalls)) {
-        StandinControl()->RefuseLibrary("/odm/lib64/libextensionlayer.so");
     }
     StandinControl()->SetConfigRows(rows);
     StandinControl()->SetRecording(false);

@@ -4,6 +4,7 @@
 #include "kit/layers.h"
 #include "replay/player.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -43,6 +44,9 @@ uint32_t MebibytesFor(const std::vector<Event>& events) {
     try {
         // The layer says in the log alone what is wrong with it.
         (void)kit::Adapter(std::filesystem::absolute(options.library)).LoadFunctions();
+        if (options.lacksExtension) {
+            StandinControl()->RefuseLibrary("/odm/lib64/libextensionlayer.so");
+        }
         Player player(events, options.isPaced);
         const std::string stuck = player.Play(kit::Adapter(layer), options.patience);
         for (const std::string& line : player.Omitted()) {
@@ -96,6 +100,15 @@ std::string Ending::Describe() const {
         return "died by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
     }
     return status == 0 ? "" : "ended with status " + std::to_string(status);
+}
+
+bool DiesLoading(const contract::Recording& recording) {
+    const Calls calls(recording.Events());
+    return recording.HasItsEnd() &&
+           std::all_of(calls.All().begin(), calls.All().end(), [](const Call& call) {
+               return call.Of() == Entry::LoadLib ? !call.end.has_value()
+                                                  : !call.IsOutside() && call.end.has_value();
+           });
 }
 
 Ending PlayInProcess(const std::vector<Event>& events, const Options& options) {

@@ -14,6 +14,8 @@ struct Options {
     std::string record;   ///< The file of the replay's own recording.
     bool isPaced = true;  ///< With the recording's pauses.
     bool isQuiet = false; ///< What the process prints is dropped.
+    /// The device lacks its extension library, which ends the process in the adapter's load.
+    bool lacksExtension = false;
     /// How long nothing at all may happen before the process is given up.
     std::chrono::milliseconds patience{5000};
 };
@@ -30,6 +32,10 @@ struct Ending {
     /// As in "died by signal 11 (Segmentation fault)"; empty where it ended as usual.
     std::string Describe() const;
 };
+
+/// Whether the process ended in the adapter's load, and in no call of that. It does so where the
+/// platform lacks something; a recording does not tell what.
+bool DiesLoading(const contract::Recording& recording);
 
 /// Plays a recording with both layers in place. The caller has one thread, and has not loaded the
 /// adapter.

@@ -6,6 +6,8 @@
 #include "host/run.h"
 #include "kit/layers.h"
 #include "tests/support/scene.h"
+#include "view/report.h"
+#include "view/told.h"
 
 #include <android/log.h>
 #include <csignal>
@@ -436,6 +438,11 @@ TEST(Recording, EndsWithTheCallInWhichTheProcessWasKilled) {
     const auto* const buffer = last.At<ChiStreamBuffer>(set->pBuffers);
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(last.At<ChiStream>(buffer->pStream)->format, uint32_t{ChiStreamFormatRaw10});
+    const view::Told told(g_file.path);
+    testing::internal::CaptureStdout();
+    view::PrintAll(told.file, told.recording, told.story);
+    const std::string shown = testing::internal::GetCapturedStdout();
+    EXPECT_NE(shown.find(": ExecuteRequest(session 1, request "), shown.npos) << shown;
 }
 
 /// What the images hold, by the last request: its hash, and the bytes before it.

@@ -11,7 +11,8 @@ tell() { # tell NAME COMMAND...: what the run says, and its status
     local name=$1
     shift
     "$@" --picture "$work/picture.png" 2>"$work/$name.log" |
-        sed -E 's/ +-?[0-9]+\.[0-9]+/ T/g; s/0x[0-9a-f]+/HANDLE/g; /^  camera [0-9]+ sent /d' >"$work/$name.txt"
+        sed -E 's/ +-?[0-9]+\.[0-9]+/ T/g; s/0x[0-9a-f]+/HANDLE/g
+            /^  camera [0-9]+ sent /d' >"$work/$name.txt"
     printf 'status %s\n' "${PIPESTATUS[0]}" >>"$work/$name.txt"
     [ ! -e "$work/picture.png" ] || mv "$work/picture.png" "$work/$name.png"
 }

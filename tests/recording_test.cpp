@@ -183,11 +183,8 @@ TEST(Recording, SaysWhyItCannotBeMade) {
 
 TEST(Recording, HasANameThatALayersSettingsCanHold) {
     const File file;
-    const std::string longest = file.name + std::string(1000, 'a');
-    const std::string count = std::to_string(longest.size());
     const std::pair<std::string, std::string> kProblems[] = {
         {file.name, ""},
-        {longest, "the path has " + count + " characters, and may have 1000"},
         {file.name + "#b", "the path has a '#' or a line's end in it"},
         {file.name + "\nb", "the path has a '#' or a line's end in it"},
         {file.name + " ", "the path ends in a blank"},

@@ -1,7 +1,7 @@
 /// An adapter that is the built one but for one mistake. The environment says which: BROKEN_ADAPTER
-/// is "abort 150", "hang 150" or "refuse 150", at the submission of that real-time frame; or "once
-/// 150", which refuses in the first of all processes only: there is no file BROKEN_ADAPTER_MARK yet;
-/// or "lack 0" or "lack 1", which leaves every second function out.
+/// is "abort 150", "hang 150" or "refuse 150", at the submission of that real-time frame; or
+/// "once 150", which refuses in the first of all processes only: there is no file
+/// BROKEN_ADAPTER_MARK yet; or "lack 0" or "lack 1", which leaves every second function out.
 #include "adapterlayer/oemlayer_host.h"
 
 #include <cstdio>

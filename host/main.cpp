@@ -3,8 +3,7 @@
 #include "host/report.h"
 #include "standin/located_json.h"
 #include "view/timeline.h"
-
-#include <CLI/CLI.hpp>
+#include "view/command.h"
 
 #include <android/log.h>
 #include <csignal>
@@ -69,13 +68,12 @@ void Declare(CLI::App& app, Options& options) {
     app.add_option("--log", options.logLevel, "Show the library's log from this level on")
         ->expected(0, 1)
         ->default_str("verbose")
-        ->check(CLI::IsMember(&kLogLevels));
+        ->check(view::OneOf(kLogLevels));
     app.add_option("--fault", options.faults, std::string("A fault at the device: ") + kFaultForms)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check([](const std::string& text) { return Fault{text}.Check(); });
-    app.add_option("--shape", options.shape, "How results come back")
-        ->check(CLI::IsMember(&kShapes));
+    app.add_option("--shape", options.shape, "How results come back")->check(view::OneOf(kShapes));
     app.add_option("--width", options.width, "Width of the pictures, a multiple of 4");
     app.add_option("--height", options.height, "Height of the pictures, a multiple of 2");
     app.add_option("--frames", options.frames, "Frames of a burst")
@@ -89,9 +87,12 @@ void Declare(CLI::App& app, Options& options) {
 // --- From the arguments to the run --------------------------------------------------------------
 
 int ListScenarios() {
-    using namespace std::filesystem;
-    const std::set<path> files(directory_iterator(kit::Beside("scenarios")), directory_iterator());
-    for (const path& file : files) {
+std::set<std::filesystem::path> ScenarioFiles() {
+    using std::filesystem::directory_iterator;
+    return {directory_iterator(kit::Beside("scenarios")), directory_iterator()};
+}
+
+    for (const std::filesystem::path& file : ScenarioFiles()) {
         const std::string shows = Scenario::Read(file).shows;
         printf("%-22s %s\n", file.stem().c_str(), shows.c_str());
     }
@@ -104,8 +105,11 @@ Scenario ReadScenario(const Options& options) {
     const std::string file =
         isFile ? options.scenario : kit::Beside("scenarios/" + options.scenario + ".json");
     if (!isFile && !std::filesystem::exists(file)) {
-        throw InputError("there is no scenario '" + options.scenario +
-                         "'; --list lists what there is, and a file's name ends in .json");
+        const std::string meant = kit::DidYouMean(options.scenario, ScenarioFiles(),
+                                                  [](const auto& known) { return known.stem(); });
+        throw InputError("there is no scenario '" + options.scenario + "'" +
+                         (meant.empty() ? ";" : meant) +
+                         " --list lists what there is, and a file's name ends in .json");
     }
     Scenario scenario = Scenario::Read(file);
     for (const std::string& fault : options.faults) {
@@ -237,7 +241,7 @@ int main(int argc, char** argv) try {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kCameTrue : kWrongInput;
+        return view::ExitOf(app, error);
     }
     return options.lists ? ListScenarios() : RunScenario(options);
 } catch (const std::exception& error) {

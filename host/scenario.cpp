@@ -13,6 +13,7 @@ namespace host {
 namespace {
 
 using namespace standin;
+using kit::DidYouMean;
 
 constexpr uint32_t kMostCameras = 16;
 constexpr uint32_t kLeastWidth = 128, kLeastHeight = 96; // Smaller pictures are judged by chance.
@@ -33,13 +34,34 @@ std::vector<std::string> Words(const std::string& text) {
     return {std::istream_iterator<std::string>(stream), {}};
 }
 
-std::optional<Entry> FindEntry(const std::string& name) {
+/// By their numbers.
+std::vector<std::string> EntryNames() {
+    std::vector<std::string> names;
     for (uint32_t i = 0; i < static_cast<uint32_t>(Entry::Count); ++i) {
-        if (EntryName(Entry{i}) == name) {
-            return Entry{i};
-        }
+        names.emplace_back(EntryName(Entry{i}));
     }
-    return std::nullopt;
+    return names;
+}
+
+std::optional<Entry> FindEntry(const std::string& name) {
+    const std::vector<std::string> names = EntryNames();
+    const auto found = std::find(names.begin(), names.end(), name);
+    return found == names.end()
+               ? std::nullopt
+               : std::optional(Entry{static_cast<uint32_t>(found - names.begin())});
+}
+
+/// What is wrong with the path of a file below a folder of the device, empty if nothing is.
+std::string ProblemOfPath(const std::string& what, const std::string& folder,
+                          const std::string& path) {
+    if (std::filesystem::is_regular_file(folder + path)) {
+        return "";
+    }
+    std::vector<std::string> paths;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(folder)) {
+        paths.push_back(file.path().string().substr(folder.size()));
+    }
+    return "there is no " + what + " " + path + DidYouMean(path, paths);
 }
 
 bool IsCount(const std::string& text) {
@@ -64,7 +86,8 @@ std::string Fault::Check() const {
     if (isFail || isMissing) {
         const std::optional<Entry> entry = FindEntry(words[1]);
         if (!entry.has_value()) {
-            return "there is no entry " + words[1] + " at the device";
+            return "there is no entry " + words[1] + " at the device" +
+                   DidYouMean(words[1], EntryNames());
         }
         if (isMissing && (*entry < Entry::OpenSession || *entry > Entry::GetCPUAddress)) {
             return words[1] + " is in no table, so that it cannot be missing there";
@@ -75,15 +98,14 @@ std::string Fault::Check() const {
     const bool isLibrary =
         (form == "refuse" && words.size() == 2) || (form == "variant" && words.size() == 3);
     if (!isLibrary) {
-        return std::string("must be ") + kFaultForms;
+        static const std::vector<std::string> forms{"fail", "missing", "refuse", "variant"};
+        return std::string("must be ") + kFaultForms + DidYouMean(form, forms);
     }
     const std::string root = StandinControl()->DeviceRoot();
-    if (!std::filesystem::is_regular_file(root + words[1])) {
-        return "there is no library " + words[1] + " on the device";
-    }
-    const bool isThere =
-        form == "refuse" || std::filesystem::is_regular_file(root + "/variants/" + words[2]);
-    return isThere ? "" : "there is no variant " + words[2];
+    const std::string problem = ProblemOfPath("library on the device at", root, words[1]);
+    return !problem.empty() || form == "refuse"
+               ? problem
+               : ProblemOfPath("variant", root + "/variants/", words[2]);
 }
 
 bool Fault::WasReached(const Control& device) const {
@@ -138,7 +160,8 @@ std::string ReadRule(const Located& json) {
     std::string number = json.Text();
     if (std::none_of(contract::kRules.begin(), contract::kRules.end(),
                      [&](const auto& rule) { return rule.number == number; })) {
-        json.Fail("must be the number of a rule, as in docs/contract.md");
+        json.Fail("must be the number of a rule, as in docs/contract.md" +
+                  DidYouMean(number, contract::kRules, &contract::RuleText::number));
     }
     return number;
 }

@@ -133,7 +133,10 @@ contract::Rule RuleOf(const std::string& number) {
             return static_cast<contract::Rule>(i);
         }
     }
-    throw InputError("there is no rule '" + number + "': docs/contract.md lists them");
+    const std::string meant =
+        kit::DidYouMean(number, contract::kRules, &contract::RuleText::number);
+    throw InputError("there is no rule '" + number + "'" + (meant.empty() ? ":" : meant) +
+                     " docs/contract.md lists them");
 }
 
 replay::Wanted WantedOf(const Options& options) {

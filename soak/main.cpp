@@ -2,8 +2,7 @@
 #include "host/progress.h"
 #include "soak/camera.h"
 #include "soak/heap.h"
-
-#include <CLI/CLI.hpp>
+#include "view/command.h"
 
 #include <chrono>
 #include <csignal>
@@ -19,7 +18,7 @@ using namespace soak;
 using namespace standin;
 using Clock = std::chrono::steady_clock;
 
-enum ExitStatus { kCameTrue = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
+enum ExitStatus { kCameTrue = 0, kFailed = 1, kInterrupted = 130 };
 
 constexpr uint32_t kCameras = 4;
 constexpr int64_t kFormatRecord = 96;
@@ -241,7 +240,7 @@ int main(int argc, char** argv) try {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kCameTrue : kWrongInput;
+        return view::ExitOf(app, error);
     }
     (void)std::signal(SIGINT, OnInterrupt);
     (void)std::signal(SIGALRM, OnTimeUp);

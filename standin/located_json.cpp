@@ -115,7 +115,8 @@ void Located::AllowKeys(const std::vector<std::string>& keys) const {
     }
     for (const auto& [key, value] : mValue->items()) {
         if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-            (*this)[key].Refuse(Quoted(key) + " is not among the keys that there are: " + names);
+            (*this)[key].Refuse(Quoted(key) + " is not among the keys that there are: " + names +
+                                kit::DidYouMean(key, keys));
         }
     }
 }

@@ -1,6 +1,8 @@
 /// JSON whose mistakes are reported with file and line.
 #pragma once
 
+#include "kit/nearest.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -75,7 +77,8 @@ class Located {
             }
             names += (names.empty() ? "\"" : ", \"") + name + "\"";
         }
-        Fail("must be one of " + names);
+        const std::string got = mValue->is_string() ? mValue->get<std::string>() : "";
+        Fail("must be one of " + names + kit::DidYouMean(got, choices, kit::kName));
     }
 
   private:

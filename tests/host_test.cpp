@@ -57,7 +57,10 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
          R"("metadata-first", "partials", "second-block", "together")"},
         {R"({"expect": {"complete": 3}})",
          "1: 'complete' is not among the keys that there are: completed, refused, notSent, "
-         "unanswered, errors, sessions, pictures, abort, violations"},
+         "unanswered, errors, sessions, pictures, abort, violations; did you mean 'completed'?"},
+        {R"({"vendor": {"order": "suffled"}})",
+         R"(1: vendor/order is "suffled", and must be one of "in-order", "shuffled"; did you )"
+         "mean 'shuffled'?"},
         {"{\"seed\": 1,\n\"seed\": 2}", "2: 'seed' stands there twice"},
         {"{\"vendor\": {\"faults\": [\n\"fail OpenDoor\"]}}",
          R"(2: vendor/faults/0 is "fail OpenDoor", and there is no entry OpenDoor at the device)"},
@@ -68,6 +71,9 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
         {R"({"expect": {"violations": ["V99"]}})",
          R"(1: expect/violations/0 is "V99", and must be the number of a rule, as in )"
          "docs/contract.md"},
+        {R"({"expect": {"violations": ["v23"]}})",
+         R"(1: expect/violations/0 is "v23", and must be the number of a rule, as in )"
+         "docs/contract.md; did you mean 'V23'?"},
         {R"({"cameras": []})", "1: cameras is [], and must not be empty"},
         {"[1]", "1: the file's content is [1], and must be an object with some of the keys shows, "
                 "cameras, vendor, seed, patience, scene, expect"},
@@ -87,8 +93,14 @@ TEST(Scenario, NamesTheLineOfAMistakeAndWhatWasExpected) {
     };
     static Mistakes inAFault = {
         {"missing GetKeyCount", "GetKeyCount is in no table, so that it cannot be missing there"},
+        {"missing CloseSesion",
+         "there is no entry CloseSesion at the device; did you mean 'CloseSession'?"},
+        {"refuse /vendor/lib64/camera.qcom.so",
+         "there is no library on the device at /vendor/lib64/camera.qcom.so; did you mean "
+         "'/vendor/lib64/hw/camera.qcom.so'?"},
         {"fail CloseSession 0", "a count must be a number from 1 on"},
-        {"refuse /vendor/lib64/none.so", "there is no library /vendor/lib64/none.so on the device"},
+        {"refuse /vendor/lib64/none.so",
+         "there is no library on the device at /vendor/lib64/none.so"},
     };
     const Folder folder;
     const auto expect = [&](const std::string& text, const std::string& problem) {

@@ -31,7 +31,39 @@ std::string NewestRecording() {
 
 } // namespace
 
+/// What may have been meant by the arguments that nothing has taken.
+std::string MeantArguments(const CLI::App& app) {
+    std::vector<std::string> known;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        known.push_back(command->get_name());
+    }
+    std::vector<const CLI::App*> apps{&app};
+    for (const CLI::App* command : app.get_subcommands()) {
+        apps.push_back(command);
+    }
+    for (const CLI::App* its : apps) {
+        for (const CLI::Option* option : its->get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                known.push_back("--" + name);
+            }
+        }
+    }
+    std::string meant;
+    for (const std::string& argument : app.remaining(true)) {
+        meant += kit::DidYouMean(argument.substr(0, argument.find('=')), known);
+    }
+    return meant;
+}
+
 Commands::Commands(const char* what) : mApp(what, "./dev") { mApp.require_subcommand(1); }
+
+ExitStatus ExitOf(CLI::App& app, const CLI::ParseError& error) {
+    app.failure_message([](const CLI::App* of, const CLI::Error& failure) {
+        const std::string text = failure.what() + MeantArguments(*of);
+        return CLI::FailureMessage::simple(of, CLI::Error("", text, failure.get_exit_code()));
+    });
+    return app.exit(error) == 0 ? kGood : kWrongInput;
+}
 
 CLI::App& Commands::Add(const char* name, const char* what, std::string& file,
                         std::function<int()> act) {
@@ -45,7 +77,7 @@ int Commands::Run(int argc, char** argv) {
     try {
         mApp.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return mApp.exit(error) == 0 ? kGood : kWrongInput;
+        return ExitOf(mApp, error);
     }
     int status = kGood;
     for (const Command& command : mCommands) {

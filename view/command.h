@@ -1,11 +1,13 @@
 /// What programs over recordings share: their commands, errors, and a status that a script can use.
 #pragma once
 
+#include "kit/nearest.h"
 #include "view/told.h"
 
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <map>
 
 namespace view {
 
@@ -37,6 +39,22 @@ class Commands {
     CLI::App mApp;
     std::vector<Command> mCommands;
 };
+
+/// Prints what is wrong with the arguments, and which ones may have been meant, or the help where
+/// that is all that was wanted. \returns the status of the process.
+ExitStatus ExitOf(CLI::App& app, const CLI::ParseError& error);
+
+/// The argument has to be one of the names.
+/// \param choices must outlive this.
+template <class T> CLI::Validator OneOf(const std::map<std::string, T>& choices) {
+    const CLI::Validator isMember = CLI::IsMember(&choices);
+    CLI::Validator validator = isMember;
+    validator.operation([isMember, &choices](std::string& text) {
+        const std::string problem = isMember(text);
+        return problem + (problem.empty() ? "" : kit::DidYouMean(text, choices, kit::kName));
+    });
+    return validator;
+}
 
 /// What ended the program, in a line on standard error. \returns the status of the process.
 ExitStatus Report(const std::exception& error);

@@ -252,18 +252,14 @@ std::string ProblemOfOpening(const std::string& file) {
     }
     const bool isFree = flock(opened, LOCK_EX | LOCK_NB) == 0;
     close(opened);
-    return isFree ? "" : "another process records into it";
+    return isFree ? "" : "it is being written already";
 }
 
 } // namespace
 
 std::string ProblemOfFile(const std::string& file) {
-    const std::string problem = ProblemOfName(std::filesystem::absolute(file));
-    return problem.empty() ? ProblemOfOutput(file) : LineOf(file, problem);
-}
-
-std::string ProblemOfOutput(const std::string& file) {
-    const std::string problem = ProblemOfOpening(file);
+    std::string problem = ProblemOfName(std::filesystem::absolute(file));
+    problem = problem.empty() ? ProblemOfOpening(file) : problem;
     return problem.empty() ? "" : LineOf(file, problem);
 }
 
@@ -301,19 +297,6 @@ std::string Serialize(const FileHeader& about, const std::vector<Event>& events)
     std::memcpy(all.data(), &header, sizeof header);
     std::memcpy(&all[kLiveOffset], &live, sizeof live);
     return all;
-}
-
-void WriteRecording(const std::string& file, const FileHeader& about,
-                    const std::vector<Event>& events) {
-    if (const std::string problem = ProblemOfOutput(file); !problem.empty()) {
-        throw std::runtime_error(problem);
-    }
-    std::ofstream out(file, std::ios::binary);
-    out << Serialize(about, events);
-    out.close();
-    if (!out) {
-        throw std::runtime_error(file + ": the recording cannot be written: " + strerror(errno));
-    }
 }
 
 } // namespace contract

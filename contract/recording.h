@@ -56,14 +56,7 @@ bool IsSound(const EventHeader* event, size_t room);
 /// another process records into. Settings are lines that end at a '#', without blanks around them.
 std::string ProblemOfFile(const std::string& file);
 
-/// A recording of these events, numbered anew: for tests, and for what is left of a recording.
+/// A recording's file of these events, numbered anew: for tests, and for what is left of one.
 std::string Serialize(const FileHeader& about, const std::vector<Event>& events);
-
-/// Why no recording can be written into this file, as `ProblemOfFile` tells it of layers.
-std::string ProblemOfOutput(const std::string& file);
-
-/// The same, into a file. \throws std::runtime_error that names it where it cannot be written.
-void WriteRecording(const std::string& file, const FileHeader& about,
-                    const std::vector<Event>& events);
 
 } // namespace contract

@@ -1,9 +1,10 @@
 /// The maker's camera layer on a workstation: runs a scenario through the adapter library on the
 /// stand-in device, and says whether what it expects came true.
 #include "host/report.h"
+#include "kit/output_file.h"
 #include "standin/located_json.h"
-#include "view/timeline.h"
 #include "view/command.h"
+#include "view/timeline.h"
 
 #include <android/log.h>
 #include <csignal>
@@ -86,12 +87,12 @@ void Declare(CLI::App& app, Options& options) {
 
 // --- From the arguments to the run --------------------------------------------------------------
 
-int ListScenarios() {
 std::set<std::filesystem::path> ScenarioFiles() {
     using std::filesystem::directory_iterator;
     return {directory_iterator(kit::Beside("scenarios")), directory_iterator()};
 }
 
+int ListScenarios() {
     for (const std::filesystem::path& file : ScenarioFiles()) {
         const std::string shows = Scenario::Read(file).shows;
         printf("%-22s %s\n", file.stem().c_str(), shows.c_str());
@@ -165,49 +166,66 @@ void OnInterrupt(int /*signal*/) {
     _exit(kFailed); // Something else than the library, which only does so while it loads.
 }
 
-/// A bare name goes below the folder for output.
-std::string OutputFile(const std::string& file) {
-    return file.find('/') == std::string::npos ? "out/" + file : file;
-}
+/// The files that are wanted, open before the run.
+struct Files {
+    std::optional<kit::OutputFile> picture;
+    std::optional<kit::OutputFile> trace;
+
+    explicit Files(const Options& options) {
+        Open(picture, options.picture);
+        Open(trace, options.trace);
+    }
+
+    /// A bare name goes below the folder for output; an empty one is not wanted.
+    static void Open(std::optional<kit::OutputFile>& file, const std::string& name) {
+        if (!name.empty()) {
+            file.emplace(name.find('/') == std::string::npos ? "out/" + name : name);
+        }
+    }
+};
 
 /// Writes the files that are wanted, and tells of them. \returns false, with a line on standard
 /// error, if one cannot be written.
-bool WriteFiles(const Options& options, const Run& run) try {
-    if (!options.picture.empty()) {
-        const std::string file = OutputFile(options.picture);
-        const std::string quality = run.WritePicture(file);
-        PrintFact("picture", quality.empty() ? "there is none to write" : file);
-        if (!quality.empty()) {
-            PrintFact("", quality);
+bool WriteFiles(const Options& options, Files& files, const Run& run) {
+    bool areWritten = true;
+    const auto write = [&](const char* what, kit::OutputFile& file, const std::string& content,
+                           const char* use = "") {
+        try {
+            file.Write(content);
+            PrintFact(what, file.Name() + use);
+        } catch (const kit::OutputError& error) {
+            (void)fprintf(stderr, "%s\n", error.what());
+            areWritten = false;
         }
+    };
+    const auto picture = files.picture.has_value() ? run.MakePicture() : std::nullopt;
+    if (picture.has_value()) {
+        write("picture", *files.picture, picture->png);
+        PrintFact("", picture->quality);
+    } else if (files.picture.has_value()) {
+        PrintFact("picture", "there is none to write");
     }
-    if (!options.trace.empty()) {
-        const std::string file = OutputFile(options.trace);
-        view::WriteTimeline(file, run.Told().story, run.Told().Start());
-        PrintFact("trace", file + ", for ui.perfetto.dev or chrome://tracing");
+    if (files.trace.has_value()) {
+        write("trace", *files.trace, view::TimelineOf(run.Told().story, run.Told().Start()),
+              ", for ui.perfetto.dev or chrome://tracing");
     }
     if (!options.record.empty()) {
         PrintFact("recording", options.record + ", for ./dev show, check, diff and replay");
     }
-    return true;
-} catch (const std::runtime_error& error) {
-    (void)fprintf(stderr, "%s\n", error.what());
-    return false;
+    return areWritten;
 }
 
-/// The file to record into, whose folder is made where nobody named it; empty for none.
+/// The file to record into; empty for none.
 std::string RecordingOf(const Options& options) {
-    if (options.record != kOwnRecording) {
-        return options.record;
-    }
-    std::error_code ignored; // Who makes the recording says what is wrong.
-    std::filesystem::create_directories("out", ignored);
-    return "out/" + std::filesystem::path(options.scenario).stem().string() + ".rec";
+    return options.record != kOwnRecording
+               ? options.record
+               : "out/" + std::filesystem::path(options.scenario).stem().string() + ".rec";
 }
 
 int RunScenario(Options options) {
     const Scenario scenario = ReadScenario(options);
     options.record = RecordingOf(options);
+    Files files(options);
     const std::string library = ChooseLibrary(options, scenario);
     (void)std::signal(SIGINT, OnInterrupt);
     if (scenario.expect.abort) {
@@ -220,7 +238,7 @@ int RunScenario(Options options) {
     run.Go();
     const Outcome outcome = run.Judge();
     PrintRequests(run);
-    const bool areWritten = WriteFiles(options, run);
+    const bool areWritten = WriteFiles(options, files, run);
     PrintOutcome(scenario, outcome);
     if (outcome.wasInterrupted) {
         return kInterrupted;

@@ -11,7 +11,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <numeric>
 #include <sstream>
@@ -28,8 +27,8 @@ constexpr double kRawRounding = 0.28, kYuvRounding = 1.0 / 12; // Power, as meas
 constexpr double kGainTolerance = 0.5, kShareTolerance = 0.4;
 constexpr uint32_t kMostPixels = 16384; // In a row or a column of a file.
 
-[[noreturn]] void Fail(const std::string& what, const std::string& path, const std::string& why) {
-    throw std::runtime_error("cannot " + what + " " + path + ": " + why);
+[[noreturn]] void Fail(const std::string& path, const std::string& why) {
+    throw std::runtime_error("cannot read the picture " + path + ": " + why);
 }
 
 // --- The scene
@@ -339,20 +338,19 @@ std::vector<double> SharesOf(const Scene& scene, std::span<const Exposure> frame
 // --- Files, through libpng's simplified interface
 
 std::vector<uint32_t> ReadPng(const std::string& path, uint32_t width, uint32_t height) {
-    const std::string what = "read the picture";
     png_image image{.version = PNG_IMAGE_VERSION};
     if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
-        Fail(what, path, image.message);
+        Fail(path, image.message);
     }
     image.format = PNG_FORMAT_BGRA;
     const std::string size = std::to_string(image.width) + " x " + std::to_string(image.height);
     if (std::max(image.width, image.height) > kMostPixels) {
         png_image_free(&image);
-        Fail(what, path, size + " is larger than " + std::to_string(kMostPixels) + " pixels");
+        Fail(path, size + " is larger than " + std::to_string(kMostPixels) + " pixels");
     }
     std::vector<uint8_t> file(PNG_IMAGE_SIZE(image));
     if (png_image_finish_read(&image, nullptr, file.data(), 0, nullptr) == 0) {
-        Fail(what, path, image.message);
+        Fail(path, image.message);
     }
     std::vector<uint32_t> pixels(size_t{width} * height);
     const auto fileWidth = static_cast<int>(image.width);
@@ -436,9 +434,7 @@ std::string Judgement::Describe() const {
     return line.str();
 }
 
-void WritePng(const std::string& path, const Scene& scene, const Exposure& frame,
-              std::span<const uint8_t> nv12) {
-    const std::string what = "write the picture";
+std::string PngOf(const Scene& scene, const Exposure& frame, std::span<const uint8_t> nv12) {
     const uint32_t width = scene.Width();
     const uint32_t gap = std::max(2U, width / 128);
     const size_t stride = (size_t{width} * 2 + gap) * 3;
@@ -452,19 +448,18 @@ void WritePng(const std::string& path, const Scene& scene, const Exposure& frame
     draw(DevelopedAlone(scene, frame, true), 0);
     draw(nv12, width + gap);
 
-    std::error_code error;
-    std::filesystem::create_directories(std::filesystem::absolute(path).parent_path(), error);
-    if (error) {
-        Fail(what, path, "its folder cannot be made: " + error.message());
-    }
     png_image image{.version = PNG_IMAGE_VERSION,
                     .width = 2 * width + gap,
                     .height = scene.Height(),
                     .format = PNG_FORMAT_BGR,
                     .flags = PNG_IMAGE_FLAG_FAST};
-    if (png_image_write_to_file(&image, path.c_str(), 0, pixels.data(), 0, nullptr) == 0) {
-        Fail(what, path, image.message);
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+    std::string png(size, '\0');
+    if (png_image_write_to_memory(&image, png.data(), &size, 0, pixels.data(), 0, nullptr) == 0) {
+        throw std::runtime_error(std::string("the picture cannot be made: ") + image.message);
     }
+    png.resize(size);
+    return png;
 }
 
 } // namespace host

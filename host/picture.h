@@ -79,9 +79,8 @@ struct Judgement {
 Judgement Judge(const Scene& scene, std::span<const Exposure> frames,
                 std::span<const uint8_t> nv12);
 
-/// Writes a frame, developed alone, and the picture that came back side by side. Makes the folder.
-/// \throws std::runtime_error that names the file and what is wrong with it.
-void WritePng(const std::string& path, const Scene& scene, const Exposure& frame,
-              std::span<const uint8_t> nv12);
+/// A PNG file's content: a frame, developed alone, and the picture that came back side by side.
+/// \throws std::runtime_error where there is no memory for it.
+std::string PngOf(const Scene& scene, const Exposure& frame, std::span<const uint8_t> nv12);
 
 } // namespace host

@@ -82,9 +82,6 @@ Run::Run(const Scenario& scenario, const std::string& library, const Settings& s
     device.SetAsksForFrameworkBuffers(scenario.frameworkBuffers);
     device.SetRecording(false);
     device.SetFeed(!settings.hasLayers);
-    if (!settings.hasLayers) {
-        device.RecordFeed(mFile.Path(), uint64_t{SizeOf(scenario)} << 20);
-    }
     for (const Fault& fault : scenario.faults) {
         fault.Apply(device);
     }
@@ -95,6 +92,10 @@ Run::Run(const Scenario& scenario, const std::string& library, const Settings& s
         } catch (const std::runtime_error& error) {
             throw InputError(mScenario.scenePlace + error.what());
         }
+    }
+    mFile.Begin();
+    if (!settings.hasLayers) {
+        device.RecordFeed(mFile.Path(), uint64_t{SizeOf(scenario)} << 20);
     }
 }
 
@@ -300,17 +301,18 @@ void Run::Compare(Outcome& outcome) const {
     }
 }
 
-std::string Run::WritePicture(const std::string& file) const {
-    const Progress progress([&] { return "writing " + file; });
+std::optional<Picture> Run::MakePicture() const {
+    const Progress progress([] { return std::string("making the picture"); });
     for (const auto& camera : mCameras) {
         for (const auto& request : camera->Requests()) {
             if (request->judgement.has_value()) {
-                WritePng(file, camera->Sees(), request->frames.front(), request->output.Pixels());
-                return request->judgement->Describe();
+                return Picture{
+                    .png = PngOf(camera->Sees(), request->frames.front(), request->output.Pixels()),
+                    .quality = request->judgement->Describe()};
             }
         }
     }
-    return {};
+    return std::nullopt;
 }
 
 } // namespace host

@@ -29,6 +29,12 @@ struct Outcome {
     std::vector<std::string> unfulfilled; ///< What was expected and did not come true.
 };
 
+/// A picture that came back, beside a frame that it was made of.
+struct Picture {
+    std::string png;     ///< A file's content.
+    std::string quality; ///< In a line.
+};
+
 class Run {
   public:
     /// How a run is recorded.
@@ -58,9 +64,8 @@ class Run {
     /// The requests' rows, with what came of their pictures, and those that were not sent.
     std::vector<view::Row> Rows() const;
 
-    /// Writes a frame of the first request with a picture beside that. \returns how good the
-    /// picture is, empty if there is none. Throws where the file cannot be written.
-    std::string WritePicture(const std::string& file) const;
+    /// Of the first request that has one; no value where none has.
+    std::optional<Picture> MakePicture() const;
 
     const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
 

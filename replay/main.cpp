@@ -66,25 +66,13 @@ void CheckIsAnother(const std::string& file, const std::string& input) {
     }
 }
 
-/// \throws InputError where no recording can be written there. Nothing may come of it.
-void CheckOutput(const std::string& file) {
-    std::error_code ignored;
-    const bool wasThere = fs::exists(file, ignored);
-    const std::string problem = contract::ProblemOfOutput(file);
-    if (!wasThere) {
-        (void)fs::remove(fs::canonical(file, ignored), ignored); // What a link leads to.
-    }
-    if (!problem.empty()) {
-        throw InputError(problem);
-    }
-}
-
 // --- Replay -------------------------------------------------------------------------------------
 
 int Replay(const Options& options) {
     const Input input(options.file);
     CheckIsAnother(options.record, input.file);
     const kit::RecordingFile record(options.record);
+    record.Begin();
     const bool lacksExtension = replay::DiesLoading(input.recording);
     const replay::Ending ending =
         replay::PlayInProcess(input.Events(), {.library = options.library,
@@ -160,11 +148,11 @@ std::string Describe(const replay::Shrunk& shrunk) {
 int Shrink(const Options& options) {
     const replay::Wanted wanted = WantedOf(options);
     const Input input(options.file);
-    const std::string file = options.output.empty()
+    const std::string name = options.output.empty()
                                  ? fs::path(options.file).replace_extension(".shrunk.rec").string()
                                  : options.output;
-    CheckIsAnother(file, options.file);
-    CheckOutput(file);
+    CheckIsAnother(name, options.file);
+    kit::OutputFile file(name, kit::OutputFile::Replaces::Anything);
     const bool isTerminal = isatty(STDERR_FILENO) != 0;
     const auto progress = [&](const replay::Shrunk& shrunk) {
         if (isTerminal) {
@@ -182,7 +170,7 @@ int Shrink(const Options& options) {
     }
     PrintFact("shrunk", Describe(*shrunk) + " of " + view::Count(input.Events().size(), "event") +
                             ", after " + view::Count(shrunk->trials, "replay"));
-    PrintFact("recording", file);
+    PrintFact("recording", name);
     if (!shrunk->isConfirmed) {
         PrintFact("unsteady", "the last replay of what is left did not show it");
     }

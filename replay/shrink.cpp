@@ -56,7 +56,7 @@ class Shrinker {
         }
     }
 
-    bool Shrink(const std::string& file) {
+    bool Shrink(kit::OutputFile& file) {
         if (!Shows(mLeft, mCameras)) {
             return false;
         }
@@ -73,16 +73,16 @@ class Shrinker {
   private:
     /// The replay of what is left, where that shows it, too: nothing in it refers to what was left
     /// out.
-    void WriteLeft(const std::string& file, const std::vector<Event>& part) {
+    void WriteLeft(kit::OutputFile& file, const std::vector<Event>& part) {
         if (mShrunk.isConfirmed) {
             const Recording replay = Recording::Read(mOwn.Path());
             if (IsShown(replay.About(), replay.Events())) {
-                contract::WriteRecording(file, replay.About(), replay.Events());
+                file.Write(contract::Serialize(replay.About(), replay.Events()));
                 mShrunk.events = replay.Events().size();
                 return;
             }
         }
-        contract::WriteRecording(file, mRecording.About(), part);
+        file.Write(contract::Serialize(mRecording.About(), part));
         mShrunk.events = part.size();
     }
 
@@ -183,7 +183,7 @@ class Shrinker {
 } // namespace
 
 std::optional<Shrunk> Shrink(const Recording& recording, const Wanted& wanted,
-                             const std::string& library, const std::string& file,
+                             const std::string& library, kit::OutputFile& file,
                              const std::function<void(const Shrunk&)>& progress) {
     Shrinker shrinker(recording, wanted, library, progress);
     return shrinker.Shrink(file) ? std::optional(shrinker.Left()) : std::nullopt;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "contract/rules.h"
+#include "kit/output_file.h"
 #include "replay/process.h"
 #include "replay/units.h"
 
@@ -29,9 +30,10 @@ struct Shrunk {
 /// Leaves parts out, one after the other, and replays what is left, each time in a process of its
 /// own. What is left in the end is written into `file`.
 /// \param progress hears of each trial what is left so far.
+/// \throws kit::OutputError where it cannot be written.
 /// \returns no value where the recording's own replay does not show what is wanted.
 std::optional<Shrunk> Shrink(const contract::Recording& recording, const Wanted& wanted,
-                             const std::string& library, const std::string& file,
+                             const std::string& library, kit::OutputFile& file,
                              const std::function<void(const Shrunk&)>& progress);
 
 } // namespace replay

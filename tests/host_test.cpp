@@ -262,9 +262,8 @@ struct Trace {
     std::map<int64_t, std::multimap<double, std::string>> arrows; ///< The phases by time.
     std::vector<int64_t> counts;
 
-    explicit Trace(const std::string& file) {
-        std::ifstream in(file);
-        for (const json& event : json::parse(in).at("traceEvents").get<std::vector<json>>()) {
+    explicit Trace(const std::string& text) {
+        for (const json& event : json::parse(text).at("traceEvents").get<std::vector<json>>()) {
             Read(event);
         }
     }
@@ -306,8 +305,7 @@ TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToC
     const Scenario scenario = Scenario::Read(file);
     host::Run run(scenario, kit::AdapterFile(false), {});
     run.Go();
-    view::WriteTimeline(folder / "trace.json", run.Told().story, run.Told().Start());
-    Trace trace(folder / "trace.json");
+    Trace trace(view::TimelineOf(run.Told().story, run.Told().Start()));
 
     for (const auto& [number, lane] : trace.lanes) {
         EXPECT_EQ(lane.open, Texts{}) << lane.name;
@@ -334,14 +332,6 @@ TEST(Timeline, HasALaneForEachThreadWithSlicesThatNestAndArrowsFromSubmissionToC
     EXPECT_EQ(trace.counts.size(), 12U);
     EXPECT_EQ(trace.counts.back(), 0);
     EXPECT_LE(*std::max_element(trace.counts.begin(), trace.counts.end()), 2);
-}
-
-TEST(Timeline, ThatCannotBeWrittenIsNamed) {
-    const std::vector<contract::Event> none;
-    const view::Serials serials(none);
-    const view::Story story(serials);
-    EXPECT_EQ(Thrown([&] { view::WriteTimeline("/proc/no/trace.json", story, 0); }),
-              "/proc/no/trace.json: the trace cannot be written");
 }
 
 TEST(Run, NamesARecordingThatCannotBeMade) {

@@ -196,7 +196,7 @@ TEST(Recording, HasANameThatALayersSettingsCanHold) {
     }
     const auto tap = Open(file);
     EXPECT_EQ(ProblemOfFile(file.name),
-              file.name + ": no recording can be made here: another process records into it");
+              file.name + ": no recording can be made here: it is being written already");
 }
 
 // --- Limits -------------------------------------------------------------------------------------

@@ -16,6 +16,8 @@ using contract::Recording;
 using Called = contract::Entry;
 using view::Told;
 
+constexpr auto kAnything = kit::OutputFile::Replaces::Anything;
+
 constexpr char kTwoHundred[] =
     R"({"cameras": [{"features": ["Night", "Hdr"], "requests": 200, "frames": 2, "width": 128,
                      "height": 96}], "vendor": {"faults": ["fail ExecuteRequest 120 1"]}})";
@@ -151,6 +153,11 @@ TEST(Replay, HasTheImagesOfARecordingThatHasThem) {
     Replayed(folder / "run.rec").ExpectAlike(); // With the images' hashes.
 }
 
+void Write(const std::string& file, const contract::FileHeader& about,
+           const std::vector<contract::Event>& events) {
+    kit::OutputFile(file, kAnything).Write(contract::Serialize(about, events));
+}
+
 /// Writes the recording once more, with events as `act` leaves their copies.
 template <class Act> void Rewrite(const std::string& file, Act act) {
     const Recording recording = Recording::Read(file);
@@ -163,7 +170,7 @@ template <class Act> void Rewrite(const std::string& file, Act act) {
         act(*header, copy[sizeof *header / 8 + header->words - 1]);
         events.emplace_back(header);
     }
-    contract::WriteRecording(file, recording.About(), events);
+    Write(file, recording.About(), events);
 }
 
 /// Lets the recording say that its last submission was refused.
@@ -227,7 +234,7 @@ TEST(Replay, OfARingComparesWhatItsBeginningAllows) {
     // It may begin anywhere within two requests, with either.
     const auto& all = recording.Events();
     for (std::ptrdiff_t lost = 1; lost < 60; lost += 7) {
-        contract::WriteRecording(file, recording.About(), {all.begin() + lost, all.end()});
+        Write(file, recording.About(), {all.begin() + lost, all.end()});
         Replayed(file).ExpectAlike();
     }
     ExpectRefusalFound(file);
@@ -278,9 +285,9 @@ TEST(Replay, GoesOnWithWhatIsLeftOfARecording) {
         const auto& all = recording.Events();
         for (size_t i = 1; i < 8; ++i) {
             const auto middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() * i / 8);
-            contract::WriteRecording(file, recording.About(), {all.begin(), middle});
+            Write(file, recording.About(), {all.begin(), middle});
             Replayed(file).ExpectAlike();
-            contract::WriteRecording(file, recording.About(), {middle, all.end()});
+            Write(file, recording.About(), {middle, all.end()});
             const Replayed late(file);
             late.ExpectAlike();
             EXPECT_EQ(StatusesOf(late.own)["ok"], StatusesOf(late.recording)["ok"]);
@@ -292,8 +299,8 @@ TEST(Replay, GoesOnWithWhatIsLeftOfARecording) {
 replay::Shrunk ExpectShrunk(const std::string& file, const replay::Wanted& wanted,
                             const std::string& library = kit::AdapterFile(false)) {
     const Recording recording = Recording::Read(file);
-    const auto shrunk =
-        replay::Shrink(recording, wanted, library, file + ".less", [](const auto&) {});
+    kit::OutputFile less(file + ".less", kAnything);
+    const auto shrunk = replay::Shrink(recording, wanted, library, less, [](const auto&) {});
     EXPECT_TRUE(shrunk.has_value());
     return shrunk.value_or(replay::Shrunk{.requests = SIZE_MAX});
 }
@@ -306,8 +313,9 @@ TEST(Shrink, LeavesTheRequestThatFails) {
     byStatus.ExpectAlike();
     EXPECT_EQ(StatusesOf(byStatus.own)["refused, status 1"], 1U);
 
+    kit::OutputFile none(file + ".no");
     const auto nothing = replay::Shrink(Recording::Read(file), {.status = 77},
-                                        kit::AdapterFile(false), file + ".no", [](const auto&) {});
+                                        kit::AdapterFile(false), none, [](const auto&) {});
     EXPECT_FALSE(nothing.has_value());
 }
 

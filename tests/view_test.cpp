@@ -1,6 +1,7 @@
 /// Views of recordings, over recordings that are made here and damaged in every way.
 #include "contract/engine.h"
 #include "contract/tap.h"
+#include "kit/output_file.h"
 #include "tests/support/device.h"
 #include "view/diff.h"
 #include "view/json.h"
@@ -155,10 +156,8 @@ TEST(Story, NamesTheCallsThatAreOpenAtItsEndWithTheirArguments) {
     EXPECT_EQ(told.Events()[open[0]].Of(), Entry::SubmitRequestFromRT);
     EXPECT_EQ(view::LineOf(told.serials, open[1]),
               "ExecuteRequest(session 1, request there {pPrivateData execution 1})");
-    view::WriteTimeline(folder / "a.json", told.story, told.Start());
-    std::ifstream in(folder / "a.json");
     int depth = 0;
-    const auto trace = nlohmann::json::parse(in);
+    const auto trace = nlohmann::json::parse(view::TimelineOf(told.story, told.Start()));
     for (const auto& event : trace.at("traceEvents")) {
         depth += event.at("ph") == "B" ? 1 : event.at("ph") == "E" ? -1 : 0;
     }
@@ -246,7 +245,8 @@ TEST(Json, OfEveryEntryIsALineThatParses) {
             MakeEvent(memory[i], static_cast<Entry>(i / 2), static_cast<Phase>(i % 2), i + 1));
     }
     const Folder folder;
-    WriteRecording(folder / "every.rec", Recording::Read(Played(folder / "a.rec")).About(), events);
+    const FileHeader about = Recording::Read(Played(folder / "a.rec")).About();
+    kit::OutputFile(folder / "every.rec").Write(Serialize(about, events));
     for (const char* file : {"every.rec", "a.rec"}) {
         const Told told(folder / file);
         EXPECT_EQ(told.recording.Damage(), "");

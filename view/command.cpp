@@ -1,6 +1,8 @@
 /// Parses arguments, and turns errors into lines.
 #include "view/command.h"
 
+#include "kit/output_file.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -29,8 +31,6 @@ std::string NewestRecording() {
     return newest;
 }
 
-} // namespace
-
 /// What may have been meant by the arguments that nothing has taken.
 std::string MeantArguments(const CLI::App& app) {
     std::vector<std::string> known;
@@ -55,7 +55,7 @@ std::string MeantArguments(const CLI::App& app) {
     return meant;
 }
 
-Commands::Commands(const char* what) : mApp(what, "./dev") { mApp.require_subcommand(1); }
+} // namespace
 
 ExitStatus ExitOf(CLI::App& app, const CLI::ParseError& error) {
     app.failure_message([](const CLI::App* of, const CLI::Error& failure) {
@@ -64,6 +64,8 @@ ExitStatus ExitOf(CLI::App& app, const CLI::ParseError& error) {
     });
     return app.exit(error) == 0 ? kGood : kWrongInput;
 }
+
+Commands::Commands(const char* what) : mApp(what, "./dev") { mApp.require_subcommand(1); }
 
 CLI::App& Commands::Add(const char* name, const char* what, std::string& file,
                         std::function<int()> act) {
@@ -87,14 +89,14 @@ int Commands::Run(int argc, char** argv) {
         }
     }
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-        throw std::runtime_error(std::string("standard output: ") + strerror(errno));
+        throw kit::OutputError(std::string("standard output: ") + strerror(errno));
     }
     return status;
 }
 
 ExitStatus Report(const std::exception& error) {
     (void)fprintf(stderr, "%s\n", error.what());
-    return kWrongInput;
+    return dynamic_cast<const kit::OutputError*>(&error) != nullptr ? kNotWritten : kWrongInput;
 }
 
 void WarnOfDamage(const Told& told) {

@@ -11,7 +11,7 @@
 
 namespace view {
 
-enum ExitStatus { kGood = 0, kFound = 1, kWrongInput = 2 };
+enum ExitStatus { kGood = 0, kFound = 1, kNotWritten = 1, kWrongInput = 2 };
 
 /// The commands of a program, one of which is named first. For its main thread.
 class Commands {
@@ -26,7 +26,7 @@ class Commands {
 
     /// Does what the arguments say, or says what is wrong with them.
     /// \returns the status of the process.
-    /// \throws std::runtime_error where standard output cannot be written, and what the act throws.
+    /// \throws kit::OutputError where standard output cannot be written, and what the act throws.
     int Run(int argc, char** argv);
 
   private:

@@ -1,4 +1,5 @@
 /// Shows recordings, holds the contract against them, and compares them.
+#include "kit/output_file.h"
 #include "view/check.h"
 #include "view/command.h"
 #include "view/diff.h"
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -24,19 +26,22 @@ struct Options {
 };
 
 int Show(const Options& options) {
-    const Told told(options.file);
+    std::optional<kit::OutputFile> trace;
     if (!options.trace.empty()) {
-        WriteTimeline(options.trace, told.story, told.Start());
+        trace.emplace(options.trace);
     }
+    const Told told(options.file);
     if (options.isJson) {
         WarnOfDamage(told);
         if (!WriteJson(stdout, told.story, told.Start())) {
-            throw std::runtime_error(std::string("the events cannot be printed: ") +
-                                     strerror(errno));
+            throw kit::OutputError(std::string("standard output: ") + strerror(errno));
         }
     } else {
         PrintAll(told.file, told.recording, told.story);
-        if (!options.trace.empty()) {
+    }
+    if (trace.has_value()) {
+        trace->Write(TimelineOf(told.story, told.Start()));
+        if (!options.isJson) {
             PrintFact("trace", options.trace + ", for ui.perfetto.dev or chrome://tracing");
         }
     }

@@ -4,9 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
+#include <sstream>
 
 namespace view {
 namespace {
@@ -159,16 +157,10 @@ class Writer {
 
 } // namespace
 
-void WriteTimeline(const std::string& file, const Story& story, Moment start) {
-    const auto folder = std::filesystem::path(file).parent_path();
-    std::error_code ignored; // The open tells.
-    std::filesystem::create_directories(folder, ignored);
-    std::ofstream out(file);
+std::string TimelineOf(const Story& story, Moment start) {
+    std::ostringstream out;
     Writer(out, story, start).Write();
-    out.close();
-    if (!out) {
-        throw std::runtime_error(file + ": the trace cannot be written");
-    }
+    return std::move(out).str();
 }
 
 } // namespace view

@@ -1,15 +1,15 @@
-/// Who did what when, as a file for a trace viewer.
+/// Who did what when, for a trace viewer.
 #pragma once
 
 #include "view/story.h"
 
 namespace view {
 
-/// Writes a lane for each thread with a slice for each call, an arrow for each request from its
+/// A lane for each thread with a slice for each call, an arrow for each request from its
 /// submission through its results to its completion, and a counter of the requests in flight, in
 /// the trace event format that Perfetto's viewer opens. A call that is open at the end ends with
-/// the last event. Makes the folder.
-/// \throws std::runtime_error that names the file, where it cannot be written.
-void WriteTimeline(const std::string& file, const Story& story, Moment start);
+/// the last event.
+/// \returns a file's content.
+std::string TimelineOf(const Story& story, Moment start);
 
 } // namespace view

@@ -5,6 +5,7 @@
 #include "kit/layers.h"
 #include "kit/recording_file.h"
 #include "view/report.h"
+#include "view/report_json.h"
 #include "view/told.h"
 
 #include <memory>
@@ -12,6 +13,10 @@
 #include <vector>
 
 namespace host {
+
+/// What is expected of a process that is to abort.
+inline constexpr char kEnd[] = "the end of the process";
+inline constexpr char kAbort[] = "by SIGABRT, while the library loads";
 
 /// What came of a run.
 struct Outcome {
@@ -24,9 +29,10 @@ struct Outcome {
     uint64_t lost = 0;     ///< Events of the recording that newer ones have overwritten.
     uint32_t wrongPictures = 0;
     std::map<uint32_t, uint32_t> refused; ///< How many submissions got which status.
-    std::vector<std::string> violations;
+    std::vector<contract::Violation> violations;
     bool wasInterrupted = false;
-    std::vector<std::string> unfulfilled; ///< What was expected and did not come true.
+    std::vector<view::Expectation> expectations; ///< None where it was interrupted.
+    std::vector<std::string> unfulfilled;        ///< Those that did not come true, in words.
 };
 
 class Run {

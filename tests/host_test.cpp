@@ -167,7 +167,7 @@ TEST_P(RunWithFault, FindsWhatItDoes) {
     const Outcome outcome = RunText(WithFault(GetParam().fault, GetParam().expect));
     const std::string unfulfilled = GetParam().unfulfilled;
     EXPECT_EQ(outcome.unfulfilled, unfulfilled.empty() ? Texts() : Texts{unfulfilled})
-        << testing::PrintToString(outcome.violations);
+        << outcome.violations.size() << " violations";
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, RunWithFault, testing::ValuesIn(kFaults));
@@ -212,7 +212,7 @@ TEST(Run, ThatIsInterruptedEndsWithWhatIsInFlight) {
     EXPECT_EQ(outcome.unanswered, 0U);
     EXPECT_GE(outcome.completed, 3U);
     EXPECT_LT(outcome.completed, 10000U);
-    EXPECT_EQ(outcome.violations, Texts{});
+    EXPECT_TRUE(outcome.violations.empty());
 }
 
 TEST(Run, HasAPictureOfEachKindOfInputThatTheAdapterFeeds) {

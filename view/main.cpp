@@ -4,8 +4,11 @@
 #include "view/diff.h"
 #include "view/json.h"
 #include "view/report.h"
+#include "view/report_json.h"
 #include "view/text.h"
 #include "view/timeline.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cerrno>
 #include <cstdio>
@@ -19,12 +22,16 @@ struct Options {
     std::string file;
     std::string other;
     std::string trace;
+    std::string report;
     bool isJson = false;
     bool hasTimes = false;
 };
 
 int Show(const Options& options) {
     const Told told(options.file);
+    if (!options.report.empty()) {
+        ReportFile(options.report).Write(MakeReport(&told, FactsOf(told)));
+    }
     if (!options.trace.empty()) {
         WriteTimeline(options.trace, told.story, told.Start());
     }
@@ -79,6 +86,9 @@ int main(int argc, char** argv) try {
                                   "requests, the sessions",
                                   options.file, [&] { return Show(options); });
     show.add_option("--trace", options.trace, "Write a timeline for Perfetto's viewer");
+    show.add_option("--report", options.report,
+                    "Write a report for machines (JSON); '-': to standard output, and all else to "
+                    "standard error");
     show.add_flag("--json", options.isJson, "Print the events instead, one a line, for jq");
     commands.Add("check", "Hold the contract against a recording", options.file,
                  [&] { return Check(options); });

@@ -303,17 +303,47 @@ void Run::Compare(Outcome& outcome) const {
     }
 }
 
-std::string Run::WritePicture(const std::string& file) const {
-    const Progress progress([&] { return "writing " + file; });
+/// The first request whose picture was looked at; null if there is none.
+const Request* Run::FindJudged() const {
     for (const auto& camera : mCameras) {
         for (const auto& request : camera->Requests()) {
             if (request->judgement.has_value()) {
-                WritePng(file, camera->Sees(), request->frames.front(), request->output.Pixels());
-                return request->judgement->Describe();
+                return request.get();
             }
         }
     }
-    return {};
+    return nullptr;
+}
+
+std::string Run::WritePicture(const std::string& file) const {
+    const Progress progress([&] { return "writing " + file; });
+    const Request* const request = FindJudged();
+    if (request == nullptr) {
+        return {};
+    }
+    WritePng(file, request->camera.Sees(), request->frames.front(), request->output.Pixels());
+    return request->judgement->Describe();
+}
+
+std::vector<view::Picture> Run::Pictures() const {
+    const Request* const request = FindJudged();
+    if (request == nullptr) {
+        return {};
+    }
+    const Scene& scene = request->camera.Sees();
+    const auto make = [&](const std::string& title, std::span<const uint8_t> nv12) {
+        const SampledPng sampled = Sample(scene, nv12);
+        const std::string step = std::to_string(sampled.step);
+        return view::Picture{title,
+                             std::to_string(scene.Width()) + " x " +
+                                 std::to_string(scene.Height()) +
+                                 (sampled.step > 1 ? ", one pixel of " + step + " x " + step : ""),
+                             sampled.bytes};
+    };
+    const std::string name =
+        std::to_string(request->camera.Plan().id) + "/" + std::to_string(request->rtFrameNumber);
+    return {make("A noisy frame of " + name, DevelopAlone(scene, request->frames.front())),
+            make("The picture of " + name, request->output.Pixels())};
 }
 
 } // namespace host

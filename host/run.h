@@ -4,6 +4,7 @@
 #include "host/host_camera.h"
 #include "kit/layers.h"
 #include "kit/recording_file.h"
+#include "view/page.h"
 #include "view/report.h"
 #include "view/report_json.h"
 #include "view/told.h"
@@ -68,6 +69,9 @@ class Run {
     /// picture is, empty if there is none. Throws where the file cannot be written.
     std::string WritePicture(const std::string& file) const;
 
+    /// The same two pictures for a page, or none.
+    std::vector<view::Picture> Pictures() const;
+
     const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
 
     /// Ends the current run early: no further request is sent, and what is in flight has a second.
@@ -85,6 +89,7 @@ class Run {
     void Count(const view::Request& told, Outcome& outcome) const;
     bool HasRightPicture(Request& request) const;
     Request* Find(const view::Request& told) const;
+    const Request* FindJudged() const;
     void Compare(Outcome& outcome) const;
 
     const Scenario& mScenario;

@@ -159,12 +159,16 @@ class Writer {
 
 } // namespace
 
+void WriteTimeline(std::ostream& out, const Story& story, Moment start) {
+    Writer(out, story, start).Write();
+}
+
 void WriteTimeline(const std::string& file, const Story& story, Moment start) {
     const auto folder = std::filesystem::path(file).parent_path();
     std::error_code ignored; // The open tells.
     std::filesystem::create_directories(folder, ignored);
     std::ofstream out(file);
-    Writer(out, story, start).Write();
+    WriteTimeline(out, story, start);
     out.close();
     if (!out) {
         throw std::runtime_error(file + ": the trace cannot be written");

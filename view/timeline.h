@@ -3,6 +3,8 @@
 
 #include "view/story.h"
 
+#include <iosfwd>
+
 namespace view {
 
 /// Writes a lane for each thread with a slice for each call, an arrow for each request from its
@@ -11,5 +13,8 @@ namespace view {
 /// the last event. Makes the folder.
 /// \throws std::runtime_error that names the file, where it cannot be written.
 void WriteTimeline(const std::string& file, const Story& story, Moment start);
+
+/// The same into a stream, whose state tells how it went.
+void WriteTimeline(std::ostream& out, const Story& story, Moment start);
 
 } // namespace view

@@ -73,9 +73,29 @@ void Isolated::Keep(const Run& run, const Outcome& outcome) const {
     facts.rows = run.Rows();
     facts.violations = outcome.violations;
     Say(view::MakeReport(&run.Told(), facts));
+    if (mSettings.hasPage) {
+        auto pictures = ordered_json::array();
+        for (const view::Picture& picture : run.Pictures()) {
+            pictures.push_back({picture.title, picture.note,
+                                ordered_json::binary({picture.png.begin(), picture.png.end()})});
+        }
+        std::ofstream out(mPictures.Path(), std::ios::binary);
+        ordered_json::to_cbor(pictures, out);
+    }
 }
 
 // --- Around it ----------------------------------------------------------------------------------
+
+std::vector<view::Picture> Isolated::Pictures() const {
+    std::vector<view::Picture> pictures;
+    std::ifstream in(mPictures.Path(), std::ios::binary);
+    const auto kept = ordered_json::from_cbor(in, true, false);
+    for (size_t i = 0; kept.is_array() && i < kept.size(); ++i) {
+        const auto& bytes = kept[i][2].get_binary();
+        pictures.push_back({kept[i][0], kept[i][1], {bytes.begin(), bytes.end()}});
+    }
+    return pictures;
+}
 
 ordered_json Isolated::Heard() const {
     std::ifstream in(mSaid.Path());
@@ -107,6 +127,18 @@ Isolated::Ended Isolated::Go(const std::function<int()>& work,
             result["text"].get<std::string>() + "; the process " + ended.end.Describe();
     }
     return ended;
+}
+
+std::string Isolated::PageOf(const Ended& ended) const {
+    std::optional<view::Told> told;
+    if (contract::WriterOf(Recording()) == static_cast<uint32_t>(ended.end.process)) {
+        try {
+            told.emplace(Recording());
+        } catch (const contract::RecordingError&) {
+            told.reset(); // The report says so.
+        }
+    }
+    return view::MakePage(ended.report, told.has_value() ? &*told : nullptr, Pictures());
 }
 
 /// Of a run that did not say itself what came of it.

@@ -17,9 +17,10 @@ namespace host {
 class Isolated {
   public:
     struct Settings {
-        std::string library; ///< The adapter.
-        std::string command; ///< That repeats the run.
-        std::string record;  ///< The recording's file; empty for one that nobody sees.
+        std::string library;  ///< The adapter.
+        std::string command;  ///< That repeats the run.
+        std::string record;   ///< The recording's file; empty for one that nobody sees.
+        bool hasPage = false; ///< The run keeps pictures for a page.
     };
     /// \param scenario must outlive this.
     /// \throws contract::RecordingError where nothing can be recorded into the file,
@@ -47,8 +48,12 @@ class Isolated {
              const std::function<int(const std::exception&)>& statusOf,
              std::chrono::seconds limit) const;
 
+    /// A page of the same; with the run's pictures, if the settings say so and it came to its end.
+    std::string PageOf(const Ended& ended) const;
+
   private:
     view::ReportFacts Facts() const;
+    std::vector<view::Picture> Pictures() const;
     void Say(const nlohmann::ordered_json& said) const;
     nlohmann::ordered_json Heard() const;
     nlohmann::ordered_json ReportOfEnd(const kit::ChildEnd& end, const std::string& failure) const;
@@ -59,7 +64,8 @@ class Isolated {
     const Settings mSettings;
     const kit::RecordingFile mRecording;
     const LogFile mLog;
-    const kit::UnnamedFile mSaid; ///< By the run's process, at its end.
+    const kit::UnnamedFile mSaid;     ///< By the run's process, at its end.
+    const kit::UnnamedFile mPictures; ///< Its pictures, if it made any.
 };
 
 } // namespace host

@@ -39,8 +39,11 @@ struct Options {
     uint32_t height = 0;
     uint32_t frames = 0;
     uint32_t requests = 0;
+
+    bool IsReported() const { return !report.empty() || !page.empty(); }
     std::string command; ///< That repeats the run.
     std::string report;
+    std::string page;
     uint32_t limit = 0; ///< In seconds; 0 for none.
     std::string all;    ///< The folder of scenarios to run.
     std::string junit;
@@ -63,11 +66,15 @@ void DeclareReports(CLI::App& app, Options& options) {
         "--report", options.report,
         "Write a report for machines (JSON), however the run ends; '-': to standard output, and "
         "all else to standard error");
+    auto* const page =
+        app.add_option("--page", options.page,
+                       "Write all about the run as one HTML file for a browser, however it ends");
     auto* const all = app.add_option("--all", options.all,
                                      "Run all scenarios of a folder, each in a process of its own")
                           ->expected(0, 1)
                           ->default_str(kOwnScenarios)
-                          ->excludes(report);
+                          ->excludes(report)
+                          ->excludes(page);
     for (const char* const one : {"scenario", "--record", "--picture", "--trace"}) {
         all->excludes(app.get_option(one));
     }
@@ -189,7 +196,7 @@ void WriteLogLine(const __android_logger_data* data, const char* message) {
 
 /// The built library; the one that logs where the log is wanted or something is to go wrong.
 std::string ChooseLibrary(const Options& options, const Scenario& scenario) {
-    const bool isKept = !options.report.empty();
+    const bool isKept = options.IsReported();
     g_showsLibrary = !options.logLevel.empty() || !scenario.faults.empty();
     g_shownFrom = kLogLevels.at(options.logLevel.empty() ? "warn" : options.logLevel);
     __android_log_set_logger(WriteLogLine);
@@ -285,14 +292,20 @@ int StatusOf(const std::exception& error) {
 }
 
 /// The run, in a process of its own. Nothing is loaded here.
+/// \param page where its page goes, or null.
 Isolated::Ended RunApart(const Options& options, const Scenario& scenario,
-                         const std::string& library) {
-    const Isolated around(
-        scenario, {.library = library, .command = options.command, .record = options.record});
-    g_keptLines = options.report.empty() ? nullptr : &around.Log();
+                         const std::string& library, view::ReportFile* page = nullptr) {
+    const Isolated around(scenario, {.library = library,
+                                     .command = options.command,
+                                     .record = options.record,
+                                     .hasPage = page != nullptr});
+    g_keptLines = options.IsReported() ? &around.Log() : nullptr;
     const auto run = [&] { return RunHere(options, scenario, library, &around); };
     auto ended = around.Go(run, StatusOf, std::chrono::seconds(options.limit));
     g_keptLines = nullptr;
+    if (page != nullptr) {
+        page->Write(around.PageOf(ended));
+    }
     return ended;
 }
 
@@ -300,20 +313,31 @@ int RunScenario(Options options) {
     const Scenario scenario = ReadScenario(options);
     options.record = RecordingOf(options);
     const std::string library = ChooseLibrary(options, scenario);
-    if (options.report.empty() && options.limit == 0) {
+    if (!options.IsReported() && options.limit == 0) {
         return RunHere(options, scenario, library, nullptr);
     }
     std::optional<view::ReportFile> file;
     if (!options.report.empty()) {
         file.emplace(options.report);
     }
-    const Isolated::Ended ended = RunApart(options, scenario, library);
+    std::optional<view::ReportFile> page;
+    const std::string pageFile = OutputFile(options.page);
+    if (!options.page.empty()) {
+        std::error_code ignored; // The open tells.
+        std::filesystem::create_directories(std::filesystem::path(pageFile).parent_path(), ignored);
+        page.emplace(pageFile, "page");
+    }
+    const Isolated::Ended ended =
+        RunApart(options, scenario, library, page.has_value() ? &*page : nullptr);
     if (ended.end.signal != 0) {
         PrintFact("ended", view::Painted(view::Colour::Bad, "the process " + ended.end.Describe()));
     }
     if (file.has_value()) {
         file->Write(ended.report);
         PrintFact("report", options.report == "-" ? "on standard output" : options.report);
+    }
+    if (page.has_value()) {
+        PrintFact("page", pageFile + ", for a browser");
     }
     return ended.end.ExitStatus();
 }

@@ -3,6 +3,7 @@
 #include "view/command.h"
 #include "view/diff.h"
 #include "view/json.h"
+#include "view/page.h"
 #include "view/report.h"
 #include "view/report_json.h"
 #include "view/text.h"
@@ -23,6 +24,7 @@ struct Options {
     std::string other;
     std::string trace;
     std::string report;
+    std::string page;
     bool isJson = false;
     bool hasTimes = false;
 };
@@ -31,6 +33,10 @@ int Show(const Options& options) {
     const Told told(options.file);
     if (!options.report.empty()) {
         ReportFile(options.report).Write(MakeReport(&told, FactsOf(told)));
+    }
+    if (!options.page.empty()) {
+        ReportFile file(options.page, "page");
+        file.Write(MakePage(MakeReport(&told, FactsOf(told)), &told, {}));
     }
     if (!options.trace.empty()) {
         WriteTimeline(options.trace, told.story, told.Start());
@@ -45,6 +51,9 @@ int Show(const Options& options) {
         PrintAll(told.file, told.recording, told.story);
         if (!options.trace.empty()) {
             PrintFact("trace", options.trace + ", for ui.perfetto.dev or chrome://tracing");
+        }
+        if (!options.page.empty()) {
+            PrintFact("page", options.page + ", for a browser");
         }
     }
     return told.recording.Damage().empty() ? kGood : kFound;
@@ -89,6 +98,7 @@ int main(int argc, char** argv) try {
     show.add_option("--report", options.report,
                     "Write a report for machines (JSON); '-': to standard output, and all else to "
                     "standard error");
+    show.add_option("--page", options.page, "Write all of it as one HTML file for a browser");
     show.add_flag("--json", options.isJson, "Print the events instead, one a line, for jq");
     commands.Add("check", "Hold the contract against a recording", options.file,
                  [&] { return Check(options); });

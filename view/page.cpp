@@ -2,9 +2,11 @@
 #include "view/page.h"
 
 #include "view/page_template.h"
+#include "view/timeline.h"
 
 #include <nlohmann/json.hpp>
 
+#include <sstream>
 #include <string_view>
 
 namespace view {
@@ -54,6 +56,20 @@ std::string MakePage(const std::string& reportJson, const std::string& traceJson
         rest.remove_prefix(place + std::string_view(mark).size());
     }
     return page.append(rest);
+}
+
+std::string MakePage(const nlohmann::ordered_json& report, const Told* told,
+                     const std::vector<Picture>& pictures) {
+    std::ostringstream trace;
+    if (told != nullptr) {
+        WriteTimeline(trace, told->story, told->Start());
+    } else {
+        trace << R"({"traceEvents": []})";
+    }
+    // A recorded text may be anything, and a page is UTF-8.
+    using nlohmann::ordered_json;
+    return MakePage(report.dump(-1, ' ', false, ordered_json::error_handler_t::replace),
+                    trace.str(), pictures);
 }
 
 } // namespace view

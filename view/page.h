@@ -1,6 +1,10 @@
 /// A run or a recording as one file for people, who need nothing but a browser to look at it.
 #pragma once
 
+#include "view/told.h"
+
+#include <nlohmann/json_fwd.hpp>
+
 #include <string>
 #include <vector>
 
@@ -18,6 +22,10 @@ struct Picture {
 /// \param pictures to be shown side by side, if any
 /// Any thread may call it. It fails only where there is no memory.
 std::string MakePage(const std::string& reportJson, const std::string& traceJson,
+                     const std::vector<Picture>& pictures);
+
+/// The same of a report and what was recorded, which may be null.
+std::string MakePage(const nlohmann::ordered_json& report, const Told* told,
                      const std::vector<Picture>& pictures);
 
 } // namespace view

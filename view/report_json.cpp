@@ -276,20 +276,24 @@ FILE* Open(const std::string& name) {
 
 } // namespace
 
-ReportFile::ReportFile(const std::string& name)
-    : mName(name == "-" ? "standard output" : name), mFile(Open(name), fclose) {
+ReportFile::ReportFile(const std::string& name, const char* what)
+    : mName(name == "-" ? "standard output" : name), mWhat(what), mFile(Open(name), fclose) {
     if (mFile == nullptr) {
-        throw std::invalid_argument(mName + ": the report cannot be written: " + strerror(errno));
+        throw std::invalid_argument(mName + ": the " + mWhat +
+                                    " cannot be written: " + strerror(errno));
     }
 }
 
 void ReportFile::Write(const ordered_json& report) {
     // JSON is UTF-8; a recorded text may be anything.
-    const std::string text = report.dump(2, ' ', false, ordered_json::error_handler_t::replace);
-    const bool isWritten = fwrite(text.data(), 1, text.size(), mFile.get()) == text.size() &&
-                           fputc('\n', mFile.get()) != EOF;
+    Write(report.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+}
+
+void ReportFile::Write(const std::string& text) {
+    const bool isWritten = fwrite(text.data(), 1, text.size(), mFile.get()) == text.size();
     if (fclose(mFile.release()) != 0 || !isWritten) {
-        throw std::runtime_error(mName + ": the report cannot be written: " + strerror(errno));
+        throw std::runtime_error(mName + ": the " + mWhat +
+                                 " cannot be written: " + strerror(errno));
     }
 }
 

@@ -64,18 +64,21 @@ nlohmann::ordered_json MakeReport(const Told* told, const ReportFacts& facts,
 /// The facts of a recording that is all there is.
 ReportFacts FactsOf(const Told& told);
 
-/// Where a report goes: a file, or for "-" standard output. What is printed there goes to standard
+/// Where a report or a page goes: a file, or for "-" standard output. What is printed there goes to standard
 /// error from the opening on.
 class ReportFile {
   public:
+    /// \param what it is, for messages.
     /// \throws std::invalid_argument that names the file, where it cannot be opened.
-    explicit ReportFile(const std::string& name);
+    explicit ReportFile(const std::string& name, const char* what = "report");
 
     /// \throws std::runtime_error that names the file, where it cannot be written.
     void Write(const nlohmann::ordered_json& report);
+    void Write(const std::string& text);
 
   private:
     std::string mName;
+    const char* mWhat;
     std::unique_ptr<FILE, int (*)(FILE*)> mFile;
 };
 

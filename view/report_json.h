@@ -64,8 +64,8 @@ nlohmann::ordered_json MakeReport(const Told* told, const ReportFacts& facts,
 /// The facts of a recording that is all there is.
 ReportFacts FactsOf(const Told& told);
 
-/// Where a report or a page goes: a file, or for "-" standard output. What is printed there goes to standard
-/// error from the opening on.
+/// Where a report or a page goes: a file, or for "-" standard output. What is printed there goes to
+/// standard error from the opening on.
 class ReportFile {
   public:
     /// \param what it is, for messages.

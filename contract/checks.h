@@ -35,31 +35,63 @@ template <class T>
 requires std::is_integral_v<T>
 void Append(std::string& text, T value) { text += std::to_string(value); }
 
+/// Parts of a violation's text that are a value as it is, and as it must be.
+template <class T> struct Got { const T& value; };
+template <class T> Got(const T&) -> Got<T>;
+template <class T> struct Must { const T& value; };
+template <class T> Must(const T&) -> Must<T>;
+
+template <class T> void AddValue(std::string& text, std::string& values, const T& value) {
+    Append(text, value);
+    values += values.empty() ? "" : " and ";
+    Append(values, value);
+}
+template <class T> void AddPart(Violation& violation, const T& part) {
+    Append(violation.text, part);
+}
+template <class T> void AddPart(Violation& violation, const Got<T>& part) {
+    AddValue(violation.text, violation.got, part.value);
+}
+template <class T> void AddPart(Violation& violation, const Must<T>& part) {
+    AddValue(violation.text, violation.expected, part.value);
+}
+
 /// Reports what does not hold. Knows at which event the watch is.
 class Checks {
   public:
     explicit Checks(std::function<void(const Violation&)> report) : mReport(std::move(report)) {}
 
     /// What is checked from here on is found at this event, and its text begins so, as in
-    /// "ExecuteRequest".
-    void Begin(uint64_t event, std::string_view where) {
-        mEvent = event;
-        mWhere = where;
+    /// "ExecuteRequest", the name of its entry. Nothing is known of a request.
+    void Begin(const Event& event) { Begin(event.Number(), event.Text().name, event.Text().name); }
+    /// What is checked from here on is found when all should be over.
+    void BeginEnd() { Begin(0, "at the end", nullptr); }
+    /// It is of this request, by its real-time frame, which begins its text where it is the host's.
+    void Of(uint32_t camera, std::optional<uint32_t> frame) {
+        mCamera = camera;
+        mRequest = frame;
     }
+    void BeginText(std::string_view where) { mWhere = where; }
 
-    /// If the rule does not hold, the parts become the violation's values. \returns whether it
-    /// holds.
+    /// If the rule does not hold, the parts become the violation's text and values. \returns
+    /// whether it holds.
     template <class... Parts> bool Check(Rule rule, bool holds, const Parts&... parts) const {
         if (!holds) {
-            Violation violation{rule, mEvent, mWhere + ": "};
-            (Append(violation.text, parts), ...);
+            Violation violation{.rule = rule,
+                                .event = mEvent,
+                                .text = mWhere + ": ",
+                                .entry = mEntry,
+                                .camera = mCamera,
+                                .request = mRequest};
+            (AddPart(violation, parts), ...);
             mReport(violation);
         }
         return holds;
     }
     template <class T>
     bool Expect(Rule rule, const char* what, const T& actual, const T& expected) const {
-        return Check(rule, actual == expected, what, " is ", actual, " and must be ", expected);
+        return Check(rule, actual == expected, what, " is ", Got{actual}, " and must be ",
+                     Must{expected});
     }
 
     /// Whether the watch began after the process had done something: what is not known then may
@@ -67,9 +99,18 @@ class Checks {
     bool isLate = false;
 
   private:
+    void Begin(uint64_t event, std::string_view where, const char* entry) {
+        mEvent = event;
+        mWhere = where;
+        mEntry = entry;
+        mCamera = mRequest = std::nullopt;
+    }
+
     std::function<void(const Violation&)> mReport;
     uint64_t mEvent = 0;
     std::string mWhere;
+    const char* mEntry = nullptr;
+    std::optional<uint32_t> mCamera, mRequest;
 };
 
 /// How many of those that are gone are remembered, for what is said of them.

@@ -15,6 +15,7 @@ struct Engine::State {
     void HostCalls(const Event& event, PendingCall& call);
     void HostReturns(const Event& event, const PendingCall& call);
     PendingCall EndCall(const Event& event);
+    void NameSubmission(const Calls& outer);
 
     Checks checks;
     HostRules host;
@@ -33,7 +34,7 @@ void Engine::Take(const Event& event) {
     if (!std::exchange(state.hasBegun, true)) {
         state.checks.isLate = event.Number() > 1;
     }
-    state.checks.Begin(event.Number(), event.Text().name);
+    state.checks.Begin(event);
     if (event.Of() == Entry::Pixels) {
         return;
     }
@@ -58,6 +59,7 @@ void Engine::State::OnCall(const Event& event) {
     if (event.Text().side == Side::Host) {
         HostCalls(event, call);
     } else {
+        NameSubmission(outer);
         vendor.OnCall(event, call, outer);
     }
     if (outer.size() == kMostOpenCalls) {
@@ -71,7 +73,19 @@ void Engine::State::OnReturn(const Event& event) {
     if (event.Text().side == Side::Host) {
         HostReturns(event, call);
     } else {
+        if (const auto outer = threads.find(event.Thread()); outer != threads.end()) {
+            NameSubmission(outer->second);
+        }
         vendor.OnReturn(event, call);
+    }
+}
+
+/// What the vendor is called for within a submission is of that request.
+void Engine::State::NameSubmission(const Calls& outer) {
+    for (const PendingCall& each : outer) {
+        if (each.entry == Entry::SubmitRequestFromRT) {
+            host.Name(each.request);
+        }
     }
 }
 

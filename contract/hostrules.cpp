@@ -47,7 +47,7 @@ void HostRules::OnSubmitted(const Event& event, Reference reference) {
     if (request == nullptr || status == 0) {
         return;
     }
-    Name(event.Number(), *request);
+    Begin(*request);
     request->status = status;
     mChecks.Check(Rule::Refusal, request->calls == 0, "status ", status, " after ", request->calls,
                   " callbacks");
@@ -80,7 +80,7 @@ HostRules::Request* HostRules::Receive(const Event& event, const char* what, Rul
         return nullptr;
     }
     Request& request = found->second;
-    Name(event.Number(), request);
+    Begin(request);
     ++request.calls;
     const bool may = mChecks.Check(Rule::AfterClose, request.phase != Phase::Closed, what) &&
                      mChecks.Check(Rule::Refusal, request.phase != Phase::Refused, what,
@@ -120,9 +120,9 @@ void HostRules::CheckBuffers(const Event& event, Request& request,
             request.got = seen;
         }
         mChecks.Check(Rule::ResultBuffer, seen == request.output || isLent || mChecks.isLate,
-                      "stream ", Handle(seen.first), " and buffer ", Handle(seen.second),
-                      " must be ", Handle(request.output.first), " and ",
-                      Handle(request.output.second));
+                      "stream ", Got{Handle(seen.first)}, " and buffer ", Got{Handle(seen.second)},
+                      " must be ", Must{Handle(request.output.first)}, " and ",
+                      Must{Handle(request.output.second)});
     }
     request.buffers += static_cast<uint32_t>(buffers.size());
     if (!request.isFollowed) {
@@ -162,8 +162,9 @@ void HostRules::CheckReports(const Request& request) const {
         mChecks.Check(Rule::Reports,
                       request.metadata == request.metadataBrought &&
                           request.buffers == request.buffersBrought,
-                      request.metadata, " metadata and ", request.buffers, " buffers, and must be ",
-                      request.metadataBrought, " and ", request.buffersBrought);
+                      Got{request.metadata}, " metadata and ", Got{request.buffers},
+                      " buffers, and must be ", Must{request.metadataBrought}, " and ",
+                      Must{request.buffersBrought});
     } else {
         mChecks.Check(Rule::Reports, request.buffers != 0, "no buffer before the completion");
     }
@@ -189,13 +190,25 @@ void HostRules::OnLent(const Event& event) {
 // --- The ends -----------------------------------------------------------------------------------
 
 /// The next checks are of this request.
-void HostRules::Name(uint64_t event, const Request& request) {
+void HostRules::Name(const Request& request) {
+    mChecks.Of(request.camera, request.isKnown ? std::optional(request.frame) : std::nullopt);
+}
+
+void HostRules::Name(Reference reference) {
+    if (const Request* const request = Find(reference)) {
+        Name(*request);
+    }
+}
+
+/// The same, and their texts say so.
+void HostRules::Begin(const Request& request) {
     std::string where;
     Append(where, "camera ");
     Append(where, request.camera);
     Append(where, ", frame ");
     Append(where, request.frame);
-    mChecks.Begin(event, where);
+    mChecks.BeginText(where);
+    Name(request);
 }
 
 HostRules::Request* HostRules::Find(Reference reference) {

@@ -25,6 +25,8 @@ class HostRules {
     void OnRelease(const Event& event);
     void OnCompletion(const Event& event);
     void OnLent(const Event& event);
+    /// The next checks are of this request, if it is under way or remembered.
+    void Name(Reference request);
     /// A result of the vendor's: how often the adapter is to report what, and whether its first
     /// buffer has an error status.
     void OnBrought(Reference request, uint32_t metadata, uint32_t buffers, bool hasError);
@@ -65,7 +67,8 @@ class HostRules {
     void CheckBuffers(const Event& event, Request& request, const camera3_capture_result& result);
     void CheckReports(const Request& request) const;
     void CheckStatus(const Request& request, uint32_t status) const;
-    void Name(uint64_t event, const Request& request);
+    void Name(const Request& request);
+    void Begin(const Request& request);
     void End(uint64_t record, Request& request, Phase phase);
 
     Checks& mChecks;

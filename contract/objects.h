@@ -130,7 +130,7 @@ template <class T> class Objects {
         if constexpr (requires { T::name; }) {
             name = first == nullptr ? "" : " \"" + first->name + '"';
         }
-        mChecks.Check(T::kKind.returned, count == 0, count, " ", T::kKind.name,
+        mChecks.Check(T::kKind.returned, count == 0, Got{count}, " ", T::kKind.name,
                       count == 1 ? "" : "s", " left, such as ", Handle(oldest), name);
     }
 
@@ -141,7 +141,7 @@ template <class T> class Objects {
         const bool wasAlive =
             mAlive.contains(handle) || std::find(mGone.begin(), mGone.end(), handle) != mGone.end();
         const bool isUnknown = mChecks.isLate && handle != 0 && !wasAlive;
-        mChecks.Check(rule, object != nullptr || isUnknown, Handle(handle), " is not a live ",
+        mChecks.Check(rule, object != nullptr || isUnknown, Got{Handle(handle)}, " is not a live ",
                       T::kKind.name, ": ", wasAlive ? past : "never existed");
         return object;
     }

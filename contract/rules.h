@@ -3,6 +3,8 @@
 /// says where it is watched.
 #pragma once
 
+#include "contract/entries.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -86,6 +88,11 @@ inline constexpr std::array kRules{CONTRACT_RULES(CONTRACT_RULE)};
 #undef CONTRACT_RULE
 
 inline constexpr const RuleText& TextOf(Rule rule) { return kRules[static_cast<size_t>(rule)]; }
+
+/// On which of the adapter's sides it is watched.
+inline constexpr Side SideOf(Rule rule) {
+    return rule >= Rule::ResultFrame && rule <= Rule::AfterClose ? Side::Host : Side::Vendor;
+}
 
 /// Where a rule is stated, as in "docs/contract.md#v12".
 inline std::string LinkOf(Rule rule) {

@@ -94,7 +94,7 @@ void VendorRules::ReturnOfInterface(const Event& event, const PendingCall& call)
 }
 
 void VendorRules::CheckAllReturned() {
-    mChecks.Begin(0, "at the end");
+    mChecks.BeginEnd();
     mSessions.CheckLeft();
     mMetadata.CheckLeft();
     mAndroid.CheckLeft();
@@ -221,7 +221,7 @@ uint32_t VendorRules::CheckCamera(const Event& event, const ChiOfflineSessionCon
     // Without a list, the text is not recorded.
     const bool isSeen = config.pCameraText == nullptr || !text.empty();
     mChecks.Check(Rule::Configuration, !isSeen || text == std::to_string(number),
-                  "the camera's text is '", text, "' and must be a number");
+                  "the camera's text is '", Got{text}, "' and must be ", Must{"a number"});
     return number;
 }
 

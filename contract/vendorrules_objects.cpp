@@ -69,8 +69,9 @@ void VendorRules::CallMetadata(const Event& event, PendingCall& call) {
     case Entry::MetadataCreateFromAndroid:
         mChecks.Check(Rule::MetadataWords,
                       event.Word(2) == 0 && event.Word(3) == 0 && event.Word(4) == kAnyCount,
-                      "the words are ", event.Word(2), ", ", event.Word(3), ", ", event.Word(4),
-                      " and must be 0, 0, ", kAnyCount);
+                      "the words are ", Got{event.Word(2)}, ", ", Got{event.Word(3)}, ", ",
+                      Got{event.Word(4)}, " and must be ", Must{0}, ", ", Must{0}, ", ",
+                      Must{kAnyCount});
         mMetadataOps.Require(first);
         break;
     case Entry::MetadataCreateAndroid:

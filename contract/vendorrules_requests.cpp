@@ -327,6 +327,7 @@ VendorRules::Execution* VendorRules::FindExecution(uint64_t privateData, uint64_
         return nullptr;
     }
     Execution& execution = found->second;
+    mHost.Name(execution.request);
     const bool may =
         mChecks.Check(Rule::RefusedRequest, execution.phase != Execution::Refused,
                       "a result after status ", execution.status) &&
@@ -345,14 +346,14 @@ void VendorRules::CheckResultNumber(const Execution& execution) {
 void VendorRules::CheckBlock(const Event& event, Execution& execution,
                              const ChiOfflineResultBlock& block) {
     mChecks.Check(Rule::PartialsFall, block.numPartialMetadata <= execution.partials,
-                  block.numPartialMetadata, " partials to come after ", execution.partials);
+                  Got{block.numPartialMetadata}, " partials to come after ", execution.partials);
     execution.partials = block.numPartialMetadata;
     execution.received += block.numBuffers;
     if (!execution.hasOutput) {
         return;
     }
-    mChecks.Check(Rule::BufferCount, execution.received <= execution.outputs, execution.received,
-                  " buffers for ", execution.outputs, " outputs");
+    mChecks.Check(Rule::BufferCount, execution.received <= execution.outputs,
+                  Got{execution.received}, " buffers for ", execution.outputs, " outputs");
     for (const auto& buffer : event.Some<ChiStreamBuffer>(block.pBuffers, block.numBuffers)) {
         const Lent seen = LentOf(buffer);
         const bool isLent = seen != execution.output && mLent.Has(seen);
@@ -360,9 +361,9 @@ void VendorRules::CheckBlock(const Event& event, Execution& execution,
             execution.got = seen;
         }
         mChecks.Check(Rule::ResultOutput, isLent || seen == execution.output || mChecks.isLate,
-                      "stream ", Handle(seen.first), " and buffer ", Handle(seen.second),
-                      " must be ", Handle(execution.output.first), " and ",
-                      Handle(execution.output.second));
+                      "stream ", Got{Handle(seen.first)}, " and buffer ", Got{Handle(seen.second)},
+                      " must be ", Must{Handle(execution.output.first)}, " and ",
+                      Must{Handle(execution.output.second)});
     }
 }
 
@@ -391,7 +392,7 @@ void VendorRules::CheckQuery(const Event& event, uint64_t session) {
     const uint64_t output = asks->list.back().address;
     for (const auto& query : event.All<ChiOfflineQueryBuffer>(event.Word(2))) {
         mChecks.Check(Rule::BufferQuery, AddressOf(query.pStream) == output, "stream ",
-                      Handle(query.pStream), " is not the session's output");
+                      Got{Handle(query.pStream)}, " is not the session's output");
     }
 }
 

@@ -1,9 +1,11 @@
 /// The maker's camera layer on a workstation: runs a scenario through the adapter library on the
 /// stand-in device, and says whether what it expects came true.
+#include "host/all.h"
 #include "host/report.h"
 #include "kit/output_file.h"
 #include "standin/located_json.h"
 #include "view/command.h"
+#include "view/text.h"
 #include "view/timeline.h"
 
 #include <android/log.h>
@@ -37,6 +39,15 @@ struct Options {
     uint32_t height = 0;
     uint32_t frames = 0;
     uint32_t requests = 0;
+
+    bool IsReported() const { return !report.empty() || !page.empty(); }
+    std::string command; ///< That repeats the run.
+    std::string report;
+    std::string page;
+    uint32_t limit = 0; ///< In seconds; 0 for none.
+    std::string all;    ///< The folder of scenarios to run.
+    std::string junit;
+    std::string known;
 };
 
 // NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
@@ -46,6 +57,37 @@ const std::map<std::string, int> kLogLevels{{"verbose", ANDROID_LOG_VERBOSE},
                                             {"error", ANDROID_LOG_ERROR}};
 
 constexpr char kOwnRecording[] = "out/SCENARIO.rec"; // Where the option names no file.
+
+constexpr char kOwnScenarios[] = "host/scenarios"; // Where the option names no folder.
+constexpr uint32_t kLimitOfEach = 300;             // Seconds for one of all scenarios.
+
+void DeclareReports(CLI::App& app, Options& options) {
+    auto* const report = app.add_option(
+        "--report", options.report,
+        "Write a report for machines (JSON), however the run ends; '-': to standard output, and "
+        "all else to standard error");
+    auto* const page =
+        app.add_option("--page", options.page,
+                       "Write all about the run as one HTML file for a browser, however it ends");
+    auto* const all = app.add_option("--all", options.all,
+                                     "Run all scenarios of a folder, each in a process of its own")
+                          ->expected(0, 1)
+                          ->default_str(kOwnScenarios)
+                          ->excludes(report)
+                          ->excludes(page);
+    for (const char* const one : {"scenario", "--record", "--picture", "--trace"}) {
+        all->excludes(app.get_option(one));
+    }
+    app.add_option("--junit", options.junit, "Write what came of all scenarios (JUnit's XML)")
+        ->needs(all);
+    app.add_option("--known", options.known,
+                   "A file that lists the scenarios that are known to fail, a name a line")
+        ->needs(all)
+        ->check(CLI::ExistingFile);
+    app.add_option("--limit", options.limit,
+                   "Seconds until a run is given up [none; with --all 300 for each]")
+        ->check(CLI::Range(1U, 1'000'000U));
+}
 
 void Declare(CLI::App& app, Options& options) {
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
@@ -83,6 +125,7 @@ void Declare(CLI::App& app, Options& options) {
         ->check(CLI::Range(1U, 1'000'000U));
     app.add_option("--library", options.library, "The adapter library to load")
         ->check(CLI::ExistingFile);
+    DeclareReports(app, options);
 }
 
 // --- From the arguments to the run --------------------------------------------------------------
@@ -136,19 +179,34 @@ Scenario ReadScenario(const Options& options) {
     return scenario;
 }
 
+constexpr char kLayers[] = "CamLayer"; // Begins their tags.
+
+// Of the process, for its log's lines.
+int g_shownFrom = ANDROID_LOG_WARN;   // The level from which on they are shown.
+bool g_showsLibrary = true;           // Or the layers' lines alone.
+const LogFile* g_keptLines = nullptr; // Where they are kept, or null.
+
 /// Writes as the log library does here anyway, less the line end that the message brings.
 void WriteLogLine(const __android_logger_data* data, const char* message) {
-    const std::string text = message;
-    __android_log_stderr_logger(data, text.substr(0, text.find_last_not_of('\n') + 1).c_str());
+    const std::string all = message;
+    const std::string text = all.substr(0, all.find_last_not_of('\n') + 1);
+    if (g_keptLines != nullptr) {
+        g_keptLines->Write(data->priority, data->tag == nullptr ? "" : data->tag, text);
+    }
+    const bool isLayers = data->tag != nullptr && std::string_view(data->tag).starts_with(kLayers);
+    if (data->priority >= g_shownFrom && (g_showsLibrary || isLayers)) {
+        __android_log_stderr_logger(data, text.c_str());
+    }
 }
 
 /// The built library; the one that logs where the log is wanted or something is to go wrong.
 std::string ChooseLibrary(const Options& options, const Scenario& scenario) {
-    const bool logs = !options.logLevel.empty() || !scenario.faults.empty();
+    const bool isKept = options.IsReported();
+    g_showsLibrary = !options.logLevel.empty() || !scenario.faults.empty();
+    g_shownFrom = kLogLevels.at(options.logLevel.empty() ? "warn" : options.logLevel);
     __android_log_set_logger(WriteLogLine);
-    __android_log_set_minimum_priority(
-        kLogLevels.at(options.logLevel.empty() ? "warn" : options.logLevel));
-    return options.library.empty() ? kit::AdapterFile(logs) : options.library;
+    __android_log_set_minimum_priority(isKept ? ANDROID_LOG_VERBOSE : g_shownFrom);
+    return options.library.empty() ? kit::AdapterFile(g_showsLibrary || isKept) : options.library;
 }
 
 /// The second Ctrl-C ends the process as usual.
@@ -179,7 +237,8 @@ struct Files {
     /// A bare name goes below the folder for output; an empty one is not wanted.
     static void Open(std::optional<kit::OutputFile>& file, const std::string& name) {
         if (!name.empty()) {
-            file.emplace(name.find('/') == std::string::npos ? "out/" + name : name);
+            const bool isBare = name.find('/') == std::string::npos && name != "-";
+            file.emplace(isBare ? "out/" + name : name);
         }
     }
 };
@@ -222,29 +281,106 @@ std::string RecordingOf(const Options& options) {
                : "out/" + std::filesystem::path(options.scenario).stem().string() + ".rec";
 }
 
-int RunScenario(Options options) {
-    const Scenario scenario = ReadScenario(options);
-    options.record = RecordingOf(options);
+/// The run, in this process.
+/// \param around the process that reports it; null where nobody does.
+int RunHere(const Options& options, const Scenario& scenario, const std::string& library,
+            const Isolated* around) {
     Files files(options);
-    const std::string library = ChooseLibrary(options, scenario);
     (void)std::signal(SIGINT, OnInterrupt);
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
     }
-    Run run(
-        scenario, library,
-        {.file = options.record, .hasLayers = !options.hasNoLayers, .watches = options.watches});
+    Run run(scenario, library,
+            {.file = around == nullptr ? options.record : around->Recording(),
+             .hasLayers = !options.hasNoLayers,
+             .watches = options.watches});
     PrintScenario(scenario, std::filesystem::proximate(library).string());
     run.Go();
     const Outcome outcome = run.Judge();
     PrintRequests(run);
     const bool areWritten = WriteFiles(options, files, run);
     PrintOutcome(scenario, outcome);
+    if (around != nullptr) {
+        around->Keep(run, outcome);
+    }
     if (outcome.wasInterrupted) {
         return kInterrupted;
     }
     const bool isPrinted = fflush(stdout) == 0 && ferror(stdout) == 0;
     return outcome.unfulfilled.empty() && areWritten && isPrinted ? kCameTrue : kFailed;
+}
+
+int StatusOf(const std::exception& error) {
+    return dynamic_cast<const InputError*>(&error) != nullptr ? kWrongInput : kFailed;
+}
+
+/// The run, in a process of its own. Nothing is loaded here.
+/// \param page where its page goes, or null.
+Isolated::Ended RunApart(const Options& options, const Scenario& scenario,
+                         const std::string& library, kit::OutputFile* page = nullptr) {
+    const Isolated around(scenario, {.library = library,
+                                     .command = options.command,
+                                     .record = options.record,
+                                     .hasPage = page != nullptr});
+    g_keptLines = options.IsReported() ? &around.Log() : nullptr;
+    const auto run = [&] { return RunHere(options, scenario, library, &around); };
+    auto ended = around.Go(run, StatusOf, std::chrono::seconds(options.limit));
+    g_keptLines = nullptr;
+    if (page != nullptr) {
+        page->Write(around.PageOf(ended));
+    }
+    return ended;
+}
+
+int RunScenario(Options options) {
+    const Scenario scenario = ReadScenario(options);
+    options.record = RecordingOf(options);
+    const std::string library = ChooseLibrary(options, scenario);
+    if (!options.IsReported() && options.limit == 0) {
+        return RunHere(options, scenario, library, nullptr);
+    }
+    std::optional<kit::OutputFile> file;
+    std::optional<kit::OutputFile> page;
+    Files::Open(file, options.report);
+    Files::Open(page, options.page);
+    const Isolated::Ended ended =
+        RunApart(options, scenario, library, page.has_value() ? &*page : nullptr);
+    if (ended.end.signal != 0) {
+        PrintFact("ended", view::Painted(view::Colour::Bad, "the process " + ended.end.Describe()));
+    }
+    if (file.has_value()) {
+        file->Write(view::TextOf(ended.report));
+        PrintFact("report", file->Name());
+    }
+    if (page.has_value()) {
+        PrintFact("page", page->Name() + ", for a browser");
+    }
+    return ended.end.ExitStatus();
+}
+
+int RunAllScenarios(const Options& options) {
+    const auto run = [&](const std::string& file, std::chrono::seconds limit) {
+        Options own = options;
+        own.scenario = file;
+        own.limit = static_cast<uint32_t>(limit.count());
+        const Scenario scenario = ReadScenario(own);
+        return RunApart(own, scenario, ChooseLibrary(own, scenario));
+    };
+    return RunAll(
+        {.folder = options.all == kOwnScenarios ? kit::Beside("scenarios") : options.all,
+         .junit = options.junit,
+         .known = options.known,
+         .limit = std::chrono::seconds(options.limit == 0 ? kLimitOfEach : options.limit)},
+        run);
+}
+
+/// The command, as a person types it.
+std::string CommandOf(int argc, char** argv) {
+    std::string command = "./dev host";
+    for (int i = 1; i < argc; ++i) {
+        command += " " + view::ShellWord(argv[i]);
+    }
+    return command;
 }
 
 } // namespace
@@ -261,8 +397,11 @@ int main(int argc, char** argv) try {
     } catch (const CLI::ParseError& error) {
         return view::ExitOf(app, error);
     }
-    return options.lists ? ListScenarios() : RunScenario(options);
+    options.command = CommandOf(argc, argv);
+    return options.lists          ? ListScenarios()
+           : !options.all.empty() ? RunAllScenarios(options)
+                                  : RunScenario(options);
 } catch (const std::exception& error) {
     (void)fprintf(stderr, "%s\n", error.what());
-    return dynamic_cast<const InputError*>(&error) != nullptr ? kWrongInput : kFailed;
+    return StatusOf(error);
 }

@@ -26,6 +26,7 @@ constexpr double kRawNoise = 40, kYuvNoise = 8;
 constexpr double kRawRounding = 0.28, kYuvRounding = 1.0 / 12; // Power, as measured and in theory.
 constexpr double kGainTolerance = 0.5, kShareTolerance = 0.4;
 constexpr uint32_t kMostPixels = 16384; // In a row or a column of a file.
+constexpr double kSmall = 250'000;      // Pixels: two such PNGs take less than 2 MB, however noisy.
 
 [[noreturn]] void Fail(const std::string& path, const std::string& why) {
     throw std::runtime_error("cannot read the picture " + path + ": " + why);
@@ -292,6 +293,14 @@ Bytes DevelopedAlone(const Scene& scene, Exposure exposure, bool isNoisy) {
                      scene.Height());
 }
 
+/// From NV12 to bytes of blue, green and red.
+void Colour(const Scene& scene, std::span<const uint8_t> nv12, uint8_t* pixels, size_t stride) {
+    const int samples = static_cast<int>(scene.Width());
+    const uint8_t* const uv = &nv12[size_t{scene.Width()} * scene.Height()];
+    libyuv::NV12ToRGB24(nv12.data(), samples, uv, samples, pixels, static_cast<int>(stride),
+                        samples, static_cast<int>(scene.Height()));
+}
+
 // --- Judgement
 
 /// The mean of the squared differences, less what comes of the rounding to 8 bits: for raw frames
@@ -434,19 +443,45 @@ std::string Judgement::Describe() const {
     return line.str();
 }
 
+Bytes DevelopAlone(const Scene& scene, const Exposure& frame) {
+    return DevelopedAlone(scene, frame, true);
+}
+
+SampledPng Sample(const Scene& scene, std::span<const uint8_t> nv12) {
+    const uint32_t width = scene.Width();
+    const uint32_t height = scene.Height();
+    SampledPng sampled{
+        .step = static_cast<uint32_t>(std::ceil(std::sqrt(1.0 * width * height / kSmall)))};
+    Bytes pixels(size_t{width} * height * 3);
+    Colour(scene, nv12, pixels.data(), size_t{width} * 3);
+    Bytes kept;
+    for (uint32_t y = 0; y < height; y += sampled.step) {
+        for (uint32_t x = 0; x < width; x += sampled.step) {
+            const uint8_t* const pixel = &pixels[(size_t{y} * width + x) * 3];
+            kept.insert(kept.end(), pixel, pixel + 3);
+        }
+    }
+    png_image image{.version = PNG_IMAGE_VERSION,
+                    .width = (width + sampled.step - 1) / sampled.step,
+                    .height = (height + sampled.step - 1) / sampled.step,
+                    .format = PNG_FORMAT_BGR};
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+    sampled.bytes.resize(size);
+    if (png_image_write_to_memory(&image, sampled.bytes.data(), &size, 0, kept.data(), 0,
+                                  nullptr) == 0) {
+        throw std::runtime_error(std::string("a picture cannot be compressed: ") + image.message);
+    }
+    sampled.bytes.resize(size);
+    return sampled;
+}
+
 std::string PngOf(const Scene& scene, const Exposure& frame, std::span<const uint8_t> nv12) {
     const uint32_t width = scene.Width();
     const uint32_t gap = std::max(2U, width / 128);
     const size_t stride = (size_t{width} * 2 + gap) * 3;
     Bytes pixels(stride * scene.Height(), 255);
-    const auto draw = [&](std::span<const uint8_t> picture, uint32_t left) {
-        const uint8_t* const uv = &picture[size_t{width} * scene.Height()];
-        const int samples = static_cast<int>(width);
-        libyuv::NV12ToRGB24(picture.data(), samples, uv, samples, &pixels[size_t{left} * 3],
-                            static_cast<int>(stride), samples, static_cast<int>(scene.Height()));
-    };
-    draw(DevelopedAlone(scene, frame, true), 0);
-    draw(nv12, width + gap);
+    Colour(scene, DevelopedAlone(scene, frame, true), pixels.data(), stride);
+    Colour(scene, nv12, &pixels[size_t{width + gap} * 3], stride);
 
     png_image image{.version = PNG_IMAGE_VERSION,
                     .width = 2 * width + gap,

@@ -82,5 +82,18 @@ Judgement Judge(const Scene& scene, std::span<const Exposure> frames,
 /// A PNG file's content: a frame, developed alone, and the picture that came back side by side.
 /// \throws std::runtime_error where there is no memory for it.
 std::string PngOf(const Scene& scene, const Exposure& frame, std::span<const uint8_t> nv12);
+/// A frame, developed alone: a picture of the scene's size in NV12.
+std::vector<uint8_t> DevelopAlone(const Scene& scene, const Exposure& frame);
+
+/// A picture for a page: the bytes of a PNG that has one pixel of `step` x `step`, so that noise
+/// stays as it is.
+struct SampledPng {
+    std::string bytes;
+    uint32_t step;
+};
+
+/// \param nv12 a picture of the scene's size.
+/// 	hrows std::runtime_error where it cannot be compressed
+SampledPng Sample(const Scene& scene, std::span<const uint8_t> nv12);
 
 } // namespace host

@@ -20,9 +20,8 @@ std::string Describe(const CameraPlan& plan) {
     std::string text = standin::Joined(plan.features);
     text += ": " + Count(plan.requests, "request") + " of " + Count(plan.frames, "frame") + " of ";
     for (size_t i = 0; i < plan.inputs.size(); ++i) {
-        const auto isThis = [&](const auto& format) { return format.second == plan.inputs[i]; };
         text += i == 0 ? "" : " and ";
-        text += std::find_if(kFormats.begin(), kFormats.end(), isThis)->first;
+        text += NameOfFormat(plan.inputs[i]);
     }
     text += ", " + std::to_string(plan.width) + " x " + std::to_string(plan.height);
     text += plan.rate > 0 ? ", " + std::to_string(plan.rate) + " a second" : "";
@@ -57,18 +56,21 @@ void PrintRequests(const Run& run) {
     printf("\n");
 }
 
+std::string TextOf(const Outcome& outcome) {
+    return std::to_string(outcome.completed) + " of " + Count(outcome.requests, "request") +
+           " completed, " + Count(outcome.violations.size(), "violation") + " of the contract";
+}
+
 void PrintOutcome(const Scenario& scenario, const Outcome& outcome) {
     PrintFact("sessions", Count(outcome.sessions, "attempt") + " to open one");
-    for (const std::string& violation : outcome.violations) {
+    for (const contract::Violation& violation : outcome.violations) {
         const auto& expected = scenario.expect.violations;
-        const std::string rule = violation.substr(0, violation.find(' '));
+        const std::string rule = contract::TextOf(violation.rule).number;
         const bool isExpected = std::find(expected.begin(), expected.end(), rule) != expected.end();
         PrintFact(isExpected ? "expected" : "violation",
-                  Painted(isExpected ? Colour::Plain : Colour::Bad, violation));
+                  Painted(isExpected ? Colour::Plain : Colour::Bad, LineOf(violation)));
     }
-    std::string text = std::to_string(outcome.completed) + " of " +
-                       Count(outcome.requests, "request") + " completed, " +
-                       Count(outcome.violations.size(), "violation") + " of the contract";
+    const std::string text = TextOf(outcome);
     for (const std::string& unfulfilled : outcome.unfulfilled) {
         PrintFact("unlike", Painted(Colour::Bad, unfulfilled));
     }

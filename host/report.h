@@ -11,6 +11,9 @@ void PrintScenario(const Scenario& scenario, const std::string& library);
 /// The table of the run's requests, and the rates that its cameras reached.
 void PrintRequests(const Run& run);
 
+/// As in "3 of 3 requests completed, 0 violations of the contract".
+std::string TextOf(const Outcome& outcome);
+
 /// What came true and what did not.
 void PrintOutcome(const Scenario& scenario, const Outcome& outcome);
 

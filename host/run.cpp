@@ -193,10 +193,8 @@ Outcome Run::Judge() {
     }
     outcome.sessions = static_cast<uint32_t>(mTold->story.Sessions().size());
     outcome.lost = mTold->recording.CountLost();
-    for (const contract::Violation& violation : view::FindViolations(mTold->Events())) {
-        outcome.violations.push_back(contract::LineOf(violation));
-    }
-    for (const std::string& violation : StandinControl()->Violations()) {
+    outcome.violations = view::FindViolations(mTold->Events());
+    for (const contract::Violation& violation : StandinControl()->FoundViolations()) {
         outcome.violations.push_back(violation);
     }
     outcome.wasInterrupted = g_interrupted.exchange(false); // The next run is another one.
@@ -243,8 +241,7 @@ std::vector<view::Row> Run::Rows() const {
         if (request != nullptr && request->judgement.has_value()) {
             const Judgement& judgement = *request->judgement;
             row.isGood = row.isGood && judgement.IsAsExpected();
-            row.outcome +=
-                row.isGood ? ", right picture" : ", wrong picture: " + judgement.Describe();
+            row.picture = row.isGood ? "right picture" : "wrong picture: " + judgement.Describe();
         }
     }
     for (const auto& [address, request] : mRequests) {
@@ -265,11 +262,16 @@ std::vector<view::Row> Run::Rows() const {
 
 void Run::Compare(Outcome& outcome) const {
     const Expectation& expect = mScenario.expect;
-    const auto compare = [&](const std::string& what, uint32_t found, uint32_t expected) {
+    const auto compareTexts = [&](const std::string& what, const std::string& found,
+                                  const std::string& expected) {
+        outcome.expectations.push_back({what, expected, found, found == expected});
         if (found != expected) {
-            outcome.unfulfilled.push_back(what + ": " + std::to_string(expected) + " expected, " +
-                                          std::to_string(found) + " found");
+            outcome.unfulfilled.push_back(what + ": " + expected + " expected, " + found +
+                                          " found");
         }
+    };
+    const auto compare = [&](const std::string& what, uint32_t found, uint32_t expected) {
+        compareTexts(what, std::to_string(found), std::to_string(expected));
     };
     compare("completed requests", outcome.completed, expect.completed.value_or(outcome.requests));
     for (const auto& [status, expected] : expect.refused) {
@@ -283,36 +285,67 @@ void Run::Compare(Outcome& outcome) const {
     compare("wrong pictures", outcome.wrongPictures, 0);
     compare("events that found no room in the recording", static_cast<uint32_t>(outcome.lost), 0);
     std::set<std::string> broken;
-    for (const std::string& violation : outcome.violations) {
-        broken.insert(violation.substr(0, violation.find(' ')));
+    for (const contract::Violation& violation : outcome.violations) {
+        broken.insert(contract::TextOf(violation.rule).number);
     }
     const std::set<std::string> allowed(expect.violations.begin(), expect.violations.end());
-    if (broken != allowed) {
-        outcome.unfulfilled.push_back("rules broken: " + Joined(allowed) + " expected, " +
-                                      Joined(broken) + " found");
-    }
+    compareTexts("rules broken", Joined(broken), Joined(allowed));
     for (const Fault& fault : mScenario.faults) {
-        if (!fault.WasReached(*StandinControl())) {
+        const bool isReached = fault.WasReached(*StandinControl());
+        outcome.expectations.push_back({"the call that is to " + fault.text, "comes",
+                                        isReached ? "came" : "never came", isReached});
+        if (!isReached) {
             outcome.unfulfilled.push_back("a call that was to " + fault.text + " never came");
         }
     }
     if (expect.abort) {
+        outcome.expectations.push_back({kEnd, kAbort, "as usual", false});
         outcome.unfulfilled.emplace_back("the process should have ended by SIGABRT");
     }
 }
 
-std::optional<Picture> Run::MakePicture() const {
-    const Progress progress([] { return std::string("making the picture"); });
+/// The first request whose picture was looked at; null if there is none.
+const Request* Run::FindJudged() const {
     for (const auto& camera : mCameras) {
         for (const auto& request : camera->Requests()) {
             if (request->judgement.has_value()) {
-                return Picture{
-                    .png = PngOf(camera->Sees(), request->frames.front(), request->output.Pixels()),
-                    .quality = request->judgement->Describe()};
+                return request.get();
             }
         }
     }
-    return std::nullopt;
+    return nullptr;
+}
+
+std::optional<Picture> Run::MakePicture() const {
+    const Progress progress([] { return std::string("making the picture"); });
+    const Request* const request = FindJudged();
+    if (request == nullptr) {
+        return std::nullopt;
+    }
+    return Picture{
+        .png = PngOf(request->camera.Sees(), request->frames.front(), request->output.Pixels()),
+        .quality = request->judgement->Describe()};
+}
+
+std::vector<view::Picture> Run::Pictures() const {
+    const Request* const request = FindJudged();
+    if (request == nullptr) {
+        return {};
+    }
+    const Scene& scene = request->camera.Sees();
+    const auto make = [&](const std::string& title, std::span<const uint8_t> nv12) {
+        const SampledPng sampled = Sample(scene, nv12);
+        const std::string step = std::to_string(sampled.step);
+        return view::Picture{title,
+                             std::to_string(scene.Width()) + " x " +
+                                 std::to_string(scene.Height()) +
+                                 (sampled.step > 1 ? ", one pixel of " + step + " x " + step : ""),
+                             sampled.bytes};
+    };
+    const std::string name =
+        std::to_string(request->camera.Plan().id) + "/" + std::to_string(request->rtFrameNumber);
+    return {make("A noisy frame of " + name, DevelopAlone(scene, request->frames.front())),
+            make("The picture of " + name, request->output.Pixels())};
 }
 
 } // namespace host

@@ -4,7 +4,9 @@
 #include "host/host_camera.h"
 #include "kit/layers.h"
 #include "kit/recording_file.h"
+#include "view/page.h"
 #include "view/report.h"
+#include "view/report_json.h"
 #include "view/told.h"
 
 #include <memory>
@@ -12,6 +14,10 @@
 #include <vector>
 
 namespace host {
+
+/// What is expected of a process that is to abort.
+inline constexpr char kEnd[] = "the end of the process";
+inline constexpr char kAbort[] = "by SIGABRT, while the library loads";
 
 /// What came of a run.
 struct Outcome {
@@ -24,9 +30,10 @@ struct Outcome {
     uint64_t lost = 0;     ///< Events of the recording that newer ones have overwritten.
     uint32_t wrongPictures = 0;
     std::map<uint32_t, uint32_t> refused; ///< How many submissions got which status.
-    std::vector<std::string> violations;
+    std::vector<contract::Violation> violations;
     bool wasInterrupted = false;
-    std::vector<std::string> unfulfilled; ///< What was expected and did not come true.
+    std::vector<view::Expectation> expectations; ///< None where it was interrupted.
+    std::vector<std::string> unfulfilled;        ///< Those that did not come true, in words.
 };
 
 /// A picture that came back, beside a frame that it was made of.
@@ -67,6 +74,9 @@ class Run {
     /// Of the first request that has one; no value where none has.
     std::optional<Picture> MakePicture() const;
 
+    /// The same two pictures for a page, or none.
+    std::vector<view::Picture> Pictures() const;
+
     const std::vector<std::unique_ptr<Camera>>& Cameras() const { return mCameras; }
 
     /// Ends the current run early: no further request is sent, and what is in flight has a second.
@@ -84,6 +94,7 @@ class Run {
     void Count(const view::Request& told, Outcome& outcome) const;
     bool HasRightPicture(Request& request) const;
     Request* Find(const view::Request& told) const;
+    const Request* FindJudged() const;
     void Compare(Outcome& outcome) const;
 
     const Scenario& mScenario;

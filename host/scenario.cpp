@@ -313,4 +313,9 @@ Scenario Scenario::Read(const std::string& file) {
     return scenario;
 }
 
+std::string NameOfFormat(int32_t format) {
+    const auto isThis = [format](const auto& named) { return named.second == format; };
+    return std::find_if(kFormats.begin(), kFormats.end(), isThis)->first;
+}
+
 } // namespace host

@@ -101,4 +101,7 @@ inline const std::map<std::string, int32_t> kFormats{{"RAW10", HAL_PIXEL_FORMAT_
                                                      {"RAW16", HAL_PIXEL_FORMAT_RAW16},
                                                      {"YUV", HAL_PIXEL_FORMAT_YCBCR_420_888}};
 
+/// The name of one of them.
+std::string NameOfFormat(int32_t format);
+
 } // namespace host

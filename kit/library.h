@@ -15,6 +15,9 @@ std::string Beside(const std::string& path);
 /// The built adapter: with a log, or as a device gets it.
 std::string AdapterFile(bool hasLog);
 
+/// The build id of a library's file in hexadecimal; empty where it has none, or cannot be read.
+std::string BuildIdOf(const std::string& file);
+
 /// A library that is open until the process ends. What it lacks is thrown as a std::runtime_error
 /// that names it.
 class Library {

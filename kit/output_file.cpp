@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -23,6 +24,13 @@ struct stat StatusOf(int file) {
     return status;
 }
 
+/// Standard output, which is that of errors for all others. \returns -1 where that fails.
+int TakeStandardOutput() {
+    (void)fflush(stdout);
+    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+    return own < 0 || dup2(STDERR_FILENO, STDOUT_FILENO) < 0 ? -1 : own;
+}
+
 } // namespace
 
 void MakeOwnFolder(const std::string& file) {
@@ -33,10 +41,12 @@ void MakeOwnFolder(const std::string& file) {
     }
 }
 
-OutputFile::OutputFile(std::string name, Replaces replaces) : mName(std::move(name)) {
+OutputFile::OutputFile(std::string name, Replaces replaces)
+    : mName(name == "-" ? "standard output" : std::move(name)) {
     MakeOwnFolder(mName);
     std::string problem;
-    if (!Open()) {
+    mFile = name == "-" ? TakeStandardOutput() : -1;
+    if (mFile < 0 && !Open()) {
         problem = std::string("it cannot be written: ") + strerror(errno);
     } else if (mIsRegular && flock(mFile, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         problem = "it is being written already";

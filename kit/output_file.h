@@ -21,6 +21,9 @@ class OutputError : public std::runtime_error {
 /// be written, and written once, at its end. A device, a pipe, or what a link leads to is written
 /// through; nothing but a file that this has made, and that nothing came of, is ever removed. For
 /// one thread at a time.
+///
+/// The name "-" is that of standard output: whatever else the program prints from then on goes to
+/// standard error.
 class OutputFile {
   public:
     /// What of a file's may be lost.

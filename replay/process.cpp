@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -89,18 +87,7 @@ void Hear(FILE* said, Ending& ending) {
     }
 }
 
-[[noreturn]] void FailWith(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 } // namespace
-
-std::string Ending::Describe() const {
-    if (signal != 0) {
-        return "died by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
-    }
-    return status == 0 ? "" : "ended with status " + std::to_string(status);
-}
 
 bool DiesLoading(const contract::Recording& recording) {
     const Calls calls(recording.Events());
@@ -117,21 +104,12 @@ Ending PlayInProcess(const std::vector<Event>& events, const Options& options) {
                              {.record = record, .mebibytes = MebibytesFor(events)});
     const std::unique_ptr<FILE, decltype(&fclose)> said(tmpfile(), fclose);
     if (said == nullptr) {
-        FailWith("a temporary file");
+        throw std::system_error(errno, std::generic_category(), "a temporary file");
     }
-    (void)fflush(nullptr); // The child would write it once more.
-    const pid_t child = fork();
-    if (child == 0) {
-        PlayAndExit(events, options, layers.AdapterFile(), said.get());
-    }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child) {
-        FailWith("a process for the replay");
-    }
-    Ending ending{.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0,
-                  .status = WIFEXITED(status) ? WEXITSTATUS(status) : 0};
+    Ending ending{kit::RunInChild(
+        [&]() -> int { PlayAndExit(events, options, layers.AdapterFile(), said.get()); })};
     Hear(said.get(), ending);
-    ending.isRecorded = contract::WriterOf(record) == static_cast<uint32_t>(child);
+    ending.isRecorded = contract::WriterOf(record) == static_cast<uint32_t>(ending.process);
     return ending;
 }
 

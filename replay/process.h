@@ -2,6 +2,7 @@
 #pragma once
 
 #include "contract/recording.h"
+#include "kit/child.h"
 
 #include <chrono>
 #include <string>
@@ -21,16 +22,10 @@ struct Options {
 };
 
 /// What became of the process.
-struct Ending {
-    int signal = 0;                   ///< That killed it; 0 for none.
-    int status = 0;                   ///< With which it ended, where it was not killed.
-    std::string stuck;                ///< Who does not come back, and where; empty for nobody.
-    std::vector<std::string> omitted; ///< Calls that could not be made, in a line each.
-    bool isRecorded = false;          ///< Whether there is a recording of it.
-
-    bool IsDead() const { return signal != 0 || status != 0; }
-    /// As in "died by signal 11 (Segmentation fault)"; empty where it ended as usual.
-    std::string Describe() const;
+struct Ending : kit::ChildEnd {
+    std::string stuck{};                ///< Who does not come back, and where; empty for nobody.
+    std::vector<std::string> omitted{}; ///< Calls that could not be made, in a line each.
+    bool isRecorded = false;            ///< Whether there is a recording of it.
 };
 
 /// Whether the process ended in the adapter's load, and in no call of that. It does so where the

@@ -36,7 +36,8 @@ void BeSlow(uint32_t frame, uint32_t turn) {
 
 /// For the end of the run, as violations of the contract.
 void Complain(const Request& request, const std::string& what) {
-    StandinControl()->Report(standin::Rule::Completion, request.name + ": " + what);
+    StandinControl()->Report(
+        {.rule = standin::Rule::Completion, .event = 0, .text = request.name + ": " + what});
 }
 
 /// The inputs of an identity's sets, in the order of its streams: R for raw, Y for YUV.

@@ -60,8 +60,9 @@ Entry& CurrentEntry() {
     return entry;
 }
 
-void AddViolation(Rule rule, const std::string& text) {
-    StandinControl()->Report(rule, EntryName(CurrentEntry()) + (": " + text));
+contract::Violation NewViolation(Rule rule) {
+    const char* const entry = EntryName(CurrentEntry());
+    return {.rule = rule, .event = 0, .text = std::string(entry) + ": ", .entry = entry};
 }
 
 std::optional<uint64_t> Control::State::Enter(Entry entry, const Arguments& arguments) {
@@ -252,7 +253,17 @@ ChiBufferManagerHandle Control::ManagerOf(ChiImageBufferHandle imageBuffer) cons
     return image == nullptr ? nullptr : As<ChiBufferManagerHandle>(image->manager);
 }
 
-std::vector<std::string> Control::Violations() const { return mState->Lock()->records.violations; }
+std::vector<std::string> Control::Violations() const {
+    std::vector<std::string> lines;
+    for (const contract::Violation& violation : FoundViolations()) {
+        lines.push_back(contract::LineOf(violation));
+    }
+    return lines;
+}
+
+std::vector<contract::Violation> Control::FoundViolations() const {
+    return mState->Lock()->records.violations;
+}
 
 Alive Control::CountAlive() const {
     const auto count = [](const auto&... kinds) { return Alive{kinds.size()...}; };
@@ -302,10 +313,10 @@ void Control::RecordFeed(const std::string& file, uint64_t bytes) {
     mState->watch.Record(file, bytes);
 }
 
-void Control::Report(Rule rule, const std::string& text) {
+void Control::Report(const contract::Violation& violation) {
     const auto state = mState->Lock();
     if (state->records.violations.size() < kMostViolations) {
-        state->records.violations.push_back(contract::LineOf({rule, 0, text}));
+        state->records.violations.push_back(violation);
     }
 }
 
@@ -314,9 +325,7 @@ void Control::CheckAllReturned() { mState->watch.CheckAllReturned(); }
 // --- Watch --------------------------------------------------------------------------------------
 
 Watch::Watch()
-    : mEngine([](const contract::Violation& violation) {
-          StandinControl()->Report(violation.rule, violation.text);
-      }) {
+    : mEngine([](const contract::Violation& violation) { StandinControl()->Report(violation); }) {
     std::string problem; // Without memory, nothing is watched.
     mTap = contract::Tap::Open({.follower = this}, problem);
 }

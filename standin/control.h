@@ -6,7 +6,7 @@
 /// deviation. Every member may be called from any thread.
 #pragma once
 
-#include "contract/rules.h"
+#include "contract/engine.h"
 #include "contract/setmark.h"
 #include "platform/chi/offline.h"
 
@@ -280,6 +280,8 @@ class Control {
     /// What was done against the contract, one line each: the rule's number and name, where it was
     /// seen, and the values.
     std::vector<std::string> Violations() const;
+    /// The same in their parts.
+    std::vector<contract::Violation> FoundViolations() const;
     Alive CountAlive() const;
 
     /// Forgets calls, logs, violations and executions. The executions stay as long as one
@@ -311,7 +313,7 @@ class Control {
     void RecordFeed(const std::string& file, uint64_t bytes);
 
     /// Adds a violation that events do not show.
-    void Report(Rule rule, const std::string& text);
+    void Report(const contract::Violation& violation);
 
     /// For the end of a run: adds a violation for each kind of object that is still alive.
     void CheckAllReturned();

@@ -172,7 +172,7 @@ void Develop(const Session& session, const Execution& execution, const ChiStream
             const ChiStreamBuffer& buffer = set.buffers[i];
             const auto image = Find<ImageBuffer>(buffer.bufferHandle);
             Check(Rule::ImageAlive, image != nullptr, "an input's image buffer ",
-                  buffer.bufferHandle, " is not alive when it is read");
+                  contract::Handle(buffer.bufferHandle), " is not alive when it is read");
             const ChiStream* input = session.FindStream(buffer.pStream);
             if (image != nullptr && input != nullptr && !Fits(*image, *input)) {
                 return;
@@ -195,8 +195,8 @@ void Develop(const Session& session, const Execution& execution, const ChiStream
     const auto target = gralloc::Memory(static_cast<const buffer_handle_t*>(output.bufferHandle));
     const uint64_t size = ImageSize(stream->format, stream->width, stream->height);
     if (!target.empty() &&
-        Check(Rule::Memory, target.size() >= size, "the output buffer's memory is ", target.size(),
-              " bytes and must be ", size)) {
+        Check(Rule::Memory, target.size() >= size, "the output buffer's memory is ",
+              contract::Got{target.size()}, " bytes and must be ", contract::Must{size})) {
         DevelopFrames(frames, stream->width, stream->height, target.first(size));
     }
 }

@@ -2,7 +2,7 @@
 /// the shell around every entry.
 #pragma once
 
-#include "contract/engine.h"
+#include "contract/checks.h"
 #include "contract/tap.h"
 #include "standin/control.h"
 
@@ -133,7 +133,7 @@ struct Records {
     std::map<Entry, size_t> counts;
     std::vector<Call> calls;
     std::vector<LogRecord> logs;
-    std::vector<std::string> violations;
+    std::vector<contract::Violation> violations;
     std::vector<std::shared_ptr<const Execution>> executions;
     size_t executionCount = 0; ///< Also those that are not kept.
 };
@@ -258,14 +258,15 @@ inline Activity Begin(const char* what) {
 /// executed requests.
 Entry& CurrentEntry();
 
-void AddViolation(Rule rule, const std::string& text);
+/// Of this entry, and nothing is said yet.
+contract::Violation NewViolation(Rule rule);
 
-/// If the rule does not hold, the parts become the violation's values. Returns whether it holds.
+/// If the rule does not hold, the parts become the violation's text. Returns whether it holds.
 template <class... Parts> bool Check(Rule rule, bool holds, const Parts&... parts) {
     if (!holds) {
-        std::ostringstream text;
-        (text << ... << parts);
-        AddViolation(rule, text.str());
+        contract::Violation violation = NewViolation(rule);
+        (contract::AddPart(violation, parts), ...);
+        StandinControl()->Report(violation);
     }
     return holds;
 }

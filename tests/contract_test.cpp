@@ -26,6 +26,22 @@ template <class Side> struct Row {
 };
 constexpr const char* kHolds = nullptr;
 
+/// The violation's parts are what its text says.
+void ExpectParts(const contract::Violation& found) {
+    std::string text = found.text;
+    std::erase(text, '\''); // Around a text.
+    const bool hasBoth = text.find(" is ") != text.npos && text.find(" and must be ") != text.npos;
+    EXPECT_TRUE(!hasBoth ||
+                (text.find(" is " + found.got) != text.npos &&
+                 text.ends_with(" and must be " + found.expected) && !found.expected.empty()))
+        << text << ": got '" << found.got << "', expected '" << found.expected << "'";
+    EXPECT_TRUE(!text.starts_with("camera ") ||
+                (found.camera == 0U &&
+                 text.starts_with("camera 0, frame " + std::to_string(*found.request) + ": ")))
+        << text;
+    EXPECT_EQ(found.entry == nullptr, text.starts_with("at the end: ")) << text;
+}
+
 /// The rule's violation is the only one. It shows handles and addresses by their names.
 template <class Side>
 void ExpectViolation(const Row<Side>& row, const std::string& where, const Names& names) {
@@ -41,6 +57,9 @@ void ExpectViolation(const Row<Side>& row, const std::string& where, const Names
         expected = {Printed("%s %s: %s%s", text.number, text.name, where.c_str(), row.values)};
     }
     EXPECT_EQ(violations, expected) << text.number << ' ' << row.calls;
+    for (const contract::Violation& found : StandinControl()->FoundViolations()) {
+        ExpectParts(found);
+    }
 }
 
 /// A vendor, and what it does, as events alone.

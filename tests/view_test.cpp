@@ -5,6 +5,7 @@
 #include "tests/support/device.h"
 #include "view/diff.h"
 #include "view/json.h"
+#include "view/page.h"
 #include "view/text.h"
 #include "view/timeline.h"
 #include "view/told.h"
@@ -289,6 +290,34 @@ std::string View(const std::string& file, size_t& events) {
             throw contract::RecordingError(file + ": " + told.recording.Damage());
         }
     });
+}
+
+TEST(Page, HasItsDataAsJsonThatEndsNoScript) {
+    const std::string report = R"({"a":"</script><!--<script>&lt;{{trace}}\\"})";
+    const std::string trace = R"({"traceEvents":[]})";
+    const std::string page = view::MakePage(
+        report, trace,
+        {{"<b>", "", "M"}, {"two", "note", std::string("Ma\0\xff", 4)}, {"", "", ""}});
+    const auto dataOf = [&](const std::string& id) {
+        const std::string mark = "<script type=\"application/json\" id=\"" + id + "\">";
+        const size_t start = page.find(mark) + mark.size();
+        return nlohmann::json::parse(page.substr(start, page.find("</script", start) - start));
+    };
+    EXPECT_EQ(dataOf("report-data"), nlohmann::json::parse(report));
+    EXPECT_EQ(dataOf("trace-data"), nlohmann::json::parse(trace));
+    const auto pictures = dataOf("picture-data");
+    ASSERT_EQ(pictures.size(), 3U);
+    EXPECT_EQ(pictures[0]["title"], "<b>");
+    EXPECT_EQ(pictures[0]["data"], "data:image/png;base64,TQ==");
+    EXPECT_EQ(pictures[1]["data"], "data:image/png;base64,TWEA/w==");
+    EXPECT_EQ(pictures[2]["data"], "data:image/png;base64,");
+    // Nothing but the template's own four scripts.
+    size_t scripts = 0;
+    for (size_t at = page.find("<script"); at != std::string::npos;
+         at = page.find("<script", at + 1)) {
+        ++scripts;
+    }
+    EXPECT_EQ(scripts, 4U);
 }
 
 TEST(Damage, IsToldInALineAndCrashesNothing) {

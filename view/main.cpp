@@ -4,9 +4,13 @@
 #include "view/command.h"
 #include "view/diff.h"
 #include "view/json.h"
+#include "view/page.h"
 #include "view/report.h"
+#include "view/report_json.h"
 #include "view/text.h"
 #include "view/timeline.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cerrno>
 #include <cstdio>
@@ -21,15 +25,24 @@ struct Options {
     std::string file;
     std::string other;
     std::string trace;
+    std::string report;
+    std::string page;
     bool isJson = false;
     bool hasTimes = false;
 };
 
 int Show(const Options& options) {
     std::optional<kit::OutputFile> trace;
-    if (!options.trace.empty()) {
-        trace.emplace(options.trace);
-    }
+    std::optional<kit::OutputFile> report;
+    std::optional<kit::OutputFile> page;
+    const auto open = [](std::optional<kit::OutputFile>& file, const std::string& name) {
+        if (!name.empty()) {
+            file.emplace(name);
+        }
+    };
+    open(trace, options.trace);
+    open(report, options.report);
+    open(page, options.page);
     const Told told(options.file);
     if (options.isJson) {
         WarnOfDamage(told);
@@ -39,12 +52,19 @@ int Show(const Options& options) {
     } else {
         PrintAll(told.file, told.recording, told.story);
     }
-    if (trace.has_value()) {
-        trace->Write(TimelineOf(told.story, told.Start()));
-        if (!options.isJson) {
-            PrintFact("trace", options.trace + ", for ui.perfetto.dev or chrome://tracing");
+    const auto write = [&](const char* what, auto& file, const char* use, auto make) {
+        if (file.has_value()) {
+            file->Write(make());
         }
-    }
+        if (file.has_value() && !options.isJson) {
+            PrintFact(what, file->Name() + use);
+        }
+    };
+    write("trace", trace, ", for ui.perfetto.dev or chrome://tracing",
+          [&] { return TimelineOf(told.story, told.Start()); });
+    write("report", report, "", [&] { return TextOf(MakeReport(&told, FactsOf(told))); });
+    write("page", page, ", for a browser",
+          [&] { return MakePage(MakeReport(&told, FactsOf(told)), &told, {}); });
     return told.recording.Damage().empty() ? kGood : kFound;
 }
 
@@ -84,6 +104,10 @@ int main(int argc, char** argv) try {
                                   "requests, the sessions",
                                   options.file, [&] { return Show(options); });
     show.add_option("--trace", options.trace, "Write a timeline for Perfetto's viewer");
+    show.add_option("--report", options.report,
+                    "Write a report for machines (JSON); '-': to standard output, and all else to "
+                    "standard error");
+    show.add_option("--page", options.page, "Write all of it as one HTML file for a browser");
     show.add_flag("--json", options.isJson, "Print the events instead, one a line, for jq");
     commands.Add("check", "Hold the contract against a recording", options.file,
                  [&] { return Check(options); });

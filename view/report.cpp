@@ -61,7 +61,8 @@ void PrintRow(const Row& row, Moment start) {
     const std::string submitted =
         request.submitted.has_value() ? Milliseconds(start, *request.submitted) : "-";
     PrintCells(NameOf(request), request.feature, submitted, TimesOf(request),
-               Painted(row.isGood ? Colour::Plain : Colour::Bad, row.outcome));
+               Painted(row.isGood ? Colour::Plain : Colour::Bad,
+                       row.outcome + (row.picture.empty() ? "" : ", " + row.picture)));
 }
 
 /// A line with the value at this share of each column: 0.5 for the median, 1 for the worst.

@@ -24,6 +24,7 @@ struct Row {
     Request request;
     std::string outcome;
     bool isGood = true;
+    std::string picture{}; ///< How it is, as in "right picture"; empty where it is not known.
 };
 
 /// The rows of a story's requests, camera by camera.

@@ -18,6 +18,9 @@ std::string LineOf(const Serials& serials, size_t event);
 /// A word in hexadecimal, as in "0x5f".
 std::string Hex(uint64_t word);
 
+/// A word of a command, quoted for a shell where it needs to be.
+std::string ShellWord(const std::string& word);
+
 /// A count with its noun, as in "1 request" and "2 requests".
 std::string Count(uint64_t count, const char* noun);
 

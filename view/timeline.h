@@ -3,6 +3,8 @@
 
 #include "view/story.h"
 
+#include <string>
+
 namespace view {
 
 /// A lane for each thread with a slice for each call, an arrow for each request from its

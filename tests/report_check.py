@@ -1,0 +1,166 @@
+#!/usr/bin/env python3
+"""report_check.py SCHEMA HOST VIEW [EMULATOR...]: reports for machines, in whichever way a run ends:
+each is valid by the schema, and says what happened. The same for the results of all scenarios."""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import xml.etree.ElementTree
+
+import jsonschema
+
+SCHEMA, HOST, VIEW, *EMULATOR = sys.argv[1:]
+with open(SCHEMA, encoding="utf-8") as schema_file:
+    VALIDATOR = jsonschema.Draft7Validator(json.load(schema_file))
+jsonschema.Draft7Validator.check_schema(VALIDATOR.schema)
+SMALL = ["--width", "128", "--height", "96"]
+CRASH = "variant /vendor/lib64/hw/camera.qcom.so camera.qcom.no-sensor-modes.so"
+PLAN = {"frames": 1, "requests": 2, "inFlight": 2, "width": 128, "height": 96}
+SILENT = {"cameras": [PLAN], "vendor": {"delivery": "never"}, "patience": 3600}
+LIMIT = 10  # Seconds, for what takes less than one.
+
+
+def run(*arguments):
+    """The process, ended; its status is that which a shell has."""
+    return subprocess.run([*EMULATOR, *arguments], capture_output=True, text=True, check=False)
+
+
+def valid(text):
+    report = json.loads(text)
+    problems = [f"{list(error.path)}: {error.message}" for error in VALIDATOR.iter_errors(report)]
+    assert not problems, problems
+    return report
+
+
+def read(name):
+    with open(name, encoding="utf-8") as file:
+        return file.read()
+
+
+def write(name, value):
+    with open(name, "w", encoding="utf-8") as file:
+        json.dump(value, file)
+    return name
+
+
+def expect(found, wanted, what):
+    assert found == wanted, f"{what}: {wanted!r} wanted, {found!r} found"
+
+
+def report_of(status, result, *arguments):
+    """Of a run that ends with this status and this result."""
+    ended = run(HOST, *arguments, "--report", "a.json")
+    expect(ended.returncode, status, f"status of {arguments}:\n{ended.stdout}{ended.stderr}")
+    report = valid(read("a.json"))
+    expect(report["result"]["status"], result, f"result of {arguments}")
+    assert report["run"]["command"].startswith("./dev host " + arguments[0]), report["run"]
+    return report
+
+
+def check_endings():
+    report = report_of(0, "passed", "night-burst", *SMALL, "--record", "a.rec")
+    expect([request["picture"] for request in report["requests"]], ["right picture"] * 3, "pictures")
+    latency = report["requests"][0]["latency"]
+    assert 0 < latency["metadata"] <= latency["complete"], latency
+    assert any("SubmitRequest" in line["text"] for line in report["log"]), "the library's log"
+
+    report = report_of(1, "failed", "night-burst", *SMALL, "--fault", "missing TranslateToChiBuffer")
+    unmet = [each["what"] for each in report["result"]["expectations"] if not each["met"]]
+    expect(unmet, ["wrong pictures", "rules broken"], "what did not come true")
+    violation = report["violations"][0]
+    expect([violation[key] for key in ("rule", "side", "entry", "camera", "request")],
+           ["H4", "host", "captureResult", 0, 101], "a violation")
+    assert violation["got"] != violation["expected"] and violation["time"] > 0, violation
+
+    report = report_of(134, "crashed", "night-burst", *SMALL, "--fault", CRASH)
+    expect((report["result"]["signal"], report["result"]["open"]), (6, ["loadLib()"]), "its end")
+    assert "OemEnumerateSensorModes dlsym failed!" in report["log"][-1]["text"], report["log"]
+    report_of(0, "passed", "no-extension")
+    # The recording knows of requests that nobody could judge.
+    report = report_of(142, "timed out", "silent.json", "--limit", "5")
+    expect([request["outcome"] for request in report["requests"]], ["never completed"] * 2, "outcomes")
+
+
+def check_interruptions():
+    """The first ends a run with its table; what kills it leaves a report, too."""
+    for number, status in (signal.SIGINT, 130), (signal.SIGTERM, 143):
+        with subprocess.Popen([*EMULATOR, HOST, "silent.json", "--report", "a.json"],
+                              stdout=subprocess.PIPE, text=True) as process:
+            while not process.stdout.readline().startswith("camera 0"):
+                pass
+            process.send_signal(number)
+            process.stdout.read()
+            expect(process.wait(), status, f"status after signal {number}")
+        expect(valid(read("a.json"))["result"]["status"], "interrupted", f"result of {number}")
+
+
+def check_outputs():
+    ended = run(HOST, "night-burst", *SMALL, "--report", "-")
+    expect(valid(ended.stdout)["result"]["status"], "passed", "the report alone")
+    assert "came true" in ended.stderr, ended.stderr
+    for file, status in ("/dev/full", 1), ("no/such/a.json", 2):
+        ended = run(HOST, "night-burst", *SMALL, "--report", file)
+        expect(ended.returncode, status, f"status with {file}")
+        assert f"{file}: the report cannot be written: " in ended.stderr, ended.stderr
+
+
+def check_recordings():
+    ended = run(VIEW, "show", "a.rec", "--report", "-")
+    report = valid(ended.stdout)
+    expect((ended.returncode, report["run"]["kind"], report["result"]["status"]),
+           (0, "recording", "passed"), "a recording's")
+    with open("a.rec", "rb") as file:
+        whole = file.read()
+    with open("damaged.rec", "wb") as file:
+        file.write(whole[:50000] + b"damage" + whole[50006:])
+    ended = run(VIEW, "show", "damaged.rec", "--report", "b.json")
+    report = valid(read("b.json"))
+    expect((ended.returncode, report["result"]["status"]), (1, "damaged"), "a damaged one's")
+    assert report["damage"] and report["events"] > 0, report["damage"]
+
+
+def check_all():
+    os.mkdir("all")
+    good = {"cameras": [PLAN]}
+    broken = {**good, "expect": {"completed": 1}}
+    for name, scenario in {"passes": good, "fails": broken, "knownToFail": broken,
+                           "knownToFailAndPasses": good, "hangs": SILENT,
+                           "crashes": {**good, "vendor": {"faults": [CRASH]}}}.items():
+        write(f"all/{name}.json", scenario)
+    with open("known", "w", encoding="utf-8") as file:
+        file.write("knownToFail # for a reason\nknownToFailAndPasses\n")
+    ended = run(HOST, "--all", "all", "--known", "known", "--junit", "a.xml", "--limit", str(LIMIT))
+    expect(ended.returncode, 1, ended.stdout + ended.stderr)
+    expect(len(ended.stdout.splitlines()), 7, "lines of\n" + ended.stdout)
+    suite = xml.etree.ElementTree.parse("a.xml").getroot().find("testsuite")
+    expect([suite.get(key) for key in ("tests", "failures", "errors", "skipped")],
+           ["6", "2", "2", "1"], "counts")
+    found = {case.get("name"): [(part.tag, part.get("type")) for part in case]
+             for case in suite.iter("testcase")}
+    output = ("system-out", None)
+    expect(found, {"passes": [], "fails": [("failure", "failed"), output],
+                   "crashes": [("error", "crashed"), output],
+                   "hangs": [("error", "timed out"), output],
+                   "knownToFail": [("skipped", None), output],
+                   "knownToFailAndPasses": [("failure", "unexpectedly passed"), output]}, "cases")
+    assert "dlsym failed!" in suite.find("testcase[@name='crashes']/system-out").text
+    for name in "hangs", "knownToFailAndPasses":
+        os.remove(f"all/{name}.json")
+    with open("known", "w", encoding="utf-8") as file:
+        file.write("knownToFail\nfails\ncrashes\n")
+    expect(run(HOST, "--all", "all", "--known", "known").returncode, 0, "status as known")
+    with open("known", "a", encoding="utf-8") as file:
+        file.write("nonsense\n")
+    ended = run(HOST, "--all", "all", "--known", "known")
+    expect((ended.returncode, ended.stderr),
+           (2, "known:4: there is no scenario 'nonsense'\n"), "a wrong name")
+
+
+with tempfile.TemporaryDirectory() as folder:
+    os.chdir(folder)
+    write("silent.json", SILENT)
+    for check in check_endings, check_interruptions, check_outputs, check_recordings, check_all:
+        check()

@@ -40,6 +40,9 @@ template <class T> struct Got { const T& value; };
 template <class T> Got(const T&) -> Got<T>;
 template <class T> struct Must { const T& value; };
 template <class T> Must(const T&) -> Must<T>;
+/// What must be, where the text need not say it.
+template <class T> struct Unsaid { const T& value; };
+template <class T> Unsaid(const T&) -> Unsaid<T>;
 
 template <class T> void AddValue(std::string& text, std::string& values, const T& value) {
     Append(text, value);
@@ -54,6 +57,9 @@ template <class T> void AddPart(Violation& violation, const Got<T>& part) {
 }
 template <class T> void AddPart(Violation& violation, const Must<T>& part) {
     AddValue(violation.text, violation.expected, part.value);
+}
+template <class T> void AddPart(Violation& violation, const Unsaid<T>& part) {
+    Append(violation.expected, part.value);
 }
 
 /// Reports what does not hold. Knows at which event the watch is.

@@ -21,7 +21,7 @@ struct Violation {
     Rule rule;
     uint64_t event;              ///< The number of the event that broke it; 0 where the end did.
     std::string text;            ///< Where, and the values.
-    std::string got{};           ///< Of the text, the values as they are, with "and" between them;
+    std::string got{};           ///< The values as they are, with "and" between them; and
     std::string expected{};      ///< as they must be. Empty where the text has words for it.
     const char* entry = nullptr; ///< That the event calls or returns from; null for the end.
     std::optional<uint32_t> camera{}, request{}; ///< The request by its frame. As far as known.

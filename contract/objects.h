@@ -131,7 +131,7 @@ template <class T> class Objects {
             name = first == nullptr ? "" : " \"" + first->name + '"';
         }
         mChecks.Check(T::kKind.returned, count == 0, Got{count}, " ", T::kKind.name,
-                      count == 1 ? "" : "s", " left, such as ", Handle(oldest), name);
+                      count == 1 ? "" : "s", " left, such as ", Handle(oldest), name, Unsaid{0});
     }
 
   private:

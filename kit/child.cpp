@@ -77,6 +77,9 @@ class Interrupts {
 } // namespace
 
 std::string ChildEnd::Describe() const {
+    if (IsTimedOut()) {
+        return "was ended when its time was over";
+    }
     if (signal != 0) {
         return "died by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
     }

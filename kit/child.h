@@ -17,7 +17,7 @@ struct ChildEnd {
 
     bool IsDead() const { return signal != 0 || status != 0; }
     bool IsTimedOut() const { return signal == SIGALRM; }
-    /// As in "died by signal 11 (Segmentation fault)"; empty where it ended as usual.
+    /// As in "died by signal 11 (Segmentation fault)"; empty where it ended with status 0.
     std::string Describe() const;
     /// The status of a process that ends as this one did, as a shell has it.
     int ExitStatus() const { return signal != 0 ? 128 + signal : status; }

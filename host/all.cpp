@@ -53,8 +53,9 @@ std::set<std::string> ReadKnown(const std::string& file,
         std::istringstream words(line.substr(0, line.find('#')));
         for (std::string name; words >> name;) {
             if (!scenarios.contains(name)) {
-                throw InputError(file + ":" + std::to_string(number) + ": there is no scenario '" +
-                                 name + "'");
+                std::string place = file + ":";
+                place += std::to_string(number);
+                throw InputError(place + ": there is no scenario '" + name + "'");
             }
             known.insert(name);
         }

@@ -96,8 +96,11 @@ ChildEnd RunInChild(const std::function<int()>& work, const ChildSettings& setti
     if (child == 0) {
         interrupts.BeginChild();
         alarm(static_cast<unsigned>(settings.limit.count()));
-        const auto act = [&]() noexcept { return work(); };
-        exit(act());
+        try {
+            exit(work());
+        } catch (...) {
+            std::abort(); // Nothing of the caller's goes on here.
+        }
     }
     interrupts.PassOnTo(child);
     int status = 0;

@@ -2,16 +2,16 @@
 #include "host/all.h"
 
 #include "host/junit.h"
+#include "kit/output_file.h"
 #include "standin/located_json.h"
 #include "view/report.h"
 #include "view/text.h"
 
-#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <memory>
+#include <optional>
 #include <sstream>
 #include <unistd.h>
 
@@ -152,10 +152,9 @@ void Print(const Case& result, bool isAsKnown) {
 int RunAll(const AllSettings& settings, const RunFile& run) {
     const auto scenarios = ScenariosOf(settings.folder);
     const std::set<std::string> known = ReadKnown(settings.known, scenarios);
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(
-        settings.junit.empty() ? nullptr : fopen(settings.junit.c_str(), "we"), fclose);
-    if (file == nullptr && !settings.junit.empty()) {
-        throw InputError(settings.junit + ": the results cannot be written: " + strerror(errno));
+    std::optional<kit::OutputFile> file;
+    if (!settings.junit.empty()) {
+        file.emplace(settings.junit);
     }
     std::vector<Case> cases;
     size_t unlike = 0;
@@ -172,9 +171,8 @@ int RunAll(const AllSettings& settings, const RunFile& run) {
         }
     }
     printf("%s, %zu not as known\n", view::Count(cases.size(), "scenario").c_str(), unlike);
-    if (file != nullptr && !WriteJUnit(file.get(), "scenarios", cases)) {
-        throw std::runtime_error(settings.junit +
-                                 ": the results cannot be written: " + strerror(errno));
+    if (file.has_value()) {
+        file->Write(JUnitOf("scenarios", cases));
     }
     return wasInterrupted ? kInterrupted : unlike == 0 ? 0 : 1;
 }

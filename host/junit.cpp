@@ -62,7 +62,7 @@ std::string XmlText(const std::string& text) {
     return escaped;
 }
 
-bool WriteJUnit(FILE* file, const std::string& suite, const std::vector<Case>& cases) {
+std::string JUnitOf(const std::string& suite, const std::vector<Case>& cases) {
     const auto count = [&](Case::Kind kind) {
         return std::to_string(std::count_if(
             cases.begin(), cases.end(), [kind](const Case& each) { return each.kind == kind; }));
@@ -78,10 +78,8 @@ bool WriteJUnit(FILE* file, const std::string& suite, const std::vector<Case>& c
                                Attribute("errors", count(Case::Kind::Error)) +
                                Attribute("skipped", count(Case::Kind::Skipped)) +
                                Attribute("time", Seconds(seconds));
-    text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n  <testsuite" +
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n  <testsuite" +
            Attribute("name", suite) + counts + ">\n" + text + "  </testsuite>\n</testsuites>\n";
-    const bool isWritten = fwrite(text.data(), 1, text.size(), file) == text.size();
-    return fflush(file) == 0 && isWritten;
 }
 
 } // namespace host

@@ -1,7 +1,6 @@
 /// Results of test cases, as continuous integration reads them.
 #pragma once
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,7 @@ struct Case {
 /// characters and bytes that are no UTF-8, becomes U+FFFD.
 std::string XmlText(const std::string& text);
 
-/// Writes a suite in JUnit's form. \returns false where the file cannot be written.
-bool WriteJUnit(FILE* file, const std::string& suite, const std::vector<Case>& cases);
+/// A suite in JUnit's form, as a file has it.
+std::string JUnitOf(const std::string& suite, const std::vector<Case>& cases);
 
 } // namespace host

@@ -341,7 +341,9 @@ int RunScenario(Options options) {
     }
     std::optional<kit::OutputFile> file;
     std::optional<kit::OutputFile> page;
-    Files::Open(file, options.report);
+    if (!options.report.empty()) { // For a script: where it says.
+        file.emplace(options.report);
+    }
     Files::Open(page, options.page);
     const Isolated::Ended ended =
         RunApart(options, scenario, library, page.has_value() ? &*page : nullptr);

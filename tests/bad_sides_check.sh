@@ -2,44 +2,11 @@
 # bad_sides_check.sh SOURCE_FOLDER BUILD_FOLDER: vendors and adapters that do one thing wrong are
 # made by one edit each of the stand-in and of the library, and run under the host: exactly the rule
 # that fits is broken, as the host reports, as the recording tells, and as the layers told the log.
-# None is where nothing is edited. The build is one by Ninja, which knows how each file is made.
+# None is where nothing is edited.
 set -euo pipefail
 source=$(cd "$1" && pwd) build=$(cd "$2" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$source/tests/support/rebuild.sh"
 failures=0
-
-# rebuild LIBRARY FILE EDIT: makes a library of the build tree in the variant's, with FILE edited.
-rebuild() {
-    local library=$1 file=$2 edit=$3 object=$work/edited.o commands line place
-    sed -E "$edit" "$source/$file" >"$work/edited.cpp"
-    if cmp -s "$source/$file" "$work/edited.cpp"; then
-        printf 'FAIL  changes nothing in %s: %s\n' "$file" "$edit"
-        return 1
-    fi
-    commands=$(ninja -C "$build" -t commands "$library" | grep -v '^ninja: ')
-    line=$(grep -F -- "-c $source/$file" <<<"$commands")
-    place=$(sed -E 's/.* -o ([^ ]+) -c .*/\1/' <<<"$line")
-    line=${line/-c $source\/$file/-c $work/edited.cpp}
-    line=${line/-o $place/-o $object}
-    rm "$work/tree/$library"
-    # The last command makes the library of its objects, and splits its debug information off.
-    commands=$(tail -n 1 <<<"$commands")
-    commands=${commands/" $place "/" $object "}
-    commands=${commands//"$build/$library"/"$library"}
-    commands=${commands//"$library"/"$work/tree/$library"}
-    (cd "$build" && eval "$line -MF $work/edited.d" && eval "$commands")
-}
-
-# plant: the host's program in a tree of its own, with links to all that it opens beside it.
-plant() {
-    rm -rf "$work/tree"
-    mkdir -p "$work/tree/host" "$work/tree/adapterlayer"
-    cp "$build/host/oemlayer_host" "$work/tree/host"
-    cp -rs "$build/device" "$work/tree/device"
-    ln -s "$build/adapterlayer/camera.oemlayer.adapter.so" "$work/tree/adapterlayer"
-    ln -s "$build/layer" "$work/tree/layer"
-}
 
 run() { # run SCENARIO: leaves what the host said, what the layers told the log, and a recording
     rm -f "$work/run.rec"

@@ -67,8 +67,16 @@ if(OEMLAYER_SANITIZE)
     add_compile_options(
         -fsanitize=${OEMLAYER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${OEMLAYER_SANITIZE})
-else()
-    # Every symbol of a library is found at link time. (A sanitizer's runtime is in the program
-    # only.)
+elseif(NOT OEMLAYER_FUZZ)
+    # Every symbol of a library is found at link time. (The runtime of a sanitizer or of a fuzzer is
+    # in the program only.)
     add_link_options(LINKER:-z,defs)
+endif()
+
+# Where fuzzers are built: what they are linked with, and how code is compiled that they follow.
+separate_arguments(fuzzing_engine UNIX_COMMAND "${LIB_FUZZING_ENGINE}")
+set(fuzzing_follows)
+if(NOT fuzzing_engine)
+    set(fuzzing_engine -fsanitize=fuzzer)
+    set(fuzzing_follows -fsanitize=fuzzer-no-link)
 endif()

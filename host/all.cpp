@@ -39,6 +39,10 @@ std::map<std::string, std::string> ScenariosOf(const fs::path& folder) {
     return files;
 }
 
+[[noreturn]] void FailAt(const std::string& file, size_t line, const std::string& name) {
+    throw InputError(file + ":" + std::to_string(line) + ": there is no scenario '" + name + "'");
+}
+
 /// Names, one a line; what follows a '#' is a remark.
 std::set<std::string> ReadKnown(const std::string& file,
                                 const std::map<std::string, std::string>& scenarios) {
@@ -53,9 +57,7 @@ std::set<std::string> ReadKnown(const std::string& file,
         std::istringstream words(line.substr(0, line.find('#')));
         for (std::string name; words >> name;) {
             if (!scenarios.contains(name)) {
-                std::string place = file + ":";
-                place += std::to_string(number);
-                throw InputError(place + ": there is no scenario '" + name + "'");
+                FailAt(file, number, name);
             }
             known.insert(name);
         }

@@ -41,8 +41,8 @@ void MakeOwnFolder(const std::string& file) {
     }
 }
 
-OutputFile::OutputFile(std::string name, Replaces replaces)
-    : mName(name == "-" ? "standard output" : std::move(name)) {
+OutputFile::OutputFile(const std::string& name, Replaces replaces)
+    : mName(name == "-" ? "standard output" : name) {
     MakeOwnFolder(mName);
     std::string problem;
     mFile = name == "-" ? TakeStandardOutput() : -1;

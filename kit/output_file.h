@@ -32,7 +32,7 @@ class OutputFile {
     /// Opens the file, and makes it where it is missing. What it holds stays. A pipe waits for its
     /// reader.
     /// \throws std::invalid_argument that names the file, where it cannot be written.
-    explicit OutputFile(std::string name, Replaces replaces = Replaces::AllButRecordings);
+    explicit OutputFile(const std::string& name, Replaces replaces = Replaces::AllButRecordings);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;

@@ -101,8 +101,12 @@ class Namer : public Visitor {
             }
         }
         uint32_t& serial = Of(object)[word];
-        if (isBorn || serial == 0) {
+        const bool isNew = isBorn || serial == 0;
+        if (isNew) {
             serial = ++mCounts[static_cast<size_t>(object)];
+        }
+        if (isNew && object == Object::Stream && mEvent->Of() == Entry::ConfigureStreams) {
+            mStreams[mEvent->Word(0)].push_back({word, {object, serial}});
         }
         mOwn.push_back({word, {object, serial}});
         return mOwn.back().name;
@@ -119,13 +123,28 @@ class Namer : public Visitor {
             found->second == Find(ending->object, word, false).serial) {
             Of(ending->object).erase(found);
         }
+        if (event.Of() == Entry::CloseSession) {
+            EndStreamsOf(word);
+        }
+    }
+
+    /// The adapter's own, that its configuration had first: who gets their memory is another one.
+    void EndStreamsOf(uint64_t session) {
+        for (const Known& stream : mStreams[session]) {
+            const auto found = Of(Object::Stream).find(stream.word);
+            if (found != Of(Object::Stream).end() && found->second == stream.name.serial) {
+                Of(Object::Stream).erase(found);
+            }
+        }
+        mStreams.erase(session);
     }
 
     std::vector<Name>& mNames;
     std::array<Alive, static_cast<size_t>(Object::Count)> mAlive;
     std::array<uint32_t, static_cast<size_t>(Object::Count)> mCounts{};
-    std::unordered_map<uint64_t, std::vector<Known>> mCalls; ///< That are open, by their numbers.
-    std::vector<Known> mOwn;                                 ///< Of the event and its call.
+    std::unordered_map<uint64_t, std::vector<Known>> mCalls;   ///< That are open, by their numbers.
+    std::unordered_map<uint64_t, std::vector<Known>> mStreams; ///< Of open sessions.
+    std::vector<Known> mOwn;                                   ///< Of the event and its call.
     const Event* mEvent = nullptr;
 };
 

@@ -48,8 +48,8 @@ uint32_t Submit(PlatFormIntCallbacks* table, void* request, void* privData, void
         while (mistake.Is("hang")) {
             pause();
         }
-        if (!mistake.Is("once") ||
-            open(getenv("BROKEN_ADAPTER_MARK"), O_CREAT | O_EXCL | O_CLOEXEC, 0600) >= 0) {
+        const char* const mark = mistake.Is("once") ? getenv("BROKEN_ADAPTER_MARK") : nullptr;
+        if (mark == nullptr || open(mark, O_CREAT | O_EXCL | O_CLOEXEC, 0600) >= 0) {
             return 4;
         }
     }

@@ -210,7 +210,7 @@ struct Limit {
     void (*write)(Tap& tap, size_t number);
 };
 
-const Limit kLimits[] = {
+constexpr Limit kLimits[] = {
     {"a text", 256, Record::Text, 1,
      [](Tap& tap, size_t number) {
          std::vector<char> text(number, 'x');

@@ -33,6 +33,8 @@ int TakeStandardOutput() {
 
 } // namespace
 
+const char* OutputError::what() const noexcept { return std::runtime_error::what(); }
+
 void MakeOwnFolder(const std::string& file) {
     const auto folder = std::filesystem::path(file).parent_path();
     if (folder == "out") {

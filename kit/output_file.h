@@ -15,6 +15,7 @@ void MakeOwnFolder(const std::string& file);
 class OutputError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
+    const char* what() const noexcept override;
 };
 
 /// A file that is open before a program begins, so that nothing is worked out for one that cannot

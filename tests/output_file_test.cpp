@@ -117,16 +117,19 @@ TEST(OutputFile, KeepsWhatWasThereWhereThereIsNoRoomForMore) {
     const Folder folder;
     const std::string file = folder.Write("a", "what was there");
     rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const int isRead = getrlimit(RLIMIT_FSIZE, &limit);
+    ASSERT_EQ(isRead, 0);
     const rlimit small{4096, limit.rlim_max};
     (void)std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const int isSet = setrlimit(RLIMIT_FSIZE, &small);
+    ASSERT_EQ(isSet, 0);
     std::string problem;
     for (const std::string& name : {file, folder / "new"}) {
         OutputFile output(name);
         problem += Thrown([&] { output.Write(std::string(5000, 'x')); });
     }
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const int isSetBack = setrlimit(RLIMIT_FSIZE, &limit);
+    ASSERT_EQ(isSetBack, 0);
     EXPECT_EQ(problem, file + ": it could not be written: File too large" + folder / "new" +
                            ": it could not be written: File too large");
     EXPECT_EQ(ContentOf(file), "what was there");

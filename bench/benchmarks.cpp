@@ -5,6 +5,7 @@
 /// time divided by the floor's, so that a busy machine hits both.
 #include "bench/floor.h"
 #include "bench/heap.h"
+#include "kit/figures.h"
 #include "standin/control.h"
 
 #include <benchmark/benchmark.h>
@@ -376,7 +377,7 @@ void MeasureCall(benchmark::State& state, const CallCase& call) {
 
 // --- The table
 
-/// Prints a line for each measurement as it is done, and whether its bar holds.
+/// Prints a line for each measurement as it is done, and whether its bar holds; and notes it.
 class Table final : public benchmark::BenchmarkReporter {
   public:
     bool ReportContext(const Context& context) override {
@@ -388,33 +389,14 @@ class Table final : public benchmark::BenchmarkReporter {
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            std::printf("%-34s ", run.run_name.function_name.c_str());
+            const std::string& name = run.run_name.function_name;
+            std::printf("%-34s ", name.c_str());
             if (run.error_occurred) {
                 std::printf("failed: %s\n", run.error_message.c_str());
+                kit::NoteFinding(name + ": " + run.error_message);
                 mHolds = false;
-                continue;
-            }
-            auto values = run.counters;
-            std::printf("%9.1f ns %9.1f ns %8.3f ", double{values["library"]},
-                        double{values["floor"]}, double{values["ratio"]});
-            if (values.contains("new")) {
-                std::printf("%12.0f/%.0f", double{values["new"]}, double{values["delete"]});
             } else {
-                std::printf("%14s", "");
-            }
-            if (values.contains("added")) {
-                const bool holds = values["added"] <= values["bar"];
-                mHolds = mHolds && holds;
-                std::printf("   %.0f of %.0f ns for each of %.0f calls %s\n",
-                            double{values["added"]}, double{values["bar"]}, double{values["calls"]},
-                            holds ? "holds" : "DOES NOT HOLD");
-            } else if (values["bar"] > kNoBar) {
-                const bool holds = values["ratio"] <= values["bar"];
-                mHolds = mHolds && holds;
-                std::printf("   %.2f %s\n", double{values["bar"]},
-                            holds ? "holds" : "DOES NOT HOLD");
-            } else {
-                std::printf("   -\n");
+                Print(name, run.counters);
             }
         }
         std::fflush(stdout);
@@ -423,6 +405,39 @@ class Table final : public benchmark::BenchmarkReporter {
     bool Holds() const { return mHolds; }
 
   private:
+    void Print(const std::string& name, benchmark::UserCounters values) {
+        const double bar = values["bar"];
+        const bool isAdded = values.contains("added");
+        const bool hasBar = bar > kNoBar;
+        const auto figure = [&](const char* what, const char* unit, bool isJudged = false) {
+            const double value = values[what];
+            kit::NoteFigure(name + "; " + what, value, unit,
+                            isJudged ? kit::Bar{.most = bar} : kit::Bar{});
+            return value;
+        };
+        std::printf("%9.1f ns ", figure("library", "ns"));
+        std::printf("%9.1f ns ", figure("floor", "ns"));
+        std::printf("%8.3f ", figure("ratio", "", hasBar && !isAdded));
+        if (values.contains("new")) {
+            std::printf("%12.0f/", figure("new", ""));
+            std::printf("%.0f", figure("delete", ""));
+        } else {
+            std::printf("%14s", "");
+        }
+        if (isAdded) {
+            std::printf("   %.0f of %.0f ns ", figure("added", "ns", true), bar);
+            std::printf("for each of %.0f calls ", figure("calls", ""));
+        } else if (hasBar) {
+            std::printf("   %.2f ", bar);
+        } else {
+            std::printf("   -\n");
+            return;
+        }
+        const bool holds = values[isAdded ? "added" : "ratio"] <= bar;
+        mHolds = mHolds && holds;
+        std::printf(holds ? "holds\n" : "DOES NOT HOLD\n");
+    }
+
     bool mHolds = true;
 };
 
@@ -461,6 +476,7 @@ int main(int argc, char** argv) {
     }
     // A camera's process has threads. Before there is a second one, locks cost next to nothing.
     std::thread([] {}).join();
+    kit::NoteBuild(BENCH_LIBRARY);
     bench::LoadLibrary(BENCH_LIBRARY);
     bench::RegisterAll();
     bench::Table table;

@@ -6,6 +6,7 @@
 # The C library is told to leave out what it would choose by processor, and to keep freed memory at
 # hand, so that the count does not depend on what was allocated before.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/../tools/figures.sh"
 program=$1 library=$2 figures=$3 update=${4:-}
 margin=3 # percent, either way: a figure that is beaten by more is stale
 
@@ -40,9 +41,13 @@ callgrind_annotate --threshold=100 "$folder/0" 2>/dev/null | awk '
         else place = "vendor and host"
         sum[place] += count
     }
-    END { for (place in sum) printf "  %-22s %5d\n", place, sum[place] }' | sort -k1,1
+    END { for (place in sum) printf "  %-22s %5d\n", place, sum[place] }' | sort -k1,1 |
+    tee "$folder/places"
+sed -nE 's/^ *(.*[^ ]) +([0-9]+)$/figure\tinstructions of the first; \1\t\2\tinstructions/p' \
+    "$folder/places" >>"${FIGURES:-/dev/null}"
+note build "$library"
 
-awk -v margin="$margin" '
+awk -v margin="$margin" -v report="${FIGURES:-/dev/null}" '
     { count = $1; name = substr($0, length($1) + 2) }
     NR == FNR { figures[name] = count; next }
     {
@@ -52,6 +57,10 @@ awk -v margin="$margin" '
         failed = failed || verdict != ""
         wanted = figure ? figure " expected" : "no figure"
         printf "%-26s %6d instructions, %s%s\n", name, count, wanted, verdict
+        room = margin * figure / 100
+        printf "figure\tinstructions; %s\t%d\tinstructions\t%.2f\t%.2f\n", name, count,
+            figure - room, figure + room >>report
+        printf "figure\tinstructions; %s; expected\t%d\tinstructions\n", name, figure >>report
     }
     END { exit failed }' "$figures" "$folder/found" ||
     { printf 'Where the change is meant: bench/instructions.sh with --update\n'; exit 1; }

@@ -3,6 +3,7 @@
 # each fuzzer for some seconds, where nothing of the building machine is: below FOLDER,
 # everything is moved or gone after the build. Then a slip in the library is found.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/../tools/figures.sh"
 source=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 mkdir -p "$1"
 work=$(cd "$1" && pwd) seconds=${2:-10}
@@ -18,7 +19,7 @@ build() { # build SOURCES: the last build goes on, and $OUT moves
     mv "$OUT" "$work/moved"
 }
 
-# run NAME SEEDS: leaves numbers in $executions and $crashes
+# run NAME SEEDS [MORE]: leaves numbers in $executions and $crashes
 run() {
     local stats=$work/found/default/fuzzer_stats
     rm -rf "$work/found"
@@ -26,10 +27,17 @@ run() {
         -- "$work/moved/$1" >"$work/$1.txt" 2>&1 || true
     executions=$(sed -n 's/^execs_done *: //p' "$stats" 2>/dev/null || true)
     crashes=$(sed -n 's/^saved_crashes *: //p' "$stats" 2>/dev/null || true)
+    note build "$work/moved/$1"
+    note figure "$1${3:-}; executions" "${executions:-0}" ""
+    note figure "$1${3:-}; crashes" "${crashes:-0}" ""
     printf '%-15s %9s executions, %s crashes\n' "$1" "${executions:-no}" "${crashes:-no}"
 }
 expect() { # expect WHAT COMMAND...
-    "${@:2}" || { printf 'FAIL  %s\n' "$1" && failures=$((failures + 1)); }
+    "${@:2}" || {
+        note finding "$1"
+        printf 'FAIL  %s\n' "$1"
+        failures=$((failures + 1))
+    }
 }
 
 rm -rf "$work/sources" "$WORK"
@@ -56,6 +64,6 @@ mv "$work/gone" "$WORK"
 sed -i 's/index < mCount/(& || mCount == 2)/' "$work/sources/adapterlayer/featurerow.h"
 build "$work/sources"
 mkdir -p "$work/seeds/none" && printf '\0' >"$work/seeds/none/none"
-run fuzz_config "$work/seeds/none"
+run fuzz_config "$work/seeds/none" ", with a slip"
 expect 'the slip is not found' [ "${crashes:-0}" -gt 0 ]
 [ "$failures" -eq 0 ]

@@ -1,9 +1,11 @@
 /// Endurance: four cameras, many requests, and at the end an account of each request and each byte.
 #include "host/progress.h"
+#include "kit/figures.h"
 #include "soak/camera.h"
 #include "soak/heap.h"
 #include "view/command.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -70,6 +72,7 @@ class Soak {
     /// Loads the library. Throws std::runtime_error where it cannot be used.
     explicit Soak(const Options& options) : mOptions(options) {
         StandinControl()->SetRecording(false);
+        kit::NoteBuild(kit::AdapterFile(false));
         const kit::Adapter library(kit::AdapterFile(false));
         heap::Watch(std::bit_cast<void*>(library.Table(0).Create));
         library.Load();
@@ -99,7 +102,7 @@ class Soak {
         StandinControl()->CheckAllReturned();
     }
 
-    /// Prints what was done. \returns whether all of it was right.
+    /// Prints what was done, and notes it. \returns whether all of it was right.
     bool Judge() const;
 
   private:
@@ -184,25 +187,54 @@ class Soak {
     std::atomic<uint32_t> mRound = 0;
 };
 
+/// The same numbers for machines.
+void Note(const Account& account) {
+    const auto note = [&](const char* what, auto value, const char* unit,
+                          const kit::Bar& bar = {}) {
+        kit::NoteFigure(account.when + "; " + what, static_cast<double>(value), unit, bar);
+    };
+    const auto expected = static_cast<double>(account.expected);
+    note("requests", account.requests, "");
+    note("library", account.live.library, "bytes", {expected, expected});
+    note("expected", account.expected, "bytes");
+    note("difference", account.live.library - account.expected, "bytes");
+    note("process", account.live.process, "bytes");
+    note("library, from the C allocator", account.live.libraryC, "bytes", {0, 0});
+}
+
+void PrintSummary(double seconds) {
+    const auto count = [](const char* name, auto value, const char* unit = "") {
+        kit::NoteFigure(name, static_cast<double>(value), unit);
+        return value;
+    };
+    std::printf("\nrequests   %lu accepted, ", count("requests accepted", g_tally.accepted.load()));
+    std::printf("%lu released, ", count("requests released", g_tally.released.load()));
+    std::printf("%lu completed, ", count("requests completed", g_tally.completed.load()));
+    std::printf("%lu of them with a failure as they were to be\n",
+                count("requests with a failure", g_tally.failed.load()));
+    std::printf("sessions   %lu in ", count("sessions", g_tally.sessions.load()));
+    std::printf("%lu bursts and ", count("bursts", g_tally.bursts.load()));
+    std::printf("%.1f s; ", count("time", seconds, "s"));
+    std::printf("cameras created %lu times\n", count("cameras created", g_tally.creations.load()));
+    std::printf("memory     %ld format records of ",
+                count("format records to stay", g_tally.formatsLeft.load()));
+    std::printf("%ld bytes to stay; %s\n", count("size of a format record", kFormatRecord, "bytes"),
+                SOAK_COUNTS_C ? "what the C allocator gives is counted, too"
+                              : "the C allocator is a sanitizer's, and not counted");
+}
+
 bool Soak::Judge() const {
     std::printf("%-52s %9s %12s %12s %10s %12s\n", "live bytes of the heap", "requests", "library",
                 "expected", "difference", "process");
-    for (const auto& [when, requests, live, expected] : mAccounts) {
+    for (const Account& account : mAccounts) {
+        const auto& [when, requests, live, expected] = account;
         std::printf("%-52s %9lu %12ld %12ld %10ld %12ld\n", when.c_str(), requests, live.library,
                     expected, live.library - expected, live.process);
+        Note(account);
     }
-    const std::chrono::duration<double> time = Clock::now() - mStart;
-    std::printf("\nrequests   %lu accepted, %lu released, %lu completed, ", g_tally.accepted.load(),
-                g_tally.released.load(), g_tally.completed.load());
-    std::printf("%lu of them with a failure as they were to be\n", g_tally.failed.load());
-    std::printf("sessions   %lu in %lu bursts and %.1f s; cameras created %lu times\n",
-                g_tally.sessions.load(), g_tally.bursts.load(), time.count(),
-                g_tally.creations.load());
-    std::printf("memory     %ld format records of %ld bytes to stay; %s\n",
-                g_tally.formatsLeft.load(), kFormatRecord,
-                SOAK_COUNTS_C ? "what the C allocator gives is counted, too"
-                              : "the C allocator is a sanitizer's, and not counted");
+    PrintSummary(std::chrono::duration<double>(Clock::now() - mStart).count());
     const std::vector<std::string> problems = Problems();
+    std::for_each(problems.begin(), problems.end(), kit::NoteFinding);
     for (size_t i = 0; i < problems.size() && i < kMostShown; ++i) {
         std::printf("%s%s\n", i == 0 ? "failed     " : "           ", problems[i].c_str());
     }
@@ -232,6 +264,9 @@ int main(int argc, char** argv) try {
     CLI::App app{"Sends requests to four cameras of camera.oemlayer.adapter.so for as long as is "
                  "wanted, and accounts for each request and each byte.",
                  "./dev soak"};
+    app.footer(
+        "--report FILE, to ./dev soak: each figure for machines (JSON), too; '-': to standard "
+        "output");
     app.add_option("--requests", options.requests, "How many requests [1000000], over 48 rounds")
         ->check(CLI::Range(uint64_t{1}, uint64_t{1'000'000'000}));
     app.add_option("--seconds", options.seconds,

@@ -10,12 +10,11 @@ import sys
 import tempfile
 import xml.etree.ElementTree
 
-import jsonschema
+from support import reports
+from support.reports import expect, read
 
 SCHEMA, HOST, VIEW, *EMULATOR = sys.argv[1:]
-with open(SCHEMA, encoding="utf-8") as schema_file:
-    VALIDATOR = jsonschema.Draft7Validator(json.load(schema_file))
-jsonschema.Draft7Validator.check_schema(VALIDATOR.schema)
+VALIDATOR = reports.validator(SCHEMA)
 SMALL = ["--width", "128", "--height", "96"]
 CRASH = "variant /vendor/lib64/hw/camera.qcom.so camera.qcom.no-sensor-modes.so"
 PLAN = {"frames": 1, "requests": 2, "inFlight": 2, "width": 128, "height": 96}
@@ -24,30 +23,15 @@ LIMIT = 20  # Seconds, for what takes less than one on a machine that is not bus
 
 
 def run(*arguments):
-    """The process, ended; its status is that which a shell has."""
-    return subprocess.run([*EMULATOR, *arguments], capture_output=True, text=True, check=False)
+    return reports.run(*EMULATOR, *arguments)
 
 
 def valid(text):
-    report = json.loads(text)
-    problems = [f"{list(error.path)}: {error.message}" for error in VALIDATOR.iter_errors(report)]
-    assert not problems, problems
-    return report
-
-
-def read(name):
-    with open(name, encoding="utf-8") as file:
-        return file.read()
+    return reports.valid(VALIDATOR, text)
 
 
 def write(name, value):
-    with open(name, "w", encoding="utf-8") as file:
-        json.dump(value, file)
-    return name
-
-
-def expect(found, wanted, what):
-    assert found == wanted, f"{what}: {wanted!r} wanted, {found!r} found"
+    return reports.write(name, json.dumps(value))
 
 
 def report_of(status, result, *arguments):
@@ -104,11 +88,7 @@ def check_outputs():
     ended = run(HOST, "night-burst", *SMALL, "--report", "-")
     expect(valid(ended.stdout)["result"]["status"], "passed", "the report alone")
     assert "came true" in ended.stderr, ended.stderr
-    for file, status in ("/dev/full", 1), ("no/such/a.json", 2):
-        ended = run(HOST, "night-burst", *SMALL, "--report", file)
-        expect(ended.returncode, status, f"status with {file}")
-        how = "could not" if status == 1 else "cannot"
-        assert f"{file}: it {how} be written: " in ended.stderr, ended.stderr
+    reports.check_outputs(lambda file: run(HOST, "night-burst", *SMALL, "--report", file))
 
 
 def check_recordings():

@@ -40,8 +40,8 @@ endforeach()
 blueprint(cppflags "        " ${cpp_options})
 blueprint(arm64_cflags "                " ${arm64_hardening})
 
-# module_sources(variable targets...)
-function(module_sources variable)
+# sources_of(variable targets...): from the source folder.
+function(sources_of variable)
     set(all)
     foreach(target IN LISTS ARGN)
         get_target_property(sources ${target} SOURCES)
@@ -50,16 +50,54 @@ function(module_sources variable)
         list(TRANSFORM sources PREPEND ${folder}/)
         list(APPEND all ${sources})
     endforeach()
-    blueprint(lines "        " ${all})
-    set(${variable} "${lines}" PARENT_SCOPE)
+    set(${variable} ${all} PARENT_SCOPE)
 endfunction()
-module_sources(adapter_srcs oemlayer_adapter_objects)
-module_sources(host_layer_srcs oemlayer_host_layer_objects contract_events)
-module_sources(vendor_layer_srcs oemlayer_vendor_layer_objects contract_events)
+sources_of(sources oemlayer_adapter_objects)
+blueprint(adapter_srcs "        " ${sources})
+foreach(side IN ITEMS host vendor)
+    sources_of(sources oemlayer_${side}_layer_objects contract_events)
+    blueprint(${side}_layer_srcs "        " ${sources})
+endforeach()
 foreach(kind IN ITEMS platform device)
     get_property(libraries GLOBAL PROPERTY oemlayer_${kind}_libraries)
     list(TRANSFORM libraries PREPEND lib)
     list(SORT libraries)
     blueprint(${kind}_libs "        " ${libraries})
+endforeach()
+
+# The fuzzers: a module for each, and in their defaults all that they have in common.
+include("${CMAKE_SOURCE_DIR}/fuzz/sources.cmake")
+list(TRANSFORM fuzz_core_sources PREPEND fuzz/)
+list(APPEND fuzz_linked_sources ${fuzz_core_sources})
+sources_of(sources oemlayer_adapter_objects contract_events)
+list(APPEND fuzz_linked_sources ${sources})
+list(SORT fuzz_linked_sources)
+blueprint(fuzz_srcs "        " ${fuzz_linked_sources})
+blueprint(warnings "        " ${OEMLAYER_WARNINGS})
+set(fuzz_modules)
+foreach(name IN LISTS fuzzers)
+    list(TRANSFORM fuzz_${name}_sources PREPEND fuzz/)
+    blueprint(srcs "        " ${fuzz_${name}_sources})
+    set(options "${CMAKE_SOURCE_DIR}/fuzz/${name}.options")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${options}")
+    file(STRINGS "${options}" options REGEX "^[a-z_]+ = ")
+    list(TRANSFORM options REPLACE " = " "=")
+    blueprint(options "            " ${options})
+    string(CONFIGURE [[
+cc_fuzz {
+    name: "camera.oemlayer.fuzz_@name@",
+    defaults: ["camera.oemlayer.fuzz_defaults"],
+    srcs: [
+@srcs@
+    ],
+    corpus: ["fuzz/corpus/@name@/*"],
+    fuzz_config: {
+        libfuzzer_options: [
+@options@
+        ],
+    },
+}
+]] module @ONLY)
+    string(APPEND fuzz_modules "\n${module}")
 endforeach()
 configure_file("${CMAKE_SOURCE_DIR}/Android.bp.in" "${CMAKE_BINARY_DIR}/Android.bp" @ONLY)

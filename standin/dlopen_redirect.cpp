@@ -6,7 +6,8 @@
 
 #include <string_view>
 
-/// Opens paths of the device below the device root, where nothing that it lacks can be found.
+/// Opens paths of the device below the device root, where nothing that it lacks can be found. With
+/// STANDIN_IS_LINKED the program has the device's libraries within, and stands for each of them.
 extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
                                                                int flags) noexcept {
     using namespace standin;
@@ -23,5 +24,9 @@ extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
     if (const auto fault = Device().Enter(Entry::LibraryOpen, Arguments(opened.c_str(), flags))) {
         return As<void*>(*fault);
     }
+#ifdef STANDIN_IS_LINKED
+    return next(nullptr, flags);
+#else
     return next(Device().FileOf(opened).c_str(), flags);
+#endif
 }

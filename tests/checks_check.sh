@@ -89,4 +89,6 @@ grep -vx dlopen android_calls.txt >"$work/calls"
 expect dlopen bash android_calls_check.sh "$built" "$work/calls"
 sed '/"libzlog"/d' ../Android.bp >"$work/Android.bp"
 expect '-        "libzlog",' bash android_bp_check.sh ../Android.bp "$work/Android.bp"
+sed '/"fuzz\/model.cpp"/d' ../Android.bp >"$work/Android.bp"
+expect '-        "fuzz/model.cpp",' bash android_bp_check.sh ../Android.bp "$work/Android.bp"
 [ "$failures" -eq 0 ]

@@ -3,6 +3,7 @@
 
 #include "host/report.h"
 #include "kit/library.h"
+#include "view/timeline.h"
 
 #include <filesystem>
 #include <fstream>
@@ -121,43 +122,60 @@ Isolated::Ended Isolated::Go(const std::function<int()>& work,
         ended.report = ReportOfEnd(ended.end, ended.report.value(kFailure, ""));
     } else if (ended.end.status != 0 && ended.report["result"]["status"] == "passed") {
         // Something beside the run: a file that could not be written, or a leak.
-        ordered_json& result = ended.report["result"];
-        result["status"] = "failed";
-        result["text"] =
-            result["text"].get<std::string>() + "; the process " + ended.end.Describe();
+        Blame(ended, "the process " + ended.end.Describe());
     }
     return ended;
 }
 
-std::string Isolated::PageOf(const Ended& ended) const {
-    std::optional<view::Told> told;
-    if (contract::WriterOf(Recording()) == static_cast<uint32_t>(ended.end.process)) {
-        try {
-            told.emplace(Recording());
-        } catch (const contract::RecordingError&) {
-            told.reset(); // The report says so.
+void Isolated::Blame(Ended& ended, const std::string& problem) {
+    if (problem.empty()) {
+        return;
+    }
+    ordered_json& result = ended.report["result"];
+    if (result["status"] == "passed") {
+        result["status"] = "failed";
+    }
+    result["text"] = result["text"].get<std::string>() + "; " + problem;
+    ended.end.status = ended.end.IsDead() ? ended.end.status : 1;
+}
+
+/// What the run has recorded, if anything; else why not.
+std::unique_ptr<view::Told> Isolated::ToldBy(const kit::ChildEnd& end, std::string* problem) const {
+    try {
+        if (contract::WriterOf(Recording()) == static_cast<uint32_t>(end.process)) {
+            return std::make_unique<view::Told>(Recording());
+        }
+    } catch (const contract::RecordingError& error) {
+        if (problem != nullptr) {
+            *problem = error.what();
         }
     }
-    return view::MakePage(ended.report, told.has_value() ? &*told : nullptr, Pictures());
+    return nullptr;
+}
+
+std::optional<std::string> Isolated::TraceOf(const Ended& ended) const {
+    const auto told = ToldBy(ended.end);
+    return told != nullptr ? std::optional(view::TimelineOf(told->story, told->Start()))
+                           : std::nullopt;
+}
+
+std::string Isolated::PageOf(const Ended& ended) const {
+    const auto told = ToldBy(ended.end); // The report says why not.
+    return view::MakePage(ended.report, told.get(), Pictures());
 }
 
 /// Of a run that did not say itself what came of it.
 ordered_json Isolated::ReportOfEnd(const kit::ChildEnd& end, const std::string& failure) const {
     view::ReportFacts facts = Facts();
     Classify(end, failure, facts);
-    std::optional<view::Told> told;
     std::string damage = "nothing was recorded";
-    if (contract::WriterOf(Recording()) == static_cast<uint32_t>(end.process)) {
-        try {
-            const view::ReportFacts recorded = FactsOf(told.emplace(Recording()));
-            facts.rows = recorded.rows;
-            facts.violations = recorded.violations;
-        } catch (const contract::RecordingError& error) {
-            told.reset();
-            damage = error.what();
-        }
+    const auto told = ToldBy(end, &damage);
+    if (told != nullptr) {
+        const view::ReportFacts recorded = FactsOf(*told);
+        facts.rows = recorded.rows;
+        facts.violations = recorded.violations;
     }
-    return MakeReport(told.has_value() ? &*told : nullptr, facts, damage);
+    return MakeReport(told.get(), facts, damage);
 }
 
 void Isolated::Classify(const kit::ChildEnd& end, const std::string& failure,

@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace host {
@@ -48,12 +50,21 @@ class Isolated {
              const std::function<int(const std::exception&)>& statusOf,
              std::chrono::seconds limit) const;
 
+    /// The timeline of what was recorded, as far as it got; nothing where that is nothing.
+    std::optional<std::string> TraceOf(const Ended& ended) const;
+
+    /// Has the report and the status say that something beside the run is wrong, which is empty
+    /// where nothing is.
+    static void Blame(Ended& ended, const std::string& problem);
+
     /// A page of the same; with the run's pictures, if the settings say so and it came to its end.
     std::string PageOf(const Ended& ended) const;
 
   private:
     view::ReportFacts Facts() const;
     std::vector<view::Picture> Pictures() const;
+    std::unique_ptr<view::Told> ToldBy(const kit::ChildEnd& end,
+                                       std::string* problem = nullptr) const;
     void Say(const nlohmann::ordered_json& said) const;
     nlohmann::ordered_json Heard() const;
     nlohmann::ordered_json ReportOfEnd(const kit::ChildEnd& end, const std::string& failure) const;

@@ -224,14 +224,25 @@ void OnInterrupt(int /*signal*/) {
     _exit(kFailed); // Something else than the library, which only does so while it loads.
 }
 
-/// The files that are wanted, open before the run.
+/// The files that are wanted, open before the run. It writes the picture; the process around it
+/// writes the others, from what was recorded, however the run ends.
 struct Files {
     std::optional<kit::OutputFile> picture;
     std::optional<kit::OutputFile> trace;
+    std::optional<kit::OutputFile> report;
+    std::optional<kit::OutputFile> page;
 
     explicit Files(const Options& options) {
+        if (!options.report.empty()) { // For a script: where it says.
+            report.emplace(options.report);
+        }
+        Open(page, options.page);
         Open(picture, options.picture);
         Open(trace, options.trace);
+    }
+
+    bool Any() const {
+        return picture.has_value() || trace.has_value() || report.has_value() || page.has_value();
     }
 
     /// A bare name goes below the folder for output; an empty one is not wanted.
@@ -243,35 +254,45 @@ struct Files {
     }
 };
 
-/// Writes the files that are wanted, and tells of them. \returns false, with a line on standard
-/// error, if one cannot be written.
-bool WriteFiles(const Options& options, Files& files, const Run& run) {
-    bool areWritten = true;
-    const auto write = [&](const char* what, kit::OutputFile& file, const std::string& content,
-                           const char* use = "") {
-        try {
-            file.Write(content);
-            PrintFact(what, file.Name() + use);
-        } catch (const kit::OutputError& error) {
-            (void)fprintf(stderr, "%s\n", error.what());
-            areWritten = false;
-        }
-    };
-    const auto picture = files.picture.has_value() ? run.MakePicture() : std::nullopt;
-    if (picture.has_value()) {
-        write("picture", *files.picture, picture->png);
-        PrintFact("", picture->quality);
-    } else if (files.picture.has_value()) {
+/// \returns what is wrong where it cannot be written, which is a line on standard error, too.
+std::string Write(const char* what, kit::OutputFile& file, const std::string& content,
+                  const char* use = "") {
+    try {
+        file.Write(content);
+        PrintFact(what, file.Name() + use);
+        return "";
+    } catch (const kit::OutputError& error) {
+        (void)fprintf(stderr, "%s\n", error.what());
+        return error.what();
+    }
+}
+
+/// Writes the picture, if it is wanted. \returns false if it cannot be written.
+bool WritePicture(Files& files, const Run& run) {
+    if (!files.picture.has_value()) {
+        return true;
+    }
+    const auto picture = run.MakePicture();
+    if (!picture.has_value()) {
         PrintFact("picture", "there is none to write");
+        return true;
     }
-    if (files.trace.has_value()) {
-        write("trace", *files.trace, view::TimelineOf(run.Told().story, run.Told().Start()),
-              ", for ui.perfetto.dev or chrome://tracing");
+    const bool isWritten = Write("picture", *files.picture, picture->png).empty();
+    PrintFact("", picture->quality);
+    return isWritten;
+}
+
+/// Writes the trace, if it is wanted and there is anything to show. What is wrong becomes a part of
+/// the report.
+void WriteTrace(Files& files, const Isolated& around, Isolated::Ended& ended) {
+    const std::optional<std::string> trace =
+        files.trace.has_value() ? around.TraceOf(ended) : std::nullopt;
+    if (trace.has_value()) {
+        around.Blame(ended, Write("trace", *files.trace, *trace,
+                                  ", for ui.perfetto.dev or chrome://tracing"));
+    } else if (files.trace.has_value()) {
+        PrintFact("trace", "there is none to write: nothing was recorded");
     }
-    if (!options.record.empty()) {
-        PrintFact("recording", options.record + ", for ./dev show, check, diff and replay");
-    }
-    return areWritten;
 }
 
 /// The file to record into; empty for none.
@@ -284,8 +305,7 @@ std::string RecordingOf(const Options& options) {
 /// The run, in this process.
 /// \param around the process that reports it; null where nobody does.
 int RunHere(const Options& options, const Scenario& scenario, const std::string& library,
-            const Isolated* around) {
-    Files files(options);
+            Files& files, const Isolated* around) {
     (void)std::signal(SIGINT, OnInterrupt);
     if (scenario.expect.abort) {
         (void)std::signal(SIGABRT, OnExpectedAbort);
@@ -298,7 +318,10 @@ int RunHere(const Options& options, const Scenario& scenario, const std::string&
     run.Go();
     const Outcome outcome = run.Judge();
     PrintRequests(run);
-    const bool areWritten = WriteFiles(options, files, run);
+    const bool isWritten = WritePicture(files, run);
+    if (!options.record.empty()) {
+        PrintFact("recording", options.record + ", for ./dev show, check, diff and replay");
+    }
     PrintOutcome(scenario, outcome);
     if (around != nullptr) {
         around->Keep(run, outcome);
@@ -307,7 +330,7 @@ int RunHere(const Options& options, const Scenario& scenario, const std::string&
         return kInterrupted;
     }
     const bool isPrinted = fflush(stdout) == 0 && ferror(stdout) == 0;
-    return outcome.unfulfilled.empty() && areWritten && isPrinted ? kCameTrue : kFailed;
+    return outcome.unfulfilled.empty() && isWritten && isPrinted ? kCameTrue : kFailed;
 }
 
 int StatusOf(const std::exception& error) {
@@ -315,19 +338,19 @@ int StatusOf(const std::exception& error) {
 }
 
 /// The run, in a process of its own. Nothing is loaded here.
-/// \param page where its page goes, or null.
 Isolated::Ended RunApart(const Options& options, const Scenario& scenario,
-                         const std::string& library, kit::OutputFile* page = nullptr) {
+                         const std::string& library, Files& files) {
     const Isolated around(scenario, {.library = library,
                                      .command = options.command,
                                      .record = options.record,
-                                     .hasPage = page != nullptr});
+                                     .hasPage = files.page.has_value()});
     g_keptLines = options.IsReported() ? &around.Log() : nullptr;
-    const auto run = [&] { return RunHere(options, scenario, library, &around); };
+    const auto run = [&] { return RunHere(options, scenario, library, files, &around); };
     auto ended = around.Go(run, StatusOf, std::chrono::seconds(options.limit));
     g_keptLines = nullptr;
-    if (page != nullptr) {
-        page->Write(around.PageOf(ended));
+    WriteTrace(files, around, ended);
+    if (files.page.has_value()) {
+        files.page->Write(around.PageOf(ended));
     }
     return ended;
 }
@@ -336,26 +359,20 @@ int RunScenario(Options options) {
     const Scenario scenario = ReadScenario(options);
     options.record = RecordingOf(options);
     const std::string library = ChooseLibrary(options, scenario);
-    if (!options.IsReported() && options.limit == 0) {
-        return RunHere(options, scenario, library, nullptr);
+    Files files(options);
+    if (!files.Any() && options.limit == 0) {
+        return RunHere(options, scenario, library, files, nullptr);
     }
-    std::optional<kit::OutputFile> file;
-    std::optional<kit::OutputFile> page;
-    if (!options.report.empty()) { // For a script: where it says.
-        file.emplace(options.report);
-    }
-    Files::Open(page, options.page);
-    const Isolated::Ended ended =
-        RunApart(options, scenario, library, page.has_value() ? &*page : nullptr);
+    const Isolated::Ended ended = RunApart(options, scenario, library, files);
     if (ended.end.signal != 0) {
         PrintFact("ended", view::Painted(view::Colour::Bad, "the process " + ended.end.Describe()));
     }
-    if (file.has_value()) {
-        file->Write(view::TextOf(ended.report));
-        PrintFact("report", file->Name());
+    if (files.report.has_value()) {
+        files.report->Write(view::TextOf(ended.report));
+        PrintFact("report", files.report->Name());
     }
-    if (page.has_value()) {
-        PrintFact("page", page->Name() + ", for a browser");
+    if (files.page.has_value()) {
+        PrintFact("page", files.page->Name() + ", for a browser");
     }
     return ended.end.ExitStatus();
 }
@@ -366,7 +383,8 @@ int RunAllScenarios(const Options& options) {
         own.scenario = file;
         own.limit = static_cast<uint32_t>(limit.count());
         const Scenario scenario = ReadScenario(own);
-        return RunApart(own, scenario, ChooseLibrary(own, scenario));
+        Files none(own);
+        return RunApart(own, scenario, ChooseLibrary(own, scenario), none);
     };
     return RunAll(
         {.folder = options.all == kOwnScenarios ? kit::Beside("scenarios") : options.all,

@@ -65,8 +65,8 @@ OutputFile::OutputFile(const std::string& name, Replaces replaces)
 OutputFile::~OutputFile() {
     struct stat there {};
     const struct stat own = StatusOf(mFile);
-    if (mIsNew && lstat(mName.c_str(), &there) == 0 && there.st_ino == own.st_ino &&
-        there.st_dev == own.st_dev) {
+    if (mIsNew && lstat(mName.c_str(), &there) == 0 && there.st_size == 0 &&
+        there.st_ino == own.st_ino && there.st_dev == own.st_dev) {
         unlink(mName.c_str());
     }
     if (mFile >= 0) {
@@ -95,6 +95,9 @@ void OutputFile::Write(std::string_view content) {
     const int problem = WriteAll(content);
     (void)std::signal(SIGPIPE, before);
     if (problem != 0) {
+        if (mIsNew) {
+            (void)ftruncate(mFile, 0);
+        }
         throw OutputError(mName + ": it could not be written: " + strerror(problem));
     }
     mIsNew = false;

@@ -21,7 +21,7 @@ class OutputError : public std::runtime_error {
 /// A file that is open before a program begins, so that nothing is worked out for one that cannot
 /// be written, and written once, at its end. A device, a pipe, or what a link leads to is written
 /// through; nothing but a file that this has made, and that nothing came of, is ever removed. For
-/// one thread at a time.
+/// one thread at a time. A process that is forked may write it instead, once.
 ///
 /// The name "-" is that of standard output: whatever else the program prints from then on goes to
 /// standard error.

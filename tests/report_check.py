@@ -71,6 +71,21 @@ def check_endings():
     expect(outcomes, ["never completed"] * 2, "outcomes")
 
 
+def check_files():
+    """A run that dies leaves its trace as far as it got, and no empty file."""
+    files = ["--trace", "./t.json", "--picture", "./p.png"]
+    for there, status, fault in (([], 134, ["--fault", CRASH]), (["p.png"], 0, []),
+                                 (["p.png"], 134, ["--fault", CRASH])):
+        ended = run(HOST, "night-burst", *SMALL, *fault, *files)
+        expect(ended.returncode, status, "status")
+        names = {event["name"] for event in json.loads(read("t.json"))["traceEvents"]}
+        assert "loadLib" in names, names
+        expect([name for name in os.listdir() if name == "p.png" and os.path.getsize(name) > 0],
+               there, "pictures")
+        os.remove("t.json")
+        expect("p.png" in os.listdir(), bool(there), "an empty picture")
+
+
 def check_interruptions():
     """The first ends a run with its table; what kills it leaves a report, too."""
     for number, status in (signal.SIGINT, 130), (signal.SIGTERM, 143):
@@ -146,5 +161,6 @@ def check_all():
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     write("silent.json", SILENT)
-    for check in check_endings, check_interruptions, check_outputs, check_recordings, check_all:
+    for check in (check_endings, check_files, check_interruptions, check_outputs, check_recordings,
+                  check_all):
         check()

@@ -31,6 +31,10 @@ SCENARIO = {
     ],
     "vendor": {"faults": ["fail ExecuteRequest 3 1"]},
 }
+MANY = {
+    "cameras": [{"requests": 300, "frames": 4, "inFlight": 4, "width": 128, "height": 96}],
+    "vendor": {"faults": ["fail ExecuteRequest 200 1"]},
+}
 COLOURS = ["text", "soft", "link", "good", "bad", "warn"]
 
 
@@ -265,17 +269,47 @@ def check_pictures(page):
     assert len(noise) == 2 and noise[0] > noise[1] * 1.5, noise
 
 
+def check_bounded(page, whole):
+    """Of many requests the bad one and the slowest, and the latencies of all."""
+    shown = page.data("report")["requests"]
+    assert len(whole["requests"]) == 300 and 0 < len(shown) < 300, len(shown)
+    assert f"{300 - len(shown)} of 300 requests" in page.find("#warnings").text
+    bad = [request["frame"] for request in whole["requests"] if not request["good"]]
+    assert len(bad) == 1 and bad[0] in [request["frame"] for request in shown], bad
+    latency = sorted(request["latency"]["complete"] for request in whole["requests"]
+                     if request["good"])
+    fastest = min(request["latency"]["complete"] for request in shown if request["good"])
+    assert fastest == latency[len(latency) - len(shown) + 1], fastest
+    median = f"{latency[149] / 1000:.2f}"
+    row = page.all("#latency-table tbody tr")[-1].text.split()
+    assert row[-5] == "299" and row[-3] == median, (row, median)
+    frames = {event["args"].get("frame") for event in page.data("trace")["traceEvents"]
+              if event["ph"] == "B"} - {None}
+    assert frames == {request["frame"] for request in shown}, frames
+
+
 def main(host, view):
     with tempfile.TemporaryDirectory() as folder:
-        files = {name: f"{folder}/{name}" for name in ("broken.json", "a.html", "a.rec", "b.html",
-                                                       "demo.html")}
+        files = {name: f"{folder}/{name}" for name in (
+            "broken.json", "a.html", "a.rec", "b.html", "demo.html", "many.json", "many.html",
+            "report.json")}
         with open(files["broken.json"], "w", encoding="utf-8") as file:
             json.dump(SCENARIO, file)
         run(host, files["broken.json"], "--record", files["a.rec"], "--page", files["a.html"])
         run(view, "show", files["a.rec"], "--page", files["b.html"])
         run(host, "night-burst", "--page", files["demo.html"])
-        size = os.path.getsize(files["demo.html"])
-        assert size < 3_000_000, f"{size} bytes"
+        with open(files["many.json"], "w", encoding="utf-8") as file:
+            json.dump(MANY, file)
+        run(host, files["many.json"], "--page", files["many.html"], "--report",
+            files["report.json"])
+        for name in "demo.html", "many.html":
+            size = os.path.getsize(files[name])
+            assert size < 3_000_000, f"{name}: {size} bytes"
+        with open(files["report.json"], encoding="utf-8") as file, \
+                Page(folder, files["many.html"]) as page:
+            check_bounded(page, json.load(file))
+            page.check_names()
+            page.check_quiet()
         with Page(folder, files["a.html"]) as page:
             page.check_names()
             assert page.find("#shows").text == SCENARIO["shows"]

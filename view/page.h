@@ -24,7 +24,9 @@ struct Picture {
 std::string MakePage(const std::string& reportJson, const std::string& traceJson,
                      const std::vector<Picture>& pictures);
 
-/// The same of a report and what was recorded, which may be null.
+/// The same of a report and what was recorded, which may be null. A page stays below 3 MB: of many
+/// requests it has those that are not as they should be, and the slowest, with their calls; and it
+/// says how many it leaves out.
 std::string MakePage(const nlohmann::ordered_json& report, const Told* told,
                      const std::vector<Picture>& pictures);
 

@@ -20,10 +20,6 @@ namespace {
 using nlohmann::ordered_json;
 constexpr uint64_t kSecond = 1'000'000'000;
 
-double Microseconds(Moment start, Moment moment) {
-    return static_cast<double>(static_cast<int64_t>(moment - start)) / 1e3;
-}
-
 template <class T> ordered_json OrNull(const std::optional<T>& value) {
     return value.has_value() ? ordered_json(*value) : ordered_json();
 }
@@ -34,7 +30,7 @@ ordered_json TextOrNull(const std::string& text) {
 }
 
 ordered_json TimeOrNull(const std::optional<Moment>& moment, Moment start) {
-    return moment.has_value() ? ordered_json(Microseconds(start, *moment)) : ordered_json();
+    return moment.has_value() ? ordered_json(MicrosecondsFrom(start, *moment)) : ordered_json();
 }
 
 /// In UTC, as in "2026-01-31T12:00:00.250Z".
@@ -211,6 +207,10 @@ ordered_json LogOf(const std::vector<LogLine>& log, const Told* told) {
 }
 
 } // namespace
+
+double MicrosecondsFrom(Moment start, Moment moment) {
+    return static_cast<double>(static_cast<int64_t>(moment - start)) / 1e3;
+}
 
 ordered_json MakeReport(const Told* told, const ReportFacts& facts, const std::string& damage) {
     ordered_json requests = ordered_json::array();

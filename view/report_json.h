@@ -64,6 +64,9 @@ nlohmann::ordered_json MakeReport(const Told* told, const ReportFacts& facts,
 /// The facts of a recording that is all there is.
 ReportFacts FactsOf(const Told& told);
 
+/// As a report has moments: from the start.
+double MicrosecondsFrom(Moment start, Moment moment);
+
 /// As it is written into a file.
 std::string TextOf(const nlohmann::ordered_json& report);
 

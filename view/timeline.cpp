@@ -17,8 +17,8 @@ constexpr int kProcess = 1;
 
 class Writer {
   public:
-    Writer(std::ostream& out, const Story& story, Moment start)
-        : mOut(out), mStory(story), mStart(start), mOpen(story.Threads().size()) {}
+    Writer(std::ostream& out, const Story& story, Moment start, TimelinePart* part)
+        : mOut(out), mStory(story), mStart(start), mPart(part), mOpen(story.Threads().size()) {}
 
     void Write() {
         mOut << R"({"traceEvents": [)"
@@ -68,17 +68,30 @@ class Writer {
         }
         mTime = event.Time();
         const size_t thread = mStory.Serials().ThreadOf(mIndex) - 1;
-        if (event.IsCall()) {
+        mIsShown = IsShown(event);
+        if (!event.IsCall()) {
+            Return(event, thread);
+        } else if (mIsShown) {
             mOpen[thread].push_back(mIndex);
             Put("B", thread + 1, event.Text().name, Arguments());
             Draw(event, thread + 1);
         } else {
-            Return(event, thread);
+            ++mPart->leftOut;
         }
         Count(event);
     }
 
-    /// Ends what returns. What returns without a call was overwritten in the recording.
+    bool IsShown(const Event& event) {
+        const uint32_t request = mStory.SubjectOf(mIndex).request;
+        if (mPart == nullptr) {
+            return true;
+        }
+        return request != 0 ? mPart->shows(mStory.Requests()[request - 1])
+                            : event.IsCall() && mOthers++ < mPart->others;
+    }
+
+    /// Ends what returns. What returns without a call is not shown, or its call was overwritten in
+    /// the recording.
     void Return(const Event& event, size_t thread) {
         const auto& open = mOpen[thread];
         const auto isCall = [&](size_t index) {
@@ -143,23 +156,29 @@ class Writer {
 
     void CountTo(int64_t inFlight) {
         mInFlight = inFlight;
+        if (!mIsShown) {
+            return;
+        }
         Put("C", 0, "requests in flight", {{"args", {{"requests", inFlight}}}});
     }
 
     std::ostream& mOut;
     const Story& mStory;
     const Moment mStart;
+    TimelinePart* const mPart;
     std::vector<std::vector<size_t>> mOpen; ///< Of each thread: the calls, from the outermost.
     size_t mIndex = 0;                      ///< Of the event.
+    bool mIsShown = true;                   ///< The same event.
+    size_t mOthers = 0;                     ///< Calls so far that belong to no request.
     Moment mTime = 0;
     int64_t mInFlight = 0;
 };
 
 } // namespace
 
-std::string TimelineOf(const Story& story, Moment start) {
+std::string TimelineOf(const Story& story, Moment start, TimelinePart* part) {
     std::ostringstream out;
-    Writer(out, story, start).Write();
+    Writer(out, story, start, part).Write();
     return std::move(out).str();
 }
 

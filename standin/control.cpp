@@ -132,6 +132,16 @@ void Control::State::SetTraceBit(bool on) {
     }
 }
 
+/// The request is the caller's alone then.
+Job Control::State::TakeWaiting(size_t executionIndex) {
+    auto taken = Lock()->waiting.extract(executionIndex);
+    if (taken.empty()) {
+        throw std::logic_error("Deliver: no execution " + std::to_string(executionIndex) +
+                               " waits");
+    }
+    return std::move(taken.mapped());
+}
+
 Control::Control() : mState(std::make_unique<State>()) { mState->deviceRoot = OwnDeviceRoot(); }
 
 Control::~Control() = default;
@@ -198,6 +208,10 @@ void Control::SetPace(std::chrono::microseconds latency, Order order, uint32_t s
 void Control::SetObserver(Observer* observer) { mState->observer = observer; }
 
 void Control::SetAnswerer(Answerer* answerer) { mState->answerer = answerer; }
+
+void Control::SetWhenExecuted(WhenExecuted act) {
+    mState->Lock()->script.whenExecuted = std::move(act);
+}
 
 void Control::SetTracePoints(bool on) { mState->Lock()->SetTraceBit(on); }
 
@@ -281,13 +295,18 @@ void Control::ClearRecords() {
 }
 
 void Control::Deliver(size_t executionIndex, Shape shape) {
-    auto waiting = mState->Lock()->waiting.extract(executionIndex);
-    if (waiting.empty()) {
-        throw std::logic_error("Deliver: no execution " + std::to_string(executionIndex) +
-                               " waits");
+    Job job = mState->TakeWaiting(executionIndex);
+    job.shape = shape;
+    job.session->Deliver(job);
+}
+
+bool Control::DeliverNext(size_t executionIndex) {
+    Job job = mState->TakeWaiting(executionIndex);
+    const bool isLast = job.session->DeliverNext(job);
+    if (!isLast) {
+        mState->Lock()->waiting.emplace(executionIndex, std::move(job));
     }
-    waiting.mapped().shape = shape;
-    waiting.mapped().session->Deliver(waiting.mapped());
+    return isLast;
 }
 
 void Control::DeliverInstant() {

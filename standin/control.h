@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -120,6 +121,18 @@ enum class Shape {
     Count,
 };
 
+/// One result of a request: what it brings, and how many partials are still to come.
+struct ShapeResult {
+    bool metadata = false;
+    bool buffer = false;
+    uint32_t partials = 0;
+    uint32_t bufferStatus = CAMERA3_BUFFER_STATUS_OK;
+    bool secondBlock = false;
+};
+
+/// The results of a shape, in their order, for as long as the process lives.
+std::span<const ShapeResult> ResultsOf(Shape shape);
+
 /// In which order a session's thread delivers what waits for it.
 enum class Order {
     InOrder,  ///< Request after request.
@@ -160,6 +173,11 @@ struct Execution {
     int32_t presetFrameNumber; ///< What the offline-frame field held on entry.
     int32_t offlineFrame;      ///< What the device wrote there.
 };
+
+/// Called within the execute call of each request that waits to be delivered by hand, on its thread
+/// and without a lock: what is delivered from here comes before the submission returned.
+/// \param executionIndex the request's, for `Deliver` and `DeliverNext`.
+using WhenExecuted = std::function<void(size_t executionIndex, const Execution& execution)>;
 
 /// One session, as long as it is open.
 struct SessionCopy {
@@ -238,6 +256,10 @@ class Control {
     /// Who answers from now on; null for the stand-in itself. It must outlive the last call.
     void SetAnswerer(Answerer* answerer);
 
+    /// Who is told of what waits for its delivery by hand, from now on; an empty function for
+    /// nobody.
+    void SetWhenExecuted(WhenExecuted act);
+
     /// The vendor's debug settings enable trace points, or not.
     void SetTracePoints(bool on);
 
@@ -293,6 +315,13 @@ class Control {
     /// Delivers the execution with this index now, on the calling thread, in the given shape.
     /// Throws std::logic_error if it does not wait: it was delivered, or its session was closed.
     void Deliver(size_t executionIndex, Shape shape);
+
+    /// Delivers the next result of this execution, on the calling thread and in the shape that was
+    /// set when it was executed. Until it is delivered, the execution does not wait: results of
+    /// others may be delivered from within, and its session must not be closed. Throws as `Deliver`
+    /// does.
+    /// \returns whether it was the last one.
+    bool DeliverNext(size_t executionIndex);
 
     /// Delivers the instant requests that wait, on the calling thread and in their order.
     void DeliverInstant();

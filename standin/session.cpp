@@ -8,17 +8,8 @@
 namespace standin {
 namespace {
 
-/// One result of a request: what it brings, and how many partials are still to come.
-struct Result {
-    bool metadata = false;
-    bool buffer = false;
-    uint32_t partials = 0;
-    uint32_t bufferStatus = CAMERA3_BUFFER_STATUS_OK;
-    bool secondBlock = false;
-};
-
 /// Indexed by Shape.
-constexpr std::initializer_list<Result> kResults[] = {
+constexpr std::initializer_list<ShapeResult> kResults[] = {
     {{.metadata = true}, {.buffer = true}},
     {{.buffer = true, .partials = 1}, {.metadata = true}},
     {{.metadata = true, .buffer = true}},
@@ -37,7 +28,7 @@ struct ResultRecords {
 };
 
 void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& execution,
-          const ChiStreamBuffer& output, const Result& result) {
+          const ChiStreamBuffer& output, const ShapeResult& result) {
     const auto records = std::make_unique<ResultRecords>();
     records->buffer = output;
     if (result.bufferStatus != CAMERA3_BUFFER_STATUS_OK) {
@@ -61,6 +52,11 @@ void Send(const ChiOfflineSessionCallbacks* callbacks, const Execution& executio
 }
 
 } // namespace
+
+std::span<const ShapeResult> ResultsOf(Shape shape) {
+    const auto& results = kResults[static_cast<size_t>(shape)];
+    return {results.begin(), results.size()};
+}
 
 void Session::Stop() {
     auto device = Device().Lock();
@@ -138,6 +134,11 @@ void Session::Accept(const std::shared_ptr<const Execution>& execution) {
         Deliver(job);
     } else if (device.script.delivery == Delivery::ByHand && !mClosing) {
         device.waiting.emplace(index, job);
+        const WhenExecuted act = device.script.whenExecuted;
+        lock.unlock();
+        if (act) {
+            act(index, *execution);
+        }
     } else if (!mClosing) {
         if (!mThread.joinable()) {
             mThread = std::thread(&Session::Run, this);
@@ -177,9 +178,9 @@ bool Session::DeliverNext(Job& job) {
     if (job.delivered == 0) {
         Prepare(job);
     }
-    const auto& results = kResults[static_cast<size_t>(job.shape)];
+    const auto results = ResultsOf(job.shape);
     const Activity activity = Begin("deliver");
-    Send(data.pCallbacks, *job.execution, job.output, std::data(results)[job.delivered]);
+    Send(data.pCallbacks, *job.execution, job.output, results[job.delivered]);
     return ++job.delivered == results.size();
 }
 

@@ -26,6 +26,9 @@ struct Session : std::enable_shared_from_this<Session> {
     /// after the last one.
     void Deliver(Job& job);
 
+    /// Delivers the next result of a request, likewise. \returns whether it was the last one.
+    bool DeliverNext(Job& job);
+
     /// The configured record of a stream, null if the stream is not in the list.
     const ChiStream* FindStream(const ChiStream* stream) const;
 
@@ -36,7 +39,6 @@ struct Session : std::enable_shared_from_this<Session> {
     void Run();
     Job TakeNext();
     void Prepare(Job& job);
-    bool DeliverNext(Job& job);
     void AskFramework(ChiStreamBuffer& output) const;
 
     std::deque<Job> mQueue;

@@ -127,6 +127,7 @@ struct Script {
     bool recording = true;
     bool instant = false;
     std::optional<std::vector<Control::ConfigRow>> configRows;
+    WhenExecuted whenExecuted;
 };
 
 struct Records {
@@ -212,6 +213,9 @@ struct Control::State {
     std::atomic<Answerer*> answerer = nullptr;
     Watch watch; ///< Has a lock of its own.
     std::atomic<bool> isWatched = true;
+
+    /// Takes a request out of those that wait. Throws std::logic_error if it does not.
+    Job TakeWaiting(size_t executionIndex);
 
     /// What somebody else answers in the device's place.
     std::optional<uint64_t> Ask(Entry entry, std::initializer_list<uint64_t> words) const {

@@ -205,7 +205,7 @@ Expected ExpectedCount(const Freedom& freedom) {
     if (isSingle && !freedom.duringSubmissions) {
         return FussCatalan(freedom.Requests(), most);
     }
-    return {CountByParts(freedom), "by its parts"};
+    return {CountByParts(freedom), "a sum over its parts"};
 }
 
 } // namespace schedules

@@ -18,8 +18,8 @@ constexpr uint64_t kMostOrders = 10'000'000; ///< They take some minutes.
 constexpr size_t kMostShown = 10;            ///< Findings of a plan.
 
 struct Options {
-    std::string plan;
-    uint64_t order = 0; ///< 0 for all.
+    std::vector<std::string> plans; ///< Named ones; none for all.
+    uint64_t order = 0;             ///< 0 for all.
     bool isList = false;
     std::string thread = "caller";
     // A plan without a name.
@@ -43,8 +43,8 @@ std::map<std::string, const Plan*> PlansByName() {
 const std::map<std::string, const Plan*> g_plans = PlansByName();
 
 void AddOptions(CLI::App& app, Options& options) {
-    auto* const plan = app.add_option("plan", options.plan, "One of the named plans [all]")
-                           ->check(view::OneOf(g_plans));
+    auto* const plan =
+        app.add_option("plan", options.plans, "Named plans [all]")->check(view::OneOf(g_plans));
     app.add_flag("--list", options.isList, "The named plans, what they show, and their numbers");
     app.add_option("--order", options.order, "Run the order with this number alone, step by step")
         ->check(CLI::Range(uint64_t{1}, UINT64_MAX - 1));
@@ -137,8 +137,12 @@ std::vector<Plan> PlansOf(const Options& options) {
     if (options.requests > 0) {
         return {OwnPlan(options)};
     }
-    if (!options.plan.empty()) {
-        return {*g_plans.at(options.plan)};
+    if (!options.plans.empty()) {
+        std::vector<Plan> plans;
+        for (const std::string& name : options.plans) {
+            plans.push_back(*g_plans.at(name));
+        }
+        return plans;
     }
     return {NamedPlans().begin(), NamedPlans().end()};
 }
@@ -163,6 +167,9 @@ class Report {
 
   private:
     void Tell(const Plan& plan, uint64_t of, const Finding& finding);
+    const char* TitleOf(const Plan& plan) const {
+        return mOptions.requests > 0 ? "own plan" : plan.name.c_str();
+    }
 
     const Options& mOptions;
     uint64_t mOrders = 0;
@@ -175,9 +182,8 @@ void Report::Tell(const Plan& plan, uint64_t of, const Finding& finding) {
     ++mFindings;
     if (++mShown <= kMostShown) {
         std::printf("found  %s, order %lu of %lu: %s: ./dev schedules %s --order %lu%s\n",
-                    mOptions.requests > 0 ? "own plan" : plan.name.c_str(), finding.number, of,
-                    finding.what.c_str(), plan.name.c_str(), finding.number,
-                    kThreads.at(mOptions.thread) ? " --thread other" : "");
+                    TitleOf(plan), finding.number, of, finding.what.c_str(), plan.name.c_str(),
+                    finding.number, kThreads.at(mOptions.thread) ? " --thread other" : "");
     }
 }
 
@@ -210,7 +216,7 @@ bool Report::Run(const Plan& plan) {
         std::printf("       and %lu more\n", mShown - kMostShown);
     }
     if (outcome.interruptedAt.has_value()) {
-        std::printf("interrupted at order %lu of %s\n", *outcome.interruptedAt, plan.name.c_str());
+        std::printf("interrupted at order %lu of %s\n", *outcome.interruptedAt, TitleOf(plan));
         return true;
     }
     if (settings.only.has_value()) {
@@ -220,7 +226,7 @@ bool Report::Run(const Plan& plan) {
     const bool agrees = outcome.enumerated == expected.count;
     const uint64_t bad = mFindings - before;
     mFindings += agrees ? 0 : 1;
-    std::printf("%-22s %6lu orders enumerated, %6lu = %s%s; %s, %.1f s\n", plan.name.c_str(),
+    std::printf("%-22s %6lu orders enumerated, %6lu = %s%s; %s, %.1f s\n", TitleOf(plan),
                 outcome.enumerated, expected.count, expected.how.c_str(),
                 agrees ? "" : ": THESE DIFFER",
                 bad == 0 ? "all good" : (std::to_string(bad) + " BAD").c_str(), time.count());
@@ -248,7 +254,7 @@ int Run(const Options& options) {
     }
     const std::vector<Plan> plans = PlansOf(options);
     if (options.order > 0 && plans.size() > 1) {
-        throw std::invalid_argument("--order needs a plan: --list has their names");
+        throw std::invalid_argument("--order needs one plan: --list has their names");
     }
     Report report(options);
     for (const Plan& plan : plans) {

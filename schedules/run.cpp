@@ -14,6 +14,11 @@
 #include <system_error>
 #include <unistd.h>
 
+/// What ThreadSanitizer asks a program for: a race ends the process, in the order that has it.
+extern "C" __attribute__((visibility("default"))) const char*
+ThreadSanitizerOptions() __asm__("__tsan_default_options");
+const char* ThreadSanitizerOptions() { return "halt_on_error=1"; }
+
 namespace schedules {
 namespace {
 
@@ -98,7 +103,7 @@ Outcome RunAll(const Plan& plan, Orders& orders, const RunSettings& settings,
         }
         const std::string what = said.what;
         report({said.number, !what.empty() ? what
-                             : said.isDone ? "afterwards the process " + end.Describe()
+                             : said.isDone ? "after the last one the process " + end.Describe()
                                            : "the process " + end.Describe()});
         outcome.enumerated += said.isDone ? 0 : 1;
         number = said.isDone ? last + 1 : said.number + 1;

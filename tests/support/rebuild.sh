@@ -25,11 +25,13 @@ rebuild() {
     (cd "$build" && eval "$line -MF $work/edited.d" && eval "$commands")
 }
 
-# plant: the host's program in a tree of its own, with links to all that it opens beside it.
+# plant [FOLDER]: the program of this folder, or the host's, in a tree of its own, with links to all
+# that it opens beside it.
 plant() {
+    local folder=${1:-host}
     rm -rf "$work/tree"
-    mkdir -p "$work/tree/host" "$work/tree/adapterlayer"
-    cp "$build/host/oemlayer_host" "$work/tree/host"
+    mkdir -p "$work/tree/$folder" "$work/tree/adapterlayer"
+    cp "$build/$folder/oemlayer_$folder" "$work/tree/$folder"
     cp -rs "$build/device" "$work/tree/device"
     ln -s "$build/adapterlayer/camera.oemlayer.adapter.so" "$work/tree/adapterlayer"
     ln -s "$build/layer" "$work/tree/layer"

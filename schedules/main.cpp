@@ -15,7 +15,7 @@ using namespace schedules;
 enum ExitStatus { kAllGood = 0, kFailed = 1, kWrongInput = 2, kInterrupted = 130 };
 
 constexpr uint64_t kMostOrders = 10'000'000; ///< They take some minutes.
-constexpr size_t kMostShown = 10;            ///< Findings of a plan.
+constexpr uint64_t kMostShown = 10;          ///< Findings of a plan.
 
 struct Options {
     std::vector<std::string> plans; ///< Named ones; none for all.
@@ -31,6 +31,7 @@ struct Options {
     bool submitsWithin = false;
 };
 
+// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
 const std::map<std::string, bool> kThreads{{"caller", false}, {"other", true}};
 
 std::map<std::string, const Plan*> PlansByName() {
@@ -40,6 +41,7 @@ std::map<std::string, const Plan*> PlansByName() {
     }
     return plans;
 }
+// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
 const std::map<std::string, const Plan*> g_plans = PlansByName();
 
 void AddOptions(CLI::App& app, Options& options) {

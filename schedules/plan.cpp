@@ -14,6 +14,82 @@ constexpr Shape kBuffers = Shape::BuffersFirst;
 constexpr Shape kTogether = Shape::Together;
 constexpr Shape kPartials = Shape::Partials;
 
+/// Results come from outside of all callbacks.
+std::vector<Plan> PlainPlans() {
+    return {
+        {.name = "three",
+         .shows = "three requests of two results each to one session",
+         .shapes = Shapes(3, kMetadata),
+         .sessions = {0, 0, 0}},
+        {.name = "sessions",
+         .shows = "three sessions, of which each one's results come in another shape",
+         .shapes = {kMetadata, kBuffers, kPartials},
+         .sessions = {0, 1, 2}},
+        {.name = "partials",
+         .shows = "three requests of three results each, with partials, to two sessions",
+         .shapes = Shapes(3, kPartials),
+         .sessions = {0, 1, 0}},
+        {.name = "four",
+         .shows = "four requests of two results each, to two sessions",
+         .shapes = {kBuffers, kMetadata, kBuffers, kMetadata},
+         .sessions = {0, 0, 1, 1}},
+        {.name = "one-in-call",
+         .shows = "one request, whose results also come before its submission returned",
+         .shapes = {kMetadata},
+         .sessions = {0},
+         .duringSubmissions = true},
+        {.name = "three-in-calls",
+         .shows = "three requests, whose results come before any submission returned, and after",
+         .shapes = Shapes(3, kMetadata),
+         .sessions = {0, 1, 0},
+         .duringSubmissions = true},
+        {.name = "partials-in-calls",
+         .shows = "the same of two requests with partials",
+         .shapes = Shapes(2, kPartials),
+         .sessions = {0, 1},
+         .duringSubmissions = true},
+    };
+}
+
+std::vector<Plan> NestingPlans() {
+    return {
+        {.name = "in-completions",
+         .shows = "four requests of one result each, also from within completions of others",
+         .shapes = Shapes(4, kTogether),
+         .sessions = {0, 1, 0, 1},
+         .within = kCompletion},
+        {.name = "in-callbacks",
+         .shows = "three requests of one result each, also from within any callback for others",
+         .shapes = Shapes(3, kTogether),
+         .sessions = {0, 0, 1},
+         .within = kAny},
+        {.name = "odd-in-callbacks",
+         .shows = "the same with a second block, an error and a buffer before its metadata",
+         .shapes = {Shape::SecondBlock, Shape::ErrorBuffer, kBuffers},
+         .sessions = {0, 0, 0},
+         .within = kAny},
+        {.name = "partials-in-callbacks",
+         .shows = "two requests with partials, also from within any callback for the other",
+         .shapes = Shapes(2, kPartials),
+         .sessions = {0, 0},
+         .within = kAny},
+        {.name = "chained",
+         .shows = "two requests of two results each, submitted from within callbacks, too",
+         .shapes = {kMetadata, kBuffers},
+         .sessions = {0, 1},
+         .duringSubmissions = true,
+         .within = kAny,
+         .submitsWithin = true},
+        {.name = "chained-completions",
+         .shows = "three requests of one result each, submitted from within completions, too",
+         .shapes = Shapes(3, kTogether),
+         .sessions = {0, 0, 1},
+         .duringSubmissions = true,
+         .within = kCompletion,
+         .submitsWithin = true},
+    };
+}
+
 } // namespace
 
 std::vector<Told> ToldOf(Shape shape, size_t result) {
@@ -50,73 +126,12 @@ Freedom FreedomOf(const Plan& plan) {
 }
 
 std::span<const Plan> NamedPlans() {
-    static const std::vector<Plan> plans{
-        {.name = "three",
-         .shows = "three requests of two results each to one session",
-         .shapes = Shapes(3, kMetadata),
-         .sessions = {0, 0, 0}},
-        {.name = "sessions",
-         .shows = "three sessions, of which each one's results come in another shape",
-         .shapes = {kMetadata, kBuffers, kPartials},
-         .sessions = {0, 1, 2}},
-        {.name = "partials",
-         .shows = "three requests of three results each, with partials, to two sessions",
-         .shapes = Shapes(3, kPartials),
-         .sessions = {0, 1, 0}},
-        {.name = "four",
-         .shows = "four requests of two results each, to two sessions",
-         .shapes = {kBuffers, kMetadata, kBuffers, kMetadata},
-         .sessions = {0, 0, 1, 1}},
-        {.name = "one-in-call",
-         .shows = "one request, whose results also come before its submission returned",
-         .shapes = {kMetadata},
-         .sessions = {0},
-         .duringSubmissions = true},
-        {.name = "three-in-calls",
-         .shows = "three requests, whose results come before any submission returned, and after",
-         .shapes = Shapes(3, kMetadata),
-         .sessions = {0, 1, 0},
-         .duringSubmissions = true},
-        {.name = "partials-in-calls",
-         .shows = "the same of two requests with partials",
-         .shapes = Shapes(2, kPartials),
-         .sessions = {0, 1},
-         .duringSubmissions = true},
-        {.name = "in-completions",
-         .shows = "four requests of one result each, also from within completions of others",
-         .shapes = Shapes(4, kTogether),
-         .sessions = {0, 1, 0, 1},
-         .within = kCompletion},
-        {.name = "in-callbacks",
-         .shows = "three requests of one result each, also from within any callback for others",
-         .shapes = Shapes(3, kTogether),
-         .sessions = {0, 0, 1},
-         .within = kAny},
-        {.name = "odd-in-callbacks",
-         .shows = "the same with a second block, an error and a buffer before its metadata",
-         .shapes = {Shape::SecondBlock, Shape::ErrorBuffer, kBuffers},
-         .sessions = {0, 0, 0},
-         .within = kAny},
-        {.name = "partials-in-callbacks",
-         .shows = "two requests with partials, also from within any callback for the other",
-         .shapes = Shapes(2, kPartials),
-         .sessions = {0, 0},
-         .within = kAny},
-        {.name = "chained",
-         .shows = "two requests of two results each, submitted from within callbacks, too",
-         .shapes = {kMetadata, kBuffers},
-         .sessions = {0, 1},
-         .duringSubmissions = true,
-         .within = kAny,
-         .submitsWithin = true},
-        {.name = "chained-completions",
-         .shows = "three requests of one result each, submitted from within completions, too",
-         .shapes = Shapes(3, kTogether),
-         .sessions = {0, 0, 1},
-         .duringSubmissions = true,
-         .within = kCompletion,
-         .submitsWithin = true},
-    };
+    static const std::vector<Plan> plans = [] {
+        std::vector<Plan> all = PlainPlans();
+        const std::vector<Plan> nesting = NestingPlans();
+        all.insert(all.end(), nesting.begin(), nesting.end());
+        return all;
+    }();
     return plans;
 }
 

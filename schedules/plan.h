@@ -46,6 +46,7 @@ Freedom FreedomOf(const Plan& plan);
 std::span<const Plan> NamedPlans();
 
 /// How callbacks are called in options.
+// NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end
 inline const std::map<std::string, Within> kWithinNames{
     {"result", kResult}, {"release", kRelease}, {"completion", kCompletion}, {"any", kAny}};
 

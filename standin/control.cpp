@@ -139,7 +139,8 @@ Job Control::State::TakeWaiting(size_t executionIndex) {
         throw std::logic_error("Deliver: no execution " + std::to_string(executionIndex) +
                                " waits");
     }
-    return std::move(taken.mapped());
+    Job job = std::move(taken.mapped());
+    return job;
 }
 
 Control::Control() : mState(std::make_unique<State>()) { mState->deviceRoot = OwnDeviceRoot(); }

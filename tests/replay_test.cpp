@@ -273,7 +273,8 @@ TEST(Replay, KeepsTheRecordingsPauseUnlessItIsToBeFast) {
         const Recording played = Recording::Read(own);
         const std::chrono::nanoseconds took(played.Events().back().Time() -
                                             played.Events().front().Time());
-        EXPECT_EQ(took >= kPause, isPaced) << took.count() << " ns";
+        // The first event may be late, and the one after the pause is not.
+        EXPECT_EQ(took >= kPause * 9 / 10, isPaced) << took.count() << " ns";
     }
 }
 

@@ -106,6 +106,9 @@ TEST_P(SoftLack, IsLoggedOnceOrNotAtAllAndTheRestIsBound) {
     EXPECT_EQ(table.GetPerfCallback(nullptr) == nullptr, lack.what == "perf");
     EXPECT_EQ(table.EnumerateSensorModes(0, 0, nullptr), 0U);
     EXPECT_EQ(table.ExtensionProcessResultMeta(0, nullptr), 0U);
+    int settings = 0;
+    EXPECT_EQ(table.CreateSensorInitSettings(nullptr, settings, 9), 0);
+    EXPECT_EQ(settings, 9) << "the program's own library fills it";
     Camera camera{device};
     EXPECT_EQ(device->CountAlive().metadataOps, withOffline);
 }

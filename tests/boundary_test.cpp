@@ -50,9 +50,46 @@ TEST(Cameras, AreFiledUnderTheArgumentOfCreateAndFoundUnderTheTablesId) {
     PlatFormIntCallbacks tableOf5 = device.library.Table(5);
     EXPECT_NE(tableOf2.Create(&tableOf2, 5), nullptr);
     EXPECT_EQ(Args(Entry::OpenMetadataOps).at(2), 5U);
-    EXPECT_DEATH(tableOf2.Flush(&tableOf2), "") << "there is no camera 2";
     EXPECT_EQ(tableOf5.Destroy(&tableOf5), 0);
     EXPECT_EQ(device->CountAlive().metadataOps, 0U);
+}
+
+#define CALL(slot, ...)                                                                            \
+    {                                                                                              \
+#slot, [](T & t) { (void)t.slot(&t __VA_OPT__(, ) __VA_ARGS__); }                          \
+    }
+
+TEST(Cameras, ThatWereNeverMadeFaultInEveryCallbackThatNeedsOneWhateverTheArguments) {
+    using T = PlatFormIntCallbacks;
+    const struct {
+        const char* name;
+        void (*call)(T& table);
+    } cases[] = {
+        CALL(Destroy),
+        CALL(Flush),
+        CALL(TearDownResource),
+        CALL(CreateAndroidMetadata, nullptr, 0, nullptr),
+        CALL(CreateByAndroidMetadata, nullptr),
+        CALL(ReleaseAndroidMetadata, nullptr),
+        CALL(CreateWithUsage, nullptr, 0, 0),
+        CALL(Copy, nullptr, nullptr, 0),
+        CALL(MetadataDestroy, nullptr),
+        CALL(GetTag, nullptr, 0, nullptr, 0),
+        CALL(SetTag, nullptr, 0, nullptr, 0, 0),
+        CALL(DeleteTag, nullptr, 0),
+        CALL(GetImageBuffer, nullptr),
+        CALL(ReleaseImageBuffer, nullptr),
+        CALL(GetCPUAddress, nullptr),
+        CALL(SubmitRequestFromRT, nullptr, nullptr, nullptr, nullptr),
+        CALL(TranslateToBuffer, nullptr, nullptr),
+        CALL(TranslateFromBuffer, nullptr, nullptr),
+    };
+    Device device;
+    Camera other{device, 1};
+    T table = device.library.Table(2);
+    for (const auto& wanted : cases) {
+        EXPECT_DEATH(wanted.call(table), "") << wanted.name;
+    }
 }
 
 TEST(Cameras, LiveApartUpToIdFifteenAndCanBeMadeAgain) {

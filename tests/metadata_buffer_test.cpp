@@ -53,16 +53,19 @@ TEST(Forwarding, PassesArgumentsOnAndTheResultBack) {
     device->SetFeed(false); // Nothing lies behind these words.
     Camera camera{device};
     for (const Forward& forward : kForwards) {
-        device->Fail(forward.entry, kWide + 7); // the entry returns this and does nothing
-        EXPECT_EQ(forward.call(camera), kWide + 7) << forward.name;
+        for (const uint64_t result : {uint64_t{kWide} + 7, uint64_t{0}}) {
+            device->Fail(forward.entry, result); // the entry returns this and does nothing
+            EXPECT_EQ(forward.call(camera), result) << forward.name;
+        }
     }
     EXPECT_EQ(CountLogged("E"), 0U);
     camera.Destroy();
     for (const Forward& forward : kForwards) {
         Words wanted = forward.received;
         std::replace(wanted.begin(), wanted.end(), kMeta, Args(MetadataOpsClose)[0]);
-        EXPECT_EQ(Args(forward.entry), wanted) << forward.name;
-        EXPECT_EQ(device->CallCount(forward.entry), 1U) << forward.name;
+        EXPECT_EQ(Args(forward.entry, 0), wanted) << forward.name;
+        EXPECT_EQ(Args(forward.entry, 1), wanted) << forward.name;
+        EXPECT_EQ(device->CallCount(forward.entry), 2U) << forward.name;
     }
 }
 
@@ -222,6 +225,15 @@ TEST_F(Managers, ThatCouldNotBeMadeAreKeptAsNullUntilTearDown) {
     EXPECT_EQ(Args(GetImageBuffer, 1), Words{0});
     camera->TearDownResource(camera.Table());
     EXPECT_EQ(Args(BufferManagerDestroy), Words{0});
+}
+
+TEST_F(Managers, AreMadeAlsoWhereNothingCanBeTakenFromThem) {
+    device->SetMissing(GetImageBuffer);
+    EXPECT_EQ(Take(first), nullptr);
+    EXPECT_EQ(Take(first), nullptr);
+    EXPECT_EQ(device->CallCount(BufferManagerCreate), 1U);
+    EXPECT_EQ(device->CountAlive().bufferManagers, 1U);
+    EXPECT_EQ(Log("GetImageBuffer"), "") << "as if the vendor had none left";
 }
 
 TEST_F(Managers, AreNotKeptWhereTheCreateEntryIsMissing) {

@@ -169,6 +169,15 @@ TEST(Result, WithoutItsRequestOrItsMainBlockOnlyLogs) {
                 "I ProcessCaptureResultCb: Returning from capture result",
                 MadeUp(Address(&withoutMain)))));
     EXPECT_EQ(LogLines().size(), 4U);
+    const auto receive = scene.Session().pCallbacks->ProcessCaptureResultCb;
+    ChiOfflineSessionCallbacks withoutSession = {};
+    ChiOfflineCaptureResultInfo whole = {1, &block, nullptr, &scene.Pending()};
+    receive(nullptr, 1, &whole);
+    receive(&withoutSession, 1, &whole);
+    EXPECT_EQ(LastLog("ProcessCaptureResultCb"),
+              Printed("E Invalid result, pCallbacks:%p pResult:%p pPrivateData:%p",
+                      MadeUp(Address(&withoutSession)), MadeUp(Address(&whole)),
+                      MadeUp(Address(&scene.Pending()))));
     scene.Finish();
 }
 

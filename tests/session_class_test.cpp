@@ -106,6 +106,49 @@ TEST(Identity, IsOrderedByStreamThenUnsignedCameraThenFeature) {
     }
 }
 
+/// An identity whose name is two words, and what its hash is before it is turned around.
+struct TwoWords {
+    camera3_stream* stream;
+    uint32_t cameraId;
+    uint64_t head, tail;
+
+    OfflineSessionIdentitys Identity() const {
+        const uint64_t words[] = {head, tail};
+        return {stream, cameraId, {reinterpret_cast<const char*>(words), sizeof words}};
+    }
+    uint64_t Sum() const { return __builtin_bswap64(IdentityKey(Identity()).Hash()); }
+};
+
+TEST(Identity, WithTheHashOfAnotherHasASessionOfItsOwn) {
+    AdapteeScene scene;
+    const TwoWords first{&scene.output, 3, 0x1234, 0x5678};
+    camera3_stream otherStream = scene.output;
+    SessionManagers registry(scene.adaptee);
+    const auto find = [&](const TwoWords& words) {
+        SessionInfo* info = nullptr;
+        return registry.GetSessHandle(3, words.Identity(), {&scene.input}, 0, info);
+    };
+    const uint64_t handle = find(first);
+    // The sum is linear: what the tail is multiplied with is odd, and can be divided by.
+    const uint64_t factor = TwoWords{nullptr, 0, 0, 1}.Sum();
+    uint64_t inverse = factor;
+    for (int i = 0; i < 6; ++i) {
+        inverse *= 2 - factor * inverse;
+    }
+    for (TwoWords other :
+         {TwoWords{&otherStream, 3, 0x1234, 0}, TwoWords{&scene.output, 4, 0x1234, 0},
+          TwoWords{&scene.output, 3, 0x1235, 0}}) {
+        other.tail = (first.Sum() - other.Sum()) * inverse;
+        ASSERT_EQ(IdentityKey(other.Identity()).Hash(), IdentityKey(first.Identity()).Hash());
+        const uint64_t own = find(other);
+        EXPECT_NE(own, handle);
+        EXPECT_EQ(find(other), own);
+        EXPECT_EQ(find(first), handle);
+    }
+    EXPECT_EQ(scene.device->CallCount(Entry::OpenSession), 4U);
+    registry.Flush();
+}
+
 TEST(SessionChain, OpensForTheCameraAndStreamThatItIsGiven) {
     for (const uint32_t cameraId : {0U, 4294967295U}) {
         AdapteeScene scene;
@@ -185,6 +228,18 @@ TEST(HandleZero, NeedsTheVendorsEntriesButNotTheVendor) {
     QcomAdaptee* bare = QcomAdaptee::Create(nullptr, 3);
     EXPECT_EQ(bare->ConfigStreams(0), 1U);
     bare->Destroy();
+}
+
+TEST(UnknownHandle, FailsInEveryStepAndReachesNoVendor) {
+    AdapteeScene scene;
+    ChiOfflineSessionConfigInfo config = {};
+    EXPECT_EQ(scene.Prepare(77), 1U);
+    EXPECT_EQ(scene.adaptee->DoPrepareOfflineConfig(0, nullptr, &scene.output, &config, 77,
+                                                    scene.parameters),
+              1U);
+    EXPECT_EQ(scene.adaptee->ConfigStreams(77), 1U);
+    ExpectWords(config, {});
+    EXPECT_TRUE(scene.device->Calls().empty());
 }
 
 TEST(Configuration, KeepsItsSettingsUntilItSucceedsAndDestroysThemOnce) {
@@ -282,6 +337,52 @@ TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     EXPECT_EQ(calls, "complete (nil) 1");
     EXPECT_EQ(LogLines("ProcessCaptureResultCb").at(1),
               "I Free up OC->OC metadata and buffers - pending");
+}
+
+/// What vendor code could only bring where its interface went away under a session.
+TEST(WithoutTheVendor, ResultsAndBuffersComeUntranslatedAndNothingIsClosed) {
+    Device device;
+    QcomAdaptee* bare = QcomAdaptee::Create(nullptr, 3);
+    static std::string calls;
+    OffCamApplicationCallbacks callbacks = {
+        [](auto*) { calls += "release "; },
+        [](auto*, auto status) { calls += "complete " + std::to_string(status); },
+        [](auto*, auto* result) {
+            calls += Printed("result %p, %u buffers of %p ", result->result,
+                             result->num_output_buffers, result->output_buffers->stream);
+        }};
+    camera3_callback_ops framework = {};
+    framework.request_stream_buffers = [](const auto*, uint32_t count, const auto*,
+                                          uint32_t* returned, auto* answers) {
+        *returned = count;
+        answers[0].num_output_buffers = 1;
+        return 0;
+    };
+    OfflineDataWraper wrapper = {.pCamera3CbOps = &framework, .mpOffCamAppCbs = &callbacks};
+    bare->InitParam(&wrapper);
+    SessionInfo session;
+    session.pAdaptee = bare;
+    session.totalResult = 1;
+    ChiOfflineSessionCallbacks sessionCallbacks = {.pPrivateCallbackData = &session};
+
+    ChiStreamBuffer buffer = {};
+    const ChiOfflineQueryBuffer query = {.numBuffers = 1};
+    ChiOfflineQueryStreamBuffer returned = {.pBuffers = &buffer};
+    EXPECT_EQ(QcomAdaptee::GetFrameworkBuffers(&sessionCallbacks, 1, &query, nullptr, &returned),
+              0U);
+    EXPECT_EQ(returned.numBuffers, 1U);
+    ExpectWords(buffer, {});
+
+    RequestPrivData privData = {};
+    auto* request = new OfflineRequest{
+        .pOutputMetadata = MadeUp(7), .pRtPrivData = &privData, .pAdaptee = bare};
+    ChiOfflineResultBlock block = {1, &buffer, 0, MadeUp(7)};
+    ChiOfflineCaptureResultInfo info = {1, &block, nullptr, request};
+    QcomAdaptee::ProcessCaptureResultCb(&sessionCallbacks, 1, &info);
+    EXPECT_EQ(calls, "result (nil), 1 buffers of (nil) release complete 0");
+    EXPECT_EQ(bare->CloseOfflineSessions(77), 1U);
+    EXPECT_TRUE(device->Calls(Entry::TranslateToChiBuffer).empty());
+    bare->Destroy();
 }
 
 TEST(CaptureResult, NeedsItsResultMainBlockAndPrivateData) {

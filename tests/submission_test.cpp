@@ -241,13 +241,39 @@ TEST(Submission, GoesOnWithoutWhatItCanLack) {
     }
 }
 
-TEST(Submission, WithoutResultCallbackLeavesTheAndroidMetadataToTheVendor) {
+TEST(Submission, WithNeitherOutputNorSessionIsRefusedAndLogsBoth) {
     Scene scene;
-    scene.device.ExpectLeftovers();
-    scene.request.callbacksArgument = nullptr;
-    EXPECT_EQ(scene.Outcome(), "0");
-    EXPECT_EQ(scene.device->CountAlive().androidMetadata, 1U);
-    EXPECT_EQ(scene.device->CountAlive().metadata, 1U) << "the host's";
+    scene.request.outputArgument = nullptr;
+    scene.device->Fail(Entry::OpenSession, 0);
+    EXPECT_EQ(scene.Outcome(), "4");
+    const Texts lines = LogLines("SubmitRequestFromRT");
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_EQ(lines[lines.size() - 2], "E pOfflineOutputBuffer is NULL");
+    EXPECT_EQ(lines.back(), "E Invalid session handle or NULL session info in mSessInfoMap");
+}
+
+TEST(Submission, WithoutTheEntryThatExecutesFailsOnceThereIsASession) {
+    Scene scene;
+    scene.device.ExpectLeftovers(); // Of the request, its metadata.
+    scene.device->SetMissing(Entry::ExecuteRequest);
+    scene.device->Fail(Entry::OpenSession, 0, 1, 1);
+    EXPECT_EQ(scene.Outcome(), "4");
+    scene.camera.Flush();
+    EXPECT_EQ(scene.Outcome(), "1");
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"), "E mpChiOfflineIntfOps->pExecuteRequest is NULL");
+    EXPECT_EQ(scene.device->CountAlive().metadata, 2U) << "the host's, and the output's";
+}
+
+TEST(Submission, WithoutResultCallbackLeavesTheAndroidMetadataToTheVendor) {
+    for (const bool hasTable : {false, true}) {
+        Scene scene;
+        scene.device.ExpectLeftovers();
+        scene.request.callbacks.captureResult = nullptr;
+        scene.request.callbacksArgument = hasTable ? &scene.request.callbacks : nullptr;
+        EXPECT_EQ(scene.Outcome(), hasTable ? "0 R C0" : "0");
+        EXPECT_EQ(scene.device->CountAlive().androidMetadata, 1U);
+        EXPECT_EQ(scene.device->CountAlive().metadata, 1U) << "the host's";
+    }
 }
 
 TEST(Submission, ToASessionThatCouldNotBePreparedFeedsNothing) {

@@ -242,7 +242,8 @@ def main():
     listed = read_list(Path(options.lists, "outcomes.txt"))
     counts, unknown = {}, []
     for group in groups:
-        counts[group], more = sort_outcomes(read_outcomes(Path(options.runs, group, "outcomes")), listed)
+        recorded = read_outcomes(Path(options.runs, group, "outcomes"))
+        counts[group], more = sort_outcomes(recorded, listed)
         unknown += [f"not documented: {outcome}, by {group}" for outcome in sorted(more)]
     table(["outcome", *groups], [[outcome, *(counts[group][outcome] for group in groups)]
                                  for outcome in listed])

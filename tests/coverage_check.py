@@ -37,6 +37,15 @@ def check_outcomes(folder):
         expect(coverage.sort_outcomes({made_up: 1}, listed), ({}, [made_up]), "not documented")
 
 
+def check_faults(folder):
+    """What a process counted in which a call faulted is left out."""
+    (folder / "outcomes").mkdir()
+    for pid, text in ("3", "Flush: returns"), ("30", "Flush: does not return, no camera"):
+        (folder / "outcomes" / f"{pid}.abc").write_bytes(recording((text, 1)))
+        (folder / f"77_0-{pid}.profraw").touch()
+    expect([file.name for file in coverage.profiles_of(folder)], ["77_0-3.profraw"], "profiles")
+
+
 def check_comparison():
     """Between what is not reached and what is excused."""
     def problems(tests, together, excused):
@@ -91,7 +100,7 @@ def check_lists():
 
 
 def main():
-    for check in check_outcomes, check_reading:
+    for check in check_outcomes, check_faults, check_reading:
         with tempfile.TemporaryDirectory() as folder:
             check(Path(folder))
     check_comparison()

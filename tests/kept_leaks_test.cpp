@@ -44,6 +44,18 @@ TEST(KeptLeaks, ARequestThatIsNotExecutedIsNotCounted) {
     scene.Finish();
 }
 
+TEST(KeptLeaks, ARequestThatNoEntryExecutesIsRefusedOnceThereIsASession) {
+    Scene scene;
+    scene.device.ExpectLeftovers(); // Of the request, its metadata.
+    scene.device->SetMissing(Entry::ExecuteRequest);
+    scene.device->Fail(Entry::OpenSession, 0, 1, 1);
+    EXPECT_EQ(scene.Outcome(), "4");
+    scene.camera.Flush();
+    EXPECT_EQ(scene.Outcome(), "1");
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"), "E mpChiOfflineIntfOps->pExecuteRequest is NULL");
+    EXPECT_EQ(scene.device->CountAlive().metadata, 2U) << "the host's, and the output's";
+}
+
 TEST(KeptLeaks, RequestsInFlightAtACloseAreNeitherFreedNorReported) {
     Submitted scene;
     scene.device.ExpectLeftovers();

@@ -252,18 +252,6 @@ TEST(Submission, WithNeitherOutputNorSessionIsRefusedAndLogsBoth) {
     EXPECT_EQ(lines.back(), "E Invalid session handle or NULL session info in mSessInfoMap");
 }
 
-TEST(Submission, WithoutTheEntryThatExecutesFailsOnceThereIsASession) {
-    Scene scene;
-    scene.device.ExpectLeftovers(); // Of the request, its metadata.
-    scene.device->SetMissing(Entry::ExecuteRequest);
-    scene.device->Fail(Entry::OpenSession, 0, 1, 1);
-    EXPECT_EQ(scene.Outcome(), "4");
-    scene.camera.Flush();
-    EXPECT_EQ(scene.Outcome(), "1");
-    EXPECT_EQ(LastLog("SubmitRequestFromRT"), "E mpChiOfflineIntfOps->pExecuteRequest is NULL");
-    EXPECT_EQ(scene.device->CountAlive().metadata, 2U) << "the host's, and the output's";
-}
-
 TEST(Submission, WithoutResultCallbackLeavesTheAndroidMetadataToTheVendor) {
     for (const bool hasTable : {false, true}) {
         Scene scene;

@@ -20,6 +20,13 @@ def run(*command):
     return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
+def read_cells(file):
+    """What outcomes.cpp counted in one process: pairs of an outcome and a number."""
+    for text, count in CELL.iter_unpack(file.read_bytes()):
+        if text[0] and count:
+            yield text.split(b"\0")[0].decode(), count
+
+
 # --- What clang counted ---------------------------------------------------------------------------
 
 
@@ -30,14 +37,23 @@ def from_here(file):
     return inside and inside[2]
 
 
+def profiles_of(folder):
+    """Of all processes but those in which a call faulted for want of a camera: clang takes what
+    was not counted any more for the other way of the condition before it."""
+    fault = ": does not return, no camera"
+    faulted = {file.name.partition(".")[0] for file in Path(folder, "outcomes").glob("*")
+               if any(text.endswith(fault) for text, _ in read_cells(file))}
+    return [file for file in sorted(Path(folder).glob("*.profraw"))
+            if file.stem.rpartition("-")[2] not in faulted]
+
+
 class Run:
     """Lines and branches that a group of processes reached."""
 
     def __init__(self, folders, objects, scratch):
         self.profile = f"{scratch}.profdata"
         names = Path(f"{scratch}.txt")
-        names.write_text("".join(f"{file}\n" for folder in folders
-                                 for file in sorted(Path(folder).glob("*.profraw"))))
+        names.write_text("".join(f"{file}\n" for folder in folders for file in profiles_of(folder)))
         run("llvm-profdata-14", "merge", "-sparse", "-f", names, "-o", self.profile)
         shown = objects[0], *(f"-object={file}" for file in objects[1:])
         self.arguments = f"-instr-profile={self.profile}", *shown
@@ -129,10 +145,8 @@ def read_outcomes(folder):
     """Of all processes that wrote into the folder: how often each outcome was."""
     counts = Counter()
     for file in sorted(Path(folder).glob("*")):
-        for text, count in CELL.iter_unpack(file.read_bytes()):
-            text = text.split(b"\0")[0].decode()
-            if text and count:
-                counts[text] += count
+        for text, count in read_cells(file):
+            counts[text] += count
     return counts
 
 

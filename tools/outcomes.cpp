@@ -81,8 +81,8 @@ struct File {
 File* MakeFile() {
     const char* folder = std::getenv("OEMLAYER_OUTCOMES");
     char name[4096];
-    if (folder == nullptr ||
-        std::snprintf(name, sizeof name, "%s/XXXXXX", folder) >= static_cast<int>(sizeof name)) {
+    if (folder == nullptr || std::snprintf(name, sizeof name, "%s/%d.XXXXXX", folder, getpid()) >=
+                                 static_cast<int>(sizeof name)) {
         return nullptr;
     }
     const int file = mkstemp(name);

@@ -32,16 +32,19 @@ TEST(KeptLeaks, ARequestWithoutPrivateDataIsRefusedAfterTheLookUp) {
 }
 
 TEST(KeptLeaks, ARequestThatIsNotExecutedIsNotCounted) {
-    Scene scene(Delivery::ByHand);
-    scene.device.ExpectLeftovers();
-    scene.device->Fail(Entry::ExecuteRequest, static_cast<uint32_t>(-3), 1, 1);
-    EXPECT_EQ(scene.Submit(), 1U);
-    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
-              "E ExecuteRequest failed for offline frame:-1 result:-3 ");
-    scene.Submit();
-    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
-              "I Execute rtFrameNumber:7<->offlineFrame:1 success mTotalCounter 1");
-    scene.Finish();
+    for (const bool hasOutput : {true, false}) {
+        Scene scene(Delivery::ByHand);
+        scene.device.ExpectLeftovers();
+        scene.request.outputArgument = hasOutput ? &scene.request.output : nullptr;
+        scene.device->Fail(Entry::ExecuteRequest, static_cast<uint32_t>(-3), 1, 1);
+        EXPECT_EQ(scene.Submit(), 1U);
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  "E ExecuteRequest failed for offline frame:-1 result:-3 ");
+        scene.Submit();
+        EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+                  "I Execute rtFrameNumber:7<->offlineFrame:1 success mTotalCounter 1");
+        scene.Finish();
+    }
 }
 
 TEST(KeptLeaks, ARequestThatNoEntryExecutesIsRefusedOnceThereIsASession) {

@@ -135,7 +135,8 @@ def unreached(reached):
             text = source_text(file, first, start, last, end)
             what = f"{file} {reached.function_at(file, first)}, never {way}: {text}"
             found[what].append(first)
-    return found
+    return {what + f", {len(lines)} times" * (len(lines) > 1): lines
+            for what, lines in found.items()}
 
 
 # --- How calls ended ------------------------------------------------------------------------------

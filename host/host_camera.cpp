@@ -112,7 +112,8 @@ void* Camera::TakeFrame(Request& request, uint32_t input, uint32_t shot, uint32_
 }
 
 void Camera::Send(Request& request) {
-    if (mPlan.flushAfter > 0 && request.index == mPlan.flushAfter) {
+    // The request with this index may have been dropped.
+    if (mPlan.flushAfter > 0 && request.index >= mPlan.flushAfter && !mWasFlushed.exchange(true)) {
         // When no submission is under way, and the vendor has delivered all but what it shall hold.
         const std::unique_lock lock(mFlushMutex);
         const auto until = Clock::now() + mScenario.patience;

@@ -116,6 +116,7 @@ class Camera : public kit::HostCamera<Camera, Request> {
     std::atomic<uint32_t> mCompleted = 0;
     std::atomic<Request*> mLast = nullptr; ///< The one that was submitted last.
     std::mutex mBufferMutex;               ///< The library takes one thread at a time for buffers.
+    std::atomic<bool> mWasFlushed = false; ///< As the plan wants it.
     std::shared_mutex mFlushMutex;         ///< Shared by submissions, which a flush excludes.
 };
 

@@ -11,7 +11,6 @@
 #include <android/log.h>
 #include <csignal>
 #include <filesystem>
-#include <set>
 #include <unistd.h>
 
 namespace {
@@ -35,10 +34,7 @@ struct Options {
     std::string scene;
     std::string shape;
     std::vector<std::string> faults;
-    uint32_t width = 0; ///< Here and below 0 leaves what the scenario says.
-    uint32_t height = 0;
-    uint32_t frames = 0;
-    uint32_t requests = 0;
+    Sizes sizes;
 
     bool IsReported() const { return !report.empty() || !page.empty(); }
     std::string command; ///< That repeats the run.
@@ -117,11 +113,11 @@ void Declare(CLI::App& app, Options& options) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check([](const std::string& text) { return Fault{text}.Check(); });
     app.add_option("--shape", options.shape, "How results come back")->check(view::OneOf(kShapes));
-    app.add_option("--width", options.width, "Width of the pictures, a multiple of 4");
-    app.add_option("--height", options.height, "Height of the pictures, a multiple of 2");
-    app.add_option("--frames", options.frames, "Frames of a burst")
+    app.add_option("--width", options.sizes.width, "Width of the pictures, a multiple of 4");
+    app.add_option("--height", options.sizes.height, "Height of the pictures, a multiple of 2");
+    app.add_option("--frames", options.sizes.frames, "Frames of a burst")
         ->check(CLI::Range(1U, OemLayer::kMaxInputSets));
-    app.add_option("--requests", options.requests, "Requests of each camera")
+    app.add_option("--requests", options.sizes.requests, "Requests of each camera")
         ->check(CLI::Range(1U, 1'000'000U));
     app.add_option("--library", options.library, "The adapter library to load")
         ->check(CLI::ExistingFile);
@@ -129,11 +125,6 @@ void Declare(CLI::App& app, Options& options) {
 }
 
 // --- From the arguments to the run --------------------------------------------------------------
-
-std::set<std::filesystem::path> ScenarioFiles() {
-    using std::filesystem::directory_iterator;
-    return {directory_iterator(kit::Beside("scenarios")), directory_iterator()};
-}
 
 int ListScenarios() {
     for (const std::filesystem::path& file : ScenarioFiles()) {
@@ -145,17 +136,7 @@ int ListScenarios() {
 
 /// The file's scenario, with what the options want otherwise.
 Scenario ReadScenario(const Options& options) {
-    const bool isFile = options.scenario.ends_with(".json");
-    const std::string file =
-        isFile ? options.scenario : kit::Beside("scenarios/" + options.scenario + ".json");
-    if (!isFile && !std::filesystem::exists(file)) {
-        const std::string meant = kit::DidYouMean(options.scenario, ScenarioFiles(),
-                                                  [](const auto& known) { return known.stem(); });
-        throw InputError("there is no scenario '" + options.scenario + "'" +
-                         (meant.empty() ? ";" : meant) +
-                         " --list lists what there is, and a file's name ends in .json");
-    }
-    Scenario scenario = Scenario::Read(file);
+    Scenario scenario = Scenario::Read(FileOfScenario(options.scenario));
     for (const std::string& fault : options.faults) {
         scenario.faults.push_back({fault});
     }
@@ -166,15 +147,7 @@ Scenario ReadScenario(const Options& options) {
         scenario.scene = options.scene;
         scenario.scenePlace.clear();
     }
-    for (CameraPlan& plan : scenario.cameras) {
-        plan.width = options.width == 0 ? plan.width : options.width;
-        plan.height = options.height == 0 ? plan.height : options.height;
-        plan.frames = options.frames == 0 ? plan.frames : options.frames;
-        plan.requests = options.requests == 0 ? plan.requests : options.requests;
-    }
-    if (options.requests > 0) {
-        scenario.expect.sessions.reset(); // It depends on how many there are.
-    }
+    scenario.Resize(options.sizes);
     scenario.Check([](size_t, const std::string& problem) { throw InputError(problem); });
     return scenario;
 }

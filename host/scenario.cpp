@@ -2,6 +2,7 @@
 #include "host/scenario.h"
 
 #include "adapterlayer/oemlayer_host.h"
+#include "kit/library.h"
 #include "standin/located_json.h"
 
 #include <algorithm>
@@ -108,6 +109,8 @@ std::string Fault::Check() const {
                : ProblemOfPath("variant", root + "/variants/", words[2]);
 }
 
+std::string Fault::Place() const { return Words(text)[1]; }
+
 bool Fault::WasReached(const Control& device) const {
     const std::vector<std::string> words = Words(text);
     return words[0] != "fail" || device.CallCount(*FindEntry(words[1])) >= CountAt(words, 2, 1);
@@ -183,7 +186,7 @@ void ReadVendor(const Located& json, Scenario& scenario) {
         if (const std::string problem = fault.Check(); !problem.empty()) {
             item.Fail(problem);
         }
-        if (!targets.insert(Words(fault.text)[1]).second) {
+        if (!targets.insert(fault.Place()).second) {
             item.Fail("is the second fault at the same place");
         }
         return fault;
@@ -311,6 +314,36 @@ Scenario Scenario::Read(const std::string& file) {
     }
     ReadCameras(json, scenario);
     return scenario;
+}
+
+void Scenario::Resize(const Sizes& sizes) {
+    for (CameraPlan& plan : cameras) {
+        plan.width = sizes.width == 0 ? plan.width : sizes.width;
+        plan.height = sizes.height == 0 ? plan.height : sizes.height;
+        plan.frames = sizes.frames == 0 ? plan.frames : sizes.frames;
+        plan.requests = sizes.requests == 0 ? plan.requests : sizes.requests;
+    }
+    if (sizes.requests > 0) {
+        expect.sessions.reset(); // It depends on how many there are.
+    }
+}
+
+std::set<std::filesystem::path> ScenarioFiles() {
+    using std::filesystem::directory_iterator;
+    return {directory_iterator(kit::Beside("../host/scenarios")), directory_iterator()};
+}
+
+std::string FileOfScenario(const std::string& scenario) {
+    const bool isFile = scenario.ends_with(".json");
+    const std::string file =
+        isFile ? scenario : kit::Beside("../host/scenarios/" + scenario + ".json");
+    if (!isFile && !std::filesystem::exists(file)) {
+        const std::string meant =
+            DidYouMean(scenario, ScenarioFiles(), [](const auto& known) { return known.stem(); });
+        throw InputError("there is no scenario '" + scenario + "'" + (meant.empty() ? ";" : meant) +
+                         " --list lists what there is, and a file's name ends in .json");
+    }
+    return file;
 }
 
 std::string NameOfFormat(int32_t format) {

@@ -5,9 +5,11 @@
 
 #include <system/graphics-base.h>
 
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,9 @@ struct Fault {
 
     /// Whether the device was called so often that it failed. True for the other forms.
     bool WasReached(const standin::Control& device) const;
+
+    /// The entry or the path, of which a scenario has one fault at most. For a text that is right.
+    std::string Place() const;
 };
 /// A camera of a run.
 struct CameraPlan {
@@ -64,6 +69,14 @@ struct Expectation {
     std::vector<std::string> violations; ///< Numbers of the rules that are broken.
 };
 
+/// What every camera of a scenario is to have otherwise; 0 leaves what the scenario says.
+struct Sizes {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t frames = 0;
+    uint32_t requests = 0;
+};
+
 struct Scenario {
     std::string name;
     std::string shows; ///< In a line.
@@ -83,9 +96,19 @@ struct Scenario {
     /// Reads a file. Throws InputError, which names file, line, and what was expected.
     static Scenario Read(const std::string& file);
 
+    /// Has its cameras do more or less. Whether they can is to be checked.
+    void Resize(const Sizes& sizes);
+
     /// Calls for each camera, by its index, whose plan cannot be run, with what is wrong.
     void Check(const std::function<void(size_t, const std::string&)>& refuse) const;
 };
+
+/// The files of the scenarios that people know by their names.
+std::set<std::filesystem::path> ScenarioFiles();
+
+/// The file of a scenario that is named, or that is a file's name already.
+/// \throws InputError where there is none.
+std::string FileOfScenario(const std::string& scenario);
 
 /// By their names for people.
 // NOLINTNEXTLINE(cert-err58-cpp): without memory the program may end

@@ -1,6 +1,8 @@
 /// Forks, passes signals on, and waits.
 #include "kit/child.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -14,15 +16,19 @@
 namespace kit {
 namespace {
 
-std::atomic<pid_t> g_child = 0;
+std::array<std::atomic<pid_t>, kMostChildren> g_children; ///< 0 for none.
 std::atomic<bool> g_wasInterrupted = false;
 
 void PassOn(int signal) {
     g_wasInterrupted = true;
-    kill(g_child, signal);
+    for (const std::atomic<pid_t>& child : g_children) {
+        if (child != 0) {
+            kill(child, signal);
+        }
+    }
 }
 
-/// Holds SIGINT and SIGTERM back until there is a child to pass them on to; as before afterwards.
+/// Holds SIGINT and SIGTERM back until there are children to pass them on to; as before afterwards.
 class Interrupts {
   public:
     explicit Interrupts(bool areTaken) : mAreTaken(areTaken) {
@@ -34,6 +40,7 @@ class Interrupts {
     }
     ~Interrupts() {
         if (mIsPassedOn) {
+            std::fill(g_children.begin(), g_children.end(), 0);
             (void)std::signal(SIGINT, mOnInterrupt);
             (void)std::signal(SIGTERM, mOnTermination);
         }
@@ -50,9 +57,9 @@ class Interrupts {
             sigprocmask(SIG_SETMASK, &mBefore, nullptr);
         }
     }
-    void PassOnTo(pid_t child) {
+    void PassOnTo(const std::vector<pid_t>& children) {
         if (mAreTaken) {
-            g_child = child;
+            std::copy(children.begin(), children.end(), g_children.begin());
             g_wasInterrupted = false;
             mIsPassedOn = true;
             mOnInterrupt = std::signal(SIGINT, PassOn);
@@ -74,6 +81,29 @@ class Interrupts {
     throw std::system_error(errno, std::generic_category(), "a process of its own");
 }
 
+/// Waits for the end of a child.
+ChildEnd Await(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) != child) {
+        if (errno != EINTR) {
+            Fail();
+        }
+    }
+    return {.process = child,
+            .signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+            .status = WIFEXITED(status) ? WEXITSTATUS(status) : 0};
+}
+
+/// In a child: does its work, and ends.
+[[noreturn]] void Do(const std::function<int()>& work, const ChildSettings& settings) {
+    alarm(static_cast<unsigned>(settings.limit.count()));
+    try {
+        exit(work());
+    } catch (...) {
+        std::abort(); // Nothing of the caller's goes on here.
+    }
+}
+
 } // namespace
 
 std::string ChildEnd::Describe() const {
@@ -87,32 +117,35 @@ std::string ChildEnd::Describe() const {
 }
 
 ChildEnd RunInChild(const std::function<int()>& work, const ChildSettings& settings) {
-    (void)fflush(nullptr); // The child would write it once more.
+    return RunInChildren({work}, settings).front();
+}
+
+std::vector<ChildEnd> RunInChildren(const std::vector<std::function<int()>>& works,
+                                    const ChildSettings& settings) {
+    (void)fflush(nullptr); // The children would write it once more.
     Interrupts interrupts(settings.takesInterrupts);
-    const pid_t child = fork();
-    if (child < 0) {
-        Fail();
-    }
-    if (child == 0) {
-        interrupts.BeginChild();
-        alarm(static_cast<unsigned>(settings.limit.count()));
-        try {
-            exit(work());
-        } catch (...) {
-            std::abort(); // Nothing of the caller's goes on here.
-        }
-    }
-    interrupts.PassOnTo(child);
-    int status = 0;
-    while (waitpid(child, &status, 0) != child) {
-        if (errno != EINTR) {
+    std::vector<pid_t> children;
+    for (const std::function<int()>& work : works) {
+        const pid_t child = fork();
+        if (child < 0) {
+            std::for_each(children.begin(), children.end(),
+                          [](pid_t each) { kill(each, SIGKILL); });
             Fail();
         }
+        if (child == 0) {
+            interrupts.BeginChild();
+            Do(work, settings);
+        }
+        children.push_back(child);
     }
-    return {.process = child,
-            .signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0,
-            .status = WIFEXITED(status) ? WEXITSTATUS(status) : 0,
-            .wasInterrupted = settings.takesInterrupts && g_wasInterrupted};
+    interrupts.PassOnTo(children);
+    std::vector<ChildEnd> ends;
+    for (size_t i = 0; i < children.size(); ++i) {
+        ends.push_back(Await(children[i]));
+        g_children.at(i) = 0; // Its number may be another process' by now.
+        ends.back().wasInterrupted = settings.takesInterrupts && g_wasInterrupted;
+    }
+    return ends;
 }
 
 } // namespace kit

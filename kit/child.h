@@ -5,6 +5,7 @@
 #include <csignal>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kit {
 
@@ -34,5 +35,12 @@ struct ChildSettings {
 /// throws ends the child like an abort.
 /// \throws std::system_error where there can be no process.
 ChildEnd RunInChild(const std::function<int()>& work, const ChildSettings& settings = {});
+
+inline constexpr size_t kMostChildren = 64;
+
+/// The same for several works at once, kMostChildren at most, each in a process of its own: what
+/// is passed on goes to all. \returns the ends in the order of the works.
+std::vector<ChildEnd> RunInChildren(const std::vector<std::function<int()>>& works,
+                                    const ChildSettings& settings = {});
 
 } // namespace kit

@@ -42,6 +42,17 @@ std::string Escaped(std::string_view json) {
 
 } // namespace
 
+std::string FillPage(std::string_view page,
+                     const std::vector<std::pair<std::string, std::string>>& marks) {
+    std::string filled;
+    for (const auto& [mark, json] : marks) {
+        const size_t place = page.find(mark);
+        filled.append(page.substr(0, place)).append(Escaped(json));
+        page.remove_prefix(place + mark.size());
+    }
+    return filled.append(page);
+}
+
 std::string MakePage(const std::string& reportJson, const std::string& traceJson,
                      const std::vector<Picture>& pictures) {
     auto images = nlohmann::ordered_json::array();
@@ -50,16 +61,9 @@ std::string MakePage(const std::string& reportJson, const std::string& traceJson
                           {"note", picture.note},
                           {"data", "data:image/png;base64," + Base64(picture.png)}});
     }
-    std::string page;
-    std::string_view rest = kPageTemplate;
-    for (const auto& [mark, json] :
-         {std::pair("{{report}}", reportJson), std::pair("{{trace}}", traceJson),
-          std::pair("{{pictures}}", images.dump())}) {
-        const size_t place = rest.find(mark);
-        page.append(rest.substr(0, place)).append(Escaped(json));
-        rest.remove_prefix(place + std::string_view(mark).size());
-    }
-    return page.append(rest);
+    return FillPage(
+        kPageTemplate,
+        {{"{{report}}", reportJson}, {"{{trace}}", traceJson}, {"{{pictures}}", images.dump()}});
 }
 
 // --- What there is room for ---------------------------------------------------------------------

@@ -6,6 +6,8 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace view {
@@ -15,6 +17,12 @@ struct Picture {
     std::string note;  ///< What else is to be known of it, or empty.
     std::string png;   ///< The bytes of a PNG file.
 };
+
+/// A page's template with JSON in the place of each mark, as in "{{report}}". Nothing in it becomes
+/// markup.
+/// \param marks in the order in which the template has them; it has all of them.
+std::string FillPage(std::string_view page,
+                     const std::vector<std::pair<std::string, std::string>>& marks);
 
 /// The page: HTML that has all in it and asks no network for anything.
 /// \param reportJson a report, as `--report` writes it

@@ -38,7 +38,7 @@ std::string ContentOf(const kit::UnnamedFile& file) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-// --- In the cell's process ------------------------------------------------------------------------
+// --- In the cell's process ----------------------------------------------------------------------
 
 const kit::UnnamedFile* g_counts; ///< Where calls are counted.
 
@@ -117,7 +117,7 @@ int Work(const Scenario& scenario, const std::string& library, const kit::Unname
     return 0;
 }
 
-// --- The judgement --------------------------------------------------------------------------------
+// --- The judgement ------------------------------------------------------------------------------
 
 /// Collects what is found; the worst class wins.
 class Finding {

@@ -134,13 +134,13 @@ std::string NameOf(const std::string& scenario, const std::vector<std::string>& 
 }
 
 std::string CommandOf(const Target& target, const std::vector<std::string>& faults,
-                      uint32_t seconds) {
+                      uint32_t seconds, const std::string& library) {
     std::string command = "./dev host " + view::ShellWord(target.name) + " " + target.options +
                           " --limit " + std::to_string(seconds);
     for (const std::string& fault : faults) {
         command += " --fault " + view::ShellWord(fault);
     }
-    return command;
+    return command + (library.empty() ? "" : " --library " + view::ShellWord(library));
 }
 
 Plan MakePlan(const std::vector<Target>& targets, const Choice& choice) {

@@ -33,8 +33,10 @@ struct Cell {
 /// As in "night-burst: fail OpenSession + missing CloseSession".
 std::string NameOf(const std::string& scenario, const std::vector<std::string>& faults);
 /// The command that repeats a cell, as a person types it.
+/// \param seconds until the run is given up.
+/// \param library the adapter, if somebody named it.
 std::string CommandOf(const Target& target, const std::vector<std::string>& faults,
-                      uint32_t seconds);
+                      uint32_t seconds, const std::string& library = "");
 
 enum class Pairs { None, First, All };
 

@@ -94,7 +94,7 @@ void Declare(CLI::App& app, Options& options) {
         ->check(CLI::ExistingFile);
 }
 
-// --- What came of it ------------------------------------------------------------------------------
+// --- What came of it ----------------------------------------------------------------------------
 
 using ByClass = std::array<size_t, static_cast<size_t>(Class::Count)>;
 
@@ -170,7 +170,7 @@ int MergeFiles(const Options& options, kit::OutputFile* page) {
     return Tell(results, page);
 }
 
-// --- The cells ------------------------------------------------------------------------------------
+// --- The cells ----------------------------------------------------------------------------------
 
 /// Reads I/N.
 void ReadShard(const std::string& text, Results& results) {
@@ -337,7 +337,7 @@ class Campaign {
                 return kInterrupted;
             }
             file.Add({target.name, faults, verdict->its, verdict->text,
-                      CommandOf(target, faults, mOptions.limit)});
+                      CommandOf(target, faults, mOptions.limit, mOptions.library)});
             ++shared.ended;
             if (isFirst) {
                 Show(shared.ended, shown);

@@ -211,7 +211,7 @@ Results Merge(const std::vector<std::string>& files) {
     return merged;
 }
 
-// --- A file that grows ----------------------------------------------------------------------------
+// --- A file that grows --------------------------------------------------------------------------
 
 ResultFile::ResultFile(const std::string& name, const Results& wanted, bool isAnew) : mName(name) {
     kit::MakeOwnFolder(name);

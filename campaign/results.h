@@ -53,7 +53,8 @@ class ResultFile {
     /// is kept; then `Ended` has it.
     /// \param wanted the campaign, of which nothing has ended.
     /// \param isAnew whatever the file holds is dropped.
-    /// \throws standin::InputError where it cannot be written, is in use, or is of another campaign.
+    /// \throws standin::InputError where it cannot be written, is in use, or is of another
+    /// campaign.
     ResultFile(const std::string& name, const Results& wanted, bool isAnew);
     ~ResultFile();
     ResultFile(const ResultFile&) = delete;

@@ -340,8 +340,9 @@ std::string FileOfScenario(const std::string& scenario) {
     if (!isFile && !std::filesystem::exists(file)) {
         const std::string meant =
             DidYouMean(scenario, ScenarioFiles(), [](const auto& known) { return known.stem(); });
-        throw InputError("there is no scenario '" + scenario + "'" + (meant.empty() ? ";" : meant) +
-                         " --list lists what there is, and a file's name ends in .json");
+        throw InputError(
+            "there is no scenario '" + scenario + "'" + (meant.empty() ? ";" : meant) +
+            " './dev host --list' lists what there is, and a file's name ends in .json");
     }
     return file;
 }

@@ -43,7 +43,7 @@ expect() { # expect RULE CAMERA VENDOR: of the tree that is planted, with a scen
     done
 }
 
-plant
+plant host
 expect '' '' ''
 
 while IFS='|' read -r rule file camera vendor edit; do
@@ -57,7 +57,7 @@ while IFS='|' read -r rule file camera vendor edit; do
     if [ "$camera" = lends ]; then
         camera=', "output": "on-request"' vendor='"frameworkBuffers": true'
     fi
-    plant
+    plant host
     if rebuild "$library" "$folder/$file.cpp" "$edit"; then
         expect "$rule" "$camera" "$vendor"
     else

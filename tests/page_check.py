@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""page_check.py HOST VIEW: pages of runs and of a recording, as a browser shows and drives them."""
+"""page_check.py HOST VIEW CAMPAIGN: pages of runs, of a recording, and of a campaign, as a browser
+shows and drives them."""
 
 import json
 import os
@@ -288,7 +289,52 @@ def check_bounded(page, whole):
     assert frames == {request["frame"] for request in shown}, frames
 
 
-def main(host, view):
+def check_campaign(page):
+    """The one finding: in both matrices by keyboard, with its command; and the way back."""
+    cells = page.data("campaign")["cells"]
+    found = [one for one in cells if one["class"] != "as documented"]
+    assert page.find("#verdict").text == f"1 run of {len(cells)} did not end as documented"
+    assert len(page.all("#finding-table tbody tr")) == len(found) == 1
+    for matrix, rank in (("#single-matrix", 1), ("#pair-matrix", 2)):
+        field = page.find(f"{matrix} td button[tabindex='0']")
+        field.send_keys(Keys.ARROW_DOWN)
+        field = page.driver.switch_to.active_element
+        assert len(page.all(f"{matrix} td button[tabindex='0']")) == 1
+        field.send_keys(Keys.ARROW_RIGHT, Keys.ENTER)
+        assert page.focused() == "field-title"
+        shown = page.texts("#runs code")
+        row = field.find_element(By.XPATH, "../..").find_element(By.TAG_NAME, "th").text
+        of_row = [one["command"] for one in cells if len(one["faults"]) == rank and
+                  any(row.split(",")[0].split(" ")[-1] in fault for fault in one["faults"])]
+        assert shown and set(shown) <= set(of_row), (row, shown)
+        page.find("#runs h3").find_element(By.XPATH, "..").find_element(
+            By.TAG_NAME, "button").send_keys(Keys.ESCAPE)
+        assert page.driver.switch_to.active_element == field
+    bad = page.find("#single-matrix button[data-class=crash], #pair-matrix button[data-class=crash]")
+    assert bad.text.startswith("C")
+    bad.click()
+    assert page.texts("#runs code")[0] == found[0]["command"]
+    page.find("#runs button").click()
+    assert page.find("#copied").text == "Copied"
+    page.find("#only").click()
+    assert len(page.all("#single-matrix tbody tr")) == (len(found[0]["faults"]) == 1)
+
+
+def write_campaign(campaign, folder):
+    """Faults of two entries in one scenario, and pairs, one of which is said to crash."""
+    file, page = f"{folder}/campaign", f"{folder}/campaign.html"
+    run(campaign, "--scenario", "refused", "--pairs", "--fault", "CloseSession", "--fault",
+        "GetImageBuffer", "--file", file)
+    with open(file, encoding="utf-8") as results:
+        lines = results.readlines()
+    lines[-1] = lines[-1].replace('"as documented"', '"crash"')
+    with open(file, "w", encoding="utf-8") as results:
+        results.writelines(lines)
+    run(campaign, "--merge", file, "--page", page)
+    return page
+
+
+def main(host, view, campaign):
     with tempfile.TemporaryDirectory() as folder:
         files = {name: f"{folder}/{name}" for name in (
             "broken.json", "a.html", "a.rec", "b.html", "demo.html", "many.json", "many.html",
@@ -323,6 +369,14 @@ def main(host, view):
             bright = page.pixels()
             page.look(1280, "dark")
             assert page.check_contrast() < .05 and page.pixels() != bright
+            page.check_quiet()
+        with Page(folder, write_campaign(campaign, folder)) as page:
+            page.check_names()
+            check_campaign(page)
+            assert page.check_contrast() > .8
+            page.look(360, "dark")
+            page.check_narrow()
+            assert page.check_contrast() < .05
             page.check_quiet()
         for name in ("b.html", "demo.html", "a.html"):
             with Page(folder, files[name], 360) as page:

@@ -25,7 +25,7 @@ expect() { # expect STATUS WHAT [VARIABLE=VALUE...]: how the planted tree's host
 tagged=GLIBC_TUNABLES=glibc.mem.tagging=3
 
 seed() { # seed FAULT EDIT: the fault is seen with tags, and without them by nothing
-    plant
+    plant host
     if rebuild adapterlayer/camera.oemlayer.adapter.so adapterlayer/qcomadaptee.cpp "$2"; then
         expect 139 "$1" "$tagged"
         expect 0 "$1"
@@ -34,7 +34,7 @@ seed() { # seed FAULT EDIT: the fault is seen with tags, and without them by not
     fi
 }
 
-plant
+plant host
 expect 0 'no fault' "$tagged"
 seed 'a use after free' \
     's/^ *::operator delete\(pRequest\);/& StoreRelaxed(pRequest->numReceivedBuffers, 0U);/'

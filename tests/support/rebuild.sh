@@ -25,13 +25,17 @@ rebuild() {
     (cd "$build" && eval "$line -MF $work/edited.d" && eval "$commands")
 }
 
-# plant [FOLDER]: the program of this folder, or the host's, in a tree of its own, with links to all
-# that it opens beside it.
+# plant FOLDER...: the programs of these folders in a tree of their own, with links to all that they
+# open beside themselves.
 plant() {
-    local folder=${1:-host}
+    local folder
     rm -rf "$work/tree"
-    mkdir -p "$work/tree/$folder" "$work/tree/adapterlayer"
-    cp "$build/$folder/oemlayer_$folder" "$work/tree/$folder"
+    mkdir -p "$work/tree/host" "$work/tree/adapterlayer"
+    for folder; do
+        mkdir -p "$work/tree/$folder"
+        cp "$build/$folder/oemlayer_$folder" "$work/tree/$folder"
+    done
+    ln -s "$source/host/scenarios" "$work/tree/host"
     cp -rs "$build/device" "$work/tree/device"
     ln -s "$build/adapterlayer/camera.oemlayer.adapter.so" "$work/tree/adapterlayer"
     ln -s "$build/layer" "$work/tree/layer"

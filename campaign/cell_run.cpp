@@ -224,25 +224,6 @@ void JudgeLeft(const Scenario& scenario, const Allowed& allowed, const json& fac
     }
 }
 
-Verdict JudgeFacts(const Scenario& scenario, bool hasFaults, const json& facts) {
-    const Allowed allowed = AllowedBy(scenario.faults);
-    Finding finding;
-    finding.AddUnless(!allowed.abortIsDue, Class::Violation,
-                      "the load should have ended by SIGABRT");
-    if (!hasFaults) {
-        for (const auto& unfulfilled : facts["unfulfilled"]) {
-            finding.Add(Class::Violation, unfulfilled);
-        }
-    }
-    JudgeRequests(scenario, allowed, facts, finding);
-    const std::set<std::string> broken = JudgeRules(allowed, facts, finding);
-    JudgeLeft(scenario, allowed, facts, finding);
-    if (finding.Of().its == Class::AsDocumented && !broken.empty()) {
-        return {Class::AsDocumented, "broken, as they may be: " + standin::Joined(broken)};
-    }
-    return finding.Of();
-}
-
 /// The line in which a sanitizer says what it found, or the first that there is.
 std::string Complaint(const std::string& printed) {
     std::istringstream lines(printed);
@@ -258,8 +239,8 @@ std::string Complaint(const std::string& printed) {
     return first.empty() ? "" : ": " + first;
 }
 
-Verdict Judge(const Scenario& scenario, bool hasFaults, const kit::ChildEnd& end,
-              const std::string& said, const std::string& printed) {
+Verdict JudgeEnd(const Scenario& scenario, bool isUsual, const kit::ChildEnd& end,
+                 const std::string& said, const std::string& printed) {
     if (end.IsTimedOut()) {
         return {Class::Hang, "it was ended when its time was over"};
     }
@@ -277,7 +258,7 @@ Verdict Judge(const Scenario& scenario, bool hasFaults, const kit::ChildEnd& end
     if (!facts.is_object()) {
         return {Class::Crash, "the process ended early, with status 0"};
     }
-    return JudgeFacts(scenario, hasFaults, facts);
+    return Judge(scenario, isUsual, facts);
 }
 
 } // namespace
@@ -285,6 +266,25 @@ Verdict Judge(const Scenario& scenario, bool hasFaults, const kit::ChildEnd& end
 const char* NameOf(Class its) {
     static constexpr const char* kNames[] = {"as documented", "leak", "violation", "hang", "crash"};
     return kNames[static_cast<size_t>(its)];
+}
+
+Verdict Judge(const Scenario& scenario, bool isUsual, const json& facts) {
+    const Allowed allowed = AllowedBy(scenario.faults);
+    Finding finding;
+    finding.AddUnless(!allowed.abortIsDue, Class::Violation,
+                      "the load should have ended by SIGABRT");
+    if (isUsual) {
+        for (const auto& unfulfilled : facts["unfulfilled"]) {
+            finding.Add(Class::Violation, unfulfilled);
+        }
+    }
+    JudgeRequests(scenario, allowed, facts, finding);
+    const std::set<std::string> broken = JudgeRules(allowed, facts, finding);
+    JudgeLeft(scenario, allowed, facts, finding);
+    if (finding.Of().its == Class::AsDocumented && !broken.empty()) {
+        return {Class::AsDocumented, "broken, as they may be: " + standin::Joined(broken)};
+    }
+    return finding.Of();
 }
 
 std::optional<Verdict> RunCell(const Target& target, const std::vector<std::string>& faults,
@@ -307,7 +307,7 @@ std::optional<Verdict> RunCell(const Target& target, const std::vector<std::stri
         calls != nullptr && told.size() == sizeof *calls) {
         std::copy(told.begin(), told.end(), reinterpret_cast<char*>(calls->data()));
     }
-    return Judge(scenario, !faults.empty(), end, ContentOf(facts), ContentOf(printed));
+    return JudgeEnd(scenario, faults.empty(), end, ContentOf(facts), ContentOf(printed));
 }
 
 } // namespace campaign

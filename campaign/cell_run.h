@@ -4,6 +4,8 @@
 #include "campaign/cells.h"
 #include "campaign/documented.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -26,6 +28,12 @@ struct CellSettings {
     std::string library; ///< The adapter.
     std::chrono::seconds limit{};
 };
+
+/// Judges a run that came to its end.
+/// \param scenario with all of its faults.
+/// \param isUsual whether it has no faults but its own, and so what it expects has to come true.
+/// \param facts what its process told: counts, violations, what is left.
+Verdict Judge(const host::Scenario& scenario, bool isUsual, const nlohmann::json& facts);
 
 /// Runs a scenario with further faults, in a process of its own. The caller has one thread, and the
 /// adapter is not loaded in its process.

@@ -244,6 +244,14 @@ TEST(Run, ThatIsInterruptedEndsWithWhatIsInFlight) {
     EXPECT_TRUE(outcome.violations.empty());
 }
 
+TEST(Run, IsFlushedThoughTheRequestBeforeWhichThatIsDueIsDropped) {
+    const Outcome outcome = RunText(R"({
+        "cameras": [{"requests": 3, "flushAfter": 1, "frames": 1, "width": 128, "height": 96}],
+        "vendor": {"faults": ["fail GetImageBuffer 2 1"]},
+        "expect": {"completed": 2, "notSent": 1, "sessions": 2}})");
+    EXPECT_EQ(outcome.unfulfilled, Texts{});
+}
+
 TEST(Run, HasAPictureOfEachKindOfInputThatTheAdapterFeeds) {
     std::string cameras; // Up to the fourth, each has a sensor of its own.
     for (const char* plan : {

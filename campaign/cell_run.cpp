@@ -99,7 +99,8 @@ json FactsOf(const Outcome& outcome, const std::map<size_t, size_t>& blocks) {
 
 /// The work of the cell's process. What it prints goes into a file.
 int Work(const Scenario& scenario, const std::string& library, const kit::UnnamedFile& facts,
-         const kit::UnnamedFile& printed) {
+         const kit::UnnamedFile& counts, const kit::UnnamedFile& printed) {
+    g_counts = &counts;
     if (freopen(printed.Path().c_str(), "a", stdout) == nullptr ||
         dup2(STDOUT_FILENO, STDERR_FILENO) < 0) {
         return 1;
@@ -296,9 +297,8 @@ std::optional<Verdict> RunCell(const Target& target, const std::vector<std::stri
     const kit::UnnamedFile facts;
     const kit::UnnamedFile printed;
     const kit::UnnamedFile counts;
-    g_counts = &counts;
     const kit::ChildEnd end =
-        kit::RunInChild([&] { return Work(scenario, settings.library, facts, printed); },
+        kit::RunInChild([&] { return Work(scenario, settings.library, facts, counts, printed); },
                         {.limit = settings.limit, .takesInterrupts = true});
     if (end.wasInterrupted) {
         return std::nullopt;

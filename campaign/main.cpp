@@ -247,9 +247,14 @@ class Campaign {
             PrintFact("resumed", std::to_string(file.Ended().size()) + " of " +
                                      view::Count(mWanted.cells.size(), "cell") + " had ended");
         }
+        const auto start = std::chrono::steady_clock::now();
         if (const int status = RunMissing(file); status != kAsDocumented) {
             return status;
         }
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        char text[64];
+        (void)snprintf(text, sizeof text, "%.1f s for %zu cells", took.count(), mCells.size());
+        PrintFact("took", text);
         const Results results = file.Finish();
         PrintFact("results", InOutput(mOptions.file));
         return Tell(results, page);

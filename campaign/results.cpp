@@ -84,6 +84,10 @@ std::string Some(const std::vector<std::string>& names) {
                                 : text;
 }
 
+[[noreturn]] void FailAt(const std::string& file, const std::string& problem) {
+    throw InputError(file + ": " + problem);
+}
+
 /// Why two files are not of one campaign, empty where they are.
 std::string ProblemOf(const Results& one, const Results& other) {
     if (one.library != other.library) {
@@ -188,7 +192,7 @@ Results Merge(const std::vector<std::string>& files) {
     for (const std::string& file : files) {
         all.push_back(ReadResults(file));
         if (const std::string problem = ProblemOf(all.back(), all.front()); !problem.empty()) {
-            throw InputError(file + ": " + problem + ", as in " + files.front());
+            FailAt(file, problem);
         }
     }
     CheckOnce(all, files);

@@ -107,7 +107,8 @@ TEXT
 plant host campaign
 slip='if (output.pMetadata == nullptr) abort();'
 rebuild "$adapter" adapterlayer/qcomadaptee.cpp \
-    "s/^ *OEM_LOG_ERROR_IN\(kSubmit, \"ExecuteRequest failed/$slip\n&/" || failures=$((failures + 1))
+    "s/^ *OEM_LOG_ERROR_IN\(kSubmit, \"ExecuteRequest failed/$slip\n&/" ||
+    failures=$((failures + 1))
 campaign 0 "${some[@]}" --file ./singles
 classed crash 'died by signal 6' 134 --library "$work/tree/$adapter" --most-calls 2 --pairs \
     --fault ExecuteRequest --fault MetadataCreate --fault MetadataDestroy

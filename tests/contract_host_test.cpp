@@ -1,4 +1,4 @@
-/// The rules for the host's side: each is seen failing, alone, and holding where all but seems wrong.
+/// The host's rules: each is seen failing, alone, and holding where all but seems wrong.
 /// And what the watch over both sides forgets, or has not seen.
 
 #include "tests/support/conduct.h"

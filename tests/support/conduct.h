@@ -1,4 +1,4 @@
-/// The rows in which rules of the contract are seen failing, and a vendor's conduct as events alone.
+/// Rows in which rules of the contract are seen failing, and a vendor's conduct as mere events.
 #pragma once
 
 #include "contract/engine.h"

@@ -205,8 +205,8 @@ void VendorRules::CheckConfiguration(const Event& event, PendingCall& call) {
         config == nullptr) {
         return;
     }
-    const uint32_t camera = CheckCamera(event, *config);
-    CheckSettings(event, *session, *config, camera);
+    session->camera = CheckCamera(event, *config);
+    CheckSettings(event, *session, *config, session->camera.value_or(0));
     call.list = ListOf(event, *config);
     if (!session->isConfigured) {
         session->list = call.list; // It may ask for buffers at once.
@@ -214,15 +214,16 @@ void VendorRules::CheckConfiguration(const Event& event, PendingCall& call) {
     CheckListed(event, *config);
 }
 
-/// The camera of a configuration, by the number that is its text.
-uint32_t VendorRules::CheckCamera(const Event& event, const ChiOfflineSessionConfigInfo& config) {
+/// The camera of a configuration, by the number that is its text, where that is seen.
+std::optional<uint32_t> VendorRules::CheckCamera(const Event& event,
+                                                 const ChiOfflineSessionConfigInfo& config) {
     const std::string text(event.TextAt(AddressOf(config.pCameraText)));
     const auto number = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
     // Without a list, the text is not recorded.
     const bool isSeen = config.pCameraText == nullptr || !text.empty();
     mChecks.Check(Rule::Configuration, !isSeen || text == std::to_string(number),
                   "the camera's text is '", Got{text}, "' and must be ", Must{"a number"});
-    return number;
+    return text.empty() ? std::nullopt : std::optional(number);
 }
 
 /// A session that is configured once more has its settings from the first time.

@@ -55,9 +55,10 @@ class VendorRules {
         uint64_t callbacks = 0;
         uint64_t opening = 0; ///< The number of the call.
         bool isConfigured = false;
-        StreamList list;        ///< The inputs, then the output; as the vendor left them.
-        uint32_t executing = 0; ///< Calls that have not returned.
-        uint64_t executed = 0;  ///< Calls.
+        std::optional<uint32_t> camera; ///< By its configuration.
+        StreamList list;                ///< The inputs, then the output; as the vendor left them.
+        uint32_t executing = 0;         ///< Calls that have not returned.
+        uint64_t executed = 0;          ///< Calls.
         /// The last frame numbers, and which threads' requests got them.
         std::array<std::pair<int32_t, uint32_t>, 4> frames{};
         size_t nextFrame = 0;
@@ -91,6 +92,12 @@ class VendorRules {
         bool worked;
     };
 
+    /// What a host was given for its sets.
+    struct SetMetadata {
+        bool isGiven = false; ///< At least once,
+        uint32_t refused = 0; ///< and how often it was not.
+    };
+
     // Entries, in the order of the tables
     void CallInterface(const Event& event, PendingCall& call);
     void CallMetadata(const Event& event, PendingCall& call);
@@ -107,7 +114,8 @@ class VendorRules {
     void Closed(const PendingCall& call, bool worked);
 
     void CheckConfiguration(const Event& event, PendingCall& call);
-    uint32_t CheckCamera(const Event& event, const ChiOfflineSessionConfigInfo& config);
+    std::optional<uint32_t> CheckCamera(const Event& event,
+                                        const ChiOfflineSessionConfigInfo& config);
     void CheckSettings(const Event& event, const Session& session,
                        const ChiOfflineSessionConfigInfo& config, uint32_t camera);
     bool MakesSettings(uint32_t thread, const Session& session, uint32_t camera);
@@ -122,7 +130,9 @@ class VendorRules {
     void CheckFormat(const Event& event, const Stream& stream, const ChiStreamBuffer& buffer);
     void CheckOutput(const Event& event, const Session& session,
                      const ChiOfflineExecuteRequest& request);
-    void CheckMetadata(const Event& event, const ChiOfflineExecuteRequest& request);
+    void CheckMetadata(const Event& event, const Session& session,
+                       const ChiOfflineExecuteRequest& request);
+    bool MayLackMetadata(std::optional<uint32_t> camera);
     void CheckSetMetadata(uint64_t handle, uint32_t index);
     void CheckFramePreset(const Event& event, const Session& session,
                           const ChiOfflineExecuteRequest& request);
@@ -167,8 +177,8 @@ class VendorRules {
     LentBuffers mLent;
     std::array<Made, 16> mSettings{}; ///< The last that were made, or not.
     size_t mNextSettings = 0;
-    bool mGaveSetMetadata = false; ///< To a host, and how often it did not.
-    uint32_t mSetMetadataRefused = 0;
+    /// By camera, and without one where tables are not known to be of one alone.
+    std::map<std::optional<uint32_t>, SetMetadata> mSetMetadata;
     std::vector<uint64_t> mOpening; ///< Callbacks of sessions that are being opened.
 };
 

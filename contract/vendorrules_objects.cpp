@@ -127,13 +127,15 @@ void VendorRules::MadeMetadata(const Event& event) {
     const bool isThere = event.Result() != 0;
     if (event.Of() == Entry::MetadataCreateFromAndroid) {
         mSettings[mNextSettings++ % mSettings.size()] = {event.Thread(), event.Number(), isThere};
-    } else if (event.Of() == Entry::MetadataCreateWithUsage) {
-        mGaveSetMetadata |= isThere;
-        mSetMetadataRefused += isThere ? 0 : 1;
     }
     Metadata metadata;
     if (const Table* const table = mMetadataOps.FindAny(event.Word(0))) {
         metadata.camera = table->camera;
+    }
+    if (event.Of() == Entry::MetadataCreateWithUsage) {
+        SetMetadata& ofHost = mSetMetadata[metadata.camera];
+        ofHost.isGiven |= isThere;
+        ofHost.refused += isThere ? 0 : 1;
     }
     mMetadata.Adopt(event.Result(), metadata);
 }

@@ -58,7 +58,7 @@ void VendorRules::CheckRequest(const Event& event, Session& session,
                 "input stream ", Handle(buffers[i].pStream), " is fed twice by one set");
         }
     }
-    CheckMetadata(event, request);
+    CheckMetadata(event, session, request);
     CheckOutput(event, session, request);
 }
 
@@ -123,17 +123,16 @@ void VendorRules::CheckOutput(const Event& event, const Session& session,
     }
 }
 
-/// A host that was given no metadata can name none.
-void VendorRules::CheckMetadata(const Event& event, const ChiOfflineExecuteRequest& request) {
+void VendorRules::CheckMetadata(const Event& event, const Session& session,
+                                const ChiOfflineExecuteRequest& request) {
     std::vector<uint64_t> seen;
     uint32_t index = 0;
     for (const auto& set : event.Some<ChiOfflineBufferSet>(request.pInputs, request.numInputs)) {
         const uint64_t handle = AddressOf(set.pMetadata);
         const bool isOthers = std::find(seen.begin(), seen.end(), handle) != seen.end();
         if (handle == 0) {
-            const bool isExcused = !mGaveSetMetadata || mSetMetadataRefused != 0 || mChecks.isLate;
-            mSetMetadataRefused -= mSetMetadataRefused != 0 ? 1 : 0;
-            mChecks.Check(Rule::SetMetadata, isExcused, "set ", index, " has no metadata");
+            mChecks.Check(Rule::SetMetadata, MayLackMetadata(session.camera), "set ", index,
+                          " has no metadata");
         } else if (mChecks.Check(Rule::SetMetadata, !isOthers, "set ", index,
                                  " has the metadata of another set")) {
             seen.push_back(handle);
@@ -148,6 +147,23 @@ void VendorRules::CheckMetadata(const Event& event, const ChiOfflineExecuteReque
                       "the output has the metadata of a set")) {
         mMetadata.Require(own);
     }
+}
+
+/// A host that was given no metadata for its camera can name none, and one less for each that it
+/// was refused.
+bool VendorRules::MayLackMetadata(std::optional<uint32_t> camera) {
+    bool isGiven = false;
+    for (auto& [its, ofHost] : mSetMetadata) {
+        if (camera.has_value() && its.has_value() && its != camera) {
+            continue;
+        }
+        if (ofHost.refused > 0) {
+            --ofHost.refused;
+            return true;
+        }
+        isGiven |= ofHost.isGiven;
+    }
+    return !isGiven || mChecks.isLate;
 }
 
 void VendorRules::CheckSetMetadata(uint64_t handle, uint32_t index) {

@@ -445,6 +445,16 @@ constexpr Row<Conduct> kVendorRows[]{
     {Rule::SetMetadata, "tmoce", kHolds, Conduct::LeaveSetWithoutMetadata},
     {Rule::SetMetadata, "tuUoce", kHolds, Conduct::LeaveSetWithoutMetadata},
     {Rule::SetMetadata, "tuUocee", kNoMetadata, Conduct::LeaveSetWithoutMetadata},
+    {Rule::SetMetadata, "tuoce", kHolds, // That was another camera's host,
+     [](Conduct& vendor) {
+         Conduct::LeaveSetWithoutMetadata(vendor);
+         vendor.openInfo.cameraId = 1;
+     }},
+    {Rule::SetMetadata, "tu!tUocee", kNoMetadata, // and this may have been, of one table for two.
+     [](Conduct& vendor) {
+         Conduct::LeaveSetWithoutMetadata(vendor);
+         vendor.act = [&vendor] { vendor.openInfo.cameraId = 1; };
+     }},
     {Rule::SetMetadata, "tmoce", kHolds,
      [](Conduct& vendor) { vendor.outputSet.pMetadata = MadeUp(0x4D); }},
     {Rule::MetadataAlive, "toce",

@@ -66,6 +66,9 @@ void Player::Play(const Order& order) {
         Submit();
     }
     GoOn();
+    if (mNext != mSteps.size()) {
+        mSettings.fail("a step that leaves came where nothing was open");
+    }
     End();
 }
 
@@ -151,7 +154,7 @@ void Player::Submit() {
     const uint32_t session = mPlan.sessions[index];
     Request& request = mRequests.emplace_back(*this);
     request.index = index;
-    request.partialResultBase = kit::kPartialBase;
+    request.partialResultBase = kit::kPartialBase + index;
     request.pBufferManager = StandinControl()->ManagerOf(mWrapper.pRDIBufferHandles[0]);
     request.inputStreams = {&mRaw};
     request.numInputBuffers = 1;
@@ -227,7 +230,7 @@ void Player::OnResult(Request& request, const camera3_capture_result& result) {
     ExpectSame(request, "a result's metadata", result.result != nullptr ? 1 : 0,
                told.metadata ? 1 : 0);
     ExpectSame(request, "a result's partial number", result.partial_result,
-               told.metadata ? kit::kPartialBase + 255 : 0);
+               told.metadata ? kit::kPartialBase + request.index + 255 : 0);
     ExpectSame(request, "a result's buffers", result.num_output_buffers, told.buffer ? 1 : 0);
     if (told.buffer) {
         const camera3_stream_buffer& buffer = result.output_buffers[0];

@@ -3,15 +3,12 @@
 
 #include "kit/child.h"
 #include "kit/library.h"
+#include "kit/shared.h"
 #include "schedules/player.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
-#include <new>
-#include <sys/mman.h>
-#include <system_error>
 #include <unistd.h>
 
 /// What ThreadSanitizer asks a program for: a race ends the process, in the order that has it.
@@ -30,25 +27,6 @@ struct Said {
     std::atomic<uint64_t> enumerated = 0; ///< Those before it that came to their end.
     std::atomic<bool> isDone = false;     ///< All did.
     char what[500] = {};                  ///< A finding; empty for none.
-};
-
-class SharedMemory {
-  public:
-    SharedMemory()
-        : mMemory(mmap(nullptr, sizeof(Said), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                       -1, 0)) {
-        if (mMemory == MAP_FAILED) {
-            throw std::system_error(errno, std::generic_category(), "shared memory");
-        }
-    }
-    ~SharedMemory() { munmap(mMemory, sizeof(Said)); }
-    SharedMemory(const SharedMemory&) = delete;
-    SharedMemory& operator=(const SharedMemory&) = delete;
-
-    Said& Fresh() { return *new (mMemory) Said; }
-
-  private:
-    void* mMemory;
 };
 
 /// Nothing that the finding may have spoiled is used any more, and nothing is cleaned up.
@@ -84,11 +62,11 @@ int PlayFrom(uint64_t number, const Plan& plan, Orders& orders, const RunSetting
 Outcome RunAll(const Plan& plan, Orders& orders, const RunSettings& settings,
                const std::function<void(const Finding&)>& report) {
     const uint64_t last = settings.only.value_or(orders.Count());
-    SharedMemory memory;
     Outcome outcome;
     uint64_t number = settings.only.value_or(1);
     while (number <= last) {
-        Said& said = memory.Fresh();
+        kit::Shared<Said> shared;
+        Said& said = *shared;
         said.number = number;
         const kit::ChildEnd end =
             kit::RunInChild([&] { return PlayFrom(number, plan, orders, settings, said); },

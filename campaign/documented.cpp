@@ -8,22 +8,28 @@
 namespace campaign {
 namespace {
 
-/// What a fault may cost. Rules of objects that are left at the end follow from `left`.
+constexpr uint64_t kAny = 1'000'000'000; // However often it fails.
+
+/// What each failing call may cost. Rules of objects that are left at the end follow from `left`.
 struct Cost {
     const char* rules = "";
-    const char* left = ""; ///< A letter for each object of one failing call, see kKinds.
-    std::set<uint32_t> statuses = {};
-    bool notSent = false;
-    bool wrongPictures = false;
+    const char* left = ""; ///< A letter for each object, see Kinds.
+    std::map<uint32_t, uint64_t> refused = {};
+    uint64_t notSent = 0;
+    uint64_t wrongPictures = 0;
     bool abort = false;
     bool abortIsDue = false;
-    bool sessionRecords = false;
+    uint64_t sessions = 0;
+    uint64_t chains = 0;
+    bool isFirstFree = false; ///< Of sessions: one call that fails alone costs none.
 };
 
 const std::map<char, const char*>& Kinds() {
-    static const std::map<char, const char*> kinds = {
-        {'A', "Android metadata"}, {'B', "buffer managers"}, {'I', "image buffers"},
-        {'M', "metadata"},         {'S', "sessions"},        {'T', "operation tables"}};
+    static const std::map<char, const char*> kinds = {{'A', "Android metadata"},
+                                                      {'B', "buffer managers"},
+                                                      {'M', "metadata"},
+                                                      {'S', "sessions"},
+                                                      {'T', "operation tables"}};
     return kinds;
 }
 
@@ -32,32 +38,27 @@ const std::map<std::string, Cost>& Fails() {
     // "At the boundary": a hard lack ends the load.
     const Cost hard{.abort = true, .abortIsDue = true};
     // Without the offline library there is neither metadata, nor a buffer, nor a session.
-    const Cost noOffline{.statuses = {4}, .notSent = true};
+    const Cost noOffline{.notSent = kAny};
     static const std::map<std::string, Cost> costs = {
         // The N-th library may be one that the device cannot do without.
-        {"LibraryOpen", {.statuses = {4}, .notSent = true, .abort = true}},
+        {"LibraryOpen", {.notSent = kAny, .abort = true}},
         {"OpenContext", noOffline},
         // An entry that returns nothing: the operations are installed as they are.
         {"OfflineLogEntry", {.rules = "V2"}},
-        // A host without metadata, beside one of another camera that has some.
-        {"OpenMetadataOps", {.rules = "V31"}},
-        {"OpenBufferOps", {.notSent = true}},
-        {"BufferManagerCreate", {.notSent = true}},
-        {"GetImageBuffer", {.notSent = true}},
-        {"GetCPUAddress", {.wrongPictures = true}},
-        {"MetadataCreateWithUsage", {}},
-        {"MetadataSetTag", {}},
-        {"TranslateToChiBuffer", {.rules = "H4", .wrongPictures = true}},
+        {"OpenBufferOps", {.notSent = kAny}},
+        {"BufferManagerCreate", {.notSent = kAny}},
+        {"GetImageBuffer", {.notSent = 1}},
+        {"GetCPUAddress", {.wrongPictures = 1}},
+        {"TranslateToChiBuffer", {.rules = "H4", .wrongPictures = 1}},
         {"TranslateFromChiBuffer", {.rules = "H4"}},
-        {"OpenSession", {.statuses = {4}, .sessionRecords = true}},
-        {"MetadataCreateFromAndroid", {.rules = "V32"}},
-        // The attempt, its retry, and a further one after a flush; and the settings of each.
-        {"ConfigureStreams", {.left = "SSSMMM", .statuses = {4}, .sessionRecords = true}},
-        {"ExecuteRequest", {.statuses = {1}}},
+        {"OpenSession", {.refused = {{4, kAny}}, .sessions = 1, .isFirstFree = true}},
+        // The attempt, its retry, and a further one after a flush; the settings of the first.
+        {"ConfigureStreams", {.left = "SSSM", .refused = {{4, kAny}}, .sessions = 3, .chains = 1}},
+        {"ExecuteRequest", {.refused = {{1, 1}}}},
         {"MetadataCreateAndroid", {.rules = "H5"}},
         {"MetadataDestroy", {.left = "M"}},
-        {"CloseSession", {.left = "SSMM", .statuses = {4}, .sessionRecords = true}},
-        {"ReleaseImageBuffer", {.left = "I"}},
+        // The session, and the one that is opened after a flush for the identity that it kept.
+        {"CloseSession", {.left = "SS", .refused = {{4, kAny}}, .sessions = 2}},
         {"MetadataReleaseAndroid", {.left = "A"}},
         {"BufferManagerDestroy", {.left = "B"}},
         {"MetadataOpsClose", {.left = "T"}},
@@ -73,17 +74,17 @@ const std::map<std::string, Cost>& Fails() {
 const std::map<std::string, Cost>& Lacks() {
     static const std::map<std::string, Cost> costs = {
         // Android metadata goes back only where it could be taken in.
-        {"MetadataCreateFromAndroid", {.rules = "V32", .left = "A"}},
+        {"MetadataCreateFromAndroid", {.left = "A"}},
+        // Nobody was handed the record.
+        {"OpenSession", {.refused = {{4, kAny}}}},
         // What the manager holds goes with it.
-        {"ReleaseImageBuffer", {.rules = "V29", .left = "I"}},
+        {"ReleaseImageBuffer", {.rules = "V29"}},
         {"camera.qcom.no-ncs.so", {}},
         {"camera.qcom.no-hw.so", {}},
         {"camera.qcom.no-perf.so", {}},
     };
     return costs;
 }
-
-constexpr uint64_t kAny = 1'000'000'000; // However often it fails.
 
 /// The cost of a fault, and for how many calls.
 std::pair<Cost, uint64_t> CostOf(const host::Fault& fault) {
@@ -112,12 +113,15 @@ Allowed AllowedBy(const std::vector<host::Fault>& faults) {
         for (const char* kind = cost.left; *kind != '\0'; ++kind) {
             allowed.left[Kinds().at(*kind)] += times;
         }
-        allowed.statuses.insert(cost.statuses.begin(), cost.statuses.end());
-        allowed.notSent |= cost.notSent;
-        allowed.wrongPictures |= cost.wrongPictures;
+        for (const auto& [status, count] : cost.refused) {
+            allowed.refused[status] += count * times;
+        }
+        allowed.notSent += cost.notSent * times;
+        allowed.wrongPictures += cost.wrongPictures * times;
         allowed.abort |= cost.abort;
         allowed.abortIsDue |= cost.abortIsDue;
-        allowed.sessionRecords |= cost.sessionRecords;
+        allowed.sessions += cost.sessions * (times - (cost.isFirstFree ? 1 : 0));
+        allowed.chains += cost.chains * times;
     }
     return allowed;
 }

@@ -10,16 +10,17 @@
 
 namespace campaign {
 
-/// What runs with some faults may show.
+/// What runs with some faults may show. Numbers are the most that there may be.
 struct Allowed {
     std::set<std::string> rules;          ///< That are broken, by their numbers.
     std::map<std::string, uint64_t> left; ///< Objects at the vendor, by kind.
-    std::set<uint32_t> statuses;          ///< Of refused submissions.
-    bool notSent = false;                 ///< Requests for which there are no buffers.
-    bool wrongPictures = false;           ///< Pixels are not there, or not written.
+    std::map<uint32_t, uint64_t> refused; ///< Submissions, by status.
+    uint64_t notSent = 0;                 ///< Requests for which there are no buffers.
+    uint64_t wrongPictures = 0;           ///< Pixels are not there, or not written.
     bool abort = false;                   ///< The library ends the process while it loads,
     bool abortIsDue = false;              ///< and has to.
-    bool sessionRecords = false;          ///< Records of sessions stay on the library's heap.
+    uint64_t sessions = 0;                ///< On the library's heap, with what they own;
+    uint64_t chains = 0;                  ///< and chains.
 };
 
 /// What all of these faults may cost together.

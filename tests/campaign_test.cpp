@@ -41,13 +41,15 @@ struct FactCase {
 
 constexpr const char kOneRefused1[] = R"({"completed": 1, "refused": {"1": 1}})";
 constexpr const char kOneRefused4[] = R"({"completed": 1, "refused": {"4": 1}})";
+constexpr const char kBothRefused1[] = R"({"completed": 0, "refused": {"1": 2}})";
+constexpr const char kBothNotSent[] = R"({"sent": 0, "completed": 0})";
 constexpr const char kOneNotSent[] = R"({"sent": 1, "completed": 1})";
 constexpr const char kH4[] = R"({"violations": [["H4", false, "H4 result's buffer"]]})";
 constexpr const char kMetadata1[] = R"({"alive": {"metadata": 1}})";
 constexpr const char kMetadata2[] = R"({"alive": {"metadata": 2}})";
 /// A refused request with its output buffer and input array of four records.
 constexpr const char kRefusedOnHeap[] =
-    R"({"completed": 1, "refused": {"1": 1}, "heap": [[208, 1], [920, 1], [96, 4]]})";
+    R"({"completed": 1, "refused": {"1": 1}, "heap": [[208, 1], [920, 1], [96, 3]]})";
 
 const std::vector<FactCase>& FactCases() {
     using enum Class;
@@ -60,6 +62,18 @@ const std::vector<FactCase>& FactCases() {
         {{"fail ExecuteRequest 1 1"}, R"({"completed": 1, "refused": {"7": 1}})", Violation, "7"},
         {{}, kOneNotSent, Violation, "not sent"},
         {{"fail GetImageBuffer 3 1"}, kOneNotSent, AsDocumented},
+        {{"fail GetImageBuffer 3 1"}, kBothNotSent, Violation, "not sent"},
+        {{"fail ExecuteRequest 2 1"}, kBothRefused1, Violation, "status 1 for no reason"},
+        {{"fail GetCPUAddress 2 1"}, R"({"wrongPictures": 1})", AsDocumented},
+        {{"fail GetCPUAddress 2 1"}, R"({"wrongPictures": 2})", Violation, "wrong pictures"},
+        {{"fail BufferManagerDestroy"},
+         R"({"violations": [["V23", true, "V23 left when"]]})",
+         Violation,
+         "V23 left when"},
+        {{"fail MetadataDestroy"},
+         R"({"alive": {"metadata": 1}, "violations": [["V23", true, "V23"]]})",
+         AsDocumented,
+         "as they may be: V23"},
         {{"fail CloseSession"}, R"({"completed": 1})", Violation, "not accounted for"},
         {{}, R"({"completed": 1, "unanswered": 1})", Hang, "never completed"},
         {{"fail CloseSession"}, R"({"errors": 1})", Violation, "with a failure"},
@@ -77,11 +91,16 @@ const std::vector<FactCase>& FactCases() {
          R"({"alive": {"Android metadata": 2}})",
          Leak,
          "Android metadata left"},
-        {{}, R"({"heap": [[96, 4]]})", AsDocumented},
-        {{}, R"({"heap": [[96, 5]]})", Leak, "blocks of 96 bytes"},
+        // Of two frames each, and a completion frees one.
+        {{}, R"({"heap": [[96, 2]]})", AsDocumented},
+        {{}, R"({"heap": [[96, 3]]})", Leak, "blocks of 96 bytes"},
         {{}, R"({"heap": [[72, 1]]})", Leak, "blocks of 72 bytes"},
         {{}, R"({"heap": [[288, 1]]})", Leak, "blocks of 288 bytes"},
-        {{"fail OpenSession"}, R"({"heap": [[288, 2], [320, 1]]})", AsDocumented},
+        {{"fail OpenSession"}, R"({"heap": [[288, 2], [160, 1]]})", AsDocumented},
+        {{"fail OpenSession 2 1"}, R"({"heap": [[288, 1]]})", Leak, "blocks of 288 bytes"},
+        {{"fail CloseSession 1 1"}, R"({"heap": [[48, 1]]})", Leak, "blocks of 48 bytes"},
+        {{"fail ConfigureStreams 1 1"}, R"({"heap": [[288, 3], [48, 1]]})", AsDocumented},
+        {{"fail ConfigureStreams 1 1"}, R"({"heap": [[288, 4]]})", Leak, "blocks of 288 bytes"},
         {{"fail ExecuteRequest 1 1"}, kRefusedOnHeap, AsDocumented},
         {{"fail ExecuteRequest 1 1"}, R"({"heap": [[208, 1]]})", Leak, "blocks of 208 bytes"},
         {{"refuse /odm/lib64/libextensionlayer.so"}, "{}", Violation, "ended by SIGABRT"},

@@ -161,7 +161,7 @@ Plan MakePlan(const std::vector<Target>& targets, const Choice& choice) {
     }
     for (const std::string& place : choice.places) {
         if (!places.contains(place)) {
-            throw standin::InputError("no fault of these scenarios is at '" + place + "'" +
+            throw standin::InputError("these scenarios leave no fault to try at '" + place + "'" +
                                       kit::DidYouMean(place, places));
         }
     }

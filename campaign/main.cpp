@@ -5,6 +5,7 @@
 #include "kit/child.h"
 #include "kit/library.h"
 #include "kit/output_file.h"
+#include "kit/shared.h"
 #include "standin/located_json.h"
 #include "view/command.h"
 #include "view/report.h"
@@ -14,7 +15,6 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
-#include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
 
@@ -163,7 +163,7 @@ int Tell(const Results& results, kit::OutputFile* page) {
 int MergeFiles(const Options& options, kit::OutputFile* page) {
     const Results results = Merge(options.merged);
     if (!options.output.empty()) {
-        kit::OutputFile file(options.output);
+        kit::OutputFile file(InOutput(options.output));
         file.Write(results.Text());
         PrintFact("results", file.Name());
     }
@@ -176,8 +176,9 @@ int MergeFiles(const Options& options, kit::OutputFile* page) {
 void ReadShard(const std::string& text, Results& results) {
     int end = 0;
     const bool isRead =
-        sscanf(text.c_str(), "%u/%u%n", &results.shard, &results.shards, &end) == 2 &&
-        static_cast<size_t>(end) == text.size() && isdigit(text[0]) != 0;
+        sscanf(text.c_str(), "%9u/%9u%n", &results.shard, &results.shards, &end) == 2 &&
+        static_cast<size_t>(end) == text.size() &&
+        text.find_first_not_of("0123456789/") == std::string::npos;
     if (!isRead || results.shard < 1 || results.shard > results.shards) {
         throw InputError("--shard: '" + text + "' must be as in 2/3, and from 1/3 to 3/3");
     }
@@ -213,8 +214,8 @@ std::vector<Target> ReadTargets(const Options& options) {
     return targets;
 }
 
-/// What the processes of a campaign share.
-struct Shared {
+/// How far the processes of a campaign are.
+struct Progress {
     std::atomic<size_t> next = 0;
     std::atomic<size_t> ended = 0;
 };
@@ -284,6 +285,9 @@ class Campaign {
         }
         mWanted.set = SetOf(commands);
         mWanted.library = kit::BuildIdOf(mSettings.library);
+        if (mWanted.library.empty()) {
+            throw InputError(mSettings.library + ": this is no library with a build id");
+        }
         FILE* const out = mOptions.lists ? stderr : stdout;
         (void)fprintf(
             out, "cells      %zu of %zu scenarios%s\n", plan.cells.size(), mTargets.size(),
@@ -305,34 +309,32 @@ class Campaign {
         std::erase_if(mCells, [&](const Cell& cell) {
             return file.Ended().contains(NameOf(mTargets[cell.target].name, cell.faults));
         });
-        void* const memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE,
-                                  MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED) {
-            throw std::system_error(errno, std::generic_category(), "memory for several processes");
-        }
-        auto& shared = *new (memory) Shared;
+        kit::Shared<Progress> shared;
         const uint32_t jobs =
             mOptions.jobs != 0 ? mOptions.jobs : std::max(1U, std::thread::hardware_concurrency());
         std::vector<std::function<int()>> works;
         for (size_t i = 0;
              i < std::min<size_t>(std::min<size_t>(jobs, kit::kMostChildren), mCells.size()); ++i) {
-            works.emplace_back([&, i] { return Take(file, shared, i == 0); });
+            works.emplace_back([&, i] { return Take(file, *shared, i == 0); });
         }
         int status = kAsDocumented;
         for (const kit::ChildEnd& end : kit::RunInChildren(works, {.takesInterrupts = true})) {
             status = end.wasInterrupted ? int{kInterrupted} : std::max(status, end.ExitStatus());
+            if (end.signal != 0 && !end.wasInterrupted) {
+                (void)fprintf(stderr, "a process that runs cells %s\n", end.Describe().c_str());
+            }
         }
         if (status == kInterrupted) {
             PrintFact("ended",
                       "by an interruption: the same command goes on, after " +
-                          std::to_string(mWanted.cells.size() - mCells.size() + shared.ended) +
+                          std::to_string(mWanted.cells.size() - mCells.size() + shared->ended) +
                           " cells");
         }
         return status;
     }
 
     /// The work of one process: takes cells for as long as there are some.
-    int Take(const ResultFile& file, Shared& shared, bool isFirst) const try {
+    int Take(const ResultFile& file, Progress& shared, bool isFirst) const try {
         auto shown = std::chrono::steady_clock::now();
         for (size_t i = 0; (i = shared.next++) < mCells.size();) {
             const Target& target = mTargets[mCells[i].target];

@@ -14,6 +14,7 @@
 #include <iterator>
 #include <sstream>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -219,11 +220,8 @@ Results Merge(const std::vector<std::string>& files) {
 
 ResultFile::ResultFile(const std::string& name, const Results& wanted, bool isAnew) : mName(name) {
     kit::MakeOwnFolder(name);
-    mFile = open(name.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (mFile < 0) {
-        throw InputError(name + ": no results can be written here: " + strerror(errno));
+    while (!OpenAndLock()) {
     }
-    Lock();
     size_t whole = 0;
     if (!isAnew && std::filesystem::file_size(name) > 0) {
         const Results had = ReadResults(name, &whole);
@@ -246,15 +244,29 @@ ResultFile::ResultFile(const std::string& name, const Results& wanted, bool isAn
 
 ResultFile::~ResultFile() { close(mFile); }
 
-/// Processes of a campaign that was killed are about to end.
-void ResultFile::Lock() const {
+/// \returns false where another campaign, which has just ended, put its sorted file in this one's
+/// place.
+bool ResultFile::OpenAndLock() {
     constexpr std::chrono::milliseconds kPause{50};
+    if (mFile >= 0) {
+        close(mFile);
+    }
+    mFile = open(mName.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    struct stat its {};
+    if (mFile < 0 || fstat(mFile, &its) != 0 || !S_ISREG(its.st_mode)) {
+        throw InputError(mName + ": no results can be written here: " +
+                         (mFile < 0 ? strerror(errno) : "it is no file"));
+    }
+    // Processes of a campaign that was killed are about to end.
     for (int left = 60; flock(mFile, LOCK_EX | LOCK_NB) != 0; --left) {
         if (left == 0) {
             throw InputError(mName + ": another campaign writes its results here");
         }
         std::this_thread::sleep_for(kPause);
     }
+    struct stat named {};
+    return stat(mName.c_str(), &named) == 0 && named.st_ino == its.st_ino &&
+           named.st_dev == its.st_dev;
 }
 
 void ResultFile::Add(const Result& result) const { Append(LineOf(result)); }

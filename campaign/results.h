@@ -72,10 +72,10 @@ class ResultFile {
 
   private:
     void Append(const std::string& line) const;
-    void Lock() const;
+    bool OpenAndLock();
 
     const std::string mName;
-    int mFile;
+    int mFile = -1;
     std::map<std::string, Result> mEnded;
 };
 

@@ -237,14 +237,18 @@ void JudgeLeft(const Scenario& scenario, const Allowed& allowed, const json& fac
         most += kind == "metadata" ? ended : 0; // Their outputs'.
         finding.AddUnless(count.get<uint64_t>() <= most, Class::Leak, kind + " left at the vendor");
     }
+    uint64_t sessions = 0; // Their records.
     const std::map<size_t, uint64_t> mayStay = BlocksThatMayStay(scenario, allowed, facts, ended);
     for (const auto& block : facts["heap"]) {
         const auto size = block[0].get<size_t>();
+        sessions = size == kSession ? block[1].get<uint64_t>() : sessions;
         const auto found = mayStay.find(size);
         finding.AddUnless(found != mayStay.end() && block[1].get<uint64_t>() <= found->second,
                           Class::Leak,
                           "blocks of " + std::to_string(size) + " bytes left on the heap");
     }
+    finding.AddUnless(sessions >= facts["alive"]["sessions"].get<uint64_t>(), Class::Violation,
+                      "the record of a session is gone, with which the vendor may call back");
 }
 
 /// The line in which a sanitizer says what it found, or the first that there is.

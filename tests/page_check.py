@@ -376,6 +376,8 @@ def main(host, view, campaign):
             assert page.check_contrast() > .8
             page.look(360, "dark")
             page.check_narrow()
+            page.find("#only").click()
+            assert page.find("#single-matrix th[scope=row]").size["width"] > 120
             assert page.check_contrast() < .05
             page.check_quiet()
         for name in ("b.html", "demo.html", "a.html"):

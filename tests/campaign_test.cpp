@@ -64,6 +64,7 @@ const std::vector<FactCase>& FactCases() {
         {{"fail GetImageBuffer 3 1"}, kOneNotSent, AsDocumented},
         {{"fail GetImageBuffer 3 1"}, kBothNotSent, Violation, "not sent"},
         {{"fail ExecuteRequest 2 1"}, kBothRefused1, Violation, "status 1 for no reason"},
+        {{"fail GetCPUAddress 2 1"}, R"({"lost": 1})", Violation, "found no room"},
         {{"fail GetCPUAddress 2 1"}, R"({"wrongPictures": 1})", AsDocumented},
         {{"fail GetCPUAddress 2 1"}, R"({"wrongPictures": 2})", Violation, "wrong pictures"},
         {{"fail BufferManagerDestroy"},
@@ -140,6 +141,12 @@ TEST(Judge, ExplainsASilentVendor) {
     EXPECT_EQ(Judge(scenario, true, facts).its, Class::AsDocumented);
     facts["alive"]["metadata"] = 3;
     EXPECT_EQ(Judge(scenario, true, facts).its, Class::Leak);
+    // Or one that holds some until a flush.
+    scenario.delivery = standin::Delivery::OnSessionThread;
+    scenario.cameras[0].heldAtFlush = 1;
+    facts = GoodFacts();
+    facts.merge_patch({{"completed", 1}, {"unanswered", 1}, {"alive", {{"metadata", 1}}}});
+    EXPECT_EQ(Judge(scenario, true, facts).its, Class::AsDocumented);
 }
 
 /// With calls of two entries, and a fault of the scenario's at one of a third.
@@ -168,6 +175,7 @@ TEST(Plan, HasEachFaultOnceAndAnswersForWhatIsLeftOut) {
           "libextensionlayer.no-result-meta.so"}) {
         EXPECT_TRUE(names.contains(": " + std::string(fault))) << fault;
     }
+    EXPECT_FALSE(names.contains(": fail OpenSession")) << "it is not called";
     EXPECT_EQ(all.taken, 3U) << "all calls, the one, and none there";
     const Plan fewer = MakePlan(Targets(), {.mostCalls = 1});
     EXPECT_EQ(fewer.cells.size() + fewer.beyond, all.cells.size());

@@ -23,8 +23,8 @@ build() { # build SOURCES: the last build goes on, and $OUT moves
 run() {
     local stats=$work/found/default/fuzzer_stats
     rm -rf "$work/found"
-    timeout $((seconds + 60)) afl-fuzz -i "$2" -o "$work/found" -V "$seconds" -m none -t 5000+ \
-        -- "$work/moved/$1" >"$work/$1.txt" 2>&1 || true
+    timeout --foreground $((seconds + 60)) afl-fuzz -i "$2" -o "$work/found" -V "$seconds" \
+        -m none -t 5000+ -- "$work/moved/$1" >"$work/$1.txt" 2>&1 || true
     executions=$(sed -n 's/^execs_done *: //p' "$stats" 2>/dev/null || true)
     crashes=$(sed -n 's/^saved_crashes *: //p' "$stats" 2>/dev/null || true)
     note build "$work/moved/$1"

@@ -6,6 +6,10 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../tools/figures.sh"
 build=$1 corpora=$2 seconds=$3
 here=$(dirname "${BASH_SOURCE[0]}")
+# A fuzzer that gets the signal, too, ends with 72; what it did until then is printed.
+interrupted=0
+trap 'interrupted=130' INT
+trap 'interrupted=143' TERM
 
 fuzz_options() { sed -nE 's/^([a-z_]+) = (.+)/-\1=\2/p' "$here/$1.options"; }
 
@@ -13,6 +17,7 @@ fuzz_options() { sed -nE 's/^([a-z_]+) = (.+)/-\1=\2/p' "$here/$1.options"; }
 fuzz_one() {
     local name=$1 seconds=$2 found=$build/found/$1 status=0 runs=0 covered=0 input
     local program=$build/fuzz/fuzz_$name log=$found.log what="$2 s" outcome="no finding"
+    [ "$interrupted" -eq 0 ] || exit "$interrupted"
     local corpus=("$corpora/$name") limits=(-max_total_time="$2")
     mapfile -t -O 1 limits < <(fuzz_options "$name")
     mkdir -p "$found" "$build/corpus/$name"
@@ -25,6 +30,7 @@ fuzz_one() {
     note build "$program"
     "$program" "${limits[@]}" -artifact_prefix="$found/" "${corpus[@]}" >"$log" 2>&1 ||
         status=$? outcome="1 FINDING"
+    [ "$interrupted" -eq 0 ] || [[ ! $status =~ ^(72|130|143)$ ]] || status=0 outcome=interrupted
     # "#18 DONE cov: 5 ...", or the last such line before a finding.
     read -r runs covered < <(sed -nE 's/^#([0-9]+)\t.* cov: ([0-9]+) .*/\1 \2/p' "$log" |
         tail -n 1) || true
@@ -46,26 +52,29 @@ fuzz_one() {
     return 1
 }
 
-# fuzz_merge NAME: the corpus becomes the fewest inputs of it, and of what was found, that cover as
-# much. What somebody has given a name stays.
+# fuzz_merge NAME: the corpus becomes what somebody has given a name, and of the rest of it, and of
+# what was found, the fewest inputs that cover as much.
 fuzz_merge() {
     local name=$1 corpus=$corpora/$1 merged=$build/merged/$1 before options
     local program=$build/fuzz/fuzz_$name found=$build/corpus/$1
     rm -rf "$merged" "$merged".crash-*
     mkdir -p "$merged" "$found"
+    find "$corpus" -type f -regextype egrep ! -regex "$unnamed" -exec cp -t "$merged" {} +
     mapfile -t options < <(fuzz_options "$name")
     before=$(fuzz_size "$corpus" "$name; before")
     note build "$program"
     if ! "$program" -merge=1 "${options[@]}" -artifact_prefix="$merged.crash-" \
         "$merged" "$corpus" "$found" >"$merged.log" 2>&1 || [ -z "$(ls "$merged")" ] ||
         compgen -G "$merged.crash-*" >/dev/null; then
+        [ "$interrupted" -eq 0 ] || exit "$interrupted"
         note finding "fuzz_$name does not merge: $merged.log"
         printf 'fuzz_%s does not merge, and its corpus is as it was: %s\n' \
             "$name" "$merged.log" >&2
         exit 2
     fi
-    find "$corpus" -type f -regextype egrep -regex '.*/[0-9a-f]{40}' -delete
-    cp -t "$corpus" "$merged"/*
+    cp -nt "$corpus" "$merged"/*
+    find "$corpus" -type f -regextype egrep -regex "$unnamed" -printf '%f\n' |
+        while read -r input; do [ -e "$merged/$input" ] || rm "$corpus/$input"; done
     printf '%-9s %s before, %s after, %s found in %s\n' "$name" "$before" \
         "$(fuzz_size "$corpus" "$name; after")" "$(fuzz_size "$found" "$name; found")" "$build"
 }
@@ -80,6 +89,7 @@ fuzz_size() {
 }
 
 if [ "$seconds" = --merge ]; then
+    unnamed='.*/[0-9a-f]{40}'
     for name in table config log recording; do fuzz_merge "$name"; done
     exit
 fi
@@ -89,4 +99,5 @@ for fuzzer in table:7 config:1 log:1 recording:1; do
     name=${fuzzer%:*} share=$((seconds * ${fuzzer#*:} / 10))
     fuzz_one "$name" 0 && { [ "$seconds" -eq 0 ] || fuzz_one "$name" "$share"; } || status=1
 done
+[ "$interrupted" -eq 0 ] || status=$interrupted
 exit "$status"

@@ -250,11 +250,11 @@ bool Soak::Judge() const {
 
 void OnTimeUp(int /*signal*/) { g_tally.isOver = true; }
 
-/// The second Ctrl-C ends the process as usual.
+/// The second one ends the process as usual.
 void OnInterrupt(int signal) {
     g_isInterrupted = true;
     OnTimeUp(signal);
-    (void)std::signal(SIGINT, SIG_DFL);
+    (void)std::signal(signal, SIG_DFL);
 }
 
 } // namespace
@@ -278,6 +278,7 @@ int main(int argc, char** argv) try {
         return view::ExitOf(app, error);
     }
     (void)std::signal(SIGINT, OnInterrupt);
+    (void)std::signal(SIGTERM, OnInterrupt);
     (void)std::signal(SIGALRM, OnTimeUp);
     alarm(static_cast<unsigned>(options.seconds));
     Soak soak(options);

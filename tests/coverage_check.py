@@ -63,6 +63,20 @@ def check_unreached(folder):
             "x.h f, never true: g(), 2 times": [4, 7]}, "what is not reached")
 
 
+def check_figures(folder):
+    """Each number of a table is noted, and each problem."""
+    os.environ["FIGURES"] = str(folder / "noted")
+    ran = types.SimpleNamespace(lines={("x.h", 1): True, ("x.h", 2): False, ("y.h", 3): True})
+    coverage.show_reached({"together": ran}, "lines")
+    coverage.show_unreached({"a": [7, 8]}, ["b is wrong"])
+    del os.environ["FIGURES"]
+    expect((folder / "noted").read_text().splitlines(),
+           [f"figure\tlines; {what}\t{number}\t" for what, number in (
+               ("x.h; together", 1), ("x.h; of", 2), ("y.h; together", 1), ("y.h; of", 1),
+               ("all; together", 2), ("all; of", 3))]
+           + ["figure\tnever reached\t1\t", "finding\tb is wrong"], "what is noted")
+
+
 def check_comparison():
     """Between what is not reached and what is excused."""
     def problems(tests, together, excused):
@@ -118,7 +132,7 @@ def check_lists():
 
 
 def main():
-    for check in check_outcomes, check_faults, check_reading, check_unreached:
+    for check in check_outcomes, check_faults, check_reading, check_unreached, check_figures:
         with tempfile.TemporaryDirectory() as folder:
             check(Path(folder))
     check_comparison()

@@ -5,6 +5,8 @@ person is shown is in the report for machines, and so is what does not hold, and
 import json
 import os
 import re
+import signal
+import subprocess
 import sys
 import tempfile
 
@@ -111,11 +113,31 @@ def check_fuzz():
     expect(shown(report)["log; the corpus; findings"], (1, False), "findings")
     [finding] = report["result"]["findings"]
     assert finding.startswith("log: SUMMARY: it broke") and "found/x" in finding, finding
-    stand_in("build/fuzz/fuzz_table",
-             'for i; do case $i in *merged/table) echo a >$i/a; esac; done')
+    stand_in("build/fuzz/fuzz_table", f"""
+        for i; do case $i in *merged/table) [ -e $i/named ] && echo a >$i/{'f' * 40}; esac; done""")
+    write("corpus/table/named", "n")
     report = report_of(2, "failed", *FUZZ, "--merge")
     expect((shown(report)["table; before; size"], shown(report)["table; after; size"]),
-           ((3, None), (2, None)), "sizes")
+           ((4, None), (3, None)), "sizes")
+    expect(sorted(os.listdir("corpus/table")), ["f" * 40, "named"], "what is kept")
+    for number in "INT", "TERM":
+        stand_in("build/fuzz/fuzz_table",
+                 f'echo "#18\tpulse  cov: 5 ft: 6" >&2; kill -{number} $PPID; exit 72')
+        report = report_of(128 + getattr(signal, f"SIG{number}"), "interrupted", *FUZZ, "10")
+        expect(shown(report)["table; the corpus; executions"], (18, None), f"figure after {number}")
+
+
+def check_interruptions():
+    """Of what had begun nothing goes on: whatever did would hold the pipe."""
+    stand_in("waits", "printf 'figure\\tx\\t1\\t\\n' >>$FIGURES; echo ready; sleep 60; echo on")
+    for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+        with subprocess.Popen([FIGURES, "a.json", "./waits"], stdout=subprocess.PIPE) as ended:
+            expect(ended.stdout.readline(), b"ready\n", "its beginning")
+            ended.send_signal(number)
+            expect(ended.communicate(timeout=30)[0], b"report     a.json\n", f"after {number}")
+        report = reports.valid(VALIDATOR, read("a.json"))
+        expect((ended.returncode, report["result"]["status"], shown(report)),
+               (128 + number, "interrupted", {"x": (1, None)}), f"report after {number}")
 
 
 def check_bench(instructions, probe, library, bench=""):
@@ -147,6 +169,7 @@ with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     check_soak()
     check_outputs()
+    check_interruptions()
     check_fuzz()
     if REST:
         check_bench(*REST)

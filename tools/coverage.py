@@ -214,23 +214,43 @@ def compare(missing, excused, file):
 # --- What is printed ------------------------------------------------------------------------------
 
 
-def figures_of(runs):
-    """(what, file or whole, {group: reached}, all) in the order of the table."""
-    files = sorted({file for file, _ in runs["together"].lines})
-    for what in "lines", "branches":
-        for file in (*files, "all"):
-            keys = [key for key in getattr(runs["together"], what) if file in (key[0], "all")]
-            if keys:
-                reached = {group: sum(bool(getattr(run, what).get(key)) for key in keys)
-                           for group, run in runs.items()}
-                yield what, file, reached, len(keys)
+def note(kind, *fields):
+    """What kit/figures.h is for programs."""
+    if "FIGURES" in os.environ:
+        with open(os.environ["FIGURES"], "a", encoding="utf-8") as file:
+            print(kind, *fields, sep="\t", file=file)
 
 
 def table(heads, rows):
+    """Each number is also a figure, named by its row and its column."""
     widths = [max(len(str(row[i])) for row in [heads, *rows]) for i in range(len(heads))]
     for row in [heads, *rows]:
         cells = [str(cell).rjust(width) for cell, width in zip(row, widths)]
         print(str(row[0]).ljust(widths[0]), *cells[1:], sep="  ")
+    for name, *numbers in rows:
+        for column, number in zip(heads[1:], numbers):
+            note("figure", f"{heads[0]}; {name}; {column}", number, "")
+    print()
+
+
+def show_reached(runs, what):
+    """Lines or branches, by file and in all."""
+    known = getattr(runs["together"], what)
+    rows = []
+    for file in (*sorted({key[0] for key in known}), "all"):
+        keys = [key for key in known if file in (key[0], "all")]
+        reached = [sum(bool(getattr(run, what).get(key)) for key in keys) for run in runs.values()]
+        rows.append([file, *reached, len(keys)])
+    table([what, *runs, "of"], rows)
+
+
+def show_unreached(missing, problems):
+    for what, lines in missing.items():
+        print(f"never  {what}{place(lines)}")
+    note("figure", "never reached", len(missing), "")
+    for problem in problems:
+        print(f"WRONG  {problem}")
+        note("finding", problem)
 
 
 def main():
@@ -239,7 +259,6 @@ def main():
     parser.add_argument("lists", help="where outcomes.txt and unreached.txt are")
     parser.add_argument("objects", nargs="+", help="the libraries that ran")
     parser.add_argument("--html", metavar="DIR", help="write llvm-cov's pages")
-    parser.add_argument("--report", metavar="FILE", help="write the figures as JSON")
     options = parser.parse_args()
 
     groups = [group for group in ("tests", "scenarios", "fuzzers")
@@ -248,11 +267,10 @@ def main():
             for group in groups}
     runs["together"] = Run([Path(options.runs, group) for group in groups], options.objects,
                            Path(options.runs, "together"))
-    figures = list(figures_of(runs))
-    for wanted in "lines", "branches":
-        table([wanted, *runs, "of"], [[file, *reached.values(), count]
-                                      for what, file, reached, count in figures if what == wanted])
-        print()
+    for library in options.objects:
+        note("build", os.path.realpath(library))
+    show_reached(runs, "lines")
+    show_reached(runs, "branches")
 
     listed = read_list(Path(options.lists, "outcomes.txt"))
     counts, unknown = {}, []
@@ -262,7 +280,6 @@ def main():
         unknown += [f"not documented: {outcome}, by {group}" for outcome in sorted(more)]
     table(["outcome", *groups], [[outcome, *(counts[group][outcome] for group in groups)]
                                  for outcome in listed])
-    print()
 
     excuses = Path(options.lists, "unreached.txt")
     missing = {group: unreached(runs[group]) for group in ("tests", "together")}
@@ -272,24 +289,12 @@ def main():
         if not any(counts[group][outcome] for group in groups):
             missing["together"][f"outcome {outcome}"] = []
     problems = unknown + compare(missing, read_list(excuses), excuses)
-    for what, lines in missing["together"].items():
-        print(f"never  {what}{place(lines)}")
-    for problem in problems:
-        print(f"WRONG  {problem}")
+    show_unreached(missing["together"], problems)
     if options.html:
         run("llvm-cov-14", "show", "-format=html", "-show-branches=count",
             f"-output-dir={options.html}", *runs["together"].arguments,
             f"-path-equivalence={runs['together'].compiled},{FOLDER}",
             "-ignore-filename-regex=tools/")
-    if options.report:
-        report = {"figures": [{"name": f"{what} of {file}", "reached": reached, "all": count}
-                              for what, file, reached, count in figures],
-                  "outcomes": [{"name": outcome, "reached": {group: counts[group][outcome]
-                                                             for group in groups}}
-                               for outcome in listed],
-                  "unreached": list(missing["together"]), "problems": problems}
-        with open(options.report, "w", encoding="utf-8") as file:
-            json.dump(report, file, indent=2)
     return 1 if problems else 0
 
 

@@ -6,6 +6,7 @@ REPORT is opened before, and written as kit/output_file.h says; "-" is standard 
 nothing else goes then. Ends as the program does, but with 2 where there can be no report, and with
 1 where it alone could not be written."""
 
+import contextlib
 import datetime
 import errno
 import fcntl
@@ -114,7 +115,7 @@ def result_of(status, figures, findings):
     text = f"{len(figures)} figures, {sum(bars)} of {len(bars)} bars hold"
     if status == 0:
         name = "passed"
-    elif number_of_signal in (signal.SIGINT, signal.SIGTERM):
+    elif number_of_signal in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         name = "interrupted"
     else:
         name = "crashed" if number_of_signal > 0 else "failed"
@@ -123,13 +124,22 @@ def result_of(status, figures, findings):
 
 
 def run(command, file):
-    """Signals reach the program, which then ends, and is reported."""
+    """Whichever signal ends this reaches all processes of the program, which is then reported."""
     environment = {**os.environ, "FIGURES": file}
-    signal.signal(signal.SIGINT, lambda *_: None)  # The terminal sends it to both.
+    started, early = [], []
+
+    def pass_on(number, _):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(started[0], number) if started else early.append(number)
+
+    for number_of_signal in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+        signal.signal(number_of_signal, pass_on)
     sys.stdout.flush()
     try:
-        with subprocess.Popen(command, env=environment) as process:
-            signal.signal(signal.SIGTERM, lambda *_: process.terminate())
+        with subprocess.Popen(command, env=environment, process_group=0) as process:
+            started.append(process.pid)
+            for number_of_signal in early:
+                pass_on(number_of_signal, None)
             return process.wait()
     except OSError as error:
         print(f"{command[0]}: {error.strerror}", file=sys.stderr)

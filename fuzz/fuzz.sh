@@ -53,7 +53,8 @@ fuzz_one() {
 }
 
 # fuzz_merge NAME: the corpus becomes what somebody has given a name, and of the rest of it, and of
-# what was found, the fewest inputs that cover as much.
+# what was found, few small inputs that cover as many places. How often one passes through a place
+# does not count: else each run of a minute would add hundreds.
 fuzz_merge() {
     local name=$1 corpus=$corpora/$1 merged=$build/merged/$1 before options
     local program=$build/fuzz/fuzz_$name found=$build/corpus/$1
@@ -63,7 +64,7 @@ fuzz_merge() {
     mapfile -t options < <(fuzz_options "$name")
     before=$(fuzz_size "$corpus" "$name; before")
     note build "$program"
-    if ! "$program" -merge=1 "${options[@]}" -artifact_prefix="$merged.crash-" \
+    if ! "$program" -merge=1 -use_counters=0 "${options[@]}" -artifact_prefix="$merged.crash-" \
         "$merged" "$corpus" "$found" >"$merged.log" 2>&1 || [ -z "$(ls "$merged")" ] ||
         compgen -G "$merged.crash-*" >/dev/null; then
         [ "$interrupted" -eq 0 ] || exit "$interrupted"

@@ -354,8 +354,10 @@ struct PlatFormIntCallbacks {
     ///            library's.
     /// Thread:    one call at a time for each camera, and not with `TearDownResource` and
     ///            `Destroy`; else concurrent.
-    /// Returns:   the buffer, null when the operations are missing or fail. A manager that could
-    ///            not be made is not tried again before `TearDownResource`.
+    /// Returns:   the buffer, null when the operation that takes it is missing or fails. It is
+    ///            asked with a null manager, too, where the vendor could not make one, which is not
+    ///            tried again before `TearDownResource`, or has no operation to: what comes of that
+    ///            is the vendor's.
     /// Then:      everything.
     void* (*GetImageBuffer)(PlatFormIntCallbacks*, void* chiStream);
 

@@ -230,6 +230,22 @@ TEST(HandleZero, NeedsTheVendorsEntriesButNotTheVendor) {
     bare->Destroy();
 }
 
+TEST(Flush, FindsNoSessionsWhileTheAdapteeEnds) {
+    Device device;
+    static QcomAdaptee* ending;
+    ending = QcomAdaptee::Create(kit::OpenOfflineInterface(), 3);
+    ChiOfflineMetadataOps* const ops = ending->GetChiOfflineMetadataOps();
+    static decltype(ops->pClose) close;
+    close = std::exchange(ops->pClose, [](ChiOfflineMetadataOps* record) {
+        ending->Flush();
+        EXPECT_EQ(LastLog("Flush"), "E Flush X");
+        close(record);
+    });
+    ending->Destroy();
+    EXPECT_EQ(device->Calls(Entry::CloseSession).size(), 0U);
+    EXPECT_EQ(device->Calls(Entry::MetadataOpsClose).size(), 1U);
+}
+
 TEST(UnknownHandle, FailsInEveryStepAndReachesNoVendor) {
     AdapteeScene scene;
     ChiOfflineSessionConfigInfo config = {};

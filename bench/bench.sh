@@ -3,6 +3,8 @@
 # From one to the next, a ratio differs by some hundredths with the memory that it happens to get: a
 # bar has to hold in two.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/../tools/figures.sh"
+outlast_signals
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 report=${FIGURES:-/dev/null}
@@ -12,9 +14,10 @@ for process in 1 2 3; do
     touch "$folder/$process"
     FIGURES=$folder/$process "$@" || ended=$?
     # It ends with 1 where a bar does not hold, or a measurement failed, as it notes.
-    [ "$ended" -le 1 ] ||
+    [ "$ended" -le 1 ] || [ "$interrupted" -ne 0 ] ||
         printf 'finding\tit ended with status %d\n' "$ended" >>"$folder/$process"
     sed -E "s/^((figure|finding)\t)/\1process $process; /" "$folder/$process" >>"$report"
+    [ "$interrupted" -eq 0 ] || exit "$interrupted"
 done
 awk -F '\t' -v OFS='\t' -v report="$report" '
     $1 == "finding" { failed = 1 }

@@ -12,6 +12,7 @@ export CFLAGS='-O1 -gline-tables-only -fsanitize=address' WORK=$work/built OUT=$
 export CXXFLAGS=$CFLAGS AFL_QUIET=1 AFL_NO_UI=1 AFL_SKIP_CPUFREQ=1 AFL_NO_AFFINITY=1
 export AFL_I_DONT_CARE_ABOUT_MISSING_CRASHES=1
 failures=0
+outlast_signals
 
 build() { # build SOURCES: the last build goes on, and $OUT moves
     rm -rf "$OUT" "$work/moved"
@@ -31,6 +32,7 @@ run() {
     note figure "$1${3:-}; executions" "${executions:-0}" ""
     note figure "$1${3:-}; crashes" "${crashes:-0}" ""
     printf '%-15s %9s executions, %s crashes\n' "$1" "${executions:-no}" "${crashes:-no}"
+    [ "$interrupted" -eq 0 ] || exit "$interrupted"
 }
 expect() { # expect WHAT COMMAND...
     "${@:2}" || {

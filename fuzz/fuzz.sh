@@ -6,10 +6,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../tools/figures.sh"
 build=$1 corpora=$2 seconds=$3
 here=$(dirname "${BASH_SOURCE[0]}")
-# A fuzzer that gets the signal, too, ends with 72; what it did until then is printed.
-interrupted=0
-trap 'interrupted=130' INT
-trap 'interrupted=143' TERM
+outlast_signals
 
 fuzz_options() { sed -nE 's/^([a-z_]+) = (.+)/-\1=\2/p' "$here/$1.options"; }
 
@@ -30,7 +27,8 @@ fuzz_one() {
     note build "$program"
     "$program" "${limits[@]}" -artifact_prefix="$found/" "${corpus[@]}" >"$log" 2>&1 ||
         status=$? outcome="1 FINDING"
-    [ "$interrupted" -eq 0 ] || [[ ! $status =~ ^(72|130|143)$ ]] || status=0 outcome=interrupted
+    # A fuzzer that gets the signal, too, ends with 72, or dies of it.
+    [ "$interrupted" -eq 0 ] || [[ ! $status =~ ^(72|1..)$ ]] || status=0 outcome=interrupted
     # "#18 DONE cov: 5 ...", or the last such line before a finding.
     read -r runs covered < <(sed -nE 's/^#([0-9]+)\t.* cov: ([0-9]+) .*/\1 \2/p' "$log" |
         tail -n 1) || true
@@ -91,7 +89,10 @@ fuzz_size() {
 
 if [ "$seconds" = --merge ]; then
     unnamed='.*/[0-9a-f]{40}'
-    for name in table config log recording; do fuzz_merge "$name"; done
+    for name in table config log recording; do
+        fuzz_merge "$name"
+        [ "$interrupted" -eq 0 ] || exit "$interrupted"
+    done
     exit
 fi
 status=0

@@ -129,7 +129,8 @@ def check_fuzz():
 
 def check_interruptions():
     """Of what had begun nothing goes on: whatever did would hold the pipe."""
-    stand_in("waits", "printf 'figure\\tx\\t1\\t\\n' >>$FIGURES; echo ready; sleep 60; echo on")
+    stand_in("waits", """printf 'figure\\tx\\t1\\t\\n' >>$FIGURES
+        sh -c 'echo ready; exec sleep 60'; echo on""")
     for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
         with subprocess.Popen([FIGURES, "a.json", "./waits"], stdout=subprocess.PIPE) as ended:
             expect(ended.stdout.readline(), b"ready\n", "its beginning")
@@ -157,6 +158,10 @@ def check_bench(instructions, probe, library, bench=""):
         expect(shown(report)["x; ratio; its bar holds"], (3 - misses, misses < 2), "bar")
         expect(len(report["result"]["findings"]), failures, "findings")
         os.remove("count")
+    stand_in("bench", "printf 'figure\\tx\\t7\\t\\n' >>$FIGURES; kill -INT $PPID; kill -INT $$")
+    report = report_of(130, "interrupted", script, "./bench")
+    expect(shown(report), {"process 1; x": (7, None)}, "what an interrupted one has")
+    expect(report["result"]["findings"], [], "findings of an interrupted one")
     if os.path.exists(bench):
         report_of(0, "passed", script, bench, "--benchmark_filter=result alone|GetTag")
     report_of(0, "passed", f"{SOURCES}/bench/instructions.sh", instructions, library,

@@ -6,7 +6,6 @@ REPORT is opened before, and written as kit/output_file.h says; "-" is standard 
 nothing else goes then. Ends as the program does, but with 2 where there can be no report, and with
 1 where it alone could not be written."""
 
-import contextlib
 import datetime
 import errno
 import fcntl
@@ -22,6 +21,7 @@ import sys
 import tempfile
 
 RECORDING = b"OEMLEVTS"  # Begins each, as contract/format.h has it.
+ENDINGS = signal.SIGINT, signal.SIGTERM, signal.SIGHUP
 
 
 class Output:
@@ -115,7 +115,7 @@ def result_of(status, figures, findings):
     text = f"{len(figures)} figures, {sum(bars)} of {len(bars)} bars hold"
     if status == 0:
         name = "passed"
-    elif number_of_signal in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    elif number_of_signal in ENDINGS:
         name = "interrupted"
     else:
         name = "crashed" if number_of_signal > 0 else "failed"
@@ -124,23 +124,20 @@ def result_of(status, figures, findings):
 
 
 def run(command, file):
-    """Whichever signal ends this reaches all processes of the program, which is then reported."""
-    environment = {**os.environ, "FIGURES": file}
-    started, early = [], []
-
-    def pass_on(number, _):
-        with contextlib.suppress(ProcessLookupError):
-            os.killpg(started[0], number) if started else early.append(number)
-
-    for number_of_signal in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
-        signal.signal(number_of_signal, pass_on)
+    """Whichever signal is to end this reaches all processes of the program instead, which is then
+    reported. They wait for their turn from before it begins, so that none is lost."""
+    heeded = {*ENDINGS, signal.SIGCHLD}
+    signal.pthread_sigmask(signal.SIG_BLOCK, heeded)
     sys.stdout.flush()
     try:
-        with subprocess.Popen(command, env=environment, process_group=0) as process:
-            started.append(process.pid)
-            for number_of_signal in early:
-                pass_on(number_of_signal, None)
-            return process.wait()
+        with subprocess.Popen(
+                command, env={**os.environ, "FIGURES": file}, process_group=0,
+                preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_UNBLOCK, heeded)) as process:
+            while process.poll() is None:
+                number_of_signal = signal.sigwait(heeded)
+                if number_of_signal in ENDINGS:
+                    os.killpg(process.pid, number_of_signal)
+            return process.returncode
     except OSError as error:
         print(f"{command[0]}: {error.strerror}", file=sys.stderr)
         return 127

@@ -153,11 +153,14 @@ TEST(Session, IsSharedByEqualIdentitiesOnly) {
 TEST(Session, IsFoundAgainByEachLetterOfItsName) {
     Scene scene;
     scene.UseWords({37});
-    Texts names = {"",     "a",    "b",     "ab",    "bb",        "abc",       "abcd",
-                   "abce", "bbcd", "abcde", "abcdf", "abcdefghi", "abcdefghj", "bbcdefghi"};
+    Texts names = {"",     "a",     "b",     "ab",    "bb",        "abc",       "abcd",     "abce",
+                   "bbcd", "abcde", "abcdf", "bbcde", "abcdefghi", "abcdefghj", "bbcdefghi"};
     for (const char* middle : {"", "-", "+", "--", "-+", "+-"}) {
         names.push_back(std::string("sixteen-letters.") + middle);
         names.push_back("an-eight" + std::string(middle) + "and-more");
+    }
+    for (int i = 0; i < 64; ++i) { // So many that some share a place.
+        names.push_back(Printed("abcdefgh-%c--%c---", 'A' + i % 8, 'A' + i / 8));
     }
     Words sessions[2];
     for (Words& round : sessions) {
@@ -209,6 +212,27 @@ TEST(Session, WhoseOpeningFailedIsListedWithHandleZeroUntilFlush) {
     scene.camera.Flush();
     EXPECT_EQ(scene.device->CallCount(Entry::CloseSession), 0U);
     EXPECT_EQ(scene.Submit(), 0U);
+}
+
+TEST(Session, WithoutAnOpenEntryLeavesTheRecordOfAFailedOpeningAlone) {
+    Scene scene;
+    scene.device->Fail(Entry::OpenSession, 0, 1, 1);
+    EXPECT_EQ(scene.Submit(), 4U);
+    scene.device->SetMissing(Entry::OpenSession);
+    scene.device->ClearRecords();
+    EXPECT_EQ(scene.Submit("Hdr"), 4U);
+    EXPECT_EQ(LogLines("FindOfflineInfo").size(), 1U) << "nothing is completed";
+}
+
+TEST(Session, WithoutInputsClosesNothingAndLeavesTheCamerasCounter) {
+    Scene scene;
+    scene.Submit();
+    const auto inputs = std::exchange(scene.request.privData.inputStreams, {});
+    EXPECT_EQ(scene.Submit("Hdr"), 4U);
+    scene.request.privData.inputStreams = inputs;
+    EXPECT_EQ(scene.Submit("Night"), 0U);
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+              "I Execute rtFrameNumber:7<->offlineFrame:2 success mTotalCounter 3");
 }
 
 TEST(Flush, ClosesSessionsByStreamAddressThenInTheOrderOfOpening) {

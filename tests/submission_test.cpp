@@ -33,7 +33,7 @@ TEST(Submission, FeedsTheInputStreamsOfEachSet) {
         {{37, 32}, 3, 0, 0, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0 | 0:1002@a0 1:1002@a0"},
         {{37, 38}, 4, 0, 0, " 0:1000@a0 | 0:1001@a0 | 0:1002@a0 | 0:1003@a0"},
         {{37, 37}, 2, 0, 1, " 0:1000@a0 1:1001@a1 | 0:1001@a0 1:1003@a1"},
-        {{37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0"},
+        {{37, 37, 37, 37}, 1, 0, 1, " 0:1000@a0 1:1001@a1 2:1000@a0 3:1001@a1"},
         {{37, 37}, 1, 0, 2, " 0:1000@a0 1:1000@a0"},
         {{37, 35}, 1, 0, 0, " 0:1000@a0"},
         {{35, 35}, 2, 1, 0, " 0:3000@a2 1:3000@a2 | 0:3001@a2 1:3001@a2"},
@@ -85,6 +85,10 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
         {{37, 37}, {"10", "11", "11"}, " 0:1000@a0 1:1000@a0 | 0:1001@a0 1:1001@a0"},
         // Not all have: no more of a set than were inputs at first.
         {{37, 37, 37, 37}, {"1000", "1100", "1111"}, " 0:1000@a0 | 0:1001@a0"},
+        // They just have.
+        {{37, 37, 37},
+         {"100", "111", "111"},
+         " 0:1000@a0 1:1000@a0 2:1000@a0 | 0:1001@a0 1:1001@a0 2:1001@a0"},
         // Neither an input nor an output alone, and so not fed.
         {{37}, {"12", "12", "12"}, " 0:1000@a0 | 0:1001@a0"},
         // A YUV input writes no format, so that the one at its place in the array stays.
@@ -200,7 +204,8 @@ TEST(Submission, RefusesAMissingWrapperAndMoreThanTwelveSetsBeforeAnythingElse) 
     EXPECT_EQ(scene.Submit(), 4U);
     EXPECT_TRUE(scene.device->Calls().empty());
     EXPECT_EQ(LogLines().size(), 1U + 2U);
-    EXPECT_TRUE(LastLog("SubmitRequestFromRT").starts_with("E "));
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+              "E Invalid input parameters, 13 input sets, at most 12");
 }
 
 TEST(Submission, RefusesMoreThanTwentyFourInputRecords) {
@@ -211,8 +216,30 @@ TEST(Submission, RefusesMoreThanTwentyFourInputRecords) {
     scene.request.wrapper.rtFrameNumber = 8;
     EXPECT_EQ(scene.Outcome(), "4");
     EXPECT_EQ(scene.device->CallCount(Entry::ExecuteRequest), 1U);
-    EXPECT_TRUE(LastLog("SubmitRequestFromRT").starts_with("E "));
+    EXPECT_EQ(LastLog("SubmitRequestFromRT"),
+              "E Invalid input parameters, 9 input sets of 3 buffers, at most 24");
     EXPECT_EQ(scene.request.privData.rtFrameNumber, 7U);
+}
+
+TEST(Submission, CountsOnlyTheInputsThatItFeeds) {
+    const struct {
+        std::vector<int32_t> formats;
+        uint32_t yuvInput;
+        uint32_t fedOfEachSet;
+    } rows[] = {
+        {{37, 38, 35}, 0, 1},     {{32, 37, 35}, 0, 2}, {{37, 38, 35}, 1, 2},
+        {{35, 37, 35, 38}, 1, 3}, {{37, 32, 37}, 0, 3}, {{38, 35, 35, 33}, 0, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.formats));
+        Scene scene;
+        scene.UseWords(row.formats, 12); // There is room for two of each.
+        scene.request.wrapper.yuvInput = row.yuvInput;
+        EXPECT_EQ(scene.Outcome(), row.fedOfEachSet <= 2 ? "0 MB R C0" : "4");
+        for (const standin::Execution& execution : scene.device->Executions()) {
+            EXPECT_EQ(execution.inputs.at(11).buffers.size(), row.fedOfEachSet);
+        }
+    }
 }
 
 TEST(Submission, GoesOnWithoutWhatItCanLack) {

@@ -45,6 +45,9 @@ TEST(Completion, ReadsTheStatusOfTheRequestsOwnBufferBeforeItIsFreedAndNoneWitho
         request.pOutputBuffer->bufferStatus = 1;
         scene.Receive({1, hasArray ? request.pOutputBuffer : nullptr, 0, request.pOutputMetadata});
         EXPECT_EQ(Story(scene.request), hasArray ? "MB R C1" : "Mb R C0");
+        EXPECT_EQ(CountLogged("I", "offline buffer received, frameNumber:7, buferIndex:0/1, "
+                                   "stream:(nil) format:0 size(0, 0)"),
+                  hasArray ? 0U : 1U);
     }
 }
 
@@ -52,11 +55,11 @@ TEST(Completion, LogsItsStepsInOrder) {
     Scene scene(Delivery::ByHand);
     scene.UseWords({37}, 3);
     scene.Submit();
-    scene.Send({.statuses = {3}, .metadata = scene.Pending().pOutputMetadata});
+    scene.Send({.statuses = {3}, .metadata = scene.Pending().pOutputMetadata, .frame = 41});
     EXPECT_EQ(scene.Named(Log("ProcessCaptureResultCb")),
-              R"(I frameNumber numBuf:1 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 )"
-              R"(pMetadata:<metadata> pLastCount 0
-I [offline_meta] frameNumber:1 release offline input metadata:0x2002 and output metadata:<metadata>
+              R"(I frameNumber numBuf:41 numStreamBuffers 1 numPartialMetadata 0 totalResult:1 )"
+              R"(pMetadata:<metadata> pLastCount 1
+I [offline_meta] frameNumber:41 release offline input metadata:0x2002 and output metadata:<metadata>
 I Freeing up real time output buffers (input to first offline session)
 E ERROR BUFFER status 3
 I Notify close process
@@ -247,7 +250,7 @@ TEST(CaptureResult, ReportsTheFirstEightOfMoreBuffers) {
         scene.Send(result);
         EXPECT_EQ(Story(scene.request), "MBBBBBBBB R C0");
         EXPECT_EQ(scene.request.Events().at(0).buffers.at(7).status, 7);
-        EXPECT_EQ(CountLogged("E"), count - 8);
+        EXPECT_EQ(CountLogged("E", "9 output buffers, only the first 8 are reported"), count - 8);
         const std::string last = Printed("buferIndex:7/%u,", count);
         EXPECT_NE(Log("ProcessOfflineCaptureResultCb").find(last), std::string::npos);
     }

@@ -149,6 +149,34 @@ TEST(Identity, WithTheHashOfAnotherHasASessionOfItsOwn) {
     registry.Flush();
 }
 
+TEST(Registry, SaysThatThereIsNoSessionAndNoRecord) {
+    AdapteeScene scene;
+    SessionManagers registry(scene.adaptee);
+    camera3_stream empty = MakeStream(HAL_PIXEL_FORMAT_RAW10);
+    empty.width = 0;
+    for (camera3_stream* const output : {static_cast<camera3_stream*>(nullptr), &empty}) {
+        SessionInfo other;
+        SessionInfo* info = &other;
+        EXPECT_EQ(registry.GetSessHandle(3, {output, 3, "Night"}, {&scene.input}, 0, info), 0U);
+        EXPECT_EQ(info, nullptr);
+    }
+}
+
+TEST(Registry, FlushesAllAndReturnsTheStatusOfTheLastClose) {
+    for (const uint32_t nth : {1U, 2U}) {
+        AdapteeScene scene;
+        SessionManagers registry(scene.adaptee);
+        EXPECT_EQ(registry.Flush(), 0U);
+        for (const char* feature : {"Night", "Hdr"}) {
+            SessionInfo* info = nullptr;
+            registry.GetSessHandle(3, {&scene.output, 3, feature}, {&scene.input}, 0, info);
+        }
+        scene.device->Fail(Entry::CloseSession, 8, nth, 1);
+        EXPECT_EQ(registry.Flush(), nth == 2 ? 8U : 0U);
+        EXPECT_EQ(scene.device->CallCount(Entry::CloseSession), 2U);
+    }
+}
+
 TEST(SessionChain, OpensForTheCameraAndStreamThatItIsGiven) {
     for (const uint32_t cameraId : {0U, 4294967295U}) {
         AdapteeScene scene;
@@ -210,6 +238,28 @@ TEST(Preparation, FailsWithFiveWhereAListFindsNoMemory) {
     }
 }
 
+TEST(Preparation, FailsWithOneWhereAnInputIsNone) {
+    AdapteeScene scene;
+    scene.input.stream_type = CAMERA3_STREAM_INPUT;
+    EXPECT_EQ(scene.Prepare(scene.Open()), 1U);
+}
+
+TEST(Preparation, ListsTheOutputOnceForEachResult) {
+    AdapteeScene scene;
+    const unsigned long handle = scene.Open();
+    SessionInfo& info = *scene.adaptee->FindSessionInfo(handle);
+    info.totalResult = 3;
+    ChiStream input = {.format = ChiStreamFormatRaw10};
+    ChiStream* inputs[] = {&input};
+    EXPECT_EQ(scene.adaptee->DoPrepareOfflineConfig(1, inputs, &scene.output, &info.configInfo,
+                                                    handle, scene.parameters),
+              0U);
+    ASSERT_EQ(info.configInfo.numStreams, 4U);
+    const std::vector listed(info.pStreamList.get(), info.pStreamList.get() + 4);
+    auto* const output = reinterpret_cast<ChiStream*>(&scene.output);
+    EXPECT_EQ(listed, (std::vector{&input, output, output, output}));
+}
+
 TEST(HandleZero, NeedsTheVendorsEntriesButNotTheVendor) {
     AdapteeScene scene;
     scene.device->Fail(Entry::OpenSession, 0);
@@ -269,6 +319,13 @@ TEST(Configuration, KeepsItsSettingsUntilItSucceedsAndDestroysThemOnce) {
     EXPECT_EQ(scene.adaptee->ConfigStreams(handle), 0U);
     EXPECT_EQ(scene.adaptee->ConfigStreams(handle), 0U);
     EXPECT_EQ(scene.device->CallCount(Entry::MetadataDestroy), 1U);
+}
+
+TEST(Opening, NamesTheSessionThatTheNewOneShares) {
+    AdapteeScene scene;
+    scene.device.ExpectViolations(); // Through the table, none shares another.
+    EXPECT_NE(scene.adaptee->DoOpenOfflineSession("3", "Night", nullptr, 77), 0);
+    EXPECT_EQ(scene.device->Sessions().at(0).pCreateInfo->sharedSessionHandle, 77U);
 }
 
 TEST(Opening, OfAnIdentityThatIsThereLeavesBothSessionsAndTheFirstMapping) {
@@ -351,8 +408,9 @@ TEST(Completion, OfARequestWithoutPrivateDataFreesTheRequestAlone) {
     ChiOfflineCaptureResultInfo info = {1, &block, nullptr, request};
     QcomAdaptee::ProcessCaptureResultCb(&sessionCallbacks, 1, &info);
     EXPECT_EQ(calls, "complete (nil) 1");
-    EXPECT_EQ(LogLines("ProcessCaptureResultCb").at(1),
-              "I Free up OC->OC metadata and buffers - pending");
+    const Texts lines = LogLines("ProcessCaptureResultCb");
+    EXPECT_TRUE(lines.at(0).ends_with(" pLastCount 0")) << "it has no counter: " << lines.at(0);
+    EXPECT_EQ(lines.at(1), "I Free up OC->OC metadata and buffers - pending");
 }
 
 /// What vendor code could only bring where its interface went away under a session.

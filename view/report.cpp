@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -76,9 +77,10 @@ void PrintSummary(const char* name, const std::vector<Row>& rows, double share) 
             }
         }
         std::sort(values.begin(), values.end());
-        const auto index = static_cast<size_t>(share * static_cast<double>(values.size()));
+        // The nearest rank, as on the page.
+        const auto rank = std::ceil(share * static_cast<double>(values.size()));
         if (!values.empty()) {
-            times[column] = values[std::min(index, values.size() - 1)];
+            times[column] = values[static_cast<size_t>(rank) - 1];
         }
     }
     PrintCells(name, "", "", times, "");

@@ -191,14 +191,15 @@ TEST(Run, ComparesWithWhatIsExpected) {
         "vendor": {"faults": ["fail ExecuteRequest 5"]},
         "expect": {"completed": 1, "refused": {"1": 1}, "errors": 1, "sessions": 1,
                    "violations": ["V4"], "abort": true}})");
-    const Texts expected{"completed requests: 1 expected, 0 found",
-                         "submissions refused with status 1: 1 expected, 0 found",
-                         "submissions refused with status 4: 0 expected, 2 found",
-                         "completions with a failure: 1 expected, 0 found",
-                         "sessions opened: 1 expected, 0 found",
-                         "rules broken: V4 expected, none found",
-                         "a call that was to fail ExecuteRequest 5 never came",
-                         "the process should have ended by SIGABRT"};
+    const Texts expected{
+        "completed requests: 1 expected, 0 found",
+        "submissions refused with status 1: 1 expected, 0 found",
+        "submissions refused with status 4: 0 expected, 2 found",
+        "completions with a failure: 1 expected, 0 found",
+        "sessions opened: 1 expected, 0 found",
+        "rules broken: V4 expected, none found",
+        "the fault \"fail ExecuteRequest 5\": reached expected, never reached found",
+        "the process should have ended by SIGABRT"};
     EXPECT_EQ(outcome.unfulfilled, expected);
 }
 

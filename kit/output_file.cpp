@@ -18,17 +18,12 @@
 namespace kit {
 namespace {
 
+bool g_isStandardOutputTaken = false; ///< By a file that is alive.
+
 struct stat StatusOf(int file) {
     struct stat status {};
     (void)fstat(file, &status);
     return status;
-}
-
-/// Standard output, which is that of errors for all others. \returns -1 where that fails.
-int TakeStandardOutput() {
-    (void)fflush(stdout);
-    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    return own < 0 || dup2(STDERR_FILENO, STDOUT_FILENO) < 0 ? -1 : own;
 }
 
 } // namespace
@@ -46,12 +41,14 @@ void MakeOwnFolder(const std::string& file) {
 OutputFile::OutputFile(const std::string& name, Replaces replaces)
     : mName(name == "-" ? "standard output" : name) {
     MakeOwnFolder(mName);
+    constexpr char kTwice[] = "it is being written already";
     std::string problem;
-    mFile = name == "-" ? TakeStandardOutput() : -1;
-    if (mFile < 0 && !Open()) {
+    if (name == "-" && g_isStandardOutputTaken) {
+        problem = kTwice;
+    } else if (name == "-" ? !TakeStandardOutput() : !Open()) {
         problem = std::string("it cannot be written: ") + strerror(errno);
     } else if (mIsRegular && flock(mFile, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        problem = "it is being written already";
+        problem = kTwice;
     } else if (mIsRegular && replaces == Replaces::AllButRecordings &&
                contract::WriterOf(mName) != 0) {
         problem = "this is a recording, and would be lost";
@@ -72,6 +69,19 @@ OutputFile::~OutputFile() {
     if (mFile >= 0) {
         close(mFile);
     }
+    if (mIsStandardOutput) {
+        g_isStandardOutputTaken = false;
+    }
+}
+
+/// Has all others print where errors go. \returns false, with the reason in `errno`, where that
+/// fails.
+bool OutputFile::TakeStandardOutput() {
+    (void)fflush(stdout);
+    mFile = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+    mIsStandardOutput = mFile >= 0 && dup2(STDERR_FILENO, STDOUT_FILENO) >= 0;
+    g_isStandardOutputTaken = mIsStandardOutput;
+    return mIsStandardOutput;
 }
 
 /// \returns false, with the reason in `errno`, where that fails.

@@ -24,7 +24,7 @@ class OutputError : public std::runtime_error {
 /// one thread at a time. A process that is forked may write it instead, once.
 ///
 /// The name "-" is that of standard output: whatever else the program prints from then on goes to
-/// standard error.
+/// standard error. Two files at once cannot have it.
 class OutputFile {
   public:
     /// What of a file's may be lost.
@@ -47,11 +47,13 @@ class OutputFile {
 
   private:
     bool Open();
+    bool TakeStandardOutput();
     int WriteAll(std::string_view content);
 
     const std::string mName;
     int mFile = -1;
     bool mIsRegular = false;
+    bool mIsStandardOutput = false;
     bool mIsNew = false; ///< Made by this, and nothing came of it so far.
 };
 

@@ -2,6 +2,7 @@
 #include "host/all.h"
 
 #include "host/junit.h"
+#include "kit/nearest.h"
 #include "kit/output_file.h"
 #include "standin/located_json.h"
 #include "view/report.h"
@@ -34,13 +35,10 @@ std::map<std::string, std::string> ScenariosOf(const fs::path& folder) {
         }
     }
     if (files.empty()) {
-        throw InputError(folder.string() + ": there is no scenario in this folder");
+        throw InputError(folder.string() + ": " +
+                         (error ? error.message() : "there is no scenario in this folder"));
     }
     return files;
-}
-
-[[noreturn]] void FailAt(const std::string& file, size_t line, const std::string& name) {
-    throw InputError(file + ":" + std::to_string(line) + ": there is no scenario '" + name + "'");
 }
 
 /// Names, one a line; what follows a '#' is a remark.
@@ -57,7 +55,8 @@ std::set<std::string> ReadKnown(const std::string& file,
         std::istringstream words(line.substr(0, line.find('#')));
         for (std::string name; words >> name;) {
             if (!scenarios.contains(name)) {
-                FailAt(file, number, name);
+                throw InputError(file + ":" + std::to_string(number) + ": there is no scenario '" +
+                                 name + "'" + kit::DidYouMean(name, scenarios, kit::kName));
             }
             known.insert(name);
         }
@@ -149,6 +148,19 @@ void Print(const Case& result, bool isAsKnown) {
            result.name.c_str(), isSilent ? "" : (": " + result.text).c_str());
 }
 
+/// As in "13 scenarios: 1 failed, 1 failed as known, 11 passed".
+void PrintCounts(const std::vector<Case>& cases) {
+    std::map<std::string, size_t> counts;
+    for (const Case& each : cases) {
+        ++counts[each.status + (each.kind == Case::Kind::Skipped ? " as known" : "")];
+    }
+    std::string text;
+    for (const auto& [status, number] : counts) {
+        text += (text.empty() ? ": " : ", ") + std::to_string(number) + " " + status;
+    }
+    printf("%s%s\n", view::Count(cases.size(), "scenario").c_str(), text.c_str());
+}
+
 } // namespace
 
 int RunAll(const AllSettings& settings, const RunFile& run) {
@@ -159,24 +171,24 @@ int RunAll(const AllSettings& settings, const RunFile& run) {
         file.emplace(settings.junit);
     }
     std::vector<Case> cases;
-    size_t unlike = 0;
+    bool areAsKnown = true;
     bool wasInterrupted = false;
     for (const auto& [name, path] : scenarios) {
         Case result = RunOne(name, path, settings, run);
         wasInterrupted = result.status == "interrupted";
         const bool isAsKnown = Compare(result, known.contains(name)) && !wasInterrupted;
-        unlike += isAsKnown ? 0 : 1;
+        areAsKnown = areAsKnown && isAsKnown;
         Print(result, isAsKnown);
         cases.push_back(std::move(result));
         if (wasInterrupted) {
             break;
         }
     }
-    printf("%s, %zu not as known\n", view::Count(cases.size(), "scenario").c_str(), unlike);
+    PrintCounts(cases);
     if (file.has_value()) {
         file->Write(JUnitOf("scenarios", cases));
     }
-    return wasInterrupted ? kInterrupted : unlike == 0 ? 0 : 1;
+    return wasInterrupted ? kInterrupted : areAsKnown ? 0 : 1;
 }
 
 } // namespace host

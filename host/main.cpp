@@ -76,6 +76,10 @@ void DeclareReports(CLI::App& app, Options& options) {
     }
     app.add_option("--junit", options.junit, "Write what came of all scenarios (JUnit's XML)")
         ->needs(all);
+    for (const char* const one :
+         {"--report", "--page", "--record", "--picture", "--trace", "--junit"}) {
+        app.get_option(one)->check(view::NamesFile());
+    }
     app.add_option("--known", options.known,
                    "A file that lists the scenarios that are known to fail, a name a line")
         ->needs(all)
@@ -227,19 +231,6 @@ struct Files {
     }
 };
 
-/// \returns what is wrong where it cannot be written, which is a line on standard error, too.
-std::string Write(const char* what, kit::OutputFile& file, const std::string& content,
-                  const char* use = "") {
-    try {
-        file.Write(content);
-        PrintFact(what, file.Name() + use);
-        return "";
-    } catch (const kit::OutputError& error) {
-        (void)fprintf(stderr, "%s\n", error.what());
-        return error.what();
-    }
-}
-
 /// Writes the picture, if it is wanted. \returns false if it cannot be written.
 bool WritePicture(Files& files, const Run& run) {
     if (!files.picture.has_value()) {
@@ -250,7 +241,7 @@ bool WritePicture(Files& files, const Run& run) {
         PrintFact("picture", "there is none to write");
         return true;
     }
-    const bool isWritten = Write("picture", *files.picture, picture->png).empty();
+    const bool isWritten = view::WriteFile("picture", *files.picture, picture->png).empty();
     PrintFact("", picture->quality);
     return isWritten;
 }
@@ -261,8 +252,8 @@ void WriteTrace(Files& files, const Isolated& around, Isolated::Ended& ended) {
     const std::optional<std::string> trace =
         files.trace.has_value() ? around.TraceOf(ended) : std::nullopt;
     if (trace.has_value()) {
-        around.Blame(ended, Write("trace", *files.trace, *trace,
-                                  ", for ui.perfetto.dev or chrome://tracing"));
+        around.Blame(ended, view::WriteFile("trace", *files.trace, *trace,
+                                            ", for ui.perfetto.dev or chrome://tracing"));
     } else if (files.trace.has_value()) {
         PrintFact("trace", "there is none to write: nothing was recorded");
     }
@@ -323,7 +314,8 @@ Isolated::Ended RunApart(const Options& options, const Scenario& scenario,
     g_keptLines = nullptr;
     WriteTrace(files, around, ended);
     if (files.page.has_value()) {
-        files.page->Write(around.PageOf(ended));
+        around.Blame(ended,
+                     view::WriteFile("page", *files.page, around.PageOf(ended), ", for a browser"));
     }
     return ended;
 }
@@ -343,9 +335,6 @@ int RunScenario(Options options) {
     if (files.report.has_value()) {
         files.report->Write(view::TextOf(ended.report));
         PrintFact("report", files.report->Name());
-    }
-    if (files.page.has_value()) {
-        PrintFact("page", files.page->Name() + ", for a browser");
     }
     return ended.end.ExitStatus();
 }
@@ -391,9 +380,11 @@ int main(int argc, char** argv) try {
         return view::ExitOf(app, error);
     }
     options.command = CommandOf(argc, argv);
-    return options.lists          ? ListScenarios()
-           : !options.all.empty() ? RunAllScenarios(options)
-                                  : RunScenario(options);
+    const int status = options.lists          ? ListScenarios()
+                       : !options.all.empty() ? RunAllScenarios(options)
+                                              : RunScenario(options);
+    view::CheckPrinted();
+    return status;
 } catch (const std::exception& error) {
     (void)fprintf(stderr, "%s\n", error.what());
     return StatusOf(error);

@@ -97,6 +97,7 @@ ChildEnd Await(pid_t child) {
 /// In a child: does its work, and ends.
 [[noreturn]] void Do(const std::function<int()>& work, const ChildSettings& settings) {
     alarm(static_cast<unsigned>(settings.limit.count()));
+    clearerr(stdout); // What the caller could not print is no failure of the child's.
     try {
         exit(work());
     } catch (...) {

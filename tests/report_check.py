@@ -106,6 +106,23 @@ def check_outputs():
     reports.check_outputs(lambda file: run(HOST, "night-burst", *SMALL, "--report", file))
 
 
+def check_files_beside_others():
+    """One that cannot be written is named, and costs no other."""
+    run(HOST, "night-burst", *SMALL, "--record", "b.rec")
+    text = report_of(1, "failed", "night-burst", *SMALL, "--page", "/dev/full")["result"]["text"]
+    assert "/dev/full: it could not be written: No space left" in text, text
+    ended = run(VIEW, "show", "b.rec", "--report", "/dev/full", "--page", "b.html")
+    expect((ended.returncode, os.path.exists("b.html")), (1, True), "the page beside a report")
+    for arguments, problem in ((["--page", ""], "the name of a file is missing"),
+                               (["--report", "-", "--page", "-"], "it is being written already")):
+        ended = run(HOST, "night-burst", *SMALL, *arguments)
+        expect((ended.returncode, problem in ended.stderr), (2, True), f"{arguments} {ended}")
+    for arguments in ["--list"], ["night-burst", *SMALL, "--trace", "./t.json"]:
+        ended = subprocess.run([*EMULATOR, HOST, *arguments], stdout=open("/dev/full", "w"),
+                               stderr=subprocess.PIPE, text=True, check=False)
+        assert ended.returncode == 1 and "standard output: it could not" in ended.stderr, ended
+
+
 def check_recordings():
     ended = run(VIEW, "show", "a.rec", "--report", "-")
     report = valid(ended.stdout)
@@ -133,7 +150,10 @@ def check_all():
         file.write("knownToFail # for a reason\nknownToFailAndPasses\n")
     ended = run(HOST, "--all", "all", "--known", "known", "--junit", "a.xml", "--limit", str(LIMIT))
     expect(ended.returncode, 1, ended.stdout + ended.stderr)
-    expect(len(ended.stdout.splitlines()), 7, "lines of\n" + ended.stdout)
+    lines = ended.stdout.splitlines()
+    expect((len(lines), lines[-1]),
+           (7, "6 scenarios: 1 crashed, 1 failed, 1 failed as known, 1 passed, 1 timed out, "
+            "1 unexpectedly passed"), "lines")
     suite = xml.etree.ElementTree.parse("a.xml").getroot().find("testsuite")
     expect([suite.get(key) for key in ("tests", "failures", "errors", "skipped")],
            ["6", "2", "2", "1"], "counts")
@@ -152,15 +172,15 @@ def check_all():
         file.write("knownToFail\nfails\ncrashes\n")
     expect(run(HOST, "--all", "all", "--known", "known").returncode, 0, "status as known")
     with open("known", "a", encoding="utf-8") as file:
-        file.write("nonsense\n")
+        file.write("fials\n")
     ended = run(HOST, "--all", "all", "--known", "known")
     expect((ended.returncode, ended.stderr),
-           (2, "known:4: there is no scenario 'nonsense'\n"), "a wrong name")
+           (2, "known:4: there is no scenario 'fials'; did you mean 'fails'?\n"), "a wrong name")
 
 
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     write("silent.json", SILENT)
-    for check in (check_endings, check_files, check_interruptions, check_outputs, check_recordings,
-                  check_all):
+    for check in (check_endings, check_files, check_interruptions, check_outputs,
+                  check_files_beside_others, check_recordings, check_all):
         check()

@@ -1,7 +1,7 @@
 /// Parses arguments, and turns errors into lines.
 #include "view/command.h"
 
-#include "kit/output_file.h"
+#include "view/report.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -88,10 +88,36 @@ int Commands::Run(int argc, char** argv) {
             status = command.act();
         }
     }
-    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-        throw kit::OutputError(std::string("standard output: ") + strerror(errno));
-    }
+    CheckPrinted();
     return status;
+}
+
+CLI::Validator NamesFile() {
+    return {[](const std::string& name) {
+                return std::string(name.empty() ? "the name of a file is missing" : "");
+            },
+            ""};
+}
+
+void CheckPrinted() {
+    const std::string reason = fflush(stdout) != 0 ? std::string(": ") + strerror(errno) : "";
+    if (!reason.empty() || ferror(stdout) != 0) { // Of an earlier failure the reason is gone.
+        throw kit::OutputError("standard output: it could not be written" + reason);
+    }
+}
+
+std::string WriteFile(const char* what, kit::OutputFile& file, std::string_view content,
+                      const char* use) {
+    try {
+        file.Write(content);
+    } catch (const kit::OutputError& error) {
+        (void)fprintf(stderr, "%s\n", error.what());
+        return error.what();
+    }
+    if (what != nullptr) {
+        PrintFact(what, file.Name() + use);
+    }
+    return "";
 }
 
 ExitStatus Report(const std::exception& error) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kit/nearest.h"
+#include "kit/output_file.h"
 #include "view/told.h"
 
 #include <CLI/CLI.hpp>
@@ -55,6 +56,19 @@ template <class T> CLI::Validator OneOf(const std::map<std::string, T>& choices)
     });
     return validator;
 }
+
+/// The argument has to name a file: an empty one would be taken for none.
+CLI::Validator NamesFile();
+
+/// \throws kit::OutputError where something that was printed did not get to standard output.
+void CheckPrinted();
+
+/// Writes a file, and says so under the heading.
+/// \param what the heading; null to say nothing.
+/// \param use what follows the name.
+/// \returns what is wrong where it cannot be written, which is a line on standard error, too.
+std::string WriteFile(const char* what, kit::OutputFile& file, std::string_view content,
+                      const char* use = "");
 
 /// What ended the program, in a line on standard error. \returns the status of the process.
 ExitStatus Report(const std::exception& error);

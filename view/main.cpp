@@ -52,20 +52,18 @@ int Show(const Options& options) {
     } else {
         PrintAll(told.file, told.recording, told.story);
     }
+    bool areWritten = true; // One that cannot be written leaves the others.
     const auto write = [&](const char* what, auto& file, const char* use, auto make) {
-        if (file.has_value()) {
-            file->Write(make());
-        }
-        if (file.has_value() && !options.isJson) {
-            PrintFact(what, file->Name() + use);
-        }
+        areWritten = (!file.has_value() ||
+                      WriteFile(options.isJson ? nullptr : what, *file, make(), use).empty()) &&
+                     areWritten;
     };
     write("trace", trace, ", for ui.perfetto.dev or chrome://tracing",
           [&] { return TimelineOf(told.story, told.Start()); });
     write("report", report, "", [&] { return TextOf(MakeReport(&told, FactsOf(told))); });
     write("page", page, ", for a browser",
           [&] { return MakePage(MakeReport(&told, FactsOf(told)), &told, {}); });
-    return told.recording.Damage().empty() ? kGood : kFound;
+    return !areWritten ? kNotWritten : told.recording.Damage().empty() ? kGood : kFound;
 }
 
 int Check(const Options& options) {
@@ -103,11 +101,14 @@ int main(int argc, char** argv) try {
                                   "What a recording tells: what was open at its end, the "
                                   "requests, the sessions",
                                   options.file, [&] { return Show(options); });
-    show.add_option("--trace", options.trace, "Write a timeline for Perfetto's viewer");
+    show.add_option("--trace", options.trace, "Write a timeline for Perfetto's viewer")
+        ->check(NamesFile());
     show.add_option("--report", options.report,
                     "Write a report for machines (JSON); '-': to standard output, and all else to "
-                    "standard error");
-    show.add_option("--page", options.page, "Write all of it as one HTML file for a browser");
+                    "standard error")
+        ->check(NamesFile());
+    show.add_option("--page", options.page, "Write all of it as one HTML file for a browser")
+        ->check(NamesFile());
     show.add_flag("--json", options.isJson, "Print the events instead, one a line, for jq");
     commands.Add("check", "Hold the contract against a recording", options.file,
                  [&] { return Check(options); });

@@ -88,8 +88,11 @@ void Declare(CLI::App& app, Options& options) {
                             ->excludes(list)
                             ->excludes(file)
                             ->excludes(shard);
-    app.add_option("-o,--output", options.output, "Where the merged results go")->needs(merge);
-    app.add_option("--page", options.page, "Write the results as one HTML file for a browser");
+    app.add_option("-o,--output", options.output, "Where the merged results go")
+        ->needs(merge)
+        ->check(view::NamesFile());
+    app.add_option("--page", options.page, "Write the results as one HTML file for a browser")
+        ->check(view::NamesFile());
     app.add_option("--library", options.library, "The adapter library to load")
         ->check(CLI::ExistingFile);
 }
@@ -396,6 +399,5 @@ int main(int argc, char** argv) try {
     kit::OutputFile* const its = page.has_value() ? &*page : nullptr;
     return options.merged.empty() ? Campaign(options).Go(its) : MergeFiles(options, its);
 } catch (const std::exception& error) {
-    (void)fprintf(stderr, "%s\n", error.what());
-    return kWrongInput;
+    return view::Report(error);
 }

@@ -187,7 +187,8 @@ int main(int argc, char** argv) try {
         commands.Add("replay", "Make the recorded calls, answer as recorded, say what is otherwise",
                      options.file, [&] { return Replay(options); });
     replay.get_option("file")->description("A recording of both sides [the newest out/*.rec]");
-    replay.add_option("--record", options.record, "Keep the replay's own recording");
+    replay.add_option("--record", options.record, "Keep the replay's own recording")
+        ->check(view::NamesFile());
     replay.add_flag("--fast", options.isFast, "Without the recording's pauses");
     CLI::App& shrink =
         commands.Add("shrink", "The fewest calls of a recording that still show something",
@@ -197,7 +198,8 @@ int main(int argc, char** argv) try {
     shrink.add_option("--status", options.status,
                       "A status that a submission returns or a request completes with");
     shrink.add_flag("--crash", options.isCrash, "The process dies");
-    shrink.add_option("-o,--output", options.output, "The recording to write [NAME.shrunk.rec]");
+    shrink.add_option("-o,--output", options.output, "The recording to write [NAME.shrunk.rec]")
+        ->check(view::NamesFile());
     for (CLI::App* const command : {&replay, &shrink}) {
         command->add_option("--library", options.library, "The adapter library to load")
             ->check(CLI::ExistingFile);

@@ -395,6 +395,7 @@ int main(int argc, char** argv) try {
     std::optional<kit::OutputFile> page;
     if (!options.page.empty()) {
         page.emplace(InOutput(options.page));
+        view::OutliveReader();
     }
     kit::OutputFile* const its = page.has_value() ? &*page : nullptr;
     return options.merged.empty() ? Campaign(options).Go(its) : MergeFiles(options, its);

@@ -328,6 +328,7 @@ int RunScenario(Options options) {
     if (!files.Any() && options.limit == 0) {
         return RunHere(options, scenario, library, files, nullptr);
     }
+    view::OutliveReader();
     const Isolated::Ended ended = RunApart(options, scenario, library, files);
     if (ended.end.signal != 0) {
         PrintFact("ended", view::Painted(view::Colour::Bad, "the process " + ended.end.Describe()));
@@ -340,6 +341,9 @@ int RunScenario(Options options) {
 }
 
 int RunAllScenarios(const Options& options) {
+    if (!options.junit.empty()) {
+        view::OutliveReader();
+    }
     const auto run = [&](const std::string& file, std::chrono::seconds limit) {
         Options own = options;
         own.scenario = file;

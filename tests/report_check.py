@@ -121,6 +121,13 @@ def check_files_beside_others():
         ended = subprocess.run([*EMULATOR, HOST, *arguments], stdout=open("/dev/full", "w"),
                                stderr=subprocess.PIPE, text=True, check=False)
         assert ended.returncode == 1 and "standard output: it could not" in ended.stderr, ended
+    reader, writer = os.pipe()
+    os.close(reader)
+    for program, *arguments in [HOST, "night-burst", *SMALL], [VIEW, "show", "b.rec"]:
+        ended = subprocess.run([*EMULATOR, program, *arguments, "--report", "c.json"],
+                               stdout=writer, check=False, stderr=subprocess.PIPE)
+        expect((ended.returncode, valid(read("c.json"))["events"] > 0), (1, True), "without reader")
+        os.remove("c.json")
 
 
 def check_recordings():

@@ -4,6 +4,7 @@
 #include "view/report.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -105,6 +106,8 @@ void CheckPrinted() {
         throw kit::OutputError("standard output: it could not be written" + reason);
     }
 }
+
+void OutliveReader() { (void)std::signal(SIGPIPE, SIG_IGN); }
 
 std::string WriteFile(const char* what, kit::OutputFile& file, std::string_view content,
                       const char* use) {

@@ -63,6 +63,9 @@ CLI::Validator NamesFile();
 /// \throws kit::OutputError where something that was printed did not get to standard output.
 void CheckPrinted();
 
+/// Has the process go on, and write its files, where nobody reads any more what it prints.
+void OutliveReader();
+
 /// Writes a file, and says so under the heading.
 /// \param what the heading; null to say nothing.
 /// \param use what follows the name.

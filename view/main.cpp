@@ -43,6 +43,9 @@ int Show(const Options& options) {
     open(trace, options.trace);
     open(report, options.report);
     open(page, options.page);
+    if (trace.has_value() || report.has_value() || page.has_value()) {
+        OutliveReader();
+    }
     const Told told(options.file);
     if (options.isJson) {
         WarnOfDamage(told);

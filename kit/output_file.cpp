@@ -33,8 +33,11 @@ const char* OutputError::what() const noexcept { return std::runtime_error::what
 void MakeOwnFolder(const std::string& file) {
     const auto folder = std::filesystem::path(file).parent_path();
     if (folder == "out") {
-        std::error_code ignored;
-        std::filesystem::create_directory(folder, ignored);
+        std::error_code error;
+        std::filesystem::create_directory(folder, error);
+        if (error) {
+            throw std::invalid_argument("out: this folder cannot be made: " + error.message());
+        }
     }
 }
 

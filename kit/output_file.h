@@ -8,7 +8,7 @@
 namespace kit {
 
 /// Makes the folder of a file that is to lie in `out`, the programs' own, which nobody else makes.
-/// Who opens the file says what is wrong.
+/// \throws std::invalid_argument that names the folder, where it cannot be made.
 void MakeOwnFolder(const std::string& file);
 
 /// What was worked out cannot be written: the message names where.

@@ -16,7 +16,8 @@ class RecordingFile {
   public:
     /// What the file holds stays.
     /// \param name empty for one that nobody sees.
-    /// \throws contract::RecordingError that names the file, where it cannot be made.
+    /// \throws contract::RecordingError that names the file, where it cannot be made, and what
+    /// MakeOwnFolder does.
     explicit RecordingFile(const std::string& name) {
         if (name.empty()) {
             mPath = mUnnamed.emplace().Path();

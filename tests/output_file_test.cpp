@@ -67,8 +67,13 @@ TEST(OutputFile, NamesWhatCannotBeWrittenBeforeAnythingIsDone) {
     const uid_t own = geteuid();
     EXPECT_TRUE(own != 0 || seteuid(65534) == 0) << "root may do anything";
     const std::string problem = Thrown([&] { OutputFile(folder / "text"); });
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path("/proc/self"); // Where nobody makes a folder.
+    const std::string noFolder = Thrown([] { OutputFile("out/a"); });
+    std::filesystem::current_path(before);
     EXPECT_EQ(seteuid(own), 0);
     EXPECT_EQ(problem, folder / "text" + ": it cannot be written: Permission denied");
+    EXPECT_EQ(noFolder, "out: this folder cannot be made: No such file or directory");
 }
 
 TEST(OutputFile, WritesThroughALinkAndLeavesIt) {

@@ -70,4 +70,7 @@ slip partials 330 '^request .: no releaseRtBuffers came' four \
     's/^( *)CountReceivedBuffers\(\*.*/\1static uint32_t last;\n\1const uint32_t before = @\n&/' \
     's/@/std::exchange(last, block.numPartialMetadata);/' \
     's/block.numPartialMetadata == 0\)/block.numPartialMetadata == 0 \&\& before != 2)/'
+# All requests get the first one's partial number.
+slip three 90 "^request [23]: a result's partial number is 257" one-in-call \
+    's/privData.partialResultBase \+ kOff/std::min(2U, privData.partialResultBase) + kOff/'
 [ "$failures" -eq 0 ]

@@ -217,9 +217,10 @@ std::map<size_t, uint64_t> BlocksThatMayStay(const Scenario& scenario, const All
     const auto completed = facts["completed"].get<uint64_t>();
     most[sizeof(ChiInputFormat)] = formats - (completed - std::min(completed, keeping));
     most[sizeof(ChiStreamBuffer)] = ended;
+    constexpr size_t kPointer = sizeof(uint64_t);
     for (const size_t count : inputs) { // The list has the output, too.
         for (const size_t size :
-             {(count + 1) * sizeof(ChiStream*), count * sizeof(ChiStream), count * kStreamInfo}) {
+             {(count + 1) * kPointer, count * sizeof(ChiStream), count * kStreamInfo}) {
             most[size] += allowed.sessions;
         }
     }

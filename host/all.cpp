@@ -41,6 +41,12 @@ std::map<std::string, std::string> ScenariosOf(const fs::path& folder) {
     return files;
 }
 
+[[noreturn]] void FailAt(const std::string& file, size_t line, const std::string& name,
+                         const std::string& meant) {
+    throw InputError(file + ":" + std::to_string(line) + ": there is no scenario '" + name + "'" +
+                     meant);
+}
+
 /// Names, one a line; what follows a '#' is a remark.
 std::set<std::string> ReadKnown(const std::string& file,
                                 const std::map<std::string, std::string>& scenarios) {
@@ -55,8 +61,7 @@ std::set<std::string> ReadKnown(const std::string& file,
         std::istringstream words(line.substr(0, line.find('#')));
         for (std::string name; words >> name;) {
             if (!scenarios.contains(name)) {
-                throw InputError(file + ":" + std::to_string(number) + ": there is no scenario '" +
-                                 name + "'" + kit::DidYouMean(name, scenarios, kit::kName));
+                FailAt(file, number, name, kit::DidYouMean(name, scenarios, kit::kName));
             }
             known.insert(name);
         }

@@ -44,14 +44,13 @@ void MakeOwnFolder(const std::string& file) {
 OutputFile::OutputFile(const std::string& name, Replaces replaces)
     : mName(name == "-" ? "standard output" : name) {
     MakeOwnFolder(mName);
-    constexpr char kTwice[] = "it is being written already";
+    const bool isTaken = name == "-" && g_isStandardOutputTaken;
     std::string problem;
-    if (name == "-" && g_isStandardOutputTaken) {
-        problem = kTwice;
-    } else if (name == "-" ? !TakeStandardOutput() : !Open()) {
+    if (!isTaken && !(name == "-" ? TakeStandardOutput() : Open())) {
         problem = std::string("it cannot be written: ") + strerror(errno);
-    } else if (mIsRegular && flock(mFile, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        problem = kTwice;
+    } else if (isTaken ||
+               (mIsRegular && flock(mFile, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)) {
+        problem = "it is being written already";
     } else if (mIsRegular && replaces == Replaces::AllButRecordings &&
                contract::WriterOf(mName) != 0) {
         problem = "this is a recording, and would be lost";

@@ -386,4 +386,32 @@ TEST(FailNth, AnAllocationThatYieldsNothingCostsTheStreamsOrAFrameworkBuffer) {
     EXPECT_EQ(std::exchange(g_failing, 0), 1U) << "there are no more";
 }
 
+TEST(FailNth, AnAllocationThatYieldsNothingFailsTheSessionsQuestionForBuffers) {
+    Submitted scene;
+    static size_t asked = 0;
+    scene.request.frameworkOps.request_stream_buffers = [](auto*, auto, auto*, auto*, auto*) {
+        ++asked;
+        return 0;
+    };
+    camera3_stream stream = MakeStream(35);
+    const ChiOfflineQueryBuffer queries[] = {{&stream, 1}, {&stream, 2}};
+    ChiOfflineQueryStreamBuffer returned[2] = {};
+    const ChiOfflineSessionCallbacks* const callbacks = scene.Session().pCallbacks;
+    const size_t last = 3 + 2; // The lists, and the buffers of each answer.
+    for (size_t nth = 1; nth <= last + 1; ++nth) {
+        unsigned int count = 77;
+        asked = 0;
+        g_failing = nth;
+        const uint32_t status =
+            callbacks->GetFrameworkBuffers(callbacks, 2, queries, &count, returned);
+        const size_t left = std::exchange(g_failing, 0);
+        const bool fails = nth <= last;
+        EXPECT_EQ(status, fails ? 1U : 0U) << nth;
+        EXPECT_EQ(count, fails ? 77U : 2U) << nth;
+        EXPECT_EQ(asked, fails ? 0U : 1U) << nth;
+        EXPECT_EQ(left, fails ? 0U : 1U) << nth;
+    }
+    scene.Finish();
+}
+
 } // namespace

@@ -4,13 +4,42 @@
 #include "contract/recording.h"
 #include "tests/support/device.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+
+namespace {
+
+/// Which of the next calls fails, which a file system of this machine never does; 0 for none.
+int g_failingClose = 0;
+int g_failingTruncate = 0;
+
+/// Does the call, which ends with an error all the same if it is to fail now.
+template <class... Words> int Call(int& failing, long number, Words... words) {
+    const auto result = static_cast<int>(syscall(number, words...));
+    if (failing != 0 && --failing == 0) {
+        errno = EIO;
+        return -1;
+    }
+    return result;
+}
+
+} // namespace
+
+// This program stands in front of the C library.
+extern "C" __attribute__((visibility("default"))) int close(int file) {
+    return Call(g_failingClose, SYS_close, file);
+}
+extern "C" __attribute__((visibility("default"))) int ftruncate(int file, off_t size) noexcept {
+    return Call(g_failingTruncate, SYS_ftruncate, file, size);
+}
 
 namespace {
 
@@ -139,6 +168,62 @@ TEST(OutputFile, KeepsWhatWasThereWhereThereIsNoRoomForMore) {
                            ": it could not be written: File too large");
     EXPECT_EQ(ContentOf(file), "what was there");
     EXPECT_FALSE(std::filesystem::exists(folder / "new"));
+}
+
+TEST(OutputFile, ThatItsDiskFailsAtTheVeryEndIsAnError) {
+    const Folder folder;
+    for (int* const failing : {&g_failingClose, &g_failingTruncate}) {
+        const std::string file = folder.Write("a", "what was there");
+        OutputFile output(file);
+        *failing = 1;
+        EXPECT_EQ(Thrown([&] { output.Write("less"); }),
+                  file + ": it could not be written: Input/output error");
+        EXPECT_EQ(*failing, 0);
+    }
+}
+
+TEST(OutputFile, MayHaveTheDescriptorOfAnInputThatIsClosed) {
+    const Folder folder;
+    ASSERT_EQ(close(STDIN_FILENO), 0);
+    { // Is dropped, and leaves the number.
+        const OutputFile dropped(folder / "dropped");
+        EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1);
+    }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    OutputFile(folder / "a").Write("text");
+    EXPECT_EQ(ContentOf(folder / "a"), "text");
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+}
+
+TEST(OutputFile, RemovesNothingThatOthersPutThere) {
+    const Folder folder;
+    {
+        const OutputFile replaced(folder / "replaced");
+        const OutputFile filled(folder / "filled");
+        std::filesystem::rename(folder.Write("empty", ""), replaced.Name());
+        folder.Write("filled", "text");
+    }
+    EXPECT_TRUE(std::filesystem::exists(folder / "replaced"));
+    EXPECT_EQ(ContentOf(folder / "filled"), "text");
+}
+
+TEST(OutputFile, HasStandardOutputForItselfUntilItEnds) {
+    const Folder folder;
+    std::string problem;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    (void)fputs("before ", stdout);
+    {
+        OutputFile first("-");
+        problem = Thrown([] { OutputFile("-"); });
+        (void)fputs("others", stdout);
+        (void)fflush(stdout);
+        first.Write("written");
+    }
+    EXPECT_EQ(Thrown([] { OutputFile("-"); }), "") << "it is free again";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "others");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "before written");
+    EXPECT_EQ(problem, "standard output: it is being written already");
 }
 
 } // namespace

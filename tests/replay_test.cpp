@@ -3,10 +3,13 @@
 #include "host/run.h"
 #include "replay/compare.h"
 #include "replay/shrink.h"
+#include "replay/turns.h"
 #include "tests/support/scene.h"
+#include "view/check.h"
 
 #include <deque>
 #include <set>
+#include <sstream>
 #include <sys/wait.h>
 
 namespace {
@@ -296,6 +299,103 @@ TEST(Replay, GoesOnWithWhatIsLeftOfARecording) {
     }
 }
 
+// --- Parts of a recording
+
+/// A part as a replay gets it.
+Recording Numbered(const Recording& whole, const replay::Units::Part& part) {
+    std::istringstream numbered(contract::Serialize(whole.About(), part.events));
+    return Recording::Read("a part", numbered);
+}
+
+size_t CountCalls(const Recording& recording, Called entry) {
+    const auto& all = recording.Events();
+    return static_cast<size_t>(std::count_if(
+        all.begin(), all.end(), [&](const contract::Event& each) { return each.IsCall(entry); }));
+}
+
+void ExpectWholeParts(const Recording& recording) {
+    const replay::Calls calls(recording.Events());
+    const replay::Units units(calls);
+    const size_t requests = CountCalls(recording, Called::SubmitRequestFromRT);
+    std::set<size_t> all;
+    for (size_t i = 0; i < units.All().size(); ++i) {
+        all.insert(i);
+    }
+    EXPECT_EQ(contract::Serialize(recording.About(), units.Choose(all, units.Cameras()).events),
+              contract::Serialize(recording.About(), recording.Events()));
+    std::set<std::string> broken; // In the whole, already.
+    for (const auto& violation : view::FindViolations(recording.Events())) {
+        broken.insert(contract::TextOf(violation.rule).number);
+    }
+    const auto expect = [&](const std::set<size_t>& chosen, size_t wanted, bool endsAll) {
+        const Recording part = Numbered(recording, units.Choose(chosen, units.Cameras()));
+        EXPECT_EQ(CountCalls(part, Called::SubmitRequestFromRT), wanted);
+        for (const auto& violation : view::FindViolations(part.Events())) {
+            const std::string rule = contract::TextOf(violation.rule).number;
+            EXPECT_TRUE(!rule.starts_with('V') || broken.contains(rule) ||
+                        (violation.entry == nullptr && !endsAll))
+                << contract::LineOf(violation);
+        }
+    };
+    for (const size_t each : all) {
+        SCOPED_TRACE(each);
+        const size_t own = units.All()[each].requests;
+        std::set<size_t> others = all;
+        others.erase(each);
+        expect(others, requests - own, own > 0); // A flush, say, closes sessions.
+        std::erase_if(others, [&](size_t unit) { return units.All()[unit].requests > 0; });
+        expect(others, 0, own > 0);
+        others.insert(each);
+        expect(others, own, true);
+    }
+}
+
+/// The device is asked for nothing that was not made, and nothing stays but for what a call ends
+/// that is left out.
+TEST(Units, CanBeLeftOutWithoutBreakingARule) {
+    for (const char* const scenario : {"flush", "dual-rdi", "framework-buffers", "two-threads"}) {
+        SCOPED_TRACE(scenario);
+        const Folder folder;
+        ExpectWholeParts(
+            Recording::Read(Record(folder, SCENARIOS "/" + std::string(scenario) + ".json")));
+    }
+}
+
+TEST(Units, AreLeftOutWithTheirCamera) {
+    const Folder folder;
+    const Recording recording = Recording::Read(Record(folder, SCENARIOS "/four-cameras.json"));
+    const replay::Calls calls(recording.Events());
+    const replay::Units units(calls);
+    ASSERT_EQ(units.Cameras().size(), 4U);
+    for (const uint32_t camera : units.Cameras()) {
+        std::set<size_t> own;
+        size_t requests = 0;
+        for (size_t i = 0; i < units.All().size(); ++i) {
+            if (units.All()[i].camera == camera) {
+                own.insert(i);
+                requests += units.All()[i].requests;
+            }
+        }
+        const Recording part = Numbered(recording, units.Choose(own, {camera}));
+        EXPECT_EQ(CountCalls(part, Called::Create), 1U);
+        EXPECT_EQ(CountCalls(part, Called::SubmitRequestFromRT), requests);
+        EXPECT_EQ(CountCalls(part, Called::RequestComplete), requests);
+        EXPECT_GT(requests, 0U);
+        EXPECT_TRUE(view::FindViolations(part.Events()).empty());
+    }
+}
+
+TEST(Turns, EndOnceAllHaveLeftOrNothingHappens) {
+    const Folder folder;
+    const Recording recording = Recording::Read(Record(folder, SCENARIOS "/refused.json"));
+    replay::Turns turns(recording.Events(), false);
+    turns.Leave();
+    EXPECT_TRUE(turns.WaitForAll(1, std::chrono::hours(1)));
+    EXPECT_FALSE(turns.WaitForAll(2, std::chrono::milliseconds(1)));
+    turns.Leave();
+    EXPECT_TRUE(turns.WaitForAll(2, std::chrono::milliseconds(0)));
+}
+
 /// The fewest calls that show it, replayed once more.
 replay::Shrunk ExpectShrunk(const std::string& file, const replay::Wanted& wanted,
                             const std::string& library = kit::AdapterFile(false)) {
@@ -318,6 +418,20 @@ TEST(Shrink, LeavesTheRequestThatFails) {
     const auto nothing = replay::Shrink(Recording::Read(file), {.status = 77},
                                         kit::AdapterFile(false), none, [](const auto&) {});
     EXPECT_FALSE(nothing.has_value());
+}
+
+TEST(Shrink, LeavesOneCameraWithTheRequestThatCompletesSo) {
+    const Folder folder;
+    const std::string file = Record(folder, folder.Write("scenario.json", R"({
+        "cameras": [{"frames": 1}, {"id": 1, "frames": 1}], "vendor": {"shape": "error-buffer"}})"));
+    const auto shrunk = ExpectShrunk(file, {.status = 1});
+    EXPECT_EQ(shrunk.requests, 1U);
+    EXPECT_EQ(shrunk.others, 0U);
+    EXPECT_TRUE(shrunk.isConfirmed);
+    const Recording less = Recording::Read(file + ".less");
+    EXPECT_EQ(less.Events().size(), shrunk.events);
+    EXPECT_EQ(CountCalls(less, Called::Create), 1U);
+    EXPECT_EQ(CountCalls(less, Called::RequestComplete), 1U);
 }
 
 TEST(Shrink, LeavesWhatBreaksARule) {

@@ -79,6 +79,25 @@ TEST(Schedules, ComeOnceEachAndInTheOrderOfTheirNumbers) {
     }
 }
 
+TEST(Schedules, HaveExactNumbersUpToTheMostAndNoneThatWrapsAround) {
+    constexpr uint64_t kExact = 7219428434016265740; // binomial(66, 33)
+    for (const auto& [results, count] : {std::pair{33UL, kExact}, {34UL, UINT64_MAX}}) {
+        const Freedom freedom = Alike(2, std::vector(results, 0U));
+        EXPECT_EQ(ExpectedCount(freedom).count, count);
+        EXPECT_EQ(CountByParts(freedom), count);
+        Orders orders(freedom);
+        EXPECT_EQ(orders.Count(), count);
+        EXPECT_EQ(orders.At(1), orders.First());
+        Order last;
+        for (const uint64_t number : {uint64_t{1}, count / 2, count / 2 + 1, count - 1, count}) {
+            last = orders.At(number);
+            EXPECT_EQ(last.size(), 2 * results);
+            EXPECT_EQ(orders.NumberOf(last), number);
+        }
+        EXPECT_EQ(orders.Advance(last), count != kExact) << "of those beyond there is no number";
+    }
+}
+
 /// What must not be in an order: places of events, of which each has one.
 struct Rules {
     std::vector<std::pair<size_t, size_t>> before;   ///< The first one comes first.

@@ -122,6 +122,22 @@ TEST(Submission, FeedsWhatIsAnInputByTheTimeOfItsSet) {
     }
 }
 
+TEST(Submission, OfAsManyRecordsAsThereMayBeHasRoomForEachStream) {
+    Scene scene;
+    scene.UseWords({37, 37}, 8); // With the output three streams: 24 records.
+    scene.Submit();
+    ChiStream& second = *scene.Session().streamPointers[1];
+    second.streamType = 0; // As they are counted.
+    g_android.onLine = [&](const std::string& line) {
+        second.streamType = line.find("bufferIndex:") != line.npos ? 1 : second.streamType;
+    };
+    scene.Submit();
+    g_android.onLine = kNothing;
+    for (const auto& set : scene.Executed(1).inputs) {
+        EXPECT_EQ(set.buffers.size(), 2U);
+    }
+}
+
 TEST(Submission, FillsTheRecordsOfItsInputs) {
     for (const auto& [format, bufferFormat] : {std::pair{37, 9UL}, {32, 10UL}, {35, 0UL}}) {
         Scene scene;

@@ -260,14 +260,16 @@ TEST(Plan, PairsEachFaultWithThoseOfOtherPlaces) {
 
 TEST(Plan, HasTheCellsOfEachScenarioAndNamesAPlaceThatNoneHas) {
     std::vector<Target> targets = Targets();
-    targets.push_back({"bare", TwoRequests({}), "", {}});
+    targets.push_back({"other", TwoRequests({}), "", {}});
+    targets[1].calls[static_cast<size_t>(standin::Entry::GetList)] = 1;
     const Plan both = MakePlan(targets, {{"GetList"}});
     Texts names;
     for (const Cell& cell : both.cells) {
         names.push_back(NameOf(targets[cell.target].name, cell.faults));
     }
     EXPECT_EQ(names, (Texts{"tiny: no fault", "tiny: fail GetList", "tiny: fail GetList 1 1",
-                            "tiny: fail GetList 2 1", "bare: no fault"}));
+                            "tiny: fail GetList 2 1", "other: no fault", "other: fail GetList",
+                            "other: fail GetList 1 1"}));
     EXPECT_EQ(Thrown([] { MakePlan(Targets(), {{"GetLost"}}); }),
               "these scenarios leave no fault to try at 'GetLost'; did you mean 'GetList'?");
     EXPECT_NE(Thrown([] { MakePlan(Targets(), {{"CloseSession"}}); }), "") << "it has its own";

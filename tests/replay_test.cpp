@@ -423,7 +423,8 @@ TEST(Shrink, LeavesTheRequestThatFails) {
 TEST(Shrink, LeavesOneCameraWithTheRequestThatCompletesSo) {
     const Folder folder;
     const std::string file = Record(folder, folder.Write("scenario.json", R"({
-        "cameras": [{"frames": 1}, {"id": 1, "frames": 1}], "vendor": {"shape": "error-buffer"}})"));
+        "cameras": [{"frames": 1}, {"id": 1, "frames": 1}],
+        "vendor": {"shape": "error-buffer"}})"));
     const auto shrunk = ExpectShrunk(file, {.status = 1});
     EXPECT_EQ(shrunk.requests, 1U);
     EXPECT_EQ(shrunk.others, 0U);

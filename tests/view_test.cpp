@@ -1,11 +1,10 @@
 /// Views of recordings, over recordings that are made here and damaged in every way.
 #include "contract/engine.h"
 #include "contract/tap.h"
-#include "kit/output_file.h"
 #include "tests/support/device.h"
+#include "tests/support/script.h"
 #include "view/diff.h"
 #include "view/json.h"
-#include "view/page.h"
 #include "view/text.h"
 #include "view/timeline.h"
 #include "view/told.h"
@@ -221,33 +220,15 @@ TEST(Diff, FindsWhatChangedAtItsPlaceAndNothingElse) {
     EXPECT_EQ(difference->before.size(), 4U);
 }
 
-/// An event without records, of any entry.
-Event MakeEvent(std::vector<uint64_t>& memory, Entry entry, Phase phase, uint64_t number) {
-    const size_t words = TextOf(entry).arguments.size() + (phase == Phase::Return ? 1 : 0);
-    memory.assign(sizeof(EventHeader) / 8 + words, number);
-    EventHeader header{};
-    header.size = static_cast<uint32_t>(8 * memory.size());
-    header.number = number;
-    header.call = phase == Phase::Call ? number : number - 1;
-    header.thread = 1;
-    header.entry = entry;
-    header.phase = phase;
-    header.words = static_cast<uint8_t>(words);
-    std::memcpy(memory.data(), &header, sizeof header);
-    return Event(reinterpret_cast<const EventHeader*>(memory.data()));
-}
-
 TEST(Json, OfEveryEntryIsALineThatParses) {
-    constexpr auto kEntries = static_cast<size_t>(Entry::Count);
-    std::vector<std::vector<uint64_t>> memory(2 * kEntries);
-    std::vector<Event> events;
-    for (size_t i = 0; i < memory.size(); ++i) {
-        events.push_back(
-            MakeEvent(memory[i], static_cast<Entry>(i / 2), static_cast<Phase>(i % 2), i + 1));
+    test::Script script;
+    for (size_t i = 0; i < static_cast<size_t>(Entry::Count); ++i) {
+        const std::vector<uint64_t> words(kMostWords, i + 1);
+        script.Both(static_cast<Entry>(i), words, i + 1);
     }
     const Folder folder;
-    const FileHeader about = Recording::Read(Played(folder / "a.rec")).About();
-    kit::OutputFile(folder / "every.rec").Write(Serialize(about, events));
+    folder.Write("every.rec", script.File());
+    Played(folder / "a.rec");
     for (const char* file : {"every.rec", "a.rec"}) {
         const Told told(folder / file);
         EXPECT_EQ(told.recording.Damage(), "");
@@ -290,34 +271,6 @@ std::string View(const std::string& file, size_t& events) {
             throw contract::RecordingError(file + ": " + told.recording.Damage());
         }
     });
-}
-
-TEST(Page, HasItsDataAsJsonThatEndsNoScript) {
-    const std::string report = R"({"a":"</script><!--<script>&lt;{{trace}}\\"})";
-    const std::string trace = R"({"traceEvents":[]})";
-    const std::string page = view::MakePage(
-        report, trace,
-        {{"<b>", "", "M"}, {"two", "note", std::string("Ma\0\xff", 4)}, {"", "", ""}});
-    const auto dataOf = [&](const std::string& id) {
-        const std::string mark = "<script type=\"application/json\" id=\"" + id + "\">";
-        const size_t start = page.find(mark) + mark.size();
-        return nlohmann::json::parse(page.substr(start, page.find("</script", start) - start));
-    };
-    EXPECT_EQ(dataOf("report-data"), nlohmann::json::parse(report));
-    EXPECT_EQ(dataOf("trace-data"), nlohmann::json::parse(trace));
-    const auto pictures = dataOf("picture-data");
-    ASSERT_EQ(pictures.size(), 3U);
-    EXPECT_EQ(pictures[0]["title"], "<b>");
-    EXPECT_EQ(pictures[0]["data"], "data:image/png;base64,TQ==");
-    EXPECT_EQ(pictures[1]["data"], "data:image/png;base64,TWEA/w==");
-    EXPECT_EQ(pictures[2]["data"], "data:image/png;base64,");
-    // Nothing but the template's own four scripts.
-    size_t scripts = 0;
-    for (size_t at = page.find("<script"); at != std::string::npos;
-         at = page.find("<script", at + 1)) {
-        ++scripts;
-    }
-    EXPECT_EQ(scripts, 4U);
 }
 
 TEST(Damage, IsToldInALineAndCrashesNothing) {
@@ -376,18 +329,15 @@ TEST(Damage, IsARowLongerThanAnyThatIsCaptured) {
 
 /// Calls that never return pile up no further than that.
 TEST(Damage, IsATowerOfOpenCalls) {
-    std::vector<EventHeader> headers(3 * kMostOpenCalls);
-    std::vector<Event> events;
-    for (EventHeader& header : headers) {
-        const uint64_t number = events.size() + 1;
-        header = {.size = sizeof header, .number = number, .call = number, .entry = Entry::LoadLib};
-        events.emplace_back(&header);
+    test::Script script;
+    for (size_t i = 0; i < 3 * kMostOpenCalls; ++i) {
+        script.Call(Entry::LoadLib);
     }
-    const view::Serials serials(events);
+    const view::Serials serials(script.Events());
     const view::Story story(serials);
     const auto& open = story.Threads().front().open;
     ASSERT_EQ(open.size(), kMostOpenCalls);
-    EXPECT_EQ(open.back(), events.size() - 1) << "the innermost stay";
+    EXPECT_EQ(open.back(), script.Events().size() - 1) << "the innermost stay";
 }
 
 } // namespace

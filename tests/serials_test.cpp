@@ -95,6 +95,22 @@ TEST(Serials, OfAnImageAreItsNameWhereverItGoes) {
     EXPECT_EQ(NamesOf(serials, 9), Texts{"metadata 1"});
 }
 
+TEST(Serials, OfARequestAreNewWithEachSubmissionAndNotWithItsReturn) {
+    Script script;
+    script.Return(script.Submit(0, 0xa00, 101));         // 1
+    script.Call(Entry::ReleaseRtBuffers, {0, 0xa00});    // 3
+    const uint64_t again = script.Submit(0, 0xa00, 102); // 4
+    script.Return(again);                                // 5
+    const view::Serials serials(script.Events());
+    for (const auto& [event, name] : {std::pair(1, "request 1"),
+                                      {2, "request 1"},
+                                      {3, "request 1"},
+                                      {4, "request 2"},
+                                      {5, "request 2"}}) {
+        EXPECT_EQ(NamesOf(serials, event), Texts{name}) << event;
+    }
+}
+
 /// Its streams' memory may be another's as soon as it is closed.
 TEST(Serials, OfASessionsStreamsEndWithIt) {
     ChiStream stream{};
@@ -161,6 +177,23 @@ void Notify(Script& script, uint32_t thread, unsigned count) {
     }
 }
 
+/// Brings results of the one session, which gives each thread that does so the same name.
+void Deliver(Script& script, uint32_t thread, unsigned count) {
+    static ChiOfflineSessionCallbacks callbacks;
+    if (script.Events().empty()) {
+        ChiOfflineSessionCreateInfo info{"Night", 0, &callbacks};
+        const uint64_t call = script.Call(
+            Entry::OpenSession, {0x1, contract::WordOf(&info)}, [&](contract::Writer& writer) {
+                contract::Capture<Entry::OpenSession>::Call(writer, nullptr, &info);
+            });
+        script.Return(call, 0x5000);
+    }
+    script.thread = thread;
+    for (unsigned i = 0; i < count; ++i) {
+        script.Both(Entry::ProcessCaptureResult, {contract::WordOf(&callbacks), i});
+    }
+}
+
 void SubmitOn(Script& script, uint32_t thread, uint32_t camera) {
     script.thread = thread;
     script.Return(script.Submit(camera, 0xa00 + camera, 101));
@@ -172,6 +205,13 @@ TEST(Diff, PairsThreadsByTheirNamesAndTheRestInTheirOrder) {
          [](auto& it) { SubmitOn(it, 1, 1), SubmitOn(it, 2, 0); }, "alike"},
         {"in their order", [](auto& it) { Notify(it, 1, 1), Notify(it, 2, 2); },
          [](auto& it) { Notify(it, 8, 1), Notify(it, 7, 2); }, "alike"},
+        {"of one name, in their order", [](auto& it) { Deliver(it, 2, 1), Deliver(it, 3, 2); },
+         [](auto& it) { Deliver(it, 8, 1), Deliver(it, 7, 2); }, "alike"},
+        {"of one name, one less", [](auto& it) { Deliver(it, 2, 1), Deliver(it, 3, 1); },
+         [](auto& it) { Deliver(it, 2, 1); }, "vendor session 1, Night: 5, none"},
+        {"calls once more", [](auto& it) { Notify(it, 1, 1); },
+         [](auto& it) { Notify(it, 1, 1), it.Call(Entry::ProcessNotify); },
+         "vendor, thread 1: none, 3 after 1 2"},
         {"ends early", [](auto& it) { Notify(it, 1, 4); }, [](auto& it) { Notify(it, 1, 3); },
          "vendor, thread 1: 7, none after 3 4 5 6"},
         {"goes on", [](auto& it) { Notify(it, 1, 1); }, [](auto& it) { Notify(it, 1, 2); },
@@ -202,6 +242,30 @@ void CopyTwice(Script& script, uint64_t first, uint64_t second) {
     script.Both(Entry::MetadataCopy, {first, second});
 }
 
+void Tag(Script& script, uint32_t camera, uint64_t metadata) {
+    script.thread = camera + 1;
+    script.Return(script.Submit(camera, 0xa00 + camera, 101));
+    script.Both(Entry::GetTag, {camera, metadata});
+}
+
+void CreateWithTag(Script& script, uint32_t tag) {
+    script.Call(Entry::CreateWithUsage, {0, 0x8, 5, 5}, [&](contract::Writer& writer) {
+        writer.Put(contract::kRecordOf<uint32_t>, reinterpret_cast<void*>(0x8), &tag, sizeof tag);
+    });
+}
+
+/// \param name null for a call whose record was not recorded
+void OpenWith(Script& script, const char* name) {
+    ChiOfflineSessionCreateInfo info{name, 0, nullptr};
+    script.Call(Entry::OpenSession, {0x1, 0x8}, [&](contract::Writer& writer) {
+        if (name != nullptr) {
+            writer.Put(contract::kRecordOf<ChiOfflineSessionCreateInfo>,
+                       reinterpret_cast<void*>(0x8), &info, sizeof info);
+            writer.PutText(name);
+        }
+    });
+}
+
 TEST(Diff, TakesObjectsForTheSameThatStoodForEachOther) {
     static const DifferenceCase kCases[] = {
         {"other values", [](auto& it) { CopyTwice(it, 0x2000, 0x1000); },
@@ -212,6 +276,27 @@ TEST(Diff, TakesObjectsForTheSameThatStoodForEachOther) {
         {"a new one here", [](auto& it) { CopyTwice(it, 0x3000, 0x2000); },
          [](auto& it) { CopyTwice(it, 0x1000, 0x2000); },
          "host: 3, 3 after 1 2; first: metadata 3, metadata 1"},
+        {"a new one there", [](auto& it) { CopyTwice(it, 0x1000, 0x2000); },
+         [](auto& it) { CopyTwice(it, 0x3000, 0x2000); },
+         "host: 3, 3 after 1 2; first: metadata 1, metadata 3"},
+        {"another one of its number",
+         [](auto& it) { Tag(it, 0, 0x1000), Tag(it, 1, 0x2000), Tag(it, 0, 0x1000); },
+         [](auto& it) { Tag(it, 1, 0x2000), Tag(it, 0, 0x1000), Tag(it, 0, 0x2000); },
+         "host camera 0: 11, 11 after 3 4 9 10; metadata: metadata 1, metadata 1, which is another "
+         "one"},
+        {"a row there alone",
+         [](auto& it) {
+             it.Call(Entry::CreateWithUsage, {0, 0x8, 5, 5});
+         },
+         [](auto& it) { CreateWithTag(it, 5); }, "host: 1, 1; tags[0]: nothing, 5"},
+        {"a row here alone", [](auto& it) { CreateWithTag(it, 5); },
+         [](auto& it) {
+             it.Call(Entry::CreateWithUsage, {0, 0x8, 5, 5});
+         },
+         "host: 1, 1; tags[0]: 5, nothing"},
+        {"a last record there alone", [](auto& it) { OpenWith(it, nullptr); },
+         [](auto& it) { OpenWith(it, "Night"); },
+         "host: 1, 1; info.pSessionName: nothing, \"Night\""},
         {"nothing there", [](auto& it) { CopyTwice(it, 0x1000, 0x2000); },
          [](auto& it) { CopyTwice(it, 0x1000, 0); },
          "host: 3, 3 after 1 2; second: metadata 2, null"},

@@ -252,6 +252,32 @@ TEST(Json, OfEveryEntryIsALineThatParses) {
     }
 }
 
+TEST(Json, SaysWhatAnEventIsAboutAndWhatIsMissing) {
+    test::Script script;
+    const auto cut = [](Writer& writer) { (void)writer.Limit(2, 1); };
+    script.Call(Entry::LogMap, {static_cast<uint64_t>(-5)}, cut);   // 1
+    const uint64_t call = script.Submit(3, 0xa00, 101, "N\xe9ght"); // 2
+    script.Both(Entry::OpenSession, {0x1}, 0x5000);                 // 3
+    script.Return(call, static_cast<uint64_t>(-22));                // 5
+    const view::Serials serials(script.Events());
+    const view::Story story(serials);
+    const auto lineOf = [&](size_t event) {
+        return nlohmann::json::parse(view::JsonOf(story, event - 1, 2000));
+    };
+    EXPECT_EQ(lineOf(1).at("args").at("first"), -5);
+    EXPECT_EQ(lineOf(1).value("cut", false), true);
+    EXPECT_EQ(lineOf(1).at("time"), -1.0);
+    for (const char* subject : {"camera", "session", "request"}) {
+        EXPECT_FALSE(lineOf(1).contains(subject)) << subject;
+    }
+    const nlohmann::json submission = lineOf(2);
+    EXPECT_EQ(std::tuple(submission.at("camera"), submission.at("request")), std::tuple(3, 1));
+    EXPECT_FALSE(submission.contains("session") || submission.contains("cut"));
+    EXPECT_NE(submission.dump().find("\"featureName\":\"N?ght\""), std::string::npos);
+    EXPECT_EQ(lineOf(4).at("session"), 1);
+    EXPECT_EQ(std::tuple(lineOf(5).at("call"), lineOf(5).at("result")), std::tuple(2, -22));
+}
+
 std::string ReadFile(const std::string& file) {
     std::ifstream in(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};

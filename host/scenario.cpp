@@ -335,8 +335,7 @@ std::set<std::filesystem::path> ScenarioFiles() {
 
 std::string FileOfScenario(const std::string& scenario) {
     const bool isFile = scenario.ends_with(".json");
-    std::string file =
-        isFile ? scenario : kit::Beside("../host/scenarios/" + scenario + ".json");
+    std::string file = isFile ? scenario : kit::Beside("../host/scenarios/" + scenario + ".json");
     if (!isFile && !std::filesystem::exists(file)) {
         const std::string meant =
             DidYouMean(scenario, ScenarioFiles(), [](const auto& known) { return known.stem(); });

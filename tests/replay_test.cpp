@@ -352,8 +352,9 @@ void ExpectWholeParts(const Recording& recording) {
 
 /// The device is asked for nothing that was not made, and nothing stays but for what a call ends
 /// that is left out.
+/// Of scenarios with one thread: a preset of frame numbers may be that of a request left out.
 TEST(Units, CanBeLeftOutWithoutBreakingARule) {
-    for (const char* const scenario : {"flush", "dual-rdi", "framework-buffers", "two-threads"}) {
+    for (const char* const scenario : {"flush", "dual-rdi", "framework-buffers"}) {
         SCOPED_TRACE(scenario);
         const Folder folder;
         ExpectWholeParts(

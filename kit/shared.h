@@ -8,8 +8,8 @@
 
 namespace kit {
 
-/// One `T`, which nobody destroys: for numbers, atomics and arrays of them. What a child wrote stays
-/// when it dies.
+/// One `T`, which nobody destroys: for numbers, atomics and arrays of them. What a child wrote
+/// stays when it dies.
 template <class T> class Shared {
   public:
     /// \throws std::system_error where there is no memory.

@@ -25,11 +25,11 @@ bool IsRow(const Value& value) {
            std::find(kRows.begin(), kRows.end(), value.field->name) != kRows.end();
 }
 
-/// JSON is UTF-8; a recorded text may be anything.
+/// JSON is UTF-8; a recorded text may be anything, and a char may have a sign or not.
 std::string Printable(std::string_view text) {
     std::string printable;
     for (const char c : text) {
-        printable += c >= 0 ? std::string(1, c) : "?";
+        printable += static_cast<uint8_t>(c) < 0x80 ? std::string(1, c) : "?";
     }
     return printable;
 }
